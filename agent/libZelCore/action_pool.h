@@ -1,0 +1,38 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+/// The threads that actions run on. Some actions wait for a person, so the pool grows while all its
+/// threads are busy, up to a ceiling; threads above the core count end when they have been idle for
+/// a while.
+class ActionPool {
+ public:
+  /// `maxThreads` at least 1; `maxQueued` is how many jobs may wait when all threads are busy.
+  ActionPool(size_t maxThreads, size_t maxQueued);
+  /// Waits for the running jobs; waiting ones are dropped.
+  ~ActionPool();
+
+  /// False when the pool is at capacity or stopping; the job is then not kept.
+  bool Submit(std::function<void()> job);
+  /// Takes no more jobs, drops waiting ones, waits for running ones.
+  void Stop();
+
+ private:
+  void Work();
+
+  const size_t maxThreads_;
+  const size_t maxQueued_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::condition_variable ended_;
+  std::deque<std::function<void()>> queue_;
+  size_t threads_ = 0;
+  size_t idle_ = 0;
+  bool stopping_ = false;
+};

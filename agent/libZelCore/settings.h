@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "libZel/debug.h"
+
+/// One rule of the privacy policy, see docs/configuration.md.
+struct PrivacyRule {
+  std::string login;    ///< a login, "role:NAME", "*" for everyone, or "" for calls without a login
+  std::string pattern;  ///< path pattern: "*" any text without separator, "**" any text
+  bool mayRead = false;
+  bool mayWrite = false;
+};
+
+/// The agent's configuration, read from config/zelagent.ini. Every member has its documented
+/// default; docs/configuration.md describes each key.
+struct Settings {
+  // [agent]
+  std::string agentName;  ///< default: the host name
+  std::map<char, std::string> drives;  ///< [drives] off Windows
+
+  // [http]
+  std::string bindAddress = "127.0.0.1";
+  uint16_t port = 7460;
+  bool tls = false;
+  std::filesystem::path certificateFile;  ///< PEM chain
+  std::filesystem::path privateKeyFile;   ///< PEM
+  bool allowPlainRemote = false;  ///< listen beyond loopback without TLS
+  uint64_t maxBodyBytes = 16 * 1024 * 1024;
+  uint32_t maxConnections = 12000;
+  uint32_t requestTimeoutMs = 15000;  ///< from the first byte of a request to its last
+  uint32_t idleTimeoutMs = 60000;
+  uint32_t credentialMemoryMs = 300000;
+
+  // [actions]
+  uint32_t maxThreads = 64;
+  uint32_t maxQueued = 1024;
+
+  // [fleet]
+  std::string fleetSecret;  ///< read from the file named by `secret_file`; empty: no fleet
+  std::filesystem::path fleetCaFile;
+  uint32_t remoteTimeoutMs = 30000;
+  uint32_t connectTimeoutMs = 10000;
+
+  // [master]
+  std::string masterAddress;
+
+  // [log]
+  ZelDebugLevel logLevel = ZelDebugLevel::kTrace;
+  uint64_t logRotateBytes = 10 * 1024 * 1024;
+  uint32_t logKeptFiles = 5;
+
+  // [privacy]
+  std::vector<PrivacyRule> privacyRules;
+};
+
+struct SettingsResult {
+  Settings settings;
+  std::vector<std::string> warnings;  ///< unknown sections and keys, each named with its line
+  std::vector<std::string> errors;    ///< values that cannot be used, each named with its line
+};
+
+/// Reads the configuration; a missing file gives the defaults. Relative file names are resolved
+/// against the directory of `iniFile`. Never throws.
+SettingsResult LoadSettings(const std::filesystem::path& iniFile);

@@ -1,0 +1,12 @@
+#pragma once
+
+// The agent's run-time library, as far as modules call it.
+
+#include "libZel/container.h"
+#include "libZel/debug.h"
+#include "libZel/environment.h"
+#include "libZel/file.h"
+#include "libZel/mutex.h"
+#include "libZel/path.h"
+#include "libZel/string.h"
+#include "libZel/url.h"

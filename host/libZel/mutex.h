@@ -1,0 +1,25 @@
+#pragma once
+
+#include <mutex>
+
+/// A mutual-exclusion lock; not recursive.
+class ZelMutex {
+ public:
+  void Lock() { mutex_.lock(); }
+  void Unlock() { mutex_.unlock(); }
+
+ private:
+  std::mutex mutex_;
+};
+
+/// Holds a `ZelMutex` for a scope.
+class ZelMutexLock {
+ public:
+  explicit ZelMutexLock(ZelMutex& mutex) : mutex_(mutex) { mutex_.Lock(); }
+  ~ZelMutexLock() { mutex_.Unlock(); }
+  ZelMutexLock(const ZelMutexLock&) = delete;
+  ZelMutexLock& operator=(const ZelMutexLock&) = delete;
+
+ private:
+  ZelMutex& mutex_;
+};

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+
+#include "libZel.h"
+
+// The agent core, as far as modules call it. Nothing here throws.
+
+/// An action: reads its parameters from the container and writes its results into it. The result
+/// code 0 means success. It runs on the thread that invoked it; several may run at once.
+using ActionHandler = uint32_t (*)(ZelContainer* parameters);
+
+/// Publishes an action. `signature` is its name, optionally followed by a blank and a parameter list
+/// for people. `registrationContext` is the value that the module received with command Register.
+/// Returns 0; 1 when the name is empty or taken, or the context is not one of the core's. The
+/// handler must stay callable until the module is unloaded.
+uint32_t ActionDbRegisterAction(const ZelString& signature, ActionHandler handler,
+                                void* registrationContext);
+
+/// Runs an action on this agent or another one and waits for it.
+///
+/// `targetAgent`    the other agent's identifier, or null for this agent; with a non-empty address it
+///                  is only noted in the log
+/// `targetAddress`  the other agent's URL (http://host:port or https://host:port); empty for this
+///                  agent
+/// `action`         the name, without parameter list
+/// `parameters`     its parameters; the results come back in it. Left as it was when the action
+///                  could not be invoked
+/// `reserved`       null
+/// `timeoutMs`      how long a remote invocation may take; ~0U for the configured time
+/// `options`        ~0U
+/// `isAsynchronous` false
+///
+/// Returns the action's own result code, or a `kInvoke...` code when it did not run.
+uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& targetAddress,
+                                 const ZelString& action, ZelContainer* parameters, void* reserved,
+                                 uint32_t timeoutMs, uint32_t options, bool isAsynchronous);
+
+/// Runs an action on the master server named in the agent's configuration, over a connection made
+/// for this call. The two null pointers and the two ~0U are reserved. Returns the action's own result
+/// code, or a `kInvoke...` code when it did not run; the log says which of not configured, not
+/// reachable, refused and failed it was.
+uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
+                                               void* reserved1, void* reserved2, uint32_t timeoutMs,
+                                               uint32_t options);
+
+constexpr uint32_t kInvokeUnknownAction = 0x80000001;  ///< no action of that name is registered
+constexpr uint32_t kInvokeFailed = 0x80000002;         ///< the handler failed with an exception
+constexpr uint32_t kInvokeNotConfigured = 0x80000003;  ///< no address or credentials to go by
+constexpr uint32_t kInvokeUnreachable = 0x80000004;    ///< no connection, or it broke or timed out
+constexpr uint32_t kInvokeRefused = 0x80000005;        ///< certificate or credentials not accepted
+constexpr uint32_t kInvokeBadReply = 0x80000006;       ///< the peer does not speak the protocol
+
+/// The agent's data directory, ending in a separator.
+void ZelAgentGetDataDir(ZelString& directory);
+/// The agent's configuration directory, ending in a separator.
+void ZelAgentGetConfigDir(ZelString& directory);
+/// Where the agent's log and audit lines go; owned by the core, valid until it stops.
+ZelDebugContext* ZelAgentGetDebugContext();
