@@ -73,6 +73,7 @@ class ZelContainer {
   const Value* FindValue(const ZelString& key, uint32_t index) const;
   bool Set(const ZelString& key, Value value, uint32_t index);
   Content& Writable();
+  static Content* Retain(Content* content);
   static void Release(Content* content);
 
   Content* content_ = nullptr;

@@ -17,14 +17,20 @@ class ZelFormatArgument {
   enum class Kind { kSigned, kUnsigned, kString, kNarrow, kWide };
 
   template <std::signed_integral T>
-  ZelFormatArgument(T value) : kind_(Kind::kSigned) { value_.asSigned = value; }
+  ZelFormatArgument(T value) : kind_(Kind::kSigned), bits_(8 * sizeof(T)) {
+    value_.asSigned = value;
+  }
   template <std::unsigned_integral T>
-  ZelFormatArgument(T value) : kind_(Kind::kUnsigned) { value_.asUnsigned = value; }
+  ZelFormatArgument(T value) : kind_(Kind::kUnsigned), bits_(8 * sizeof(T)) {
+    value_.asUnsigned = value;
+  }
   ZelFormatArgument(const ZelString& text) : kind_(Kind::kString) { value_.asString = &text; }
   ZelFormatArgument(const char* utf8) : kind_(Kind::kNarrow) { value_.asNarrow = utf8; }
   ZelFormatArgument(const TCHAR* wide) : kind_(Kind::kWide) { value_.asWide = wide; }
 
   Kind GetKind() const { return kind_; }
+  /// The width of a number's type.
+  unsigned Bits() const { return bits_; }
   int64_t Signed() const { return value_.asSigned; }
   uint64_t Unsigned() const { return value_.asUnsigned; }
   const ZelString& String() const { return *value_.asString; }
@@ -33,6 +39,7 @@ class ZelFormatArgument {
 
  private:
   Kind kind_;
+  unsigned bits_ = 0;
   union {
     int64_t asSigned;
     uint64_t asUnsigned;

@@ -27,8 +27,8 @@ class ZelString {
   static constexpr size_t kNotFound = static_cast<size_t>(-1);
 
   ZelString() = default;
-  /// `utf8` is a terminated text; bytes that are not UTF-8 are kept as lone surrogates
-  /// U+DC80..U+DCFF. A null pointer gives the empty text.
+  /// `utf8` is a terminated text, WTF-8 included; a byte 0xNN that belongs to no character is kept as
+  /// the lone surrogate U+DCNN. A null pointer gives the empty text.
   ZelString(const char* utf8);
   ZelString(std::string_view utf8);
   ZelString(const std::string& utf8) : ZelString(std::string_view(utf8)) {}
