@@ -26,9 +26,15 @@ class ActionDatabase {
     std::string moduleName;
   };
 
+  /// Makes an owner, valid until `UnregisterAll`.
+  Owner* AddOwner(const std::string& moduleName);
+  /// Whether `context` came from `AddOwner` and is still valid. Any pointer may be asked about.
+  bool IsOwner(const void* context) const;
+
   /// False when the name (the signature up to the first blank) is empty or taken.
   bool Register(const ZelString& signature, Action action, const Owner* owner);
-  /// Removes the owner's actions; running ones are waited for by the caller before it unloads code.
+  /// Removes the owner's actions and the owner; running actions are waited for by the caller before
+  /// it unloads their code.
   void UnregisterAll(const Owner* owner);
 
   bool Contains(std::string_view name) const;
@@ -51,5 +57,6 @@ class ActionDatabase {
 
   mutable std::shared_mutex mutex_;
   std::map<std::string, Entry, std::less<>> entries_;
+  std::vector<std::unique_ptr<Owner>> owners_;
   uint64_t nextOrder_ = 0;
 };

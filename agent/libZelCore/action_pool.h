@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <deque>
 #include <functional>
+#include <list>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 /// The threads that actions run on. Some actions wait for a person, so the pool grows while all its
 /// threads are busy, up to a ceiling; threads above the core count end when they have been idle for
@@ -20,19 +20,24 @@ class ActionPool {
 
   /// False when the pool is at capacity or stopping; the job is then not kept.
   bool Submit(std::function<void()> job);
-  /// Takes no more jobs, drops waiting ones, waits for running ones.
+  /// Takes no more jobs, drops waiting ones, waits for running ones. Not to be called from a job.
   void Stop();
 
  private:
-  void Work();
+  using Threads = std::list<std::thread>;
 
+  bool StartThread();
+  void Work(Threads::iterator self);
+  bool WaitForJob(std::unique_lock<std::mutex>& lock);
+
+  const size_t keptThreads_;  ///< these do not end when idle
   const size_t maxThreads_;
   const size_t maxQueued_;
   std::mutex mutex_;
   std::condition_variable wake_;
-  std::condition_variable ended_;
   std::deque<std::function<void()>> queue_;
-  size_t threads_ = 0;
+  Threads threads_;
+  Threads ended_;  ///< threads that have left `threads_` and are to be joined
   size_t idle_ = 0;
   bool stopping_ = false;
 };

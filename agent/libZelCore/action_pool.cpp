@@ -1,0 +1,105 @@
+#include "agent/libZelCore/action_pool.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <system_error>
+
+#include "agent/libZelCore/core_log.h"
+
+namespace {
+
+constexpr std::chrono::seconds kIdleTime{10};
+
+void Run(const std::function<void()>& job) {
+  try {
+    job();
+  } catch (const std::exception& error) {
+    CoreLog().ErrorWithNL("A job of the action pool failed: %s", error.what());
+  } catch (...) {
+    CoreLog().ErrorWithNL("A job of the action pool failed with an unknown exception");
+  }
+}
+
+}  // namespace
+
+ActionPool::ActionPool(size_t maxThreads, size_t maxQueued)
+    : keptThreads_(std::max<size_t>(1, std::thread::hardware_concurrency())),
+      maxThreads_(std::max<size_t>(1, maxThreads)),
+      maxQueued_(maxQueued) {}
+
+ActionPool::~ActionPool() { Stop(); }
+
+bool ActionPool::Submit(std::function<void()> job) {
+  Threads ended;
+  {
+    std::unique_lock lock(mutex_);
+    if (stopping_) return false;
+
+    // An idle thread may have been woken for a queued job and not run yet, hence the comparison.
+    if (queue_.size() >= idle_ && !StartThread()) {
+      const bool isFull = queue_.size() >= idle_ + maxQueued_;
+      if (isFull || threads_.empty()) return false;
+    }
+    queue_.push_back(std::move(job));
+    wake_.notify_one();
+    ended.swap(ended_);
+  }
+  for (std::thread& thread : ended) thread.join();
+  return true;
+}
+
+void ActionPool::Stop() {
+  Threads threads;
+  std::deque<std::function<void()>> dropped;
+  {
+    std::unique_lock lock(mutex_);
+    stopping_ = true;
+    dropped.swap(queue_);
+    threads.splice(threads.end(), threads_);
+    threads.splice(threads.end(), ended_);
+    wake_.notify_all();
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+/// Called with the mutex held. False at the ceiling, or when the system gives no more threads.
+bool ActionPool::StartThread() {
+  if (threads_.size() >= maxThreads_) return false;
+  const auto self = threads_.emplace(threads_.end());
+  try {
+    *self = std::thread(&ActionPool::Work, this, self);
+    return true;
+  } catch (const std::system_error& error) {
+    threads_.erase(self);
+    CoreLog().WarningWithNL("No further action thread: %s", error.what());
+    return false;
+  }
+}
+
+void ActionPool::Work(Threads::iterator self) {
+  std::unique_lock lock(mutex_);
+  while (WaitForJob(lock)) {
+    std::function<void()> job = std::move(queue_.front());
+    queue_.pop_front();
+    lock.unlock();
+    Run(job);
+    job = nullptr;  // what the job holds is released before the next wait
+    lock.lock();
+  }
+  // When stopping, the thread's handle is in the hands of Stop() already.
+  if (!stopping_) ended_.splice(ended_.end(), threads_, self);
+}
+
+/// False when this thread is to end: the pool stops, or the thread has had nothing to do for long
+/// and is not one of those that are kept.
+bool ActionPool::WaitForJob(std::unique_lock<std::mutex>& lock) {
+  while (!stopping_ && queue_.empty()) {
+    ++idle_;
+    const bool hasJob =
+        wake_.wait_for(lock, kIdleTime, [this] { return stopping_ || !queue_.empty(); });
+    --idle_;
+    if (!hasJob && threads_.size() > keptThreads_) return false;
+  }
+  return !stopping_;
+}
