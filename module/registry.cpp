@@ -1,0 +1,80 @@
+#include "module/registry.h"
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+#include <utility>
+
+#include "actions/files/file_operations.h"
+#include "module/action.h"
+#include "module/module.h"
+
+namespace {
+
+struct ActionRow {
+  /// The action's name, optionally followed by a blank and a parameter list for people.
+  const char* signature;
+  ResultCode (*handler)(ZelContainer* params);
+};
+
+constexpr std::string_view NameOf(const ActionRow& row) {
+  const std::string_view signature = row.signature;
+  return signature.substr(0, signature.find(' '));
+}
+
+// How to add an action
+//
+// 1. Write the handler, named like the action, in the file of its family under actions/ and declare
+//    it in the family's header.
+// 2. Add its row below. The order of the rows is the order of registration and is fixed; the
+//    signature is text for people, the handler reads its keys whatever it says.
+// 3. Raise the count in the static_assert.
+// 4. Write its contract tests in tests/contract (suite: the action's name without "CoreUtils") and
+//    its system test in tests/system.
+// 5. Describe it in docs/actions, in a section with the action's name.
+//
+// scripts/check-includes fails while a row lacks its section or its tests.
+constexpr auto kActions = std::to_array<ActionRow>({
+    {"CoreUtilsCopyFile (string SourcePath, string DestinationPath)", CoreUtilsCopyFile},
+    {"CoreUtilsRenameFile (string SourcePath, string DestinationPath)", CoreUtilsRenameFile},
+    {"CoreUtilsDeleteFile (string Path)", CoreUtilsDeleteFile},
+    {"CoreUtilsGetFileSize (string Path)", CoreUtilsGetFileSize},
+    {"CoreUtilsDirCreate (string Path)", CoreUtilsDirCreate},
+    {"CoreUtilsDirRename (string SourcePath, string DestinationPath)", CoreUtilsDirRename},
+    {"CoreUtilsDirDelete", CoreUtilsDirDelete},
+});
+
+constexpr bool NamesAreUnique() {
+  for (size_t i = 0; i < kActions.size(); ++i) {
+    for (size_t j = i + 1; j < kActions.size(); ++j) {
+      if (NameOf(kActions[i]) == NameOf(kActions[j])) return false;
+    }
+  }
+  return true;
+}
+
+static_assert(kActions.size() == 7);
+static_assert(NamesAreUnique());
+
+/// What the core calls for a row: the handler, behind a wall that no exception passes.
+template <size_t kRow>
+ResultCode InvokeRow(ZelContainer* params) {
+  try {
+    return kActions[kRow].handler(params);
+  } catch (...) {
+    LogCurrentException(kActions[kRow].signature);
+    params->Clear();
+    return kFailure;
+  }
+}
+
+template <size_t... kRows>
+void RegisterRows(void* registrationContext, std::index_sequence<kRows...>) {
+  (ActionDbRegisterAction(kActions[kRows].signature, InvokeRow<kRows>, registrationContext), ...);
+}
+
+}  // namespace
+
+void RegisterActions(void* registrationContext) {
+  RegisterRows(registrationContext, std::make_index_sequence<kActions.size()>());
+}
