@@ -10,16 +10,17 @@
 /// code 0 means success. It runs on the thread that invoked it; several may run at once.
 using ActionHandler = uint32_t (*)(ZelContainer* parameters);
 
-/// Publishes an action. `signature` is its name, optionally followed by a blank and a parameter list
-/// for people. `registrationContext` is the value that the module received with command Register.
-/// Returns 0; 1 when the name is empty or taken, or the context is not one of the core's. The
-/// handler must stay callable until the module is unloaded.
+/// Publishes an action. `signature` is its name, optionally followed by a blank and a parameter
+/// list for people. `registrationContext` is the value that the module received with command
+/// Register. Returns 0; 1 when the name is empty or taken, or the context is not one of the core's.
+/// The handler must stay callable until the module is unloaded.
 uint32_t ActionDbRegisterAction(const ZelString& signature, ActionHandler handler,
                                 void* registrationContext);
 
 /// Runs an action on this agent or another one and waits for it.
 ///
-/// `targetAgent`    the other agent's identifier, or null for this agent; with a non-empty address it
+/// `targetAgent`    the other agent's identifier, or null for this agent; with a non-empty address
+/// it
 ///                  is only noted in the log
 /// `targetAddress`  the other agent's URL (http://host:port or https://host:port); empty for this
 ///                  agent
@@ -37,9 +38,9 @@ uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& 
                                  uint32_t timeoutMs, uint32_t options, bool isAsynchronous);
 
 /// Runs an action on the master server named in the agent's configuration, over a connection made
-/// for this call. The two null pointers and the two ~0U are reserved. Returns the action's own result
-/// code, or a `kInvoke...` code when it did not run; the log says which of not configured, not
-/// reachable, refused and failed it was.
+/// for this call. The two null pointers and the two ~0U are reserved. Returns the action's own
+/// result code, or a `kInvoke...` code when it did not run; the log says which of not configured,
+/// not reachable, refused and failed it was.
 uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
                                                void* reserved1, void* reserved2, uint32_t timeoutMs,
                                                uint32_t options);

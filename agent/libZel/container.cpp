@@ -232,7 +232,9 @@ ZelContainer& ZelContainer::operator=(ZelContainer&& other) noexcept {
   return *this;
 }
 
-ZelContainer::~ZelContainer() { Release(content_); }
+ZelContainer::~ZelContainer() {
+  Release(content_);
+}
 
 ZelContainer::Content& ZelContainer::Writable() {
   if (content_ == nullptr) {
@@ -266,8 +268,8 @@ bool ZelContainer::GetString(const ZelString& key, ZelString* value, uint32_t in
 
 bool ZelContainer::GetInt64(const ZelString& key, int64_t* value, uint32_t index) const {
   const Value* found = FindValue(key, index);
-  const bool isInteger = found != nullptr && (found->kind == Value::Kind::kInt32 ||
-                                              found->kind == Value::Kind::kInt64);
+  const bool isInteger = found != nullptr &&
+                         (found->kind == Value::Kind::kInt32 || found->kind == Value::Kind::kInt64);
   if (!isInteger) return false;
   *value = found->as.integer;
   return true;
@@ -372,9 +374,13 @@ bool ZelContainer::Remove(const ZelString& key) {
   return true;
 }
 
-void ZelContainer::Clear() { Release(std::exchange(content_, nullptr)); }
+void ZelContainer::Clear() {
+  Release(std::exchange(content_, nullptr));
+}
 
-size_t ZelContainer::CountKeys() const { return content_ == nullptr ? 0 : content_->slots.size(); }
+size_t ZelContainer::CountKeys() const {
+  return content_ == nullptr ? 0 : content_->slots.size();
+}
 
 ZelContainer::Entry ZelContainer::EntryAt(size_t position) const {
   return Entry(&content_->slots[position]);
@@ -411,23 +417,33 @@ const ZelContainer::Value& ZelContainer::Entry::At(size_t index) const {
   return slot_->value.At(index);
 }
 
-std::string_view ZelContainer::Entry::Key() const { return slot_->key.View(); }
+std::string_view ZelContainer::Entry::Key() const {
+  return slot_->key.View();
+}
 
 ZelValueType ZelContainer::Entry::Type() const {
   return static_cast<ZelValueType>(slot_->value.ElementKind());
 }
 
-bool ZelContainer::Entry::IsList() const { return slot_->value.IsList(); }
+bool ZelContainer::Entry::IsList() const {
+  return slot_->value.IsList();
+}
 
-size_t ZelContainer::Entry::Count() const { return slot_->value.Count(); }
+size_t ZelContainer::Entry::Count() const {
+  return slot_->value.Count();
+}
 
 std::string_view ZelContainer::Entry::StringAt(size_t index) const {
   return At(index).as.text->View();
 }
 
-int64_t ZelContainer::Entry::IntegerAt(size_t index) const { return At(index).as.integer; }
+int64_t ZelContainer::Entry::IntegerAt(size_t index) const {
+  return At(index).as.integer;
+}
 
-bool ZelContainer::Entry::BoolAt(size_t index) const { return At(index).as.integer != 0; }
+bool ZelContainer::Entry::BoolAt(size_t index) const {
+  return At(index).as.integer != 0;
+}
 
 ZelContainer ZelContainer::Entry::ContainerAt(size_t index) const {
   return At(index).Container();

@@ -83,7 +83,9 @@ ZelDebugContext::ZelDebugContext(const DebugOptions& options)
   }
 }
 
-ZelDebugContext::~ZelDebugContext() { Flush(); }
+ZelDebugContext::~ZelDebugContext() {
+  Flush();
+}
 
 void ZelDebugContext::WriteLine(ZelDebugLevel level, const ZelString& module,
                                 const ZelString& text) {
@@ -116,12 +118,16 @@ void ZelDebugContext::WriteAudit(const AuditLine& line) {
   }
 }
 
-void ZelDebugContext::Flush() { implementation_->logger->flush(); }
+void ZelDebugContext::Flush() {
+  implementation_->logger->flush();
+}
 
 ZelDebug::ZelDebug(const ZelString& name, const ZelString& description)
     : name_(name), description_(description) {}
 
-void ZelDebug::SetContext(ZelDebugContext* context) { context_ = context; }
+void ZelDebug::SetContext(ZelDebugContext* context) {
+  context_ = context;
+}
 
 bool ZelDebug::IsEnabled(ZelDebugLevel level) const {
   const ZelDebugContext* context = context_;

@@ -24,9 +24,9 @@ struct AuditLine {
   ZelString text;
 };
 
-/// The agent's log file (rotated by size) and the way to its audit trail. One exists for the life of
-/// the agent. Line ends and other control characters in a text are escaped, so that one call always
-/// gives one line.
+/// The agent's log file (rotated by size) and the way to its audit trail. One exists for the life
+/// of the agent. Line ends and other control characters in a text are escaped, so that one call
+/// always gives one line.
 ///
 /// Threads: any number may write at once. Writing never throws; a full disk loses lines and is told
 /// on standard error once.

@@ -18,8 +18,7 @@ void AppendJoining(std::string_view tail, std::string* text) {
   uint32_t high = 0;
   if (text->size() >= kSurrogateBytes && DecodeWtf8(tail, &low) == kSurrogateBytes &&
       IsLowSurrogate(low)) {
-    const std::string_view last =
-        std::string_view(*text).substr(text->size() - kSurrogateBytes);
+    const std::string_view last = std::string_view(*text).substr(text->size() - kSurrogateBytes);
     if (DecodeWtf8(last, &high) == kSurrogateBytes && IsHighSurrogate(high)) {
       text->resize(text->size() - kSurrogateBytes);
       AppendWtf8(CombineSurrogates(high, low), text);
@@ -83,7 +82,9 @@ std::basic_string<TCHAR> ToUtf16(std::string_view text) {
   return wide;
 }
 
-char AsciiLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c; }
+char AsciiLower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
 
 std::string AsciiLower(std::string_view text) {
   std::string lower(text);
@@ -240,9 +241,9 @@ bool AppendConverted(const Directive& directive, const ZelFormatArgument& argume
     case 'i': {
       if (!isNumber) return false;
       const bool isSigned = argument.GetKind() == ZelFormatArgument::Kind::kSigned;
-      AppendPadded(isSigned ? std::to_string(argument.Signed())
-                            : std::to_string(argument.Unsigned()),
-                   directive, true, out);
+      AppendPadded(
+          isSigned ? std::to_string(argument.Signed()) : std::to_string(argument.Unsigned()),
+          directive, true, out);
       return true;
     }
     case 'u':
@@ -279,7 +280,9 @@ ZelString::ZelString(const char* utf8) {
 
 ZelString::ZelString(std::string_view utf8) : text_(FromBytes(utf8)) {}
 
-ZelString::ZelString(const TCHAR* wide) { SetToTCHAR(wide); }
+ZelString::ZelString(const TCHAR* wide) {
+  SetToTCHAR(wide);
+}
 
 ZelString::ZelString(std::basic_string_view<TCHAR> wide) : text_(FromUtf16(wide)) {}
 
@@ -304,7 +307,9 @@ ZelString& ZelString::operator=(ZelString&& other) noexcept {
   return *this;
 }
 
-ZelString::~ZelString() { DropWide(); }
+ZelString::~ZelString() {
+  DropWide();
+}
 
 bool ZelString::Assign(const void* bytes, size_t byteCount, int encoding) {
   const auto* data = static_cast<const char*>(bytes);
@@ -341,7 +346,9 @@ size_t ZelString::GetSize(int encoding) const {
   return encoding == kEncodingUtf16 ? Wide().size() * sizeof(TCHAR) : 0;
 }
 
-const TCHAR* ZelString::GetTCHAR() const { return Wide().c_str(); }
+const TCHAR* ZelString::GetTCHAR() const {
+  return Wide().c_str();
+}
 
 const ZelString::WideText& ZelString::Wide() const {
   if (const WideText* made = wide_.load(std::memory_order_acquire)) return *made;
@@ -352,14 +359,18 @@ const ZelString::WideText& ZelString::Wide() const {
   return *expected;
 }
 
-void ZelString::DropWide() { delete wide_.exchange(nullptr); }
+void ZelString::DropWide() {
+  delete wide_.exchange(nullptr);
+}
 
 void ZelString::Clear() {
   text_.clear();
   DropWide();
 }
 
-ZelString& ZelString::operator+=(const ZelString& tail) { return Append(tail); }
+ZelString& ZelString::operator+=(const ZelString& tail) {
+  return Append(tail);
+}
 
 ZelString& ZelString::Append(const ZelString& text, size_t count) {
   if (&text == this) return Append(ZelString(text), count);
@@ -437,7 +448,9 @@ int64_t ZelString::ToInt64(int base) const {
   return -static_cast<int64_t>(size);
 }
 
-ZelString ZelString::FromInt64(int64_t value) { return ZelString(std::to_string(value)); }
+ZelString ZelString::FromInt64(int64_t value) {
+  return ZelString(std::to_string(value));
+}
 
 ZelString& ZelString::FormatList(const ZelString& format,
                                  std::initializer_list<ZelFormatArgument> arguments) {

@@ -7,9 +7,15 @@
 
 // UTF-8 (RFC 3629) and its superset WTF-8, which can also hold lone surrogates.
 
-constexpr bool IsHighSurrogate(uint32_t unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-constexpr bool IsLowSurrogate(uint32_t unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
-constexpr bool IsSurrogate(uint32_t unit) { return unit >= 0xD800 && unit <= 0xDFFF; }
+constexpr bool IsHighSurrogate(uint32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDBFF;
+}
+constexpr bool IsLowSurrogate(uint32_t unit) {
+  return unit >= 0xDC00 && unit <= 0xDFFF;
+}
+constexpr bool IsSurrogate(uint32_t unit) {
+  return unit >= 0xD800 && unit <= 0xDFFF;
+}
 /// The code point of a surrogate pair.
 constexpr uint32_t CombineSurrogates(uint32_t high, uint32_t low) {
   return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);

@@ -34,7 +34,8 @@ int FileDeleteNet(const ZelString& path, bool force);
 /// 1 when `path` is an existing directory (links are followed), else 0.
 int DirExists(const ZelString& path);
 
-/// Creates one directory: 1 when it was created, 0 on failure (a missing parent, an existing entry).
+/// Creates one directory: 1 when it was created, 0 on failure (a missing parent, an existing
+/// entry).
 int DirCreate(const ZelString& path);
 
 /// Renames a directory: 1 on success, else 0. An existing destination is refused. A call repeated

@@ -11,8 +11,8 @@
 void SplitPath(const ZelString& path, ZelString* drive, ZelString* directory, ZelString* name,
                ZelString* extension);
 
-/// `path` as a full one: relative paths start at the process's working directory; "." and ".." parts
-/// are resolved in the text (links are not followed). An empty path stays empty.
+/// `path` as a full one: relative paths start at the process's working directory; "." and ".."
+/// parts are resolved in the text (links are not followed). An empty path stays empty.
 ZelString CompletePath(const ZelString& path);
 
 /// Creates the directory `path` with every missing parent. True when it exists afterwards.

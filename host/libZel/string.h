@@ -27,8 +27,8 @@ class ZelString {
   static constexpr size_t kNotFound = static_cast<size_t>(-1);
 
   ZelString() = default;
-  /// `utf8` is a terminated text, WTF-8 included; a byte 0xNN that belongs to no character is kept as
-  /// the lone surrogate U+DCNN. A null pointer gives the empty text.
+  /// `utf8` is a terminated text, WTF-8 included; a byte 0xNN that belongs to no character is kept
+  /// as the lone surrogate U+DCNN. A null pointer gives the empty text.
   ZelString(const char* utf8);
   ZelString(std::string_view utf8);
   ZelString(const std::string& utf8) : ZelString(std::string_view(utf8)) {}
@@ -89,10 +89,10 @@ class ZelString {
 
   /// Replaces the text by `format` with its directives filled in from the arguments in order:
   /// "%S" and "%s" take a text of any kind, "%d" and "%i" a signed, "%u" an unsigned, "%x" and "%X"
-  /// a hexadecimal number, "%c" a character code, "%%" a percent sign. Flags "-" and "0", a width up
-  /// to 1024 and, for texts, a precision in bytes are understood; length modifiers (h, l, ll) are
-  /// ignored. A directive that is unknown, or has no argument or one of the wrong kind, stays in
-  /// the result as it stands.
+  /// a hexadecimal number, "%c" a character code, "%%" a percent sign. Flags "-" and "0", a width
+  /// up to 1024 and, for texts, a precision in bytes are understood; length modifiers (h, l, ll)
+  /// are ignored. A directive that is unknown, or has no argument or one of the wrong kind, stays
+  /// in the result as it stands.
   template <typename... Arguments>
   ZelString& Printf(const ZelString& format, const Arguments&... arguments) {
     return FormatList(format, {ZelFormatArgument(arguments)...});
