@@ -1,0 +1,233 @@
+#!/usr/bin/python3
+"""Measures the agent beside its peers, in one run, and prints ratios.
+
+Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start]...
+"""
+
+import base64
+import contextlib
+import json
+import os
+import re
+import shutil
+import signal
+import socket
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.request
+from pathlib import Path
+
+BENCH = Path(__file__).resolve().parent
+SECONDS = int(os.environ.get("ZEL_BENCH_SECONDS", "8"))
+COPY_BYTES = int(os.environ.get("ZEL_BENCH_COPY_BYTES", str(1 << 30)))
+PASSWORD = "bench-password"
+
+
+class Agent:
+    """A running agent with a console user, in a home of its own."""
+
+    def __init__(self, build, home):
+        self.build, self.home = Path(build), Path(home)
+        subprocess.run([self.build / "bin/zelagent", "user", "add", "admin", "--role",
+                        "administrator", "--home", self.home],
+                       input=PASSWORD + "\n", text=True, check=True, stdout=subprocess.DEVNULL)
+        self.process, self.url = None, None
+
+    def __enter__(self):
+        self.process = subprocess.Popen(
+            [self.build / "bin/zelagent", "run", "--home", self.home, "--port", "0"],
+            stdout=subprocess.PIPE, text=True)
+        line = self.process.stdout.readline()
+        self.url = re.search(r"ready: (\S+)", line).group(1)
+        return self
+
+    def __exit__(self, *_):
+        self.process.send_signal(signal.SIGTERM)
+        self.process.wait(30)
+
+    def call(self, action, parameters):
+        request = urllib.request.Request(
+            f"{self.url}/v1/actions/{action}", json.dumps(parameters).encode(),
+            {"Content-Type": "application/json", "Authorization": authorization()})
+        with urllib.request.urlopen(request, timeout=600) as reply:
+            return json.load(reply)
+
+    def resident_bytes(self):
+        status = Path(f"/proc/{self.process.pid}/status").read_text()
+        return int(re.search(r"VmRSS:\s+(\d+) kB", status).group(1)) * 1024
+
+
+def authorization():
+    return "Basic " + base64.b64encode(f"admin:{PASSWORD}".encode()).decode()
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+@contextlib.contextmanager
+def nginx(directory):
+    """nginx serving a one-line JSON file from memory-cached disk."""
+    port = free_port()
+    root = directory / "www"
+    root.mkdir()
+    (root / "answer.json").write_text('{"code":0,"container":{"Result":12}}\n')
+    config = directory / "nginx.conf"
+    config.write_text(f"""
+daemon off; user root; worker_processes auto; pid {directory}/nginx.pid;
+error_log {directory}/error.log;
+events {{ worker_connections 1024; }}
+http {{
+  access_log off; sendfile on; tcp_nodelay on; keepalive_requests 100000000;
+  open_file_cache max=100; default_type application/json;
+  client_body_temp_path {directory}/body; proxy_temp_path {directory}/proxy;
+  fastcgi_temp_path {directory}/fastcgi; uwsgi_temp_path {directory}/uwsgi;
+  scgi_temp_path {directory}/scgi;
+  server {{ listen 127.0.0.1:{port}; root {root}; }}
+}}
+""")
+    server = subprocess.Popen(["nginx", "-c", config, "-p", directory],
+                              stderr=subprocess.DEVNULL)
+    try:
+        for _ in range(200):
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", port), 1):
+                break
+            time.sleep(0.02)
+        yield f"http://127.0.0.1:{port}/answer.json"
+    finally:
+        server.terminate()
+        server.wait(30)
+
+
+def wrk(url, connections, script=None):
+    """(requests per second, mean latency in microseconds) of one run."""
+    command = ["wrk", "-t1", f"-c{connections}", f"-d{SECONDS}s", "--latency"]
+    if script:
+        command += ["-s", script]
+    text = subprocess.run(command + [url], capture_output=True, text=True, check=True).stdout
+    refused = re.search(r"Non-2xx.*: (\d+)", text) or re.search(r"Socket errors: (.*)", text)
+    if refused:
+        sys.exit(f"{url}: {refused.group(0)}")
+    value, unit = re.search(r"Latency\s+([\d.]+)(us|ms|s)", text).groups()
+    scale = {"us": 1, "ms": 1e3, "s": 1e6}[unit]
+    return float(re.search(r"Requests/sec:\s+([\d.]+)", text).group(1)), float(value) * scale
+
+
+def report(what, ours, peer, unit, aim, better):
+    """`better` says whether a smaller or a larger ratio is good; True when the aim is met."""
+    ratio = ours / peer
+    met = ratio <= aim if better == "smaller" else ratio >= aim
+    sign = "<=" if better == "smaller" else ">="
+    print(f"{what}: {ours:,.1f} {unit}, peer {peer:,.1f} {unit}, ratio {ratio:.2f} "
+          f"(aim {sign} {aim}): {'met' if met else 'MISSED'}", flush=True)
+    return met
+
+
+def report_absolute(what, ours, unit, aim):
+    print(f"{what}: {ours:,.1f} {unit} (aim <= {aim}): {'met' if ours <= aim else 'MISSED'}",
+          flush=True)
+    return ours <= aim
+
+
+def bench_dispatch(build, directory):
+    """A trivial action through the HTTP protocol beside nginx serving a static JSON file."""
+    target = directory / "measured"
+    target.write_text("twelve bytes")
+    script = directory / "post.lua"
+    script.write_text(f"""
+wrk.method = "POST"
+wrk.body = '{{"Path":"{target}"}}'
+wrk.headers["Content-Type"] = "application/json"
+wrk.headers["Authorization"] = "{authorization()}"
+""")
+    results = []
+    with nginx(directory) as peer_url, Agent(build, directory / "home") as agent:
+        url = f"{agent.url}/v1/actions/CoreUtilsGetFileSize"
+        assert agent.call("CoreUtilsGetFileSize", {"Path": str(target)})["container"] == {
+            "Result": 12}
+        peer_rate, peer_latency = wrk(peer_url, 1)
+        rate, latency = wrk(url, 1, script)
+        # The mean of a single connection is its time per request.
+        results.append(report("dispatch, 1 connection, latency", 1e6 / rate, 1e6 / peer_rate, "us",
+                              1.5, "smaller"))
+        peer_rate, _ = wrk(peer_url, 32)
+        rate, _ = wrk(url, 32, script)
+        results.append(report("dispatch, 32 connections, rate", rate, peer_rate, "/s", 0.5,
+                              "larger"))
+    return results
+
+
+def bench_copy(build, directory):
+    """A file copy through the action beside cp, alternating, medians."""
+    source = directory / "source"
+    with open(source, "wb") as file:
+        block = os.urandom(1 << 20)
+        for _ in range(COPY_BYTES >> 20):
+            file.write(block)
+    destination = directory / "destination"
+    ours, peer = [], []
+
+    def timed(work):
+        destination.unlink(missing_ok=True)
+        os.sync()
+        start = time.perf_counter()
+        work()
+        seconds = time.perf_counter() - start
+        assert destination.stat().st_size == source.stat().st_size
+        return seconds
+
+    with Agent(build, directory / "home") as agent:
+        def copy():
+            reply = agent.call("CoreUtilsCopyFile", {"SourcePath": str(source),
+                                                     "DestinationPath": str(destination)})
+            assert reply["code"] == 0, reply
+        timed(copy)
+        for _ in range(7):
+            peer.append(timed(lambda: subprocess.run(["cp", "-p", source, destination],
+                                                     check=True)))
+            ours.append(timed(copy))
+    return [report(f"copy of {COPY_BYTES >> 20} MiB", statistics.median(ours) * 1e3,
+                   statistics.median(peer) * 1e3, "ms", 1.05, "smaller")]
+
+
+def bench_start(build, directory):
+    """From exec to the first answer, and memory when idle."""
+    starts, resident = [], []
+    for i in range(7):
+        agent = Agent(build, directory / f"home{i}")
+        start = time.perf_counter()
+        with agent:
+            urllib.request.urlopen(f"{agent.url}/v1/health", timeout=10).read()
+            starts.append(time.perf_counter() - start)
+            agent.call("CoreUtilsGetFileSize", {"Path": "/etc/hostname"})
+            time.sleep(0.3)
+            resident.append(agent.resident_bytes())
+    return [report_absolute("start to first answer", statistics.median(starts) * 1e3, "ms", 100),
+            report_absolute("idle memory", statistics.median(resident) / (1 << 20), "MiB", 12)]
+
+
+BENCHES = {"dispatch": bench_dispatch, "copy": bench_copy, "start": bench_start}
+
+
+def main():
+    if len(sys.argv) < 2:
+        sys.exit(__doc__)
+    build, names = sys.argv[1], sys.argv[2:] or list(BENCHES)
+    results = []
+    for name in names:
+        directory = Path(tempfile.mkdtemp(prefix="zel_bench_", dir=os.environ.get("ZEL_BENCH_DIR")))
+        try:
+            results += BENCHES[name](build, directory)
+        finally:
+            shutil.rmtree(directory)
+    missed = results.count(False)
+    print(f"{len(results) - missed} aims met, {missed} missed")
+
+
+if __name__ == "__main__":
+    main()
