@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 #include "libZel.h"
 
@@ -34,4 +35,4 @@ const ZelString& ModuleDataDirectory();
 const ZelString& ModuleIniPath();
 
 /// Logs the exception being handled as the failure of `what`. Call it in a catch block.
-void LogCurrentException(const char* what) noexcept;
+void LogCurrentException(std::string_view what) noexcept;

@@ -1,6 +1,7 @@
 #include <exception>
 #include <string>
 
+#include "libZelCore.h"
 #include "module/module.h"
 #include "module/registry.h"
 
@@ -129,14 +130,14 @@ const ZelString& ModuleIniPath() {
   return moduleIniPath;
 }
 
-void LogCurrentException(const char* what) noexcept {
+void LogCurrentException(std::string_view what) noexcept {
   try {
     try {
       throw;
     } catch (const std::exception& error) {
-      moduleLogger.ErrorWithNL("%s failed: %s", what, error.what());
+      moduleLogger.ErrorWithNL("%S failed: %s", ZelString(what), error.what());
     } catch (...) {
-      moduleLogger.ErrorWithNL("%s failed", what);
+      moduleLogger.ErrorWithNL("%S failed", ZelString(what));
     }
   } catch (...) {
     // The log itself failed (no memory, say): there is nowhere left to tell it.

@@ -62,7 +62,7 @@ ResultCode InvokeRow(ZelContainer* params) {
   try {
     return kActions[kRow].handler(params);
   } catch (...) {
-    LogCurrentException(kActions[kRow].signature);
+    LogCurrentException(NameOf(kActions[kRow]));
     params->Clear();
     return kFailure;
   }

@@ -1,0 +1,90 @@
+// The contract tests are worth as much as the host they run against: it must notice what it should.
+
+#include "tests/fake_host/fake_host.h"
+
+#include "tests/contract/module_test.h"
+
+namespace {
+
+TEST(FakeHost, ComplainsOfACallWithoutAnAnswer) {
+  std::vector<std::string> complaints;
+  FakeHost host;
+  host.ComplainTo([&](const std::string& what) { complaints.push_back(what); });
+
+  EXPECT_EQ(FileExists("C:/a"), 0);
+
+  EXPECT_THAT(complaints, ElementsAre("no answer is scripted for FileExists(\"C:/a\")"));
+}
+
+TEST(FakeHost, ComplainsOfAnAnswerWithoutACall) {
+  std::vector<std::string> complaints;
+  {
+    FakeHost host;
+    host.ComplainTo([&](const std::string& what) { complaints.push_back(what); });
+    host.Answer("FileExists", 1);
+    host.Answer("FileGetSize", 5);
+    FileExists("C:/a");
+  }
+  EXPECT_THAT(complaints, ElementsAre("nobody asked for the scripted answer of FileGetSize"));
+}
+
+TEST(FakeHost, GivesAnswersInTheirOrder) {
+  FakeHost host;
+  host.Answer("FileExists", 1);
+  host.Answer("FileExists", 0);
+
+  EXPECT_EQ(FileExists("C:/a"), 1);
+  EXPECT_EQ(FileExists("C:/b"), 0);
+
+  EXPECT_THAT(host.Transcript(), ElementsAre("FileExists(\"C:/a\")", "FileExists(\"C:/b\")"));
+}
+
+TEST(FakeHost, ThrowsFromTheChosenCallAlone) {
+  FakeHost host;
+  host.Answer("FileExists", 1);
+  host.Answer("FileExists", 1);
+  host.FailCall(2, FakeHost::Fault::kThrowOnce);
+
+  EXPECT_EQ(FileExists("C:/a"), 1);
+  EXPECT_THROW(FileExists("C:/b"), std::runtime_error);
+  EXPECT_EQ(FileExists("C:/c"), 1);
+}
+
+TEST(FakeHost, ShowsEveryArgumentOfAnInvocation) {
+  FakeHost host;
+  host.AnswerInvocation(0);
+  host.AnswerInvocation(7, {}, "InvokeContainerToMasterWithTempTunnel");
+  const ZelString agent = "id";
+  ZelContainer params;
+  params.SetInt32("N", 1, kNoIndex);
+  int reserved = 0;
+  const std::string address = std::to_string(reinterpret_cast<uintptr_t>(&reserved));
+
+  EXPECT_EQ(ActionDbInvokeContainer(&agent, "http://h", "Do", &params, &reserved, 5, 6, true), 0u);
+  EXPECT_EQ(InvokeContainerToMasterWithTempTunnel("Do", &params, nullptr, nullptr, ~0U, 2), 7u);
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("ActionDbInvokeContainer(\"id\", \"http://h\", \"Do\", {N: Int32 1}, " +
+                              address + ", 5, 6, true)",
+                          "InvokeContainerToMasterWithTempTunnel(\"Do\", {N: Int32 1}, null, "
+                          "null, ~0, 2)"));
+}
+
+TEST(Describe, ShowsEveryTypeAndLists) {
+  ZelContainer container = Texts({{"Text", "a\n"}});
+  container.SetInt32("Small", -1, kNoIndex);
+  container.SetInt64("Large", 1LL << 40, kNoIndex);
+  container.SetBool("Flag", true, kNoIndex);
+  container.SetContainer("Inner", Texts({{"K", "v"}}), kNoIndex);
+  container.SetString("One", "x", 0);
+  container.SetInt32("List", 1, 0);
+  container.SetInt32("List", 2, 1);
+
+  EXPECT_EQ(Describe(container),
+            "{Text: String \"a\\x0a\", Small: Int32 -1, Large: Int64 1099511627776, "
+            "Flag: Bool true, Inner: {K: String \"v\"}, One: [String \"x\"], "
+            "List: [Int32 1, Int32 2]}");
+  EXPECT_EQ(Describe(ZelContainer()), "{}");
+}
+
+}  // namespace

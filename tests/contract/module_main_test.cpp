@@ -1,0 +1,165 @@
+#include <string>
+
+#include "tests/contract/module_test.h"
+
+namespace {
+
+using WideText = std::basic_string<TCHAR>;
+
+constexpr TCHAR kGuard = 0x2620;
+constexpr size_t kBufferLength = 100;
+
+WideText GuardedBuffer() {
+  return WideText(kBufferLength, kGuard);
+}
+
+/// Checks that `buffer` holds `text` with its terminator and nothing else was written.
+void ExpectTextAlone(const WideText& buffer, const std::string& text) {
+  ASSERT_LT(text.size(), buffer.size());
+  EXPECT_EQ(ZelString(buffer.c_str()).Utf8(), text);
+  EXPECT_EQ(buffer.substr(text.size() + 1), WideText(buffer.size() - text.size() - 1, kGuard));
+}
+
+void AnswerInitialise(FakeHost& host, int pathCreated) {
+  host.AnswerText("ZelAgentGetDataDir", "C:\\agent\\data\\");
+  host.Answer("PathCreate", pathCreated);
+  host.AnswerText("ZelAgentGetConfigDir", "C:\\agent\\config\\");
+  host.AnswerText("ZelAgentGetConfigDir", "C:\\agent\\config\\");
+  host.AnswerText("CompletePath", "C:\\agent\\bin");
+}
+
+TEST(ModuleMain, ConstructsItsLoggerWhenTheLibraryIsLoaded) {
+  EXPECT_THAT(FakeHost::Loggers(),
+              ElementsAre(std::pair<std::string, std::string>(
+                  "ZelCoreUtils",
+                  "CoreUtils module for common functions like FileCopy (CoreUtilsModule)")));
+}
+
+TEST(ModuleMain, AnswersFiveToUnknownCommandsAndDoesNothing) {
+  for (const uint32_t command : {0U, 10U, 11U, 255U, 0x80000001U, 0x10001U, ~0U}) {
+    FakeHost host;
+    WideText buffer = GuardedBuffer();
+
+    EXPECT_EQ(ModuleMain(command, 0, buffer.data()), 5u) << command;
+
+    EXPECT_THAT(host.Transcript(), IsEmpty()) << command;
+    EXPECT_EQ(buffer, GuardedBuffer()) << command;
+  }
+}
+
+TEST(ModuleMain, RegisterBindsTheLoggerBeforeItsFirstLine) {
+  FakeHost host;
+  host.Answer("ZelAgentGetDebugContext", 1234);
+  for (int i = 0; i < kActionCount; ++i) host.Answer("ActionDbRegisterAction", 0);
+
+  EXPECT_EQ(ModuleMain(1, 0, nullptr), 1u);
+
+  ASSERT_EQ(host.Transcript().size(), 3u + kActionCount);
+  EXPECT_EQ(host.Transcript()[0], "ZelAgentGetDebugContext()");
+  EXPECT_EQ(host.Transcript()[1], "ZelDebug::SetContext(1234)");
+  EXPECT_EQ(host.Transcript()[2], "Trace \"Module Register starting\"");
+}
+
+TEST(ModuleMain, RegisterDoesNotWriteIntoTheRegistrationContext) {
+  FakeHost host;
+  host.Answer("ZelAgentGetDebugContext", 1234);
+  for (int i = 0; i < kActionCount; ++i) host.Answer("ActionDbRegisterAction", 0);
+  WideText context = GuardedBuffer();
+
+  ModuleMain(1, 0, context.data());
+
+  EXPECT_EQ(context, GuardedBuffer());
+}
+
+TEST(ModuleMain, UnregisterOnlyTraces) {
+  for (const uint32_t argument : {0U, 7U, 0x12345678U, ~0U}) {
+    FakeHost host;
+    EXPECT_EQ(ModuleMain(2, argument, nullptr), 1u);
+    EXPECT_THAT(host.Transcript(), ElementsAre("Trace \"Module Unregister starting\""));
+  }
+}
+
+TEST(ModuleMain, InitialiseSetsUpThePathsAndTheEnvironment) {
+  FakeHost host;
+  AnswerInitialise(host, 1);
+
+  EXPECT_EQ(ModuleMain(3, 0, nullptr), 1u);
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("Trace \"Module Initialise starting\"", "ZelAgentGetDataDir()",
+                          "PathCreate(\"C:\\agent\\data\\ZelCoreUtils\")", "ZelAgentGetConfigDir()",
+                          "Print \"Module config file is C:\\agent\\config\\ZelCoreUtils.ini\"",
+                          "ZelAgentGetConfigDir()", "CompletePath(\"C:\\agent\\config\\../bin\")",
+                          "SetEnvVariable(\"QOVA_AGENT\", \"C:\\agent\\bin\")"));
+  EXPECT_EQ(ModuleDataDirectory().Utf8(), "C:\\agent\\data\\ZelCoreUtils");
+  EXPECT_EQ(ModuleIniPath().Utf8(), "C:\\agent\\config\\ZelCoreUtils.ini");
+}
+
+TEST(ModuleMain, InitialiseGoesOnWithoutADataDirectory) {
+  FakeHost host;
+  AnswerInitialise(host, 0);
+
+  EXPECT_EQ(ModuleMain(3, 0, nullptr), 1u);
+
+  EXPECT_EQ(host.Transcript().back(), "SetEnvVariable(\"QOVA_AGENT\", \"C:\\agent\\bin\")");
+}
+
+TEST(ModuleMain, InitialiseAgainReplacesThePaths) {
+  FakeHost host;
+  AnswerInitialise(host, 1);
+  AnswerInitialise(host, 1);
+
+  ModuleMain(3, 0, nullptr);
+  ModuleMain(3, 0, nullptr);
+
+  EXPECT_EQ(ModuleDataDirectory().Utf8(), "C:\\agent\\data\\ZelCoreUtils");
+  EXPECT_EQ(ModuleIniPath().Utf8(), "C:\\agent\\config\\ZelCoreUtils.ini");
+}
+
+TEST(ModuleMain, ActivateTraces) {
+  FakeHost host;
+  EXPECT_EQ(ModuleMain(4, 0, nullptr), 1u);
+  EXPECT_THAT(host.Transcript(), ElementsAre("Trace \"Module Activate starting\""));
+}
+
+TEST(ModuleMain, CleanupOnlyTraces) {
+  for (const uint32_t argument : {0U, 7U, 0x12345678U, ~0U}) {
+    FakeHost host;
+    EXPECT_EQ(ModuleMain(5, argument, nullptr), 1u);
+    EXPECT_THAT(host.Transcript(), ElementsAre("Trace \"Module Cleanup starting\""));
+  }
+}
+
+TEST(ModuleMain, CopiesTheDescriptionWithItsTerminatorAndNothingBeyond) {
+  FakeHost host;
+  WideText buffer = GuardedBuffer();
+
+  EXPECT_EQ(ModuleMain(6, 0, buffer.data()), 1u);
+
+  ExpectTextAlone(buffer, "CoreUtils module for common functions like FileCopy (CoreUtilsModule)");
+  EXPECT_THAT(host.Transcript(), IsEmpty());
+}
+
+TEST(ModuleMain, CopiesTheVersionWithItsTerminatorAndNothingBeyond) {
+  FakeHost host;
+  WideText buffer = GuardedBuffer();
+
+  EXPECT_EQ(ModuleMain(7, 0, buffer.data()), 1u);
+
+  ExpectTextAlone(buffer, "11.5.0.121004r - Oct  4 2012 - 17:35:35");
+  EXPECT_THAT(host.Transcript(), IsEmpty());
+}
+
+TEST(ModuleMain, CommandsEightAndNineLeaveTheBufferAlone) {
+  for (const uint32_t command : {8U, 9U}) {
+    FakeHost host;
+    WideText buffer = GuardedBuffer();
+
+    EXPECT_EQ(ModuleMain(command, 0, buffer.data()), 1u);
+
+    EXPECT_EQ(buffer, GuardedBuffer());
+    EXPECT_THAT(host.Transcript(), IsEmpty());
+  }
+}
+
+}  // namespace

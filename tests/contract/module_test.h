@@ -1,0 +1,86 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "module/action.h"
+#include "module/module.h"
+#include "tests/fake_host/fake_host.h"
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr int kActionCount = 7;
+
+/// What an action answered: its code, and its container as `Describe` prints it.
+struct Outcome {
+  ResultCode code;
+  std::string container;
+
+  friend bool operator==(const Outcome&, const Outcome&) = default;
+  friend std::ostream& operator<<(std::ostream& stream, const Outcome& outcome) {
+    return stream << outcome.code << " " << outcome.container;
+  }
+};
+
+/// A container of texts.
+inline ZelContainer Texts(std::initializer_list<std::pair<const char*, const char*>> texts) {
+  ZelContainer container;
+  for (const auto& [key, text] : texts) container.SetString(key, text, kNoIndex);
+  return container;
+}
+
+/// The transcript's line for a question to the privacy policy; `access` is "Read" or "Write".
+inline std::string PrivacyCheck(const std::string& path, const std::string& login,
+                                const std::string& access) {
+  return "ActionDbInvokeContainer(null, \"\", \"PrivacyCheck\", {Class: String \"File System\", "
+         "Name: String \"" +
+         path + "\", Login: String \"" + login + "\", Access: String \"" + access +
+         "\"}, null, ~0, ~0, false)";
+}
+
+/// Scripts the policy's next answer.
+inline void AnswerVerdict(FakeHost& host, int32_t verdict) {
+  host.AnswerInvocation(
+      0, [verdict](ZelContainer& request) { request.SetInt32("Result", verdict, kNoIndex); });
+}
+
+constexpr int32_t kReadable = 1;
+constexpr int32_t kWritable = 3;
+constexpr int32_t kForbidden = 0;
+
+/// Registers the module's actions with `host` and forgets the calls that this took.
+inline void RegisterModule(FakeHost& host) {
+  host.Answer("ZelAgentGetDebugContext", 77);
+  for (int i = 0; i < kActionCount; ++i) host.Answer("ActionDbRegisterAction", 0);
+  ModuleMain(1, 0, nullptr);
+  host.ForgetTranscript();
+}
+
+/// Runs a registered action as the core does: through the handler that it was given.
+inline Outcome RunAction(const FakeHost& host, const std::string& action, ZelContainer params) {
+  for (const FakeHost::Registration& row : host.Registrations()) {
+    if (row.signature.substr(0, row.signature.find(' ')) != action) continue;
+    const ResultCode code = row.handler(&params);
+    return {code, Describe(params)};
+  }
+  throw std::logic_error(action + " is not registered");
+}
+
+/// A test against a fresh host that knows the module's actions.
+class ModuleTest : public ::testing::Test {
+ protected:
+  ModuleTest() { RegisterModule(host); }
+
+  Outcome Run(const std::string& action, const ZelContainer& params) {
+    return RunAction(host, action, params);
+  }
+
+  FakeHost host;
+};

@@ -1,0 +1,79 @@
+#include "tests/contract/module_test.h"
+
+namespace {
+
+std::string Registered(const std::string& signature, const std::string& context) {
+  return "ActionDbRegisterAction(\"" + signature + "\", handler, " + context + ")";
+}
+
+/// Registers with a context of our own and gives the transcript.
+std::vector<std::string> RegisterWith(FakeHost& host, void* context, int answer) {
+  host.Answer("ZelAgentGetDebugContext", 77);
+  for (int i = 0; i < kActionCount; ++i) host.Answer("ActionDbRegisterAction", answer);
+  EXPECT_EQ(ModuleMain(1, 0, static_cast<TCHAR*>(context)), 1u);
+  return {host.Transcript().begin() + 3, host.Transcript().end()};
+}
+
+auto EveryActionInOrder(const std::string& context) {
+  return ElementsAre(
+      Registered("CoreUtilsCopyFile (string SourcePath, string DestinationPath)", context),
+      Registered("CoreUtilsRenameFile (string SourcePath, string DestinationPath)", context),
+      Registered("CoreUtilsDeleteFile (string Path)", context),
+      Registered("CoreUtilsGetFileSize (string Path)", context),
+      Registered("CoreUtilsDirCreate (string Path)", context),
+      Registered("CoreUtilsDirRename (string SourcePath, string DestinationPath)", context),
+      Registered("CoreUtilsDirDelete", context));
+}
+
+TEST(Registry, PublishesEveryActionInOrderWithTheAgentsContext) {
+  FakeHost host;
+  int context = 0;
+  const std::string contextText = std::to_string(reinterpret_cast<uintptr_t>(&context));
+
+  EXPECT_THAT(RegisterWith(host, &context, 0), EveryActionInOrder(contextText));
+}
+
+TEST(Registry, PassesANullContextOn) {
+  FakeHost host;
+  EXPECT_THAT(RegisterWith(host, nullptr, 0), EveryActionInOrder("null"));
+}
+
+TEST(Registry, GoesOnWhenTheCoreRefusesActions) {
+  FakeHost host;
+  EXPECT_THAT(RegisterWith(host, nullptr, 1), EveryActionInOrder("null"));
+}
+
+TEST(Registry, GivesEveryActionAHandlerOfItsOwn) {
+  FakeHost host;
+  RegisterModule(host);
+
+  ASSERT_EQ(host.Registrations().size(), static_cast<size_t>(kActionCount));
+  for (size_t i = 0; i < host.Registrations().size(); ++i) {
+    for (size_t j = i + 1; j < host.Registrations().size(); ++j) {
+      EXPECT_NE(host.Registrations()[i].handler, host.Registrations()[j].handler);
+    }
+  }
+}
+
+using RegistryWall = ModuleTest;
+
+TEST_F(RegistryWall, TurnsAnExceptionIntoALoggedFailureWithAnEmptyContainer) {
+  host.Answer("FileExists", 1);
+  AnswerVerdict(host, kReadable);
+  host.FailCall(4, FakeHost::Fault::kThrowOnce);
+
+  EXPECT_EQ(Run("CoreUtilsGetFileSize", Texts({{"Path", "C:/a"}})), (Outcome{kFailure, "{}"}));
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("Detail \"Get size for file C:/a\"", "FileExists(\"C:/a\")",
+                          PrivacyCheck("C:/a", "", "Read"), "FileGetSize(\"C:/a\")",
+                          "Error \"CoreUtilsGetFileSize failed: host call 4 failed\""));
+}
+
+TEST_F(RegistryWall, HoldsWhenTheLogFailsToo) {
+  host.FailCall(1, FakeHost::Fault::kThrowFromHere);
+
+  EXPECT_EQ(Run("CoreUtilsDeleteFile", Texts({{"Path", "C:/a"}})), (Outcome{kFailure, "{}"}));
+}
+
+}  // namespace

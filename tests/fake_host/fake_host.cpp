@@ -1,0 +1,312 @@
+#include "tests/fake_host/fake_host.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+namespace {
+
+FakeHost* currentHost = nullptr;
+
+// Loggers are constructed before main, so the list must be there as soon as it is asked for.
+std::vector<std::pair<std::string, std::string>>& ConstructedLoggers() {
+  static std::vector<std::pair<std::string, std::string>> loggers;
+  return loggers;
+}
+
+std::string Quote(std::string_view text) {
+  std::string quoted = "\"";
+  for (const char character : text) {
+    if (static_cast<unsigned char>(character) < 0x20) {
+      constexpr const char* kDigits = "0123456789abcdef";
+      quoted += std::string("\\x") + kDigits[character >> 4] + kDigits[character & 15];
+    } else {
+      quoted += character;
+    }
+  }
+  return quoted + "\"";
+}
+
+std::string Quote(const ZelString& text) {
+  return Quote(text.Utf8());
+}
+
+std::string Quote(const ZelString* text) {
+  return text ? Quote(*text) : "null";
+}
+
+std::string Flag(bool value) {
+  return value ? "true" : "false";
+}
+
+std::string Pointer(const void* pointer) {
+  return pointer ? std::to_string(reinterpret_cast<uintptr_t>(pointer)) : "null";
+}
+
+std::string AllBits(uint32_t value) {
+  return value == ~0U ? "~0" : std::to_string(value);
+}
+
+template <typename... Parts>
+std::string List(const std::string& first, const Parts&... rest) {
+  std::string list = first;
+  ((list += ", " + std::string(rest)), ...);
+  return list;
+}
+
+std::string DescribeValue(const ZelContainer::Entry& entry, size_t index) {
+  switch (entry.Type()) {
+    case ZelValueType::kString:
+      return "String " + Quote(entry.StringAt(index));
+    case ZelValueType::kInt32:
+      return "Int32 " + std::to_string(entry.IntegerAt(index));
+    case ZelValueType::kInt64:
+      return "Int64 " + std::to_string(entry.IntegerAt(index));
+    case ZelValueType::kBool:
+      return "Bool " + Flag(entry.BoolAt(index));
+    case ZelValueType::kContainer:
+      return Describe(entry.ContainerAt(index));
+  }
+  return "unknown type";
+}
+
+std::string DescribeEntry(const ZelContainer::Entry& entry) {
+  std::string values;
+  for (size_t i = 0; i < entry.Count(); ++i) {
+    values += (i ? ", " : "") + DescribeValue(entry, i);
+  }
+  return std::string(entry.Key()) + ": " + (entry.IsList() ? "[" + values + "]" : values);
+}
+
+const char* LevelName(ZelDebugLevel level) {
+  switch (level) {
+    case ZelDebugLevel::kError:
+      return "Error";
+    case ZelDebugLevel::kWarning:
+      return "Warning";
+    case ZelDebugLevel::kPrint:
+      return "Print";
+    case ZelDebugLevel::kTrace:
+      return "Trace";
+    case ZelDebugLevel::kDetail:
+      return "Detail";
+  }
+  return "unknown level";
+}
+
+int64_t Ask(const std::string& function, const std::string& arguments, int64_t failure = 0) {
+  return FakeHost::Current().Ask(function, arguments, failure).value;
+}
+
+uint32_t AskInvocation(const std::string& function, const std::string& arguments,
+                       ZelContainer* parameters) {
+  const FakeHost::ScriptedAnswer answer =
+      FakeHost::Current().Ask(function, arguments, kInvokeFailed);
+  if (answer.change) answer.change(*parameters);
+  return static_cast<uint32_t>(answer.value);
+}
+
+}  // namespace
+
+std::string Describe(const ZelContainer& container) {
+  std::string text = "{";
+  for (size_t i = 0; i < container.CountKeys(); ++i) {
+    text += (i ? ", " : "") + DescribeEntry(container.EntryAt(i));
+  }
+  return text + "}";
+}
+
+FakeHost::FakeHost() : complain_([](const std::string& what) { ADD_FAILURE() << what; }) {
+  if (currentHost) throw std::logic_error("a fake host exists already");
+  currentHost = this;
+}
+
+FakeHost::~FakeHost() {
+  currentHost = nullptr;
+  if (failingCall_) return;
+  for (const std::string& answer : LeftOverAnswers()) {
+    complain_("nobody asked for the scripted answer of " + answer);
+  }
+}
+
+void FakeHost::Answer(const std::string& function, int64_t value) {
+  answers_[function].push({value, {}, {}});
+}
+
+void FakeHost::AnswerText(const std::string& function, const ZelString& text) {
+  answers_[function].push({0, text, {}});
+}
+
+void FakeHost::AnswerInvocation(uint32_t code, std::function<void(ZelContainer&)> change,
+                                const std::string& function) {
+  answers_[function].push({code, {}, std::move(change)});
+}
+
+void FakeHost::FailCall(size_t n, Fault fault) {
+  failingCall_ = n;
+  fault_ = fault;
+}
+
+void FakeHost::ForgetTranscript() {
+  transcript_.clear();
+  calls_ = 0;
+}
+
+std::vector<std::string> FakeHost::LeftOverAnswers() const {
+  std::vector<std::string> left;
+  for (const auto& [function, queue] : answers_) left.insert(left.end(), queue.size(), function);
+  return left;
+}
+
+const std::vector<std::pair<std::string, std::string>>& FakeHost::Loggers() {
+  return ConstructedLoggers();
+}
+
+FakeHost& FakeHost::Current() {
+  if (!currentHost) throw std::logic_error("a host call without a fake host");
+  return *currentHost;
+}
+
+bool FakeHost::IsFailingCall() const {
+  return fault_ == Fault::kThrowFromHere ? failingCall_ && calls_ >= failingCall_
+                                         : calls_ == failingCall_;
+}
+
+void FakeHost::Note(const std::string& line) {
+  transcript_.push_back(line);
+  ++calls_;
+  if (IsFailingCall() && fault_ != Fault::kAnswerFailure) {
+    throw std::runtime_error("host call " + std::to_string(calls_) + " failed");
+  }
+}
+
+FakeHost::ScriptedAnswer FakeHost::Ask(const std::string& function, const std::string& arguments,
+                                       int64_t failure) {
+  const std::string line = function + "(" + arguments + ")";
+  Note(line);
+  if (IsFailingCall()) return {failure, {}, {}};
+
+  std::queue<ScriptedAnswer>& queue = answers_[function];
+  if (queue.empty()) {
+    if (!failingCall_) complain_("no answer is scripted for " + line);
+    return {failure, {}, {}};
+  }
+  ScriptedAnswer answer = std::move(queue.front());
+  queue.pop();
+  return answer;
+}
+
+// ---- host/libZel ----
+
+ZelDebug::ZelDebug(const ZelString& name, const ZelString& description)
+    : name_(name), description_(description) {
+  ConstructedLoggers().emplace_back(name.Utf8(), description.Utf8());
+}
+
+void ZelDebug::SetContext(ZelDebugContext* context) {
+  context_ = context;
+  FakeHost::Current().Note("ZelDebug::SetContext(" + Pointer(context) + ")");
+}
+
+bool ZelDebug::IsEnabled(ZelDebugLevel) const {
+  return true;
+}
+
+void ZelDebug::Write(ZelDebugLevel level, const ZelString& text) {
+  FakeHost::Current().Note(std::string(LevelName(level)) + " " + Quote(text));
+}
+
+void ZelDebug::WriteAudit(const ZelString& user, const ZelString& address, const ZelString& text) {
+  FakeHost::Current().Note("Audit " + List(Quote(user), Quote(address), Quote(text)));
+}
+
+void SetEnvVariable(const TCHAR* name, const TCHAR* value) {
+  FakeHost::Current().Note("SetEnvVariable(" +
+                           List(Quote(ZelString(name)), Quote(ZelString(value))) + ")");
+}
+
+int FileExists(const ZelString& path) {
+  return static_cast<int>(Ask("FileExists", Quote(path)));
+}
+
+uint32_t FileGetSize(const ZelString& path) {
+  return static_cast<uint32_t>(Ask("FileGetSize", Quote(path)));
+}
+
+int FileCopyNet(const ZelString& source, const ZelString& destination, int failIfExists) {
+  return static_cast<int>(Ask(
+      "FileCopyNet", List(Quote(source), Quote(destination), std::to_string(failIfExists)), -1));
+}
+
+int FileRenameNet(const ZelString& source, const ZelString& destination) {
+  return static_cast<int>(Ask("FileRenameNet", List(Quote(source), Quote(destination)), -1));
+}
+
+int FileDeleteNet(const ZelString& path, bool force) {
+  return static_cast<int>(Ask("FileDeleteNet", List(Quote(path), Flag(force)), -1));
+}
+
+int DirExists(const ZelString& path) {
+  return static_cast<int>(Ask("DirExists", Quote(path)));
+}
+
+int DirCreate(const ZelString& path) {
+  return static_cast<int>(Ask("DirCreate", Quote(path)));
+}
+
+int DirRename(const ZelString& source, const ZelString& destination) {
+  return static_cast<int>(Ask("DirRename", List(Quote(source), Quote(destination))));
+}
+
+int DirDelete(const ZelString& path, int recursive, int keepRoot) {
+  return static_cast<int>(
+      Ask("DirDelete", List(Quote(path), std::to_string(recursive), std::to_string(keepRoot))));
+}
+
+bool PathCreate(const ZelString& path) {
+  return Ask("PathCreate", Quote(path)) != 0;
+}
+
+ZelString CompletePath(const ZelString& path) {
+  return FakeHost::Current().Ask("CompletePath", Quote(path)).text;
+}
+
+// ---- host/libZelCore ----
+
+uint32_t ActionDbRegisterAction(const ZelString& signature, ActionHandler handler,
+                                void* registrationContext) {
+  FakeHost::Current().Remember({std::string(signature.Utf8()), handler, registrationContext});
+  const std::string arguments =
+      List(Quote(signature), handler ? "handler" : "null", Pointer(registrationContext));
+  return static_cast<uint32_t>(Ask("ActionDbRegisterAction", arguments, 1));
+}
+
+uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& targetAddress,
+                                 const ZelString& action, ZelContainer* parameters, void* reserved,
+                                 uint32_t timeoutMs, uint32_t options, bool isAsynchronous) {
+  const std::string arguments =
+      List(Quote(targetAgent), Quote(targetAddress), Quote(action), Describe(*parameters),
+           Pointer(reserved), AllBits(timeoutMs), AllBits(options), Flag(isAsynchronous));
+  return AskInvocation("ActionDbInvokeContainer", arguments, parameters);
+}
+
+uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
+                                               void* reserved1, void* reserved2, uint32_t timeoutMs,
+                                               uint32_t options) {
+  const std::string arguments = List(Quote(action), Describe(*parameters), Pointer(reserved1),
+                                     Pointer(reserved2), AllBits(timeoutMs), AllBits(options));
+  return AskInvocation("InvokeContainerToMasterWithTempTunnel", arguments, parameters);
+}
+
+void ZelAgentGetDataDir(ZelString& directory) {
+  directory = FakeHost::Current().Ask("ZelAgentGetDataDir", "").text;
+}
+
+void ZelAgentGetConfigDir(ZelString& directory) {
+  directory = FakeHost::Current().Ask("ZelAgentGetConfigDir", "").text;
+}
+
+ZelDebugContext* ZelAgentGetDebugContext() {
+  return reinterpret_cast<ZelDebugContext*>(
+      static_cast<uintptr_t>(Ask("ZelAgentGetDebugContext", "")));
+}

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <queue>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "libZelCore.h"
+
+/// Prints a container for comparison in tests, with the types of its values:
+/// `{Result: Int32 0, Names: [String "a", String "b"]}`.
+std::string Describe(const ZelContainer& container);
+
+/// Stands in for the agent: defines the functions of host/ that have effects. Each call becomes one
+/// line of a transcript, with its arguments as passed; what it answers was scripted before. Value
+/// types and pure functions (strings, containers, path splitting, URLs) are the real ones.
+///
+/// A call that answers something fails the test unless an answer was scripted for it; so does an
+/// answer that nobody asked for. One FakeHost exists at a time, on one thread.
+class FakeHost {
+ public:
+  FakeHost();
+  /// Fails the test for answers left over.
+  ~FakeHost();
+  FakeHost(const FakeHost&) = delete;
+  FakeHost& operator=(const FakeHost&) = delete;
+
+  /// What the next call of `function` returns (a flag is 0 or 1, a pointer its number).
+  void Answer(const std::string& function, int64_t value);
+  /// What the next call of `function` returns or fills in, for those that give a text.
+  void AnswerText(const std::string& function, const ZelString& text);
+  /// What the next ActionDbInvokeContainer (or InvokeContainerToMasterWithTempTunnel, when
+  /// `function` says so) returns, and what it makes of the container.
+  void AnswerInvocation(uint32_t code, std::function<void(ZelContainer&)> change = {},
+                        const std::string& function = "ActionDbInvokeContainer");
+
+  enum class Fault {
+    kThrowOnce,      ///< call n throws std::runtime_error
+    kThrowFromHere,  ///< so do all calls after it
+    kAnswerFailure,  ///< call n answers failure, whatever was scripted
+  };
+  /// Makes call `n` (counted from 1, log lines included) fail. What follows may then differ from
+  /// the script: calls without an answer answer failure, and answers may be left over.
+  void FailCall(size_t n, Fault fault);
+
+  /// One line for each call so far, log lines included.
+  const std::vector<std::string>& Transcript() const { return transcript_; }
+  /// Starts the transcript, and the count of calls, anew.
+  void ForgetTranscript();
+  /// Answers that nobody has asked for, one line for each.
+  std::vector<std::string> LeftOverAnswers() const;
+
+  /// Reported for unscripted calls and left-over answers; fails the running test by default.
+  using Complaint = std::function<void(const std::string&)>;
+  void ComplainTo(Complaint complain) { complain_ = std::move(complain); }
+
+  struct Registration {
+    std::string signature;
+    ActionHandler handler;
+    void* context;
+  };
+  /// The actions registered so far, in order.
+  const std::vector<Registration>& Registrations() const { return registrations_; }
+
+  /// Name and description of every logger that this program has constructed.
+  static const std::vector<std::pair<std::string, std::string>>& Loggers();
+
+  // For the functions of the fake alone.
+  struct ScriptedAnswer {
+    int64_t value = 0;
+    ZelString text;
+    std::function<void(ZelContainer&)> change;
+  };
+  static FakeHost& Current();
+  /// Notes a call that answers nothing; throws when this call is to fail by throwing.
+  void Note(const std::string& line);
+  /// Notes a call and takes its answer, or `failure`.
+  ScriptedAnswer Ask(const std::string& function, const std::string& arguments,
+                     int64_t failure = 0);
+  void Remember(Registration registration) { registrations_.push_back(std::move(registration)); }
+
+ private:
+  bool IsFailingCall() const;
+
+  std::vector<std::string> transcript_;
+  std::vector<Registration> registrations_;
+  std::map<std::string, std::queue<ScriptedAnswer>> answers_;
+  Complaint complain_;
+  size_t calls_ = 0;
+  size_t failingCall_ = 0;
+  Fault fault_ = Fault::kThrowOnce;
+};
