@@ -1,0 +1,206 @@
+#include "libZel/file.h"
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/file_system.h"
+#include "agent/libZel/http_file.h"
+#include "agent/libZel/native_path.h"
+#include "agent/libZel/outcome.h"
+#include "agent/libZel/path_parts.h"
+#include "libZel/url.h"
+
+namespace {
+
+using file_system::Kind;
+using file_system::Status;
+using Presence = http_file::Properties::Presence;
+
+bool IsUrl(const ZelString& path) { return UrlParseInet::CanHandleUrl(path) != 0; }
+
+ZelString ForLog(const ZelString& path) {
+  return IsUrl(path) ? http_file::WithoutCredentials(path) : path;
+}
+
+// The native path of a file. What ends in a separator is a directory, even where none is.
+NativePath ToNativeFile(const ZelString& path) {
+  NativePath native = ToNativePath(path);
+  if (native && IsPathSeparator(path.Utf8().back())) {
+    native.error = "a path that ends in a separator names a directory";
+  }
+  return native;
+}
+
+Outcome InvalidName(const NativePath& path) {
+  return FailedBecause(path.error, file_system::kErrorInvalidName);
+}
+
+Outcome CheckSource(const Status& source) {
+  if (source.kind == Kind::kMissing) return OutcomeOf(source.error);
+  if (source.kind == Kind::kDirectory) return OutcomeOf(file_system::kErrorIsDirectory);
+  if (source.kind == Kind::kFile) return {};
+  return FailedBecause("the source is not a regular file", file_system::kErrorNotRegular);
+}
+
+Outcome CheckDestination(const std::filesystem::path& path, const Status* source, bool replace) {
+  // A link that leads nowhere is an entry all the same.
+  if (!replace && file_system::LookAtEntry(path).kind != Kind::kMissing) {
+    return OutcomeOf(file_system::kErrorExists);
+  }
+  const Status destination = file_system::Look(path);
+  if (destination.kind == Kind::kDirectory) return OutcomeOf(file_system::kErrorIsDirectory);
+  if (destination.kind == Kind::kOther) {
+    return FailedBecause("the destination is not a regular file", file_system::kErrorNotRegular);
+  }
+  if (destination.kind == Kind::kFile && source != nullptr &&
+      destination.identity == source->identity) {
+    return FailedBecause("source and destination are the same file", file_system::kErrorSameFile);
+  }
+  return {};
+}
+
+Outcome CopyOnDisk(const std::filesystem::path& source, const std::filesystem::path& destination,
+                   bool replace) {
+  const Status status = file_system::Look(source);
+  Outcome outcome = CheckSource(status);
+  if (outcome) outcome = CheckDestination(destination, &status, replace);
+  if (!outcome) return outcome;
+
+  file_system::PendingFile file;
+  int error = file.Create(destination);
+  if (error == 0) error = file.CopyFrom(source);
+  if (error == 0) error = file.Commit(replace);
+  return OutcomeOf(error);
+}
+
+Outcome Download(const ZelString& url, const std::filesystem::path& destination, bool replace) {
+  const Outcome outcome = CheckDestination(destination, nullptr, replace);
+  return outcome ? http_file::Download(url, destination, replace) : outcome;
+}
+
+Outcome Upload(const std::filesystem::path& source, const ZelString& url, bool replace) {
+  const Outcome outcome = CheckSource(file_system::Look(source));
+  return outcome ? http_file::Upload(source, url, replace) : outcome;
+}
+
+Outcome Copy(const ZelString& source, const ZelString& destination, bool replace) {
+  const bool fromUrl = IsUrl(source);
+  const bool toUrl = IsUrl(destination);
+  if (fromUrl && toUrl) return http_file::Copy(source, destination, replace);
+
+  const NativePath nativeSource = fromUrl ? NativePath{} : ToNativeFile(source);
+  if (!nativeSource) return InvalidName(nativeSource);
+  const NativePath nativeDestination = toUrl ? NativePath{} : ToNativeFile(destination);
+  if (!nativeDestination) return InvalidName(nativeDestination);
+  if (fromUrl) return Download(source, nativeDestination.path, replace);
+  if (toUrl) return Upload(nativeSource.path, destination, replace);
+  return CopyOnDisk(nativeSource.path, nativeDestination.path, replace);
+}
+
+Outcome Delete(const ZelString& path, bool force) {
+  if (IsUrl(path)) return http_file::Delete(path);
+  const NativePath native = ToNativeFile(path);
+  if (!native) return InvalidName(native);
+  return OutcomeOf(file_system::DeleteFile(native.path, force));
+}
+
+// A move that the system cannot do in one step. One that fails leaves no second file behind.
+Outcome CopyAndDelete(const ZelString& source, const ZelString& destination) {
+  Outcome outcome = Copy(source, destination, false);
+  if (!outcome) return outcome;
+  outcome = Delete(source, false);
+  if (!outcome) Delete(destination, true);
+  return outcome;
+}
+
+Outcome MoveLink(const std::filesystem::path& source, const std::filesystem::path& destination) {
+  int error = file_system::CopyLink(source, destination);
+  if (error != 0) return OutcomeOf(error);
+  error = file_system::DeleteFile(source, false);
+  if (error != 0) file_system::DeleteFile(destination, true);
+  return OutcomeOf(error);
+}
+
+Outcome MoveOnDisk(const ZelString& source, const ZelString& destination) {
+  const NativePath from = ToNativeFile(source);
+  if (!from) return InvalidName(from);
+  const NativePath to = ToNativeFile(destination);
+  if (!to) return InvalidName(to);
+
+  const Status status = file_system::LookAtEntry(from.path);
+  if (status.kind == Kind::kMissing) return OutcomeOf(status.error);
+  if (status.kind == Kind::kDirectory) return OutcomeOf(file_system::kErrorIsDirectory);
+  if (from.path.native() == to.path.native()) return {};
+
+  const int error = file_system::RenameFile(from.path, to.path);
+  if (error != file_system::kErrorOtherVolume) return OutcomeOf(error);
+  return status.isLink ? MoveLink(from.path, to.path) : CopyAndDelete(source, destination);
+}
+
+Outcome Move(const ZelString& source, const ZelString& destination) {
+  if (!IsUrl(source) && !IsUrl(destination)) return MoveOnDisk(source, destination);
+  if (source != destination) return CopyAndDelete(source, destination);
+  return FileExists(source) ? Outcome{} : OutcomeOf(file_system::kErrorNotFound);
+}
+
+// What HEAD says about a URL, and a log line when it says nothing.
+http_file::Properties PropertiesOf(const ZelString& url) {
+  http_file::Properties properties = http_file::GetProperties(url);
+  if (properties.presence == Presence::kUnknown) {
+    LibraryLog().WarningWithNL("look at %S failed: %S", ForLog(url), properties.reason);
+  }
+  return properties;
+}
+
+Status StatusOf(const ZelString& path) {
+  const NativePath native = ToNativeFile(path);
+  return native ? file_system::Look(native.path) : Status{};
+}
+
+}  // namespace
+
+int FileExists(const ZelString& path) {
+  return Guarded("FileExists", 0, [&] {
+    if (IsUrl(path)) return PropertiesOf(path).presence == Presence::kExists ? 1 : 0;
+    const Kind kind = StatusOf(path).kind;
+    return kind == Kind::kFile || kind == Kind::kOther ? 1 : 0;
+  });
+}
+
+uint32_t FileGetSize(const ZelString& path) {
+  return Guarded("FileGetSize", uint32_t{0}, [&] {
+    if (IsUrl(path)) return static_cast<uint32_t>(PropertiesOf(path).sizeBytes);
+    const Status status = StatusOf(path);
+    return status.kind == Kind::kFile ? static_cast<uint32_t>(status.sizeBytes) : 0;
+  });
+}
+
+int FileCopyNet(const ZelString& source, const ZelString& destination, int failIfExists) {
+  return Guarded("FileCopyNet", -1, [&] {
+    const Outcome outcome = Copy(source, destination, failIfExists == 0);
+    if (!outcome) {
+      LibraryLog().WarningWithNL("copy of %S to %S failed: %S", ForLog(source),
+                                 ForLog(destination), outcome.reason);
+    }
+    return outcome.code;
+  });
+}
+
+int FileRenameNet(const ZelString& source, const ZelString& destination) {
+  return Guarded("FileRenameNet", -1, [&] {
+    const Outcome outcome = Move(source, destination);
+    if (!outcome) {
+      LibraryLog().WarningWithNL("move of %S to %S failed: %S", ForLog(source),
+                                 ForLog(destination), outcome.reason);
+    }
+    return outcome.code;
+  });
+}
+
+int FileDeleteNet(const ZelString& path, bool force) {
+  return Guarded("FileDeleteNet", -1, [&] {
+    const Outcome outcome = Delete(path, force);
+    if (!outcome) {
+      LibraryLog().WarningWithNL("deletion of %S failed: %S", ForLog(path), outcome.reason);
+    }
+    return outcome.code;
+  });
+}

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "agent/libZel/outcome.h"
+
+// Files behind http and https URLs. Servers' certificates are verified; up to five redirects are
+// followed, to http and https only; a transfer that stands still for 30 seconds fails. Credentials
+// in a URL are used, but never told in a reason.
+namespace http_file {
+
+struct Properties {
+  enum class Presence {
+    kExists,
+    /// The server says so: 404 or 410.
+    kMissing,
+    kUnknown
+  };
+  Presence presence = Presence::kUnknown;
+  /// The Content-Length; 0 when the server does not tell it.
+  uint64_t sizeBytes = 0;
+  /// Why `presence` is kUnknown.
+  ZelString reason;
+};
+
+/// HEAD.
+Properties GetProperties(const ZelString& url);
+
+/// GET. The file appears when it is complete, with the time of Last-Modified where the server tells
+/// it.
+Outcome Download(const ZelString& url, const std::filesystem::path& destination, bool replace);
+
+/// PUT. Without `replace` a file that is there already stays: the server is asked before, and asked
+/// with If-None-Match to see to it.
+Outcome Upload(const std::filesystem::path& source, const ZelString& url, bool replace);
+
+/// Download and upload through a temporary file.
+Outcome Copy(const ZelString& source, const ZelString& destination, bool replace);
+
+/// DELETE.
+Outcome Delete(const ZelString& url);
+
+/// The URL without a user name and password, fit for a log.
+ZelString WithoutCredentials(const ZelString& url);
+
+}  // namespace http_file

@@ -1,0 +1,108 @@
+#include "libZel/path.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/file_system.h"
+#include "agent/libZel/native_path.h"
+#include "agent/libZel/path_parts.h"
+#include "agent/libZel/platform_path.h"
+#include "libZel/url.h"
+
+namespace {
+
+// Shares keep "\\" on every platform: where "//" is the root, it would mean something else.
+std::string DriveText(std::string_view drive) {
+  std::string text(drive);
+  if (!IsShare(drive)) return text;
+  for (char& c : text) {
+    if (IsPathSeparator(c)) c = '\\';
+  }
+  return text;
+}
+
+bool IsSameDrive(std::string_view a, std::string_view b) {
+  constexpr auto kUpper = [](char c) { return c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c; };
+  return a.size() == 2 && b.size() == 2 && kUpper(a[0]) == kUpper(b[0]);
+}
+
+std::string Join(const PathParts& parts) {
+  std::string text = DriveText(parts.drive);
+  for (const std::string_view name : parts.names) {
+    text += platform_path::kSeparator;
+    text += name;
+  }
+  if (parts.names.empty() || parts.endsInSeparator) text += platform_path::kSeparator;
+  return text;
+}
+
+ZelString Complete(const ZelString& path) {
+  std::string_view text = path.Utf8();
+  if (!platform_path::kSlashesNameShares && text.starts_with("//")) {
+    text.remove_prefix(std::min(text.find_first_not_of('/'), text.size()) - 1);
+  }
+  PathParts parts = ParsePath(text);
+  if (parts.isAbsolute && !parts.drive.empty()) return ZelString(Join(parts));
+
+  const ZelString workingDirectory = platform_path::WorkingDirectory();
+  const PathParts base = ParsePath(workingDirectory.Utf8());
+  if (parts.isAbsolute) {
+    parts.drive = base.drive;
+    return ZelString(Join(parts));
+  }
+  // "D:name" starts at D's root unless D is where the process works.
+  const bool startsAtBase = parts.drive.empty() || IsSameDrive(parts.drive, base.drive);
+  std::string full = startsAtBase ? Join(base) : std::string(parts.drive);
+  if (!full.ends_with(platform_path::kSeparator)) full += platform_path::kSeparator;
+  full += text.substr(parts.drive.size());
+  return ZelString(Join(ParsePath(full)));
+}
+
+bool CreateWithParents(const std::filesystem::path& path) {
+  using Text = std::filesystem::path::string_type;
+  const Text& text = path.native();
+  constexpr auto kSeparator = std::filesystem::path::preferred_separator;
+  // Up to the deepest parent that is there ...
+  std::vector<size_t> missing;
+  size_t end = text.size();
+  for (;;) {
+    const std::filesystem::path level(Text(text, 0, end));
+    if (file_system::Look(level).kind == file_system::Kind::kDirectory) break;
+    missing.push_back(end);
+    end = text.rfind(kSeparator, end - 1);
+    if (end == Text::npos || end == 0) break;
+  }
+  // ... and down again. Somebody else may create the same directories meanwhile.
+  for (; !missing.empty(); missing.pop_back()) {
+    const std::filesystem::path level(Text(text, 0, missing.back()));
+    const int error = file_system::CreateDirectory(level);
+    if (error == 0) continue;
+    if (file_system::Look(level).kind == file_system::Kind::kDirectory) continue;
+    LibraryLog().WarningWithNL("creation of directory %S failed: %s", FromNativePath(level),
+                               file_system::ErrorText(error));
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+ZelString CompletePath(const ZelString& path) {
+  if (path.IsEmpty() || UrlParseInet::CanHandleUrl(path)) return path;
+  return Guarded("CompletePath", path, [&] { return Complete(path); });
+}
+
+bool PathCreate(const ZelString& path) {
+  return Guarded("PathCreate", false, [&] {
+    const NativePath native = ToNativePath(path);
+    if (!native) {
+      LibraryLog().WarningWithNL("creation of directory %S failed: %s", path,
+                                 native.error.c_str());
+      return false;
+    }
+    return CreateWithParents(native.path);
+  });
+}

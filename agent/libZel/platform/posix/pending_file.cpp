@@ -1,0 +1,153 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/posix/rename.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
+
+namespace file_system {
+namespace {
+
+constexpr size_t kBufferBytes = 256 * 1024;
+constexpr size_t kKernelCopyBytes = size_t{1} << 30;
+constexpr int kMaxNameAttempts = 100;
+// Set-user-ID and its like stay behind: the copy may have another owner.
+constexpr mode_t kPermissions = 0777;
+
+std::string RandomName() {
+  std::random_device random;
+  char name[32];
+  std::snprintf(name, sizeof name, ".zel-%08x%08x.tmp", random(), random());
+  return name;
+}
+
+int WriteAll(int fd, const char* bytes, size_t count) {
+  while (count > 0) {
+    const ssize_t written = write(fd, bytes, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    bytes += written;
+    count -= static_cast<size_t>(written);
+  }
+  return 0;
+}
+
+// Copies inside the kernel as far as the two file systems let it; the rest is the caller's.
+void CopyInKernel(int source, int destination) {
+  ssize_t copied;
+  do {
+    copied = copy_file_range(source, nullptr, destination, nullptr, kKernelCopyBytes, 0);
+  } while (copied > 0 || (copied < 0 && errno == EINTR));
+}
+
+int CopyThroughBuffer(int source, int destination) {
+  const auto buffer = std::make_unique<char[]>(kBufferBytes);
+  for (;;) {
+    const ssize_t count = read(source, buffer.get(), kBufferBytes);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    if (count == 0) return 0;
+    const int error = WriteAll(destination, buffer.get(), static_cast<size_t>(count));
+    if (error != 0) return error;
+  }
+}
+
+}  // namespace
+
+struct PendingFile::Implementation {
+  std::filesystem::path directoryPath;
+  std::string temporaryName;
+  std::string finalName;
+  UniqueFd directory;
+  UniqueFd file;
+};
+
+PendingFile::PendingFile() : implementation_(std::make_unique<Implementation>()) {}
+
+PendingFile::~PendingFile() {
+  const Implementation& self = *implementation_;
+  if (!self.temporaryName.empty()) unlinkat(self.directory.Get(), self.temporaryName.c_str(), 0);
+}
+
+int PendingFile::Create(const std::filesystem::path& destination) {
+  Implementation& self = *implementation_;
+  self.directoryPath = destination.parent_path();
+  self.finalName = destination.filename().native();
+  if (self.finalName.empty()) return kErrorIsDirectory;
+  self.directory = UniqueFd(open(self.directoryPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (!self.directory) return errno;
+
+  for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
+    std::string name = RandomName();
+    self.file = UniqueFd(openat(self.directory.Get(), name.c_str(),
+                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (self.file) {
+      self.temporaryName = std::move(name);
+      return 0;
+    }
+    if (errno != EEXIST) return errno;
+  }
+  return EEXIST;
+}
+
+int PendingFile::Write(const void* bytes, size_t count) {
+  return WriteAll(implementation_->file.Get(), static_cast<const char*>(bytes), count);
+}
+
+int PendingFile::CopyFrom(const std::filesystem::path& source) {
+  const int destination = implementation_->file.Get();
+  if (fchmod(destination, S_IRUSR | S_IWUSR) != 0) return errno;
+
+  // A pipe without a writer, or a device, must not hold us up before it is known for what it is.
+  const UniqueFd input(open(source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!input) return errno;
+  struct stat info;
+  if (fstat(input.Get(), &info) != 0) return errno;
+  if (S_ISDIR(info.st_mode)) return kErrorIsDirectory;
+  if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
+
+  CopyInKernel(input.Get(), destination);
+  // Also finds the end: files made by the system have content without having a size.
+  const int error = CopyThroughBuffer(input.Get(), destination);
+  if (error != 0) return error;
+
+  if (fchmod(destination, info.st_mode & kPermissions) != 0) return errno;
+  const struct timespec times[2] = {{0, UTIME_OMIT}, info.st_mtim};
+  return futimens(destination, times) == 0 ? 0 : errno;
+}
+
+int PendingFile::SetModified(int64_t unixSeconds) {
+  const struct timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(unixSeconds), 0}};
+  return futimens(implementation_->file.Get(), times) == 0 ? 0 : errno;
+}
+
+int PendingFile::Commit(bool replace) {
+  Implementation& self = *implementation_;
+  const int directory = self.directory.Get();
+  const char* from = self.temporaryName.c_str();
+  const char* to = self.finalName.c_str();
+  // Some file systems report a full disk only here.
+  if (close(self.file.Release()) != 0 && errno != EINTR) return errno;
+  int error = 0;
+  if (!replace) {
+    error = RenameFileAt(directory, from, directory, to);
+  } else if (renameat(directory, from, directory, to) != 0) {
+    error = errno;
+  }
+  if (error == 0) self.temporaryName.clear();
+  return error;
+}
+
+std::filesystem::path PendingFile::Path() const {
+  return implementation_->directoryPath / implementation_->temporaryName;
+}
+
+}  // namespace file_system
