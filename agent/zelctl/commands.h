@@ -1,0 +1,41 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "agent/zelctl/agent_client.h"
+
+/// What a command writes.
+struct Result {
+  std::string text;     ///< for people
+  std::string json;     ///< the reply of the agent that decided, as it came
+  std::string problem;  ///< what went wrong when the action returned something else than 0
+};
+
+// The commands of zelctl. Each throws `Failure`, which carries the deciding reply, unless it
+// succeeded.
+
+/// `key=text` and `key:=json` as one JSON object. Throws `Failure` (kUsage) that names the
+/// argument.
+std::string ParametersToJson(const std::vector<std::string>& arguments);
+
+Result ShowHealth(AgentClient& agent);
+Result ListActions(AgentClient& agent, const std::string& pattern);
+/// Also returns when the action did, whatever its code; `problem` then tells. An unknown action is
+/// answered with the nearest name there is.
+Result CallAction(AgentClient& agent, const std::string& name,
+                  const std::vector<std::string>& arguments);
+
+Result CopyFile(AgentClient& agent, const std::string& source, const std::string& destination);
+/// A file, or else a directory.
+Result Move(AgentClient& agent, const std::string& source, const std::string& destination);
+/// A file, or with `recursive` a directory with everything in it.
+Result Remove(AgentClient& agent, const std::string& path, bool recursive);
+Result ShowFile(AgentClient& agent, const std::string& path);
+Result MakeDirectory(AgentClient& agent, const std::string& path);
+/// With everything in it.
+Result RemoveDirectory(AgentClient& agent, const std::string& path);
+
+/// Checks the hash chain of an audit log on this machine; the agent is not asked.
+Result VerifyAudit(const std::filesystem::path& file);
