@@ -90,8 +90,10 @@ struct ZelContainer::Value {
   using List = std::vector<Value>;
 
   static Value Text(std::string_view text) {
+    // Made first: a value of this kind must never be without its text, not even while unwinding.
+    SharedText* made = SharedText::Make(text);
     Value value(Kind::kString);
-    value.as.text = SharedText::Make(text);
+    value.as.text = made;
     return value;
   }
   static Value Integer(Kind kind, int64_t number) {

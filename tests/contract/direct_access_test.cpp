@@ -115,10 +115,10 @@ TEST(AuditLine, LeavesAnUnknownAddressEmpty) {
 TEST(AuditLine, TakesPercentSignsAsText) {
   FakeHost host;
 
-  AuditDirectAccess(Texts({{"HttpProtocolRequestAddress", "%S"}}), "%u", "100%S done %d");
+  AuditDirectAccess(Texts({{"HttpProtocolRequestAddress", "%S"}}), "%u", "100%% %S done %d");
 
   EXPECT_THAT(host.Transcript(),
-              ElementsAre("Audit \"%u\", \"%S\", \"100%S done %d, class Direct Access\""));
+              ElementsAre("Audit \"%u\", \"%S\", \"100%% %S done %d, class Direct Access\""));
 }
 
 }  // namespace

@@ -1,12 +1,49 @@
-// Every case runs once undisturbed and then again and again with host call 1, 2, ... failing. What
-// must hold each time: nothing is thrown, the code is a documented one, and the container holds no
-// half-written result.
+// Every case runs once undisturbed and then again and again with host call 1, 2, ... failing, and
+// with memory allocation 1, 2, ... failing. What must hold each time: nothing is thrown, the code
+// is a documented one, and the container holds no parameters and no half-written result.
 
+#include <cstdlib>
 #include <functional>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "tests/contract/module_test.h"
+
+namespace {
+
+/// While armed, counts the program's allocations and fails the chosen one (counted from 1), and all
+/// after it when `andLater`.
+struct AllocationFault {
+  bool isArmed = false;
+  size_t failing = 0;
+  bool andLater = false;
+  size_t count = 0;
+
+  bool IsNextToFail() {
+    if (!isArmed) return false;
+    ++count;
+    return andLater ? count >= failing : count == failing;
+  }
+};
+
+AllocationFault allocationFault;
+
+}  // namespace
+
+void* operator new(size_t size) {
+  if (allocationFault.IsNextToFail()) throw std::bad_alloc();
+  if (void* memory = std::malloc(size ? size : 1)) return memory;
+  throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+
+void operator delete(void* memory, size_t) noexcept {
+  std::free(memory);
+}
 
 namespace {
 
@@ -135,6 +172,50 @@ TEST(FaultSweep, AFailingHostCallGivesADocumentedCodeAndNoHalfWrittenResult) {
             << test.name << ", call " << call;
       });
     }
+  }
+}
+
+/// Runs the case's handler with allocation `failing` failing; tells how many were asked for.
+Outcome RunShortOfMemory(const Case& test, size_t failing, bool andLater, size_t* allocations) {
+  FakeHost host;
+  RegisterModule(host);
+  test.script(host);
+  // A run that breaks off leaves answers over: no call fails, but the script may not be followed.
+  host.FailCall(~size_t{0}, Fault::kAnswerFailure);
+  ActionHandler handler = nullptr;
+  for (const FakeHost::Registration& row : host.Registrations()) {
+    if (row.signature.starts_with(test.action)) handler = row.handler;
+  }
+  ZelContainer params = test.params;
+
+  allocationFault = {true, failing, andLater, 0};
+  const ResultCode code = handler(&params);
+  allocationFault.isArmed = false;
+
+  *allocations = allocationFault.count;
+  return {code, Describe(params)};
+}
+
+/// Fails allocation 1, 2, ... until a run gets by without the one that was to fail.
+void SweepAllocations(const Case& test, bool andLater) {
+  constexpr size_t kManyAllocations = 10000;
+  for (size_t failing = 1; failing < kManyAllocations; ++failing) {
+    size_t allocations = 0;
+    const Outcome outcome = RunShortOfMemory(test, failing, andLater, &allocations);
+    if (allocations < failing) {
+      EXPECT_EQ(outcome.code, kSuccess) << test.name;
+      EXPECT_GT(failing, 10u) << test.name << ": too few allocations to have looked at anything";
+      return;
+    }
+    EXPECT_EQ(outcome, (Outcome{kFailure, "{}"})) << test.name << ", allocation " << failing;
+  }
+  FAIL() << test.name << " allocates without end";
+}
+
+TEST(FaultSweep, AFailingAllocationGivesFailureAndAnEmptyContainer) {
+  for (const Case& test : Cases()) {
+    SweepAllocations(test, false);
+    SweepAllocations(test, true);
   }
 }
 
