@@ -28,7 +28,9 @@ ActionPool::ActionPool(size_t maxThreads, size_t maxQueued)
       maxThreads_(std::max<size_t>(1, maxThreads)),
       maxQueued_(maxQueued) {}
 
-ActionPool::~ActionPool() { Stop(); }
+ActionPool::~ActionPool() {
+  Stop();
+}
 
 bool ActionPool::Submit(std::function<void()> job) {
   Threads ended;

@@ -11,8 +11,8 @@
 
 /// What an agent is started with beyond its configuration file.
 struct AgentOptions {
-  std::filesystem::path home;       ///< holds config/, data/, log/, bin/
-  std::optional<uint16_t> port;     ///< overrides [http] port; 0 picks a free one
+  std::filesystem::path home;    ///< holds config/, data/, log/, bin/
+  std::optional<uint16_t> port;  ///< overrides [http] port; 0 picks a free one
   bool logToStderr = false;
 };
 
@@ -29,6 +29,8 @@ class AgentCore {
 
   ActionDatabase& Actions();
   const Settings& GetSettings() const;
+  /// Where the agent's log and audit lines go; valid as long as the core.
+  ZelDebugContext& DebugContext();
   /// Unknown keys and the like, already logged.
   const std::vector<std::string>& Warnings() const;
 
@@ -38,6 +40,7 @@ class AgentCore {
   void StopServing();
 
  private:
+  friend class HostFunctions;
   struct Implementation;
   std::unique_ptr<Implementation> implementation_;
 };

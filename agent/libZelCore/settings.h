@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "libZel/debug.h"
@@ -20,7 +21,7 @@ struct PrivacyRule {
 /// default; docs/configuration.md describes each key.
 struct Settings {
   // [agent]
-  std::string agentName;  ///< default: the host name
+  std::string agentName;               ///< default: the host name
   std::map<char, std::string> drives;  ///< [drives] off Windows
 
   // [http]
@@ -29,7 +30,7 @@ struct Settings {
   bool tls = false;
   std::filesystem::path certificateFile;  ///< PEM chain
   std::filesystem::path privateKeyFile;   ///< PEM
-  bool allowPlainRemote = false;  ///< listen beyond loopback without TLS
+  bool allowPlainRemote = false;          ///< listen beyond loopback without TLS
   uint64_t maxBodyBytes = 16 * 1024 * 1024;
   uint32_t maxConnections = 12000;
   uint32_t requestTimeoutMs = 15000;  ///< from the first byte of a request to its last
@@ -45,6 +46,7 @@ struct Settings {
   std::filesystem::path fleetCaFile;
   uint32_t remoteTimeoutMs = 30000;
   uint32_t connectTimeoutMs = 10000;
+  bool fleetAllowPlain = false;  ///< send fleet credentials without TLS beyond loopback
 
   // [master]
   std::string masterAddress;
@@ -63,6 +65,10 @@ struct SettingsResult {
   std::vector<std::string> warnings;  ///< unknown sections and keys, each named with its line
   std::vector<std::string> errors;    ///< values that cannot be used, each named with its line
 };
+
+/// Reads the text of a configuration file; `directory` is what relative file names start from.
+/// Never throws (but for lack of memory).
+SettingsResult ParseSettings(std::string_view text, const std::filesystem::path& directory);
 
 /// Reads the configuration; a missing file gives the defaults. Relative file names are resolved
 /// against the directory of `iniFile`. Never throws.

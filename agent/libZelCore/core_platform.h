@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+/// What the agent core asks of the system beyond the standard library; one implementation in each
+/// folder of platform/.
+namespace core_platform {
+
+/// '/' or '\'.
+extern const char kSeparator;
+
+/// The computer's name, UTF-8; empty when the system does not tell.
+std::string HostName();
+
+/// Whether accounts other than the owner and the administrators may read the file, as far as the
+/// system's simple permissions tell.
+bool OthersMayRead(const std::filesystem::path& file);
+
+/// Makes the directory, with its parents, so that only the owner (and on Windows the
+/// administrators and the system) may enter it. An existing one is left as it is. Throws
+/// std::runtime_error naming it.
+void MakePrivateDirectory(const std::filesystem::path& directory);
+
+/// A file that is only ever appended to, by one process.
+class AppendFile {
+ public:
+  /// Opens or makes it, readable by the owner alone. Throws std::runtime_error naming the file.
+  explicit AppendFile(const std::filesystem::path& path);
+  ~AppendFile();
+  AppendFile(const AppendFile&) = delete;
+  AppendFile& operator=(const AppendFile&) = delete;
+
+  /// Appends all bytes in one call of the system. 0, or the system's error code; what was written
+  /// in part is then taken back. `isWhole` tells whether that worked.
+  int Append(std::string_view bytes, bool* isWhole);
+
+ private:
+  std::intptr_t handle_;
+};
+
+/// Holds a file locked for this process, so that one agent at a time uses a home directory. The
+/// lock ends with the process, however that ends.
+class InstanceLock {
+ public:
+  /// Throws std::runtime_error naming the file: held by another process, or not to be made.
+  explicit InstanceLock(const std::filesystem::path& file);
+  ~InstanceLock();
+  InstanceLock(const InstanceLock&) = delete;
+  InstanceLock& operator=(const InstanceLock&) = delete;
+
+ private:
+  std::intptr_t handle_;
+};
+
+}  // namespace core_platform

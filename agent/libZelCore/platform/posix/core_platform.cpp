@@ -1,0 +1,96 @@
+#include "agent/libZelCore/core_platform.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+
+namespace core_platform {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void Fail(const char* step, const fs::path& file) {
+  throw std::runtime_error(std::string("cannot ") + step + " " + file.string() + ": " +
+                           std::generic_category().message(errno));
+}
+
+int Open(const fs::path& file, int flags) {
+  const int descriptor = ::open(file.c_str(), flags | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (descriptor < 0) Fail("open", file);
+  return descriptor;
+}
+
+}  // namespace
+
+const char kSeparator = '/';
+
+std::string HostName() {
+  char name[256] = {};
+  return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+bool OthersMayRead(const fs::path& file) {
+  struct stat status {};
+  return ::stat(file.c_str(), &status) == 0 && (status.st_mode & (S_IRGRP | S_IROTH)) != 0;
+}
+
+void MakePrivateDirectory(const fs::path& directory) {
+  if (::mkdir(directory.c_str(), 0700) == 0) return;
+  if (errno == ENOENT && directory.has_relative_path()) {
+    MakePrivateDirectory(directory.parent_path());
+    if (::mkdir(directory.c_str(), 0700) == 0) return;
+  }
+  const int error = errno;
+  if (error == EEXIST && fs::is_directory(directory)) return;
+  errno = error == EEXIST ? ENOTDIR : error;
+  Fail("make the directory", directory);
+}
+
+AppendFile::AppendFile(const fs::path& path) : handle_(Open(path, O_WRONLY | O_APPEND)) {}
+
+AppendFile::~AppendFile() {
+  ::close(static_cast<int>(handle_));
+}
+
+int AppendFile::Append(std::string_view bytes, bool* isWhole) {
+  const int descriptor = static_cast<int>(handle_);
+  *isWhole = true;
+  ssize_t written;
+  do {
+    written = ::write(descriptor, bytes.data(), bytes.size());
+  } while (written < 0 && errno == EINTR);
+  if (written == static_cast<ssize_t>(bytes.size())) return 0;
+
+  const int error = written < 0 ? errno : ENOSPC;
+  if (written > 0) {
+    struct stat status {};
+    *isWhole =
+        ::fstat(descriptor, &status) == 0 && ::ftruncate(descriptor, status.st_size - written) == 0;
+  }
+  return error;
+}
+
+InstanceLock::InstanceLock(const fs::path& file) : handle_(Open(file, O_RDWR)) {
+  const int descriptor = static_cast<int>(handle_);
+  if (::flock(descriptor, LOCK_EX | LOCK_NB) == 0) return;
+  const int error = errno;
+  ::close(descriptor);
+  if (error == EWOULDBLOCK) {
+    throw std::runtime_error("another agent is running in this home directory (it holds " +
+                             file.string() + ")");
+  }
+  errno = error;
+  Fail("lock", file);
+}
+
+InstanceLock::~InstanceLock() {
+  ::close(static_cast<int>(handle_));
+}
+
+}  // namespace core_platform

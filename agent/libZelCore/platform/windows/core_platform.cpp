@@ -1,0 +1,142 @@
+#include "agent/libZelCore/core_platform.h"
+
+// clang-format off: the system's headers want this order.
+#include <sddl.h>
+#include <windows.h>
+// clang-format on
+
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "agent/libZel/native_path.h"
+
+namespace core_platform {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+[[noreturn]] void Fail(const char* step, const fs::path& file, DWORD error) {
+  throw std::runtime_error(std::string("cannot ") + step + " " +
+                           std::string(FromNativePath(file).Utf8()) + ": " +
+                           std::system_category().message(static_cast<int>(error)));
+}
+
+struct LocalFreer {
+  void operator()(void* memory) const { LocalFree(memory); }
+};
+using LocalMemory = std::unique_ptr<void, LocalFreer>;
+
+// The account that the agent runs under, as a SID in text form.
+std::wstring OwnSid() {
+  HANDLE token = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
+  DWORD size = 0;
+  GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  std::vector<std::byte> user(size);
+  const bool isRead = GetTokenInformation(token, TokenUser, user.data(), size, &size);
+  CloseHandle(token);
+  wchar_t* text = nullptr;
+  if (!isRead ||
+      !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &text)) {
+    return {};
+  }
+  const LocalMemory owner(text);
+  return text;
+}
+
+// Protected from inheritance; the system, administrators and this account have full access.
+LocalMemory PrivateDescriptor(const fs::path& directory) {
+  std::wstring text = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
+  if (const std::wstring sid = OwnSid(); !sid.empty()) text += L"(A;OICI;FA;;;" + sid + L")";
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1,
+                                                            &descriptor, nullptr)) {
+    Fail("describe the access to", directory, GetLastError());
+  }
+  return LocalMemory(descriptor);
+}
+
+HANDLE Handle(std::intptr_t value) {
+  return reinterpret_cast<HANDLE>(value);
+}
+
+}  // namespace
+
+const char kSeparator = '\\';
+
+std::string HostName() {
+  wchar_t name[256] = {};
+  DWORD length = 256;
+  if (!GetComputerNameExW(ComputerNameDnsHostname, name, &length)) return {};
+  return std::string(ZelString(name).Utf8());
+}
+
+bool OthersMayRead(const fs::path&) {
+  return false;
+}
+
+void MakePrivateDirectory(const fs::path& directory) {
+  const LocalMemory descriptor = PrivateDescriptor(directory);
+  SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor.get(), FALSE};
+  if (CreateDirectoryW(directory.c_str(), &attributes)) return;
+  DWORD error = GetLastError();
+  if (error == ERROR_PATH_NOT_FOUND && directory.has_relative_path()) {
+    MakePrivateDirectory(directory.parent_path());
+    if (CreateDirectoryW(directory.c_str(), &attributes)) return;
+    error = GetLastError();
+  }
+  std::error_code ignored;
+  if (error == ERROR_ALREADY_EXISTS && fs::is_directory(directory, ignored)) return;
+  Fail("make the directory", directory, error);
+}
+
+AppendFile::AppendFile(const fs::path& path) {
+  const HANDLE handle = CreateFileW(path.c_str(), FILE_APPEND_DATA | FILE_WRITE_DATA,
+                                    FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) Fail("open", path, GetLastError());
+  handle_ = reinterpret_cast<std::intptr_t>(handle);
+}
+
+AppendFile::~AppendFile() {
+  CloseHandle(Handle(handle_));
+}
+
+int AppendFile::Append(std::string_view bytes, bool* isWhole) {
+  *isWhole = true;
+  LARGE_INTEGER end{};
+  if (!SetFilePointerEx(Handle(handle_), {}, &end, FILE_END))
+    return static_cast<int>(GetLastError());
+
+  DWORD written = 0;
+  const bool isDone =
+      WriteFile(Handle(handle_), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+  const DWORD error = isDone ? DWORD{ERROR_DISK_FULL} : GetLastError();
+  if (isDone && written == bytes.size()) return 0;
+  if (written > 0) {
+    *isWhole = SetFilePointerEx(Handle(handle_), end, nullptr, FILE_BEGIN) &&
+               SetEndOfFile(Handle(handle_));
+  }
+  return static_cast<int>(error);
+}
+
+InstanceLock::InstanceLock(const fs::path& file) {
+  const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) {
+    const DWORD error = GetLastError();
+    if (error != ERROR_SHARING_VIOLATION) Fail("lock", file, error);
+    throw std::runtime_error("another agent is running in this home directory (it holds " +
+                             std::string(FromNativePath(file).Utf8()) + ")");
+  }
+  handle_ = reinterpret_cast<std::intptr_t>(handle);
+}
+
+InstanceLock::~InstanceLock() {
+  CloseHandle(Handle(handle_));
+}
+
+}  // namespace core_platform
