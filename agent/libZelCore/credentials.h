@@ -18,19 +18,27 @@ struct Caller {
   std::string address;  ///< of the connection, without port
 };
 
-/// Console users: logins, roles and scrypt-hashed passwords (RFC 7914) in config/users. The file is
-/// re-read when it changes, so that `zelagent user` needs no restart.
+/// Console users: logins, roles and scrypt-hashed passwords (RFC 7914) in config/users. One line for
+/// each user, "login:role:scrypt$N$r$p$salt$key" with salt and key in hexadecimal; lines that start
+/// with "#" and empty ones are kept as they are. The file is looked at a few times a second at most
+/// and re-read when it changed, so that `zelagent user` needs no restart. A line that cannot be read
+/// is logged and grants nothing.
 ///
 /// Threads: any number may ask at once.
 class UserStore {
  public:
   explicit UserStore(std::filesystem::path file);
 
-  /// Logins: 1 to 64 of letters, digits, ".", "-", "_", "@". Each throws std::runtime_error that says
-  /// what is wrong; the file is then unchanged.
+  /// Logins: 1 to 64 of letters, digits, ".", "-", "_", "@". Roles: 1 to 32 of "a" to "z", digits and
+  /// "-". Passwords: `kMinPasswordCharacters` to 1024 bytes of UTF-8 without control characters. Each
+  /// throws std::runtime_error that says what is wrong; the file is then unchanged. It is replaced as
+  /// a whole and readable by its owner alone.
   void Add(const std::string& login, const std::string& role, std::string_view password);
   void Remove(const std::string& login);
   void SetPassword(const std::string& login, std::string_view password);
+
+  /// The logins, sorted.
+  std::vector<std::string> Logins();
 
   /// Costs about 50 ms of processor time and 16 MiB for a known login and for an unknown one alike.
   bool CheckPassword(std::string_view login, std::string_view password);
@@ -46,17 +54,22 @@ class UserStore {
   };
   using Users = std::unordered_map<std::string, User>;
 
-  void Reload();
-  void Save(const Users& users);
+  void ReloadIfChanged();
+  void Load();
+  /// Replaces the line of `login` (adds one when it has none), or removes it when `line` is null.
+  void SaveLine(const std::string& login, const std::string* line);
+  std::optional<User> Find(std::string_view login);
 
   const std::filesystem::path file_;
   std::mutex mutex_;
   Users users_;
   uint64_t version_ = 0;
-  std::filesystem::file_time_type modified_{};
-  uintmax_t sizeBytes_ = 0;
-  std::chrono::steady_clock::time_point lastLook_{};
+  std::string stamp_;  ///< of the file as it was last read
+  std::chrono::steady_clock::time_point nextLook_{};
 };
+
+/// The shortest password that a user may be given.
+constexpr size_t kMinPasswordCharacters = 8;
 
 /// Agents of one fleet: the password of agent NAME is the hexadecimal HMAC-SHA256 (RFC 2104) of NAME
 /// under the fleet secret, so that every agent can check every other one. An agent's login on the
@@ -64,7 +77,10 @@ class UserStore {
 std::string FleetPassword(std::string_view secret, std::string_view agentName);
 
 /// Checks HTTP Basic credentials (RFC 7617) of console users and agents. A credential that was
-/// checked is remembered for a while under a keyed digest; a user's change forgets them all.
+/// checked is remembered for `memory` under a keyed digest; a user's change forgets them all. With an
+/// empty fleet secret no agent is accepted.
+///
+/// Threads: any number may ask at once; only `CheckSlowly` takes long.
 class Authenticator {
  public:
   Authenticator(UserStore& users, std::string fleetSecret, std::chrono::milliseconds memory);
@@ -72,7 +88,7 @@ class Authenticator {
   enum class Verdict { kAccepted, kRefused, kNeedsSlowCheck };
   struct Answer {
     Verdict verdict = Verdict::kRefused;
-    Caller caller;  ///< without address
+    Caller caller;  ///< without address; a refused one as it called itself
   };
 
   /// The quick part: remembered credentials and agents. `header` is the value of Authorization.
@@ -87,6 +103,7 @@ class Authenticator {
   };
 
   std::string Digest(std::string_view header) const;
+  void Remember(std::string_view header, const Caller& caller, uint64_t usersVersion);
 
   UserStore& users_;
   const std::string fleetSecret_;

@@ -1,0 +1,133 @@
+#include "agent/libZelCore/http_shared.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <charconv>
+
+#include "agent/libZelCore/core_log.h"
+
+namespace {
+
+constexpr size_t kMostChecks = 64;
+constexpr ptrdiff_t kMostChecksOfAddress = 8;
+
+std::string MakeRequestIdPrefix() {
+  uint64_t random = 0;
+  RAND_bytes(reinterpret_cast<unsigned char*>(&random), sizeof random);
+  char digits[17];
+  const auto end = std::to_chars(digits, digits + sizeof digits, random, 16).ptr;
+  return std::string(digits, end) + "-";
+}
+
+}  // namespace
+
+bool PasswordChecker::Submit(const std::string& address, const std::string& header, Done done) {
+  std::lock_guard lock(mutex_);
+  if (isStopping_) return false;
+  const auto same = std::find_if(jobs_.begin(), jobs_.end(), [&](const auto& job) {
+    return job->header == header && job->address == address;
+  });
+  if (same != jobs_.end()) {
+    (*same)->waiting.push_back(std::move(done));
+    return true;
+  }
+  const auto fromAddress = std::count_if(
+      jobs_.begin(), jobs_.end(), [&](const auto& job) { return job->address == address; });
+  if (jobs_.size() >= kMostChecks || fromAddress >= kMostChecksOfAddress) return false;
+
+  auto job = std::make_shared<Job>(Job{address, header, {}});
+  job->waiting.push_back(std::move(done));
+  jobs_.push_back(std::move(job));
+  if (!thread_.joinable()) thread_ = std::thread(&PasswordChecker::Work, this);
+  wake_.notify_one();
+  return true;
+}
+
+void PasswordChecker::Stop() {
+  std::deque<std::shared_ptr<Job>> dropped;
+  {
+    std::lock_guard lock(mutex_);
+    isStopping_ = true;
+    dropped.swap(jobs_);
+    wake_.notify_one();
+  }
+  if (thread_.joinable()) thread_.join();
+}
+
+void PasswordChecker::Work() {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    wake_.wait(lock, [this] { return isStopping_ || !jobs_.empty(); });
+    if (isStopping_) return;
+    const std::shared_ptr<Job> job = jobs_.front();
+
+    lock.unlock();
+    Authenticator::Answer answer;
+    try {
+      answer = authenticator_.CheckSlowly(job->header);
+    } catch (const std::exception& error) {
+      CoreLog().ErrorWithNL("A password could not be checked: %s", error.what());
+    }
+    lock.lock();
+
+    if (isStopping_) return;
+    jobs_.pop_front();
+    const std::vector<Done> waiting = std::move(job->waiting);
+    lock.unlock();
+    for (const Done& done : waiting) done(answer);
+    lock.lock();
+  }
+}
+
+HttpShared::HttpShared(const Settings& settingsOfServer, Authenticator& authenticatorOfServer,
+                       const ActionDatabase& actionsOfServer, ActionPool& poolOfServer,
+                       HttpServer::Audit auditOfServer)
+    : settings(settingsOfServer),
+      authenticator(authenticatorOfServer),
+      actions(actionsOfServer),
+      pool(poolOfServer),
+      audit(std::move(auditOfServer)),
+      passwordChecker(authenticatorOfServer),
+      requestIdPrefix_(MakeRequestIdPrefix()) {}
+
+std::string HttpShared::NextRequestId() {
+  char digits[24];
+  const uint64_t number = requestCount_.fetch_add(1, std::memory_order_relaxed) + 1;
+  const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+  std::string id = requestIdPrefix_;
+  id.append(digits, end);
+  return id;
+}
+
+void HttpShared::Add(std::shared_ptr<HttpSession> session) {
+  std::lock_guard lock(mutex_);
+  sessions_.insert(std::move(session));
+}
+
+void HttpShared::Remove(HttpSession* session) {
+  // The set may hold the last reference, and a session must not end under the lock.
+  std::shared_ptr<HttpSession> kept;
+  std::lock_guard lock(mutex_);
+  const std::shared_ptr<HttpSession> key(std::shared_ptr<void>(), session);
+  const auto found = sessions_.find(key);
+  if (found == sessions_.end()) return;
+  kept = *found;
+  sessions_.erase(found);
+  if (sessions_.empty()) emptied_.notify_all();
+}
+
+size_t HttpShared::CountSessions() {
+  std::lock_guard lock(mutex_);
+  return sessions_.size();
+}
+
+std::vector<std::shared_ptr<HttpSession>> HttpShared::Sessions() {
+  std::lock_guard lock(mutex_);
+  return {sessions_.begin(), sessions_.end()};
+}
+
+bool HttpShared::WaitUntilEmpty(std::chrono::milliseconds longest) {
+  std::unique_lock lock(mutex_);
+  return emptied_.wait_for(lock, longest, [this] { return sessions_.empty(); });
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+#include <atomic>
+#include <boost/asio/io_context.hpp>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+#include <condition_variable>
+
+#include "agent/libZelCore/failure_slowdown.h"
+#include "agent/libZelCore/http_server.h"
+
+class HttpSession;
+
+/// Checks passwords one after the other on a thread of its own, so that their cost never holds up the
+/// network threads. Requests that wait with the same credential from one address share one check.
+class PasswordChecker {
+ public:
+  using Done = std::function<void(const Authenticator::Answer&)>;
+
+  explicit PasswordChecker(Authenticator& authenticator) : authenticator_(authenticator) {}
+  ~PasswordChecker() { Stop(); }
+
+  /// `done` is called on the checker's thread; dropped when the checker stops. False when too many
+  /// checks wait, altogether or from this address.
+  bool Submit(const std::string& address, const std::string& header, Done done);
+  void Stop();
+
+ private:
+  struct Job {
+    std::string address;
+    std::string header;
+    std::vector<Done> waiting;
+  };
+
+  void Work();
+
+  Authenticator& authenticator_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::shared_ptr<Job>> jobs_;  ///< the first one is being checked
+  std::thread thread_;                     ///< started with the first check
+  bool isStopping_ = false;
+};
+
+/// What the sessions of one server share. Sessions keep it alive: an action may still run when the
+/// server is gone.
+struct HttpShared {
+  HttpShared(const Settings& settingsOfServer, Authenticator& authenticatorOfServer,
+             const ActionDatabase& actionsOfServer, ActionPool& poolOfServer,
+             HttpServer::Audit auditOfServer);
+
+  /// A new identifier for each request, unlike any other, also after a restart.
+  std::string NextRequestId();
+
+  void Add(std::shared_ptr<HttpSession> session);
+  void Remove(HttpSession* session);
+  size_t CountSessions();
+  std::vector<std::shared_ptr<HttpSession>> Sessions();
+  /// Waits until no session is left; false when that takes longer.
+  bool WaitUntilEmpty(std::chrono::milliseconds longest);
+
+  const Settings settings;
+  Authenticator& authenticator;
+  const ActionDatabase& actions;
+  ActionPool& pool;
+  const HttpServer::Audit audit;
+  FailureSlowdown slowdown;
+  PasswordChecker passwordChecker;
+  std::atomic<bool> isStopping{false};
+  std::vector<std::unique_ptr<boost::asio::io_context>> networks;  ///< one for each network thread
+
+ private:
+  std::string requestIdPrefix_;
+  std::atomic<uint64_t> requestCount_{0};
+  std::mutex mutex_;
+  std::condition_variable emptied_;
+  std::unordered_set<std::shared_ptr<HttpSession>> sessions_;
+};

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+// Small files that hold secrets. One implementation for each platform.
+
+/// Replaces the file's content: a temporary beside it, readable by its owner alone, is written to the
+/// disk and renamed. Throws std::runtime_error naming the file; it is then unchanged.
+void WritePrivateFile(const std::filesystem::path& file, std::string_view content);
+
+/// A text that changes when the file is written or replaced; empty when there is no such file.
+std::string FileStamp(const std::filesystem::path& file);
