@@ -2,48 +2,12 @@
 // with memory allocation 1, 2, ... failing. What must hold each time: nothing is thrown, the code
 // is a documented one, and the container holds no parameters and no half-written result.
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
 #include <vector>
 
+#include "tests/contract/allocation_fault.h"
 #include "tests/contract/module_test.h"
-
-namespace {
-
-/// While armed, counts the program's allocations and fails the chosen one (counted from 1), and all
-/// after it when `andLater`.
-struct AllocationFault {
-  bool isArmed = false;
-  size_t failing = 0;
-  bool andLater = false;
-  size_t count = 0;
-
-  bool IsNextToFail() {
-    if (!isArmed) return false;
-    ++count;
-    return andLater ? count >= failing : count == failing;
-  }
-};
-
-AllocationFault allocationFault;
-
-}  // namespace
-
-void* operator new(size_t size) {
-  if (allocationFault.IsNextToFail()) throw std::bad_alloc();
-  if (void* memory = std::malloc(size ? size : 1)) return memory;
-  throw std::bad_alloc();
-}
-
-void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-
-void operator delete(void* memory, size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 
