@@ -1,5 +1,7 @@
+#include <filesystem>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/file_system.h"
@@ -41,7 +43,33 @@ bool IsRoot(const ZelString& path) {
 Outcome Create(const ZelString& path) {
   const NativePath native = ToNativePath(path);
   if (!native) return InvalidName(native);
-  return OutcomeOf(file_system::CreateDirectory(native.path));
+  return OutcomeOf(file_system::MakeDirectory(native.path));
+}
+
+// Creates a directory with its missing parents.
+Outcome CreateWithParents(const std::filesystem::path& path) {
+  using Text = std::filesystem::path::string_type;
+  const Text& text = path.native();
+  constexpr auto kSeparator = std::filesystem::path::preferred_separator;
+  // Up to the deepest parent that is there ...
+  std::vector<size_t> missing;
+  size_t end = text.size();
+  for (;;) {
+    const std::filesystem::path level(Text(text, 0, end));
+    if (file_system::Look(level).kind == file_system::Kind::kDirectory) break;
+    missing.push_back(end);
+    end = text.rfind(kSeparator, end - 1);
+    if (end == Text::npos || end == 0) break;
+  }
+  // ... and down again. Somebody else may create the same directories meanwhile.
+  for (; !missing.empty(); missing.pop_back()) {
+    const std::filesystem::path level(Text(text, 0, missing.back()));
+    const int error = file_system::MakeDirectory(level);
+    if (error == 0) continue;
+    if (file_system::Look(level).kind == file_system::Kind::kDirectory) continue;
+    return OutcomeOf(error);
+  }
+  return {};
 }
 
 Outcome Rename(const ZelString& source, const ZelString& destination) {
@@ -117,5 +145,15 @@ int DirDelete(const ZelString& path, int recursive, int keepRoot) {
     if (outcome) return 1;
     LibraryLog().WarningWithNL("deletion of directory %S failed: %S", path, outcome.reason);
     return 0;
+  });
+}
+
+bool PathCreate(const ZelString& path) {
+  return Guarded("PathCreate", false, [&] {
+    const NativePath native = ToNativePath(path);
+    const Outcome outcome = native ? CreateWithParents(native.path) : InvalidName(native);
+    if (outcome) return true;
+    LibraryLog().WarningWithNL("creation of path %S failed: %S", path, outcome.reason);
+    return false;
   });
 }

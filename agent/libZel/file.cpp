@@ -99,7 +99,7 @@ Outcome Delete(const ZelString& path, bool force) {
   if (IsUrl(path)) return http_file::Delete(path);
   const NativePath native = ToNativeFile(path);
   if (!native) return InvalidName(native);
-  return OutcomeOf(file_system::DeleteFile(native.path, force));
+  return OutcomeOf(file_system::RemoveFile(native.path, force));
 }
 
 // A move that the system cannot do in one step. One that fails leaves no second file behind.
@@ -114,8 +114,8 @@ Outcome CopyAndDelete(const ZelString& source, const ZelString& destination) {
 Outcome MoveLink(const std::filesystem::path& source, const std::filesystem::path& destination) {
   int error = file_system::CopyLink(source, destination);
   if (error != 0) return OutcomeOf(error);
-  error = file_system::DeleteFile(source, false);
-  if (error != 0) file_system::DeleteFile(destination, true);
+  error = file_system::RemoveFile(source, false);
+  if (error != 0) file_system::RemoveFile(destination, true);
   return OutcomeOf(error);
 }
 

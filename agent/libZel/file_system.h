@@ -8,7 +8,7 @@
 
 #include "libZel/string.h"
 
-// The platform's calls on native paths, as far as the file functions need them. Functions that
+// Calls on native paths, as far as the file functions need them. Functions that
 // return an error number return 0 on success, else the system's (errno or GetLastError). They throw
 // only for want of memory.
 namespace file_system {
@@ -56,8 +56,7 @@ Status Look(const std::filesystem::path& path);
 Status LookAtEntry(const std::filesystem::path& path);
 
 /// A new file beside its destination, under a name of its own until `Commit`; without that the
-/// destructor removes it. The directory is held open, so nothing is misled when it is renamed or
-/// replaced meanwhile.
+/// destructor removes it.
 class PendingFile {
  public:
   PendingFile();
@@ -96,13 +95,13 @@ int RenameDirectory(const std::filesystem::path& source, const std::filesystem::
 int CopyLink(const std::filesystem::path& source, const std::filesystem::path& destination);
 
 /// Deletes an entry that is no directory. `force` also deletes one that is marked read-only.
-int DeleteFile(const std::filesystem::path& path, bool force);
+int RemoveFile(const std::filesystem::path& path, bool force);
 
-int CreateDirectory(const std::filesystem::path& path);
+int MakeDirectory(const std::filesystem::path& path);
 
-/// Deletes what is in a directory and, unless `keepRoot`, the directory. Links are deleted, never
-/// followed, whoever swaps what while this works; memory grows with the depth, open handles do not.
-/// Stops at the first failure.
+/// Deletes what is in a directory (read-only files too) and, unless `keepRoot`, the directory. Links
+/// are deleted, never followed, whoever swaps what while this works; memory grows with the depth,
+/// open handles do not. Stops at the first failure.
 int DeleteTree(const std::filesystem::path& path, bool keepRoot);
 /// Deletes an empty directory.
 int DeleteDirectory(const std::filesystem::path& path);

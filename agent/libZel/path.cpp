@@ -1,13 +1,9 @@
 #include "libZel/path.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <string>
-#include <vector>
 
 #include "agent/libZel/boundary.h"
-#include "agent/libZel/file_system.h"
-#include "agent/libZel/native_path.h"
 #include "agent/libZel/path_parts.h"
 #include "agent/libZel/platform_path.h"
 #include "libZel/url.h"
@@ -61,48 +57,9 @@ ZelString Complete(const ZelString& path) {
   return ZelString(Join(ParsePath(full)));
 }
 
-bool CreateWithParents(const std::filesystem::path& path) {
-  using Text = std::filesystem::path::string_type;
-  const Text& text = path.native();
-  constexpr auto kSeparator = std::filesystem::path::preferred_separator;
-  // Up to the deepest parent that is there ...
-  std::vector<size_t> missing;
-  size_t end = text.size();
-  for (;;) {
-    const std::filesystem::path level(Text(text, 0, end));
-    if (file_system::Look(level).kind == file_system::Kind::kDirectory) break;
-    missing.push_back(end);
-    end = text.rfind(kSeparator, end - 1);
-    if (end == Text::npos || end == 0) break;
-  }
-  // ... and down again. Somebody else may create the same directories meanwhile.
-  for (; !missing.empty(); missing.pop_back()) {
-    const std::filesystem::path level(Text(text, 0, missing.back()));
-    const int error = file_system::CreateDirectory(level);
-    if (error == 0) continue;
-    if (file_system::Look(level).kind == file_system::Kind::kDirectory) continue;
-    LibraryLog().WarningWithNL("creation of directory %S failed: %s", FromNativePath(level),
-                               file_system::ErrorText(error));
-    return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 ZelString CompletePath(const ZelString& path) {
   if (path.IsEmpty() || UrlParseInet::CanHandleUrl(path)) return path;
   return Guarded("CompletePath", path, [&] { return Complete(path); });
-}
-
-bool PathCreate(const ZelString& path) {
-  return Guarded("PathCreate", false, [&] {
-    const NativePath native = ToNativePath(path);
-    if (!native) {
-      LibraryLog().WarningWithNL("creation of directory %S failed: %s", path,
-                                 native.error.c_str());
-      return false;
-    }
-    return CreateWithParents(native.path);
-  });
 }

@@ -106,11 +106,11 @@ int CopyLink(const std::filesystem::path& source, const std::filesystem::path& d
 }
 
 // Whether a file may be deleted is its directory's matter here: there is no mark to overcome.
-int DeleteFile(const std::filesystem::path& path, bool /*force*/) {
+int RemoveFile(const std::filesystem::path& path, bool /*force*/) {
   return unlink(path.c_str()) == 0 ? 0 : errno;
 }
 
-int CreateDirectory(const std::filesystem::path& path) {
+int MakeDirectory(const std::filesystem::path& path) {
   return mkdir(path.c_str(), 0777) == 0 ? 0 : errno;
 }
 
@@ -118,6 +118,6 @@ int DeleteDirectory(const std::filesystem::path& path) {
   return rmdir(path.c_str()) == 0 ? 0 : errno;
 }
 
-int DeleteDirectoryLink(const std::filesystem::path& path) { return DeleteFile(path, false); }
+int DeleteDirectoryLink(const std::filesystem::path& path) { return RemoveFile(path, false); }
 
 }  // namespace file_system
