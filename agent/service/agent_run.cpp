@@ -1,0 +1,21 @@
+#include "agent/service/agent_run.h"
+
+#include <cstdio>
+
+#include "agent/service/module_host.h"
+#include "agent/service/process.h"
+
+void RunAgent(const AgentOptions& options, const std::function<void(const std::string&)>& onReady) {
+  StopRequest stop;
+  AgentCore core(options);
+  for (const std::string& warning : core.Warnings())
+    std::fprintf(stderr, "zelagent: warning: zelagent.ini: %s\n", warning.c_str());
+
+  ModuleHost modules(core);
+  modules.StartAll(ProgramDirectory() / "modules");
+  onReady(core.Serve());
+
+  stop.Wait();
+  core.StopServing();
+  modules.Stop();
+}

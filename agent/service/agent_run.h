@@ -1,0 +1,9 @@
+#pragma once
+
+#include <functional>
+
+#include "agent/libZelCore/agent_core.h"
+
+/// Runs an agent with all modules until `StopRequest` is raised. `onReady` is told its URL when it
+/// answers. Throws std::runtime_error with a sentence for the administrator.
+void RunAgent(const AgentOptions& options, const std::function<void(const std::string&)>& onReady);

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// Whether this platform's service manager starts the program in a way of its own (Windows).
+extern const bool kHasServiceControl;
+
+/// Installs a service that runs this program with `arguments`, started with the system. Throws
+/// std::runtime_error.
+void InstallService(const std::vector<std::string>& arguments);
+/// Stops and removes it. Throws std::runtime_error.
+void RemoveService();
+
+/// Runs as the service: tells the service manager of each state. `run` calls its argument when the
+/// agent is ready, and returns the exit status when `StopRequest::Raise` has been called. Throws
+/// std::runtime_error when the service manager did not start this program.
+int RunAsService(const std::function<int(const std::function<void()>& onReady)>& run);

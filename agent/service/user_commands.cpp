@@ -1,0 +1,60 @@
+#include "agent/service/user_commands.h"
+
+#include <cstdio>
+#include <fstream>
+#include <stdexcept>
+
+#include "agent/libZel/native_path.h"
+#include "agent/libZelCore/core_platform.h"
+#include "agent/libZelCore/credentials.h"
+#include "agent/service/process.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+UserStore OpenUsers(const fs::path& home) {
+  core_platform::MakePrivateDirectory(home / "config");
+  return UserStore(home / "config" / "users");
+}
+
+// The first line of the file.
+std::string PasswordFromFile(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  std::string password;
+  std::getline(stream, password);
+  if (!stream && password.empty()) {
+    throw std::runtime_error("cannot read a password from " +
+                             std::string(FromNativePath(file).Utf8()));
+  }
+  if (!password.empty() && password.back() == '\r') password.pop_back();
+  return password;
+}
+
+std::string Password(const std::string& login, const fs::path& file) {
+  if (!file.empty()) return PasswordFromFile(file);
+  const std::optional<std::string> password = ReadPassword("Password for " + login + ": ");
+  if (!password) throw std::runtime_error("no password was given");
+  return *password;
+}
+
+}  // namespace
+
+void AddUser(const fs::path& home, const std::string& login, const std::string& role,
+             const fs::path& passwordFile) {
+  OpenUsers(home).Add(login, role, Password(login, passwordFile));
+}
+
+void ChangePassword(const fs::path& home, const std::string& login, const fs::path& passwordFile) {
+  OpenUsers(home).SetPassword(login, Password(login, passwordFile));
+}
+
+void RemoveUser(const fs::path& home, const std::string& login) {
+  OpenUsers(home).Remove(login);
+}
+
+void ListUsers(const fs::path& home) {
+  UserStore users = OpenUsers(home);
+  for (const std::string& login : users.Logins())
+    std::printf("%s\t%s\n", login.c_str(), users.Role(login).value_or("").c_str());
+}
