@@ -1,9 +1,8 @@
 #include "agent/libZelCore/core_platform.h"
 
-// clang-format off: the system's headers want this order.
-#include <sddl.h>
 #include <windows.h>
-// clang-format on
+
+#include <sddl.h>
 
 #include <memory>
 #include <stdexcept>
