@@ -220,3 +220,21 @@ Result RemoveDirectory(AgentClient& agent, const std::string& path) {
   }
   return DeleteDirectory(agent, path);
 }
+
+Result VerifyAudit(const std::filesystem::path& file) {
+  const AuditVerdict verdict = VerifyAuditLog(file);
+  const std::string lines = std::to_string(verdict.lines);
+  ZelContainer answer;
+  answer.SetBool("Whole", verdict.isWhole, kNoIndex);
+  answer.SetInt64("Lines", static_cast<int64_t>(verdict.lines), kNoIndex);
+  if (!verdict.isWhole) {
+    answer.SetInt64("BadLine", static_cast<int64_t>(verdict.badLine), kNoIndex);
+    answer.SetString("Reason", verdict.reason, kNoIndex);
+  }
+  std::string json;
+  EncodeContainer(answer, &json);
+  if (verdict.isWhole) return {"the chain is whole: " + lines + " lines\n", json, ""};
+  if (verdict.badLine == 0) throw Failure(ExitStatus::kUsage, verdict.reason, json);
+  throw Failure(ExitStatus::kActionFailed,
+                "line " + std::to_string(verdict.badLine) + ": " + verdict.reason, json);
+}

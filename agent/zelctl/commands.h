@@ -37,5 +37,6 @@ Result MakeDirectory(AgentClient& agent, const std::string& path);
 /// With everything in it.
 Result RemoveDirectory(AgentClient& agent, const std::string& path);
 
-/// Checks the hash chain of an audit log on this machine; the agent is not asked.
+/// Checks the hash chain of an audit log on this machine; the agent is not asked. kUsage when it
+/// cannot be read.
 Result VerifyAudit(const std::filesystem::path& file);
