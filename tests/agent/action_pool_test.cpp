@@ -1,0 +1,75 @@
+#include "agent/libZelCore/action_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{20};
+
+TEST(ActionPool, RunsEveryJobOnce) {
+  std::atomic<int> runs{0};
+  std::promise<void> done;
+  ActionPool pool(4, 1000);
+  constexpr int kJobs = 500;
+  for (int i = 0; i < kJobs; ++i) {
+    ASSERT_TRUE(pool.Submit([&] {
+      if (++runs == kJobs) done.set_value();
+    }));
+  }
+  ASSERT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
+  EXPECT_EQ(runs, kJobs);
+}
+
+TEST(ActionPool, GrowsWhileItsThreadsWaitForAPerson) {
+  ActionPool pool(16, 0);
+  std::promise<void> answer;
+  const std::shared_future<void> answered = answer.get_future().share();
+  std::atomic<int> waiting{0};
+  std::promise<void> allWait;
+  for (int i = 0; i < 16; ++i) {
+    ASSERT_TRUE(pool.Submit([&] {
+      if (++waiting == 16) allWait.set_value();
+      answered.wait();
+    }));
+  }
+  EXPECT_EQ(allWait.get_future().wait_for(kPatience), std::future_status::ready);
+  EXPECT_FALSE(pool.Submit([] {})) << "all threads wait and none may queue";
+  answer.set_value();
+}
+
+TEST(ActionPool, QueuesUpToItsLimitAndDropsWhatWaitsWhenItStops) {
+  ActionPool pool(1, 2);
+  std::promise<void> release, running;
+  const std::shared_future<void> released = release.get_future().share();
+  ASSERT_TRUE(pool.Submit([&] {
+    running.set_value();
+    released.wait();
+  }));
+  ASSERT_EQ(running.get_future().wait_for(kPatience), std::future_status::ready);
+  EXPECT_TRUE(pool.Submit([] {}));
+  EXPECT_TRUE(pool.Submit([] {}));
+  EXPECT_FALSE(pool.Submit([] {}));
+
+  auto stopped = std::async(std::launch::async, [&] { pool.Stop(); });
+  // Refused from the moment the pool stops, which is before the running job ends.
+  while (pool.Submit([] {})) std::this_thread::yield();
+  EXPECT_EQ(stopped.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+  release.set_value();
+  stopped.get();
+  EXPECT_FALSE(pool.Submit([] {}));
+}
+
+TEST(ActionPool, SurvivesAJobThatThrows) {
+  ActionPool pool(1, 10);
+  std::promise<void> done;
+  ASSERT_TRUE(pool.Submit([] { throw std::runtime_error("x"); }));
+  ASSERT_TRUE(pool.Submit([&] { done.set_value(); }));
+  EXPECT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
+}
+
+}  // namespace

@@ -1,0 +1,172 @@
+#include "agent/libZelCore/agent_core.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "agent/libZelCore/audit_log.h"
+#include "libZelCore.h"
+#include "tests/agent/temporary_directory.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+uint32_t AnswerNine(ZelContainer* parameters) {
+  parameters->Clear();
+  parameters->SetBool("Ran", true, kNoIndex);
+  return 9;
+}
+
+uint32_t InvokeHere(const char* action, ZelContainer* parameters) {
+  return ActionDbInvokeContainer(nullptr, "", action, parameters, nullptr, ~0U, ~0U, false);
+}
+
+uint32_t InvokeMaster(const char* action, ZelContainer* parameters) {
+  return InvokeContainerToMasterWithTempTunnel(action, parameters, nullptr, nullptr, ~0U, ~0U);
+}
+
+class AgentCoreTest : public testing::Test {
+ protected:
+  AgentOptions Options() const { return {home_.Native() / "home", uint16_t{0}, false}; }
+  void Configure(const std::string& text) const {
+    std::filesystem::create_directories(home_.Native() / "home" / "config");
+    WriteFile(home_.Native() / "home" / "config" / "zelagent.ini", text);
+  }
+  std::string Log() const { return ReadFile(home_.Native() / "home" / "log" / "zelagent.log"); }
+
+  TemporaryDirectory home_;
+};
+
+TEST(HostFunctions, FailInPeaceWithoutAnAgent) {
+  ZelContainer parameters;
+  ZelString directory = "x";
+  EXPECT_EQ(ActionDbRegisterAction("A", AnswerNine, nullptr), 1u);
+  EXPECT_EQ(InvokeHere("A", &parameters), kInvokeNotConfigured);
+  EXPECT_EQ(InvokeMaster("A", &parameters), kInvokeNotConfigured);
+  ZelAgentGetDataDir(directory);
+  EXPECT_TRUE(directory.IsEmpty());
+  EXPECT_EQ(ZelAgentGetDebugContext(), nullptr);
+}
+
+TEST_F(AgentCoreTest, MakesItsDirectoriesAndNamesThemWithASeparatorAtTheEnd) {
+  const AgentCore core(Options());
+  ZelString data, config;
+  ZelAgentGetDataDir(data);
+  ZelAgentGetConfigDir(config);
+  EXPECT_TRUE(data.EndsWith("/") || data.EndsWith("\\"));
+  EXPECT_TRUE(config.EndsWith("/") || config.EndsWith("\\"));
+  for (const char* name : {"config", "data", "log"})
+    EXPECT_TRUE(std::filesystem::is_directory(home_.Native() / "home" / name));
+  EXPECT_NE(ZelAgentGetDebugContext(), nullptr);
+}
+
+TEST_F(AgentCoreTest, RegistersActionsOfItsModulesOnly) {
+  AgentCore core(Options());
+  ActionDatabase::Owner* const owner = core.Actions().AddOwner("module");
+  int notAnOwner = 0;
+  EXPECT_EQ(ActionDbRegisterAction("Nine (int X)", AnswerNine, owner), 0u);
+  EXPECT_EQ(ActionDbRegisterAction("Nine", AnswerNine, owner), 1u);
+  EXPECT_EQ(ActionDbRegisterAction("Other", AnswerNine, &notAnOwner), 1u);
+  EXPECT_EQ(ActionDbRegisterAction("Other", nullptr, owner), 1u);
+
+  ZelContainer parameters;
+  EXPECT_EQ(InvokeHere("Nine", &parameters), 9u);
+  EXPECT_EQ(parameters.CountKeys(), 1u);
+  EXPECT_EQ(InvokeHere("Nine", nullptr), 9u);
+  EXPECT_EQ(InvokeHere("Other", &parameters), kInvokeUnknownAction);
+}
+
+TEST_F(AgentCoreTest, OffersThePrivacyCheck) {
+  const AgentCore core(Options());
+  ZelContainer request;
+  request.SetString("Class", "File System", kNoIndex);
+  request.SetString("Name", "C:\\x", kNoIndex);
+  request.SetString("Login", "", kNoIndex);
+  request.SetString("Access", "Write", kNoIndex);
+  EXPECT_EQ(InvokeHere("PrivacyCheck", &request), 0u);
+  int32_t result = 0;
+  EXPECT_TRUE(request.GetInt32("Result", &result, kNoIndex));
+  EXPECT_EQ(result, 3);
+}
+
+TEST_F(AgentCoreTest, LogsWhyTheMasterWasNotInvoked) {
+  ZelContainer parameters;
+  parameters.SetInt32("Kept", 1, kNoIndex);
+  {
+    const AgentCore core(Options());
+    EXPECT_EQ(InvokeMaster("A", &parameters), kInvokeNotConfigured);
+  }
+  EXPECT_THAT(Log(), HasSubstr("no master is configured"));
+
+  Configure("[fleet]\nsecret_file = secret\n[master]\naddress = http://127.0.0.1:1\n");
+  WriteFile(home_.Native() / "home" / "config" / "secret", "0123456789abcdef");
+  {
+    const AgentCore core(Options());
+    EXPECT_EQ(InvokeMaster("A", &parameters), kInvokeUnreachable);
+  }
+  EXPECT_THAT(Log(), HasSubstr("the master is not reachable"));
+  EXPECT_EQ(parameters.CountKeys(), 1u);
+}
+
+TEST_F(AgentCoreTest, InvokesItselfOverTheProtocolAndAuditsIt) {
+  Configure("[agent]\nname = self\n[fleet]\nsecret_file = secret\n");
+  WriteFile(home_.Native() / "home" / "config" / "secret", "0123456789abcdef");
+  {
+    AgentCore core(Options());
+    ActionDbRegisterAction("Nine", AnswerNine, core.Actions().AddOwner("module"));
+    const std::string url = core.Serve();
+    ZelContainer parameters;
+    EXPECT_EQ(ActionDbInvokeContainer(nullptr, url, "Nine", &parameters, nullptr, ~0U, ~0U, false),
+              9u);
+    EXPECT_EQ(parameters.CountKeys(), 1u);
+    core.StopServing();
+  }
+  const std::filesystem::path audit = home_.Native() / "home" / "log" / "audit.jsonl";
+  EXPECT_THAT(ReadFile(audit), HasSubstr("\"user\":\"agent/self\""));
+  EXPECT_THAT(ReadFile(audit), HasSubstr("\"text\":\"action Nine code 9\""));
+  EXPECT_TRUE(VerifyAuditLog(audit).isWhole);
+}
+
+TEST_F(AgentCoreTest, WritesAuditLinesOfModulesToTheTrail) {
+  {
+    const AgentCore core(Options());
+    ZelDebug log("Module", "");
+    log.SetContext(ZelAgentGetDebugContext());
+    log.AuditWithNL("bob", "192.0.2.7", "%s, class Direct Access", "accepted");
+  }
+  const std::string trail = ReadFile(home_.Native() / "home" / "log" / "audit.jsonl");
+  EXPECT_THAT(trail, HasSubstr("\"module\":\"Module\",\"user\":\"bob\",\"address\":\"192.0.2.7\","
+                               "\"text\":\"accepted, class Direct Access\""));
+}
+
+TEST_F(AgentCoreTest, RefusesASecondAgentInTheSameHomeAndInTheSameProcess) {
+  {
+    const AgentCore core(Options());
+    EXPECT_THROW(AgentCore{Options()}, std::runtime_error);
+  }
+  EXPECT_NO_THROW(AgentCore{Options()}) << "the lock ends with the agent";
+}
+
+TEST_F(AgentCoreTest, NamesEveryUnusableValueWhenItRefusesToStart) {
+  Configure("[http]\nport = x\ntls = y\n");
+  try {
+    const AgentCore core(Options());
+    FAIL() << "started";
+  } catch (const std::runtime_error& error) {
+    EXPECT_THAT(error.what(), HasSubstr("line 2: "));
+    EXPECT_THAT(error.what(), HasSubstr("line 3: "));
+  }
+}
+
+TEST_F(AgentCoreTest, StartsWithUnknownKeysAndLogsThem) {
+  Configure("[http]\nprot = 1\n");
+  {
+    const AgentCore core(Options());
+    EXPECT_EQ(core.Warnings().size(), 1u);
+  }
+  EXPECT_THAT(Log(), HasSubstr("unknown key \"prot\""));
+}
+
+}  // namespace

@@ -1,0 +1,150 @@
+#include "agent/libZelCore/privacy_policy.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "tests/agent/temporary_directory.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::optional<std::string> RoleOf(std::string_view login) {
+  if (login == "root") return "administrator";
+  if (login == "helen") return "helpdesk";
+  return {};
+}
+
+PrivacyRule Rule(std::string login, std::string pattern, bool mayRead, bool mayWrite) {
+  return {std::move(login), std::move(pattern), mayRead, mayWrite};
+}
+
+/// A directory "data" that bob may do everything in, and "data/secret" that he may not.
+class PrivacyPolicyFiles : public testing::Test {
+ protected:
+  PrivacyPolicyFiles()
+      : policy_({Rule("*", Path("data/secret/**"), false, false),
+                 Rule("bob", Path("data/**"), true, true)},
+                RoleOf) {
+    fs::create_directories(directory_.Native() / "data" / "secret");
+    WriteFile(directory_.Native() / "data" / "open.txt", "x");
+    WriteFile(directory_.Native() / "data" / "secret" / "key.txt", "x");
+  }
+
+  std::string Path(const char* name) const { return std::string((directory_ / name).Utf8()); }
+  bool MayBobRead(const std::string& path) const { return policy_.IsGranted(path, "bob", true); }
+  bool MayBobWrite(const std::string& path) const { return policy_.IsGranted(path, "bob", false); }
+  /// False when this system gives no links to this account.
+  bool Link(const char* target, const char* link) const {
+    std::error_code error;
+    fs::create_symlink(fs::path(Path(target)), fs::path(Path(link)), error);
+    return !error;
+  }
+
+  TemporaryDirectory directory_;
+  PrivacyPolicy policy_;
+};
+
+TEST(PrivacyPolicy, GrantsEverythingToAdministratorsAndLocalCallsByDefault) {
+  const PrivacyPolicy policy({}, RoleOf);
+  for (const bool isRead : {true, false}) {
+    EXPECT_TRUE(policy.IsGranted("C:\\x", "root", isRead));
+    EXPECT_TRUE(policy.IsGranted("C:\\x", "", isRead));
+    EXPECT_FALSE(policy.IsGranted("C:\\x", "helen", isRead));
+    EXPECT_FALSE(policy.IsGranted("C:\\x", "nobody", isRead));
+  }
+}
+
+TEST(PrivacyPolicy, TakesTheFirstRuleThatMatches) {
+  const PrivacyPolicy policy({Rule("role:helpdesk", "C:\\zel-a\\**", true, false),
+                              Rule("", "C:/zel-a/x", false, true), Rule("*", "**", false, false)},
+                             RoleOf);
+  EXPECT_TRUE(policy.IsGranted("C:/zel-a/x", "helen", true));
+  EXPECT_FALSE(policy.IsGranted("C:/zel-a/x", "helen", false));
+  EXPECT_FALSE(policy.IsGranted("C:/zel-a/x", "", true));
+  EXPECT_TRUE(policy.IsGranted("C:/zel-a/x", "", false));
+  EXPECT_FALSE(policy.IsGranted("C:/zel-b", "root", true)) << "* is everyone";
+  EXPECT_FALSE(policy.IsGranted("C:/zel-b", "", true)) << "* is everyone";
+}
+
+TEST(PrivacyPolicy, RefusesWhatIsNoPath) {
+  const PrivacyPolicy policy({}, RoleOf);
+  EXPECT_FALSE(policy.IsGranted("", "root", true));
+  EXPECT_FALSE(policy.IsGranted(std::string_view("C:\\a\0b", 6), "root", true));
+}
+
+TEST(PrivacyPolicy, AnswersThePrivacyCheckWithItsVerdicts) {
+  const PrivacyPolicy policy({}, RoleOf);
+  const auto check = [&](const char* kind, const char* login, const char* access) {
+    ZelContainer request;
+    request.SetString("Class", kind, kNoIndex);
+    request.SetString("Name", "C:\\x", kNoIndex);
+    request.SetString("Login", login, kNoIndex);
+    request.SetString("Access", access, kNoIndex);
+    EXPECT_EQ(policy.Check(&request), 0u);
+    EXPECT_EQ(request.CountKeys(), 1u);
+    int32_t result = -1;
+    EXPECT_TRUE(request.GetInt32("Result", &result, kNoIndex));
+    return result;
+  };
+  EXPECT_EQ(check("File System", "root", "Read"), 1);
+  EXPECT_EQ(check("File System", "root", "Write"), 3);
+  EXPECT_EQ(check("File System", "helen", "Read"), 0);
+  EXPECT_EQ(check("Registry", "root", "Read"), 0);
+  EXPECT_EQ(check("File System", "root", "read"), 0);
+  EXPECT_EQ(check("File System", "root", ""), 0);
+}
+
+TEST_F(PrivacyPolicyFiles, CoverTheDirectoryItself) {
+  EXPECT_TRUE(MayBobRead(Path("data")));
+  EXPECT_FALSE(MayBobWrite(Path("data/secret")));
+  EXPECT_FALSE(MayBobWrite(Path("data/secret/")));
+  EXPECT_TRUE(MayBobRead(Path("data/secretary"))) << "a longer name is another one";
+}
+
+TEST_F(PrivacyPolicyFiles, AreNotEvadedByTheTextOfThePath) {
+  EXPECT_TRUE(MayBobRead(Path("data/open.txt")));
+  EXPECT_FALSE(MayBobRead(Path("data/secret/key.txt")));
+  EXPECT_FALSE(MayBobRead(Path("data\\secret\\key.txt")));
+  EXPECT_FALSE(MayBobRead(Path("data/./secret//key.txt")));
+  EXPECT_FALSE(MayBobRead(Path("data/x/../secret/key.txt")));
+  EXPECT_FALSE(MayBobWrite(Path("data/secret/new/er")));
+  EXPECT_FALSE(MayBobRead(Path("data/../outside")));
+}
+
+TEST_F(PrivacyPolicyFiles, AreNotEvadedByLinks) {
+  if (!Link("data/secret", "data/door")) GTEST_SKIP() << "no links on this system";
+  ASSERT_TRUE(Link("data/secret/key.txt", "data/key"));
+  ASSERT_TRUE(Link("data/secret/unborn", "data/dangling"));
+  ASSERT_TRUE(Link("data/open.txt", "data/secret/link"));
+  ASSERT_TRUE(Link("data", "other"));
+
+  EXPECT_FALSE(MayBobRead(Path("data/door/key.txt")));
+  EXPECT_FALSE(MayBobWrite(Path("data/door/new.txt")));
+  EXPECT_FALSE(MayBobRead(Path("data/key")));
+  EXPECT_FALSE(MayBobWrite(Path("data/dangling"))) << "writing would make the target";
+  EXPECT_FALSE(MayBobWrite(Path("data/secret/link"))) << "the link itself lies in secret";
+  EXPECT_TRUE(MayBobRead(Path("other/open.txt"))) << "links on the way are resolved";
+  EXPECT_FALSE(MayBobRead(Path("other"))) << "the link itself lies outside data";
+}
+
+TEST(PathPattern, MatchesOneNameWithOneStarAndAnyDepthWithTwo) {
+  EXPECT_TRUE(MatchesPathPattern("*.txt", "a.txt"));
+  EXPECT_FALSE(MatchesPathPattern("*.txt", "a/b.txt"));
+  EXPECT_TRUE(MatchesPathPattern("**.txt", "a/b.txt"));
+  EXPECT_TRUE(MatchesPathPattern("a*/c", "ab/c"));
+  EXPECT_FALSE(MatchesPathPattern("a*/c", "a/b/c"));
+  EXPECT_TRUE(MatchesPathPattern("**", ""));
+  EXPECT_TRUE(MatchesPathPattern("*", ""));
+  EXPECT_FALSE(MatchesPathPattern("", "a"));
+  EXPECT_TRUE(MatchesPathPattern("", ""));
+}
+
+TEST(PathPattern, TakesNoLongTimeForHostileText) {
+  std::string pattern;
+  for (int i = 0; i < 50; ++i) pattern += "*a";
+  EXPECT_FALSE(MatchesPathPattern(pattern, std::string(30000, 'a') + "b"));
+}
+
+}  // namespace

@@ -1,0 +1,278 @@
+#include "agent/libZelCore/remote_invocation.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+
+#include "agent/libZelCore/action_pool.h"
+#include "agent/libZelCore/http_server.h"
+#include "tests/agent/temporary_directory.h"
+#include "tests/agent/test_certificates.h"
+#include "tests/agent/test_http_server.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* kSecret = "the secret of this fleet";
+
+Settings CallerSettings() {
+  Settings settings;
+  settings.agentName = "caller";
+  settings.fleetSecret = kSecret;
+  settings.remoteTimeoutMs = 10000;
+  return settings;
+}
+
+/// Another agent: the HTTP protocol over actions of its own.
+class Peer {
+ public:
+  explicit Peer(Settings settings = {})
+      : settings_(std::move(settings)),
+        users_(directory_.Native() / "users"),
+        authenticator_(users_, kSecret, std::chrono::seconds(60)),
+        pool_(4, 4) {
+    settings_.port = 0;
+    actions_.Register(
+        "Double (int X)",
+        [](ZelContainer* parameters) -> uint32_t {
+          int32_t x = 0;
+          parameters->GetInt32("X", &x, kNoIndex);
+          parameters->Clear();
+          parameters->SetInt32("Result", 2 * x, kNoIndex);
+          return 0;
+        },
+        nullptr);
+    actions_.Register(
+        "Fail", [](ZelContainer*) -> uint32_t { return 0xFFFFFFFE; }, nullptr);
+    actions_.Register(
+        "Wait",
+        [this](ZelContainer*) -> uint32_t {
+          released_.wait();
+          return 0;
+        },
+        nullptr);
+    server_ = std::make_unique<HttpServer>(
+        settings_, authenticator_, actions_, pool_,
+        [this](const InvocationRecord& record) { caller_.set_value(record.caller); });
+    server_->Start();
+  }
+  ~Peer() {
+    Release();
+    server_->Stop();
+    pool_.Stop();
+  }
+
+  std::string Url() const { return server_->Url(); }
+  uint16_t Port() const { return server_->Port(); }
+  /// Who made the first invocation; waits for it.
+  Caller FirstCaller() { return caller_.get_future().get(); }
+  void Release() {
+    if (!std::exchange(isReleased_, true)) release_.set_value();
+  }
+
+ private:
+  TemporaryDirectory directory_;
+  Settings settings_;
+  UserStore users_;
+  Authenticator authenticator_;
+  ActionDatabase actions_;
+  ActionPool pool_;
+  std::promise<void> release_;
+  std::shared_future<void> released_ = release_.get_future().share();
+  bool isReleased_ = false;
+  std::promise<Caller> caller_;
+  std::unique_ptr<HttpServer> server_;
+};
+
+ZelContainer Parameters() {
+  ZelContainer parameters;
+  parameters.SetInt32("X", 21, kNoIndex);
+  return parameters;
+}
+
+/// Calls "Double" and expects that it did not run: the code, and parameters that are as they were.
+std::string ExpectNotRun(const Settings& settings, const std::string& address, uint32_t code,
+                         const char* action = "Double", uint32_t timeoutMs = ~0U) {
+  ZelContainer parameters = Parameters();
+  const RemoteResult result =
+      RemoteInvoker(settings).Invoke(address, action, &parameters, timeoutMs);
+  EXPECT_EQ(result.code, code) << result.error;
+  EXPECT_NE(result.error, "");
+  EXPECT_EQ(parameters, Parameters());
+  return result.error;
+}
+
+TEST(RemoteInvocation, RunsTheActionAndBringsItsResultsBack) {
+  Peer peer;
+  ZelContainer parameters = Parameters();
+  const RemoteResult result =
+      RemoteInvoker(CallerSettings()).Invoke(peer.Url(), "Double", &parameters, ~0U);
+  EXPECT_EQ(result.code, 0u);
+  EXPECT_EQ(result.error, "");
+  int32_t doubled = 0;
+  EXPECT_TRUE(parameters.GetInt32("Result", &doubled, kNoIndex));
+  EXPECT_EQ(doubled, 42);
+  EXPECT_EQ(parameters.CountKeys(), 1u);
+
+  const Caller caller = peer.FirstCaller();
+  EXPECT_EQ(caller.kind, Caller::Kind::kAgent);
+  EXPECT_EQ(caller.login, "caller");
+}
+
+TEST(RemoteInvocation, ReturnsTheActionsOwnCodeUpToAllBits) {
+  const Peer peer;
+  ZelContainer parameters;
+  const RemoteResult result =
+      RemoteInvoker(CallerSettings()).Invoke(peer.Url(), "Fail", &parameters, ~0U);
+  EXPECT_EQ(result.code, 0xFFFFFFFEu);
+  EXPECT_EQ(result.error, "");
+}
+
+TEST(RemoteInvocation, KnowsAnUnknownActionWhateverItsName) {
+  const Peer peer;
+  ExpectNotRun(CallerSettings(), peer.Url(), kInvokeUnknownAction, "Nothing");
+}
+
+TEST(RemoteInvocation, IsRefusedWithAnotherFleetsSecret) {
+  const Peer peer;
+  Settings settings = CallerSettings();
+  settings.fleetSecret = "the secret of another fleet";
+  ExpectNotRun(settings, peer.Url(), kInvokeRefused);
+}
+
+TEST(RemoteInvocation, NeedsASecretAndAUsableAddress) {
+  Settings settings = CallerSettings();
+  for (const char* address :
+       {"", "peer", "ftp://127.0.0.1", "http://a:b@127.0.0.1", "http://127.0.0.1/path",
+        "http://127.0.0.1/?q", "http://127.0.0.1#f", "http://127.0.0.1 /", "file:///etc/passwd"})
+    ExpectNotRun(settings, address, kInvokeNotConfigured);
+  settings.fleetSecret.clear();
+  ExpectNotRun(settings, "http://127.0.0.1:1", kInvokeNotConfigured);
+}
+
+TEST(RemoteInvocation, SendsNoCredentialsOverANetworkWithoutTls) {
+  for (const char* address : {"http://192.0.2.1", "http://127.0.0.1.example.com", "http://[::2]",
+                              "http://localhost.example.com", "http://example.com"})
+    EXPECT_THAT(ExpectNotRun(CallerSettings(), address, kInvokeNotConfigured), HasSubstr("TLS"));
+}
+
+TEST(RemoteInvocation, TellsWhenNobodyListens) {
+  std::string url;
+  {
+    const Peer peer;
+    url = peer.Url();
+  }
+  ExpectNotRun(CallerSettings(), url, kInvokeUnreachable);
+}
+
+TEST(RemoteInvocation, EndsWhenItsTimeIsOver) {
+  Peer peer;
+  const auto start = std::chrono::steady_clock::now();
+  ExpectNotRun(CallerSettings(), peer.Url(), kInvokeUnreachable, "Wait", 200);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(8));
+  peer.Release();
+}
+
+TEST(RemoteInvocation, RefusesRepliesThatAreNone) {
+  for (const char* body :
+       {"", "garbage", "{}", "[]", "{\"code\":0}", "{\"code\":-1,\"container\":{}}",
+        "{\"code\":4294967296,\"container\":{}}", "{\"code\":\"0\",\"container\":{}}",
+        "{\"code\":0,\"container\":[]}", "{\"code\":0,\"container\":{\"a\":null}}"}) {
+    TestHttpServer server([&](const TestHttpRequest&) { return TestHttpAnswer{200, {}, body, 0}; });
+    ExpectNotRun(CallerSettings(), server.Url(""), kInvokeBadReply);
+  }
+}
+
+TEST(RemoteInvocation, TellsRefusalsFromOtherErrorReplies) {
+  const auto answer = [](int status, const char* body) {
+    TestHttpServer server([&](const TestHttpRequest&) {
+      return TestHttpAnswer{status, {}, body, 0};
+    });
+    ZelContainer parameters;
+    return RemoteInvoker(CallerSettings()).Invoke(server.Url(""), "X", &parameters, ~0U).code;
+  };
+  EXPECT_EQ(answer(401, ""), kInvokeRefused);
+  EXPECT_EQ(answer(403, "garbage"), kInvokeRefused);
+  EXPECT_EQ(answer(404, "{\"error\":{\"code\":\"unknown_action\",\"message\":\"m\"}}"),
+            kInvokeUnknownAction);
+  EXPECT_EQ(answer(404, ""), kInvokeBadReply);
+  EXPECT_EQ(answer(500, ""), kInvokeBadReply);
+  EXPECT_EQ(answer(503, ""), kInvokeUnreachable);
+}
+
+TEST(RemoteInvocation, FollowsNoRedirect) {
+  const Peer peer;
+  TestHttpServer server([&](const TestHttpRequest& request) {
+    return TestHttpAnswer{307, {"Location: " + peer.Url() + request.target}, "", 0};
+  });
+  ExpectNotRun(CallerSettings(), server.Url(""), kInvokeBadReply);
+}
+
+TEST(RemoteInvocation, TellsWhenTheReplyBreaksOff) {
+  TestHttpServer server([&](const TestHttpRequest&) {
+    return TestHttpAnswer{200, {}, "{\"code\":0,\"container\":{}}", 10};
+  });
+  ExpectNotRun(CallerSettings(), server.Url(""), kInvokeUnreachable);
+}
+
+class RemoteInvocationTls : public testing::Test {
+ protected:
+  Settings PeerSettings(const TestAuthority& authority, const std::string& name) {
+    Settings settings;
+    settings.tls = true;
+    settings.certificateFile = directory_.Native() / "peer.pem";
+    settings.privateKeyFile = directory_.Native() / "peer.key";
+    authority.Issue(name, settings.certificateFile, settings.privateKeyFile);
+    return settings;
+  }
+  Settings TrustingSettings(const TestAuthority& authority) {
+    Settings settings = CallerSettings();
+    settings.fleetCaFile = directory_.Native() / "ca.pem";
+    authority.WriteCertificate(settings.fleetCaFile);
+    return settings;
+  }
+
+  TemporaryDirectory directory_;
+  TestAuthority fleet_{"Fleet"};
+  TestAuthority other_{"Other"};
+};
+
+TEST_F(RemoteInvocationTls, RunsTheActionOnAPeerOfTheFleet) {
+  const Peer peer(PeerSettings(fleet_, "IP:127.0.0.1"));
+  ASSERT_THAT(peer.Url(), testing::StartsWith("https://"));
+  ZelContainer parameters = Parameters();
+  const RemoteResult result =
+      RemoteInvoker(TrustingSettings(fleet_)).Invoke(peer.Url(), "Double", &parameters, ~0U);
+  EXPECT_EQ(result.code, 0u) << result.error;
+  EXPECT_EQ(result.error, "");
+}
+
+TEST_F(RemoteInvocationTls, RefusesAPeerOfAnotherAuthority) {
+  const Peer peer(PeerSettings(other_, "IP:127.0.0.1"));
+  ExpectNotRun(TrustingSettings(fleet_), peer.Url(), kInvokeRefused);
+}
+
+TEST_F(RemoteInvocationTls, RefusesAPeerWithACertificateForAnotherHost) {
+  const Peer peer(PeerSettings(fleet_, "DNS:elsewhere.example"));
+  ExpectNotRun(TrustingSettings(fleet_), peer.Url(), kInvokeRefused);
+}
+
+TEST_F(RemoteInvocationTls, NeedsTheFleetsAuthority) {
+  const Peer peer(PeerSettings(fleet_, "IP:127.0.0.1"));
+  ExpectNotRun(CallerSettings(), peer.Url(), kInvokeNotConfigured);
+  Settings settings = CallerSettings();
+  settings.fleetCaFile = directory_.Native() / "missing.pem";
+  ExpectNotRun(settings, peer.Url(), kInvokeNotConfigured);
+}
+
+TEST_F(RemoteInvocationTls, TellsWhenThePeerSpeaksNoTls) {
+  const Peer peer;
+  const std::string address = "https://127.0.0.1:" + std::to_string(peer.Port());
+  ExpectNotRun(TrustingSettings(fleet_), address, kInvokeBadReply);
+}
+
+}  // namespace
