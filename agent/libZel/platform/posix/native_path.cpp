@@ -15,9 +15,13 @@ std::map<char, std::string>& DriveMap() {
   return drives;
 }
 
-char UpperLetter(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+char UpperLetter(char c) {
+  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
 
-NativePath Refused(const std::string& reason) { return {{}, reason}; }
+NativePath Refused(const std::string& reason) {
+  return {{}, reason};
+}
 
 }  // namespace
 
@@ -84,10 +88,14 @@ NativePath platform_path::Assemble(const PathParts& parts) {
     bytes += '/';
     bytes += *nameBytes;
   }
-  if (bytes.empty()) bytes = "/";
+  if (bytes.empty()) bytes += '/';
   return {std::filesystem::path(std::move(bytes)), {}};
 }
 
-ZelString FromNativePath(const std::filesystem::path& path) { return TextOfBytes(path.native()); }
+ZelString FromNativePath(const std::filesystem::path& path) {
+  return TextOfBytes(path.native());
+}
 
-void SetDriveMap(const std::map<char, std::string>& drives) { DriveMap() = drives; }
+void SetDriveMap(const std::map<char, std::string>& drives) {
+  DriveMap() = drives;
+}
