@@ -33,7 +33,9 @@ Outcome InvalidName(const NativePath& path) {
   return FailedBecause(path.error, file_system::kErrorInvalidName);
 }
 
-Outcome NotADirectory() { return FailedBecause("it is not a directory"); }
+Outcome NotADirectory() {
+  return FailedBecause("it is not a directory");
+}
 
 bool IsRoot(const ZelString& path) {
   const ZelString full = CompletePath(path);

@@ -14,7 +14,9 @@ using file_system::Kind;
 using file_system::Status;
 using Presence = http_file::Properties::Presence;
 
-bool IsUrl(const ZelString& path) { return UrlParseInet::CanHandleUrl(path) != 0; }
+bool IsUrl(const ZelString& path) {
+  return UrlParseInet::CanHandleUrl(path) != 0;
+}
 
 ZelString ForLog(const ZelString& path) {
   return IsUrl(path) ? http_file::WithoutCredentials(path) : path;
@@ -177,8 +179,8 @@ int FileCopyNet(const ZelString& source, const ZelString& destination, int failI
   return Guarded("FileCopyNet", -1, [&] {
     const Outcome outcome = Copy(source, destination, failIfExists == 0);
     if (!outcome) {
-      LibraryLog().WarningWithNL("copy of %S to %S failed: %S", ForLog(source),
-                                 ForLog(destination), outcome.reason);
+      LibraryLog().WarningWithNL("copy of %S to %S failed: %S", ForLog(source), ForLog(destination),
+                                 outcome.reason);
     }
     return outcome.code;
   });
@@ -188,8 +190,8 @@ int FileRenameNet(const ZelString& source, const ZelString& destination) {
   return Guarded("FileRenameNet", -1, [&] {
     const Outcome outcome = Move(source, destination);
     if (!outcome) {
-      LibraryLog().WarningWithNL("move of %S to %S failed: %S", ForLog(source),
-                                 ForLog(destination), outcome.reason);
+      LibraryLog().WarningWithNL("move of %S to %S failed: %S", ForLog(source), ForLog(destination),
+                                 outcome.reason);
     }
     return outcome.code;
   });

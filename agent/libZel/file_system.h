@@ -99,9 +99,9 @@ int RemoveFile(const std::filesystem::path& path, bool force);
 
 int MakeDirectory(const std::filesystem::path& path);
 
-/// Deletes what is in a directory (read-only files too) and, unless `keepRoot`, the directory. Links
-/// are deleted, never followed, whoever swaps what while this works; memory grows with the depth,
-/// open handles do not. Stops at the first failure.
+/// Deletes what is in a directory (read-only files too) and, unless `keepRoot`, the directory.
+/// Links are deleted, never followed, whoever swaps what while this works; memory grows with the
+/// depth, open handles do not. Stops at the first failure.
 int DeleteTree(const std::filesystem::path& path, bool keepRoot);
 /// Deletes an empty directory.
 int DeleteDirectory(const std::filesystem::path& path);

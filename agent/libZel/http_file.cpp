@@ -36,7 +36,9 @@ struct FreeList {
   void operator()(curl_slist* list) const { curl_slist_free_all(list); }
 };
 
-size_t Discard(char*, size_t size, size_t count, void*) { return size * count; }
+size_t Discard(char*, size_t size, size_t count, void*) {
+  return size * count;
+}
 
 // One request. Callbacks must not throw: they run inside a C library.
 class Request {
@@ -170,9 +172,12 @@ Outcome Send(const std::filesystem::path& source, const ZelString& url, bool rep
 Outcome RefuseExisting(const ZelString& url) {
   const Properties properties = GetProperties(url);
   switch (properties.presence) {
-    case Properties::Presence::kMissing: return {};
-    case Properties::Presence::kExists: return OutcomeOf(file_system::kErrorExists);
-    case Properties::Presence::kUnknown: break;
+    case Properties::Presence::kMissing:
+      return {};
+    case Properties::Presence::kExists:
+      return OutcomeOf(file_system::kErrorExists);
+    case Properties::Presence::kUnknown:
+      break;
   }
   return FailedBecause(ZelString("whether the destination exists is unknown: ") +
                        properties.reason);

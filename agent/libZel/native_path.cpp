@@ -7,7 +7,9 @@
 
 namespace {
 
-NativePath Refused(const char* reason) { return {{}, reason}; }
+NativePath Refused(const char* reason) {
+  return {{}, reason};
+}
 
 // "\\server" alone: the text says share, but there is none.
 bool IsUnfinishedShare(std::string_view path) {

@@ -18,8 +18,9 @@ struct NativePath {
 /// Turns a path of the protocol (either separator, drive letters on every platform) into a full
 /// native one; ".." is resolved in the text. On Windows the result has the form "\\?\...", and
 /// names that end in a dot or blank or that the system reserves for devices are refused. Elsewhere
-/// drive letters are looked up in the drive map, and lone surrogates U+DC80..U+DCFF become the
-/// bytes they stand for. URLs, empty paths and NUL characters are refused.
+/// drive letters are looked up in the drive map, lone surrogates U+DC80..U+DCFF become the bytes
+/// they stand for (others are refused), "//x" means "/x", and a share ("\\server\share") is
+/// refused. A closing separator is dropped. URLs, empty paths and NUL characters are refused.
 NativePath ToNativePath(const ZelString& path);
 
 /// The other way: WTF-8, without the "\\?\" form. Never fails.

@@ -13,7 +13,9 @@ struct Outcome {
   explicit operator bool() const { return code == 0; }
 };
 
-inline Outcome FailedBecause(const ZelString& reason, int code = -1) { return {code, reason}; }
+inline Outcome FailedBecause(const ZelString& reason, int code = -1) {
+  return {code, reason};
+}
 
 inline Outcome OutcomeOf(int error) {
   return error == 0 ? Outcome{} : Outcome{error, file_system::ErrorText(error)};

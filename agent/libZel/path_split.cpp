@@ -17,7 +17,9 @@ size_t ShareLength(std::string_view path) {
   return shareEnd == serverEnd + 1 ? 0 : shareEnd;
 }
 
-bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+bool IsLetter(char c) {
+  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
 
 void AddName(PathParts* parts, std::string_view name) {
   if (name.empty() || name == ".") return;
@@ -38,7 +40,9 @@ void Store(ZelString* output, std::string_view text) {
 
 }  // namespace
 
-bool IsShare(std::string_view drive) { return drive.size() > 2; }
+bool IsShare(std::string_view drive) {
+  return drive.size() > 2;
+}
 
 size_t DriveLength(std::string_view path) {
   if (path.size() >= 2 && path[1] == ':' && IsLetter(path[0])) return 2;

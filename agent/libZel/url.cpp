@@ -8,9 +8,15 @@ namespace {
 
 constexpr uint32_t kMaxPort = 65535;
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-bool IsHexDigit(char c) { return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'f'); }
+char Lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool IsHexDigit(char c) {
+  return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'f');
+}
 
 bool RemovePrefix(std::string_view* text, std::string_view lowerCasePrefix) {
   if (text->size() < lowerCasePrefix.size()) return false;
@@ -22,7 +28,9 @@ bool RemovePrefix(std::string_view* text, std::string_view lowerCasePrefix) {
 }
 
 // Blanks and control characters stand in no URL; a NUL would even cut it short on its way.
-bool IsUrlCharacter(char c) { return static_cast<unsigned char>(c) > ' ' && c != '\x7F'; }
+bool IsUrlCharacter(char c) {
+  return static_cast<unsigned char>(c) > ' ' && c != '\x7F';
+}
 
 // A registered name as RFC 3986 has it, or one in letters beyond ASCII.
 bool IsNameCharacter(char c) {

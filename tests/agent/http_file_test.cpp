@@ -103,7 +103,8 @@ TEST(HttpFile, IsDownloadedWithItsModificationTime) {
   store.Put("/file", content);
   EXPECT_EQ(FileCopyNet(store.Url("/file"), directory / "copy", 0), 0);
   EXPECT_EQ(ReadFile(directory.Native("copy")), content);
-  const auto modified = std::chrono::file_clock::to_sys(fs::last_write_time(directory.Native("copy")));
+  const auto modified =
+      std::chrono::file_clock::to_sys(fs::last_write_time(directory.Native("copy")));
   EXPECT_EQ(std::chrono::duration_cast<std::chrono::seconds>(modified.time_since_epoch()).count(),
             1234567890);
   EXPECT_EQ(directory.CountEntries(), 1u);

@@ -6,7 +6,9 @@
 
 namespace {
 
-std::string ErrorOf(const ZelString& path) { return ToNativePath(path).error; }
+std::string ErrorOf(const ZelString& path) {
+  return ToNativePath(path).error;
+}
 
 TEST(ToNativePath, SaysWhyAPathNamesNothing) {
   EXPECT_EQ(ErrorOf(""), "the path is empty");

@@ -66,7 +66,9 @@ TEST(SplitPath, GivesBackAnyBytes) {
   Split(ZelString(std::string_view("a\0b/c\0.d", 8)));
 }
 
-ZelString Normal(const ZelString& native) { return CompletePath(native); }
+ZelString Normal(const ZelString& native) {
+  return CompletePath(native);
+}
 
 TEST(CompletePath, StartsRelativePathsAtTheWorkingDirectory) {
   const ZelString here = FromNativePath(std::filesystem::current_path());
@@ -90,8 +92,8 @@ TEST(CompletePath, KeepsTheDriveAndAClosingSeparator) {
 }
 
 TEST(CompletePath, ChangesNothingTheSecondTime) {
-  for (const char* path : {"a", "/", "//", "///a", "//a/b/c", "\\\\a\\b\\..\\c", "\\\\a", "C:", "c:x",
-                           "/\\a\\b\\c", "../..", "a/", ".", "http://host/x"}) {
+  for (const char* path : {"a", "/", "//", "///a", "//a/b/c", "\\\\a\\b\\..\\c", "\\\\a",
+                           "C:", "c:x", "/\\a\\b\\c", "../..", "a/", ".", "http://host/x"}) {
     const ZelString once = CompletePath(path);
     EXPECT_EQ(CompletePath(once), once) << path;
   }

@@ -23,8 +23,8 @@ struct TestHttpAnswer {
   int lengthOffset = 0;
 };
 
-/// An HTTP/1.1 server on a free port of the loopback interface. It answers one request at a time and
-/// closes each connection after its answer. `answer` runs on the server's thread.
+/// An HTTP/1.1 server on a free port of the loopback interface. It answers one request at a time
+/// and closes each connection after its answer. `answer` runs on the server's thread.
 class TestHttpServer {
  public:
   using Answerer = std::function<TestHttpAnswer(const TestHttpRequest&)>;

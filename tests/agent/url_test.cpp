@@ -15,13 +15,35 @@ TEST(CanHandleUrl, AcceptsHttpAndHttpsWithAHost) {
 }
 
 TEST(CanHandleUrl, RefusesEverythingElse) {
-  for (const char* text :
-       {"", "http", "http:", "http://", "http:///path", "http:/host/x", "http:\\\\host\\x",
-        "ftp://host/x", "file:///etc/passwd", " http://host", "httpx://host", "C:\\a\\b",
-        "\\\\server\\share", "/http://host", "http://?x", "http://#x", "http://user@/x",
-        "http://:80/", "http://host:99999/", "http://host:8a/", "http://[::1/", "http://[]/",
-        "http://[::1]x/", "http://ho st/", "http://host/a b", "http://host/a\nb", "http://a\\b/",
-        "http://ho\"st/", "http://x\\@host/"}) {
+  for (const char* text : {"",
+                           "http",
+                           "http:",
+                           "http://",
+                           "http:///path",
+                           "http:/host/x",
+                           "http:\\\\host\\x",
+                           "ftp://host/x",
+                           "file:///etc/passwd",
+                           " http://host",
+                           "httpx://host",
+                           "C:\\a\\b",
+                           "\\\\server\\share",
+                           "/http://host",
+                           "http://?x",
+                           "http://#x",
+                           "http://user@/x",
+                           "http://:80/",
+                           "http://host:99999/",
+                           "http://host:8a/",
+                           "http://[::1/",
+                           "http://[]/",
+                           "http://[::1]x/",
+                           "http://ho st/",
+                           "http://host/a b",
+                           "http://host/a\nb",
+                           "http://a\\b/",
+                           "http://ho\"st/",
+                           "http://x\\@host/"}) {
     EXPECT_EQ(UrlParseInet::CanHandleUrl(text), 0) << text;
   }
 }

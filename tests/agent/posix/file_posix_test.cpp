@@ -29,8 +29,10 @@ struct stat StatOf(const fs::path& path) {
 }
 
 TEST(NativePathOnPosix, KeepsEveryByteOfAName) {
-  for (const char* name : {"\xFF", "a\x80z", "\xC3(", "\xED\xB2\x80", "\xED\xA0\x80\xED\xB2\x80",
-                           "\xF0\x9F\xA6", "Gr\xFC\xDF" "e"}) {
+  for (const char* name :
+       {"\xFF", "a\x80z", "\xC3(", "\xED\xB2\x80", "\xED\xA0\x80\xED\xB2\x80", "\xF0\x9F\xA6",
+        "Gr\xFC\xDF"
+        "e"}) {
     const fs::path native = fs::path("/data") / name;
     const NativePath back = ToNativePath(FromNativePath(native));
     ASSERT_TRUE(back) << back.error;
@@ -44,7 +46,8 @@ TEST(NativePathOnPosix, TellsNamesApartWhoseEscapesLookAlike) {
 
 TEST(NativePathOnPosix, RefusesASurrogateThatStandsForNoByte) {
   const TCHAR wide[] = {u'/', 0xD800, 0};
-  EXPECT_EQ(ToNativePath(ZelString(wide)).error, "the path holds a surrogate that stands for no byte");
+  EXPECT_EQ(ToNativePath(ZelString(wide)).error,
+            "the path holds a surrogate that stands for no byte");
 }
 
 TEST(NativePathOnPosix, LooksDrivesUpInTheMap) {
@@ -148,7 +151,7 @@ int CopyWithSizeLimit(const ZelString& source, const ZelString& destination, rli
   const pid_t child = fork();
   if (child == 0) {
     signal(SIGXFSZ, SIG_IGN);
-    const struct rlimit limit {limitBytes, limitBytes};
+    const struct rlimit limit { limitBytes, limitBytes };
     setrlimit(RLIMIT_FSIZE, &limit);
     _exit(FileCopyNet(source, destination, 0) == EFBIG ? 0 : 1);
   }
@@ -269,7 +272,7 @@ TEST(DirDeleteOnPosix, DeletesATreeOf5000LevelsWithFewDescriptors) {
 
   struct rlimit before {};
   ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const struct rlimit few {128, before.rlim_max};
+  const struct rlimit few { 128, before.rlim_max };
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
   const int result = DirDelete(directory / "d", 1, 0);
   ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);

@@ -52,8 +52,8 @@ class TreeDeletion {
 
  private:
   int Enter(int parent, const std::string& name) {
-    UniqueFd fd(openat(parent, name.c_str(),
-                       O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    UniqueFd fd(
+        openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) return errno;
     Level level;
     level.name = name;

@@ -26,9 +26,9 @@ int RenameNoReplace(int sourceDir, const char* source, int destinationDir,
 file_system::Status StatusOf(const struct stat& info) {
   using file_system::Kind;
   file_system::Status status;
-  status.kind = S_ISDIR(info.st_mode)                             ? Kind::kDirectory
+  status.kind = S_ISDIR(info.st_mode)                            ? Kind::kDirectory
                 : S_ISREG(info.st_mode) || S_ISLNK(info.st_mode) ? Kind::kFile
-                                                                  : Kind::kOther;
+                                                                 : Kind::kOther;
   status.sizeBytes = static_cast<uint64_t>(info.st_size);
   status.identity = {info.st_dev, info.st_ino};
   status.isLink = S_ISLNK(info.st_mode);
@@ -75,7 +75,9 @@ const int kErrorSameFile = EINVAL;
 const int kErrorInvalidName = EINVAL;
 const int kErrorOtherVolume = EXDEV;
 
-ZelString ErrorText(int error) { return ZelString(std::system_category().message(error)); }
+ZelString ErrorText(int error) {
+  return ZelString(std::system_category().message(error));
+}
 
 Status Look(const std::filesystem::path& path) {
   struct stat info;
@@ -87,14 +89,15 @@ Status LookAtEntry(const std::filesystem::path& path) {
   return lstat(path.c_str(), &info) == 0 ? StatusOf(info) : StatusOfError(errno);
 }
 
-std::filesystem::path TemporaryDirectory() { return std::filesystem::temp_directory_path(); }
+std::filesystem::path TemporaryDirectory() {
+  return std::filesystem::temp_directory_path();
+}
 
 int RenameFile(const std::filesystem::path& source, const std::filesystem::path& destination) {
   return RenameFileAt(AT_FDCWD, source.c_str(), AT_FDCWD, destination.c_str());
 }
 
-int RenameDirectory(const std::filesystem::path& source,
-                    const std::filesystem::path& destination) {
+int RenameDirectory(const std::filesystem::path& source, const std::filesystem::path& destination) {
   return RenameDirectoryAt(AT_FDCWD, source.c_str(), AT_FDCWD, destination.c_str());
 }
 
@@ -118,6 +121,8 @@ int DeleteDirectory(const std::filesystem::path& path) {
   return rmdir(path.c_str()) == 0 ? 0 : errno;
 }
 
-int DeleteDirectoryLink(const std::filesystem::path& path) { return RemoveFile(path, false); }
+int DeleteDirectoryLink(const std::filesystem::path& path) {
+  return RemoveFile(path, false);
+}
 
 }  // namespace file_system

@@ -16,7 +16,9 @@ struct Level {
   std::vector<std::wstring> directories;
 };
 
-bool IsDotName(std::wstring_view name) { return name == L"." || name == L".."; }
+bool IsDotName(std::wstring_view name) {
+  return name == L"." || name == L"..";
+}
 
 // Deletes from the leaves up. The directory where the work is stays open without the right to
 // rename or delete it, which the system extends to its parents, so the path to it holds.
@@ -43,10 +45,9 @@ class TreeDeletion {
  private:
   // Opens the directory at `path_`; anything else, a link above all, is refused.
   int Hold(UniqueHandle* holder, Identity* identity) {
-    UniqueHandle handle(CreateFileW(path_.c_str(), FILE_LIST_DIRECTORY,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                                    FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT,
-                                    nullptr));
+    UniqueHandle handle(CreateFileW(
+        path_.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+        OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
     if (!handle) return static_cast<int>(GetLastError());
     BY_HANDLE_FILE_INFORMATION info;
     if (!GetFileInformationByHandle(handle.Get(), &info)) return static_cast<int>(GetLastError());

@@ -9,7 +9,9 @@
 namespace file_system {
 namespace {
 
-int ErrorOf(BOOL succeeded) { return succeeded ? 0 : static_cast<int>(GetLastError()); }
+int ErrorOf(BOOL succeeded) {
+  return succeeded ? 0 : static_cast<int>(GetLastError());
+}
 
 Status StatusOfError(DWORD error) {
   Status status;
@@ -67,6 +69,24 @@ int DeleteEntry(const std::filesystem::path& path, DWORD attributes) {
   return ErrorOf(isDirectoryLink ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str()));
 }
 
+int Move(const std::filesystem::path& source, const std::filesystem::path& destination) {
+  return ErrorOf(MoveFileExW(source.c_str(), destination.c_str(), 0));
+}
+
+bool DiffersInCaseOnly(const std::filesystem::path& a, const std::filesystem::path& b) {
+  return a.native() != b.native() &&
+         CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
+}
+
+// Whether the directory writes the name as the path does.
+bool HasExactName(const std::filesystem::path& path) {
+  WIN32_FIND_DATAW found;
+  const HANDLE search = FindFirstFileW(path.c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) return false;
+  FindClose(search);
+  return path.native().ends_with(std::wstring(L"\\") + found.cFileName);
+}
+
 }  // namespace
 
 const int kErrorNotFound = ERROR_FILE_NOT_FOUND;
@@ -87,7 +107,9 @@ ZelString ErrorText(int error) {
   return number.Printf("error %d", error);
 }
 
-Status Look(const std::filesystem::path& path) { return Examine(path, 0); }
+Status Look(const std::filesystem::path& path) {
+  return Examine(path, 0);
+}
 
 Status LookAtEntry(const std::filesystem::path& path) {
   return Examine(path, FILE_FLAG_OPEN_REPARSE_POINT);
@@ -100,11 +122,20 @@ std::filesystem::path TemporaryDirectory() {
 }
 
 int RenameFile(const std::filesystem::path& source, const std::filesystem::path& destination) {
-  return ErrorOf(MoveFileExW(source.c_str(), destination.c_str(), 0));
+  const int error = Move(source, destination);
+  if (error != 0 || !DiffersInCaseOnly(source, destination) || HasExactName(destination)) {
+    return error;
+  }
+  // Some systems take a change of case for none: it needs a name between.
+  const std::filesystem::path between(source.native() + L".zel-tmp");
+  const int firstError = Move(source, between);
+  if (firstError != 0) return firstError;
+  const int secondError = Move(between, destination);
+  if (secondError != 0) Move(between, source);
+  return secondError;
 }
 
-int RenameDirectory(const std::filesystem::path& source,
-                    const std::filesystem::path& destination) {
+int RenameDirectory(const std::filesystem::path& source, const std::filesystem::path& destination) {
   return RenameFile(source, destination);
 }
 
@@ -142,6 +173,8 @@ int DeleteDirectory(const std::filesystem::path& path) {
   return error;
 }
 
-int DeleteDirectoryLink(const std::filesystem::path& path) { return DeleteDirectory(path); }
+int DeleteDirectoryLink(const std::filesystem::path& path) {
+  return DeleteDirectory(path);
+}
 
 }  // namespace file_system

@@ -102,6 +102,8 @@ int PendingFile::Commit(bool replace) {
   return 0;
 }
 
-std::filesystem::path PendingFile::Path() const { return implementation_->temporary; }
+std::filesystem::path PendingFile::Path() const {
+  return implementation_->temporary;
+}
 
 }  // namespace file_system
