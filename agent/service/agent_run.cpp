@@ -5,17 +5,18 @@
 #include "agent/service/module_host.h"
 #include "agent/service/process.h"
 
-void RunAgent(const AgentOptions& options, const std::function<void(const std::string&)>& onReady) {
+void RunAgent(const AgentOptions& options, const std::filesystem::path& modules,
+              const std::function<void(const std::string&)>& onReady) {
   StopRequest stop;
   AgentCore core(options);
   for (const std::string& warning : core.Warnings())
     std::fprintf(stderr, "zelagent: warning: zelagent.ini: %s\n", warning.c_str());
 
-  ModuleHost modules(core);
-  modules.StartAll(ProgramDirectory() / "modules");
+  ModuleHost host(core);
+  host.StartAll(modules);
   onReady(core.Serve());
 
   stop.Wait();
   core.StopServing();
-  modules.Stop();
+  host.Stop();
 }

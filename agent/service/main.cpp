@@ -23,6 +23,7 @@ fs::path PathOf(const std::string& utf8) {
 struct CommandLine {
   std::string home;
   std::optional<uint16_t> port;
+  std::string modules;
   bool logToStderr = false;
   std::string login;
   std::string role = "user";
@@ -34,11 +35,14 @@ struct CommandLine {
     if (fromEnvironment && !fromEnvironment->empty()) return PathOf(*fromEnvironment);
     return DefaultHome();
   }
+  fs::path Modules() const {
+    return modules.empty() ? ProgramDirectory() / "modules" : PathOf(modules);
+  }
   AgentOptions Options() const { return {Home(), port, logToStderr}; }
 };
 
 void RunInForeground(const CommandLine& line) {
-  RunAgent(line.Options(), [](const std::string& url) {
+  RunAgent(line.Options(), line.Modules(), [](const std::string& url) {
     std::printf("zelagent ready: %s\n", url.c_str());
     std::fflush(stdout);
   });
@@ -46,7 +50,7 @@ void RunInForeground(const CommandLine& line) {
 
 int RunUnderServiceManager(const CommandLine& line) {
   return RunAsService([&](const std::function<void()>& onReady) {
-    RunAgent(line.Options(), [&](const std::string&) { onReady(); });
+    RunAgent(line.Options(), line.Modules(), [&](const std::string&) { onReady(); });
     return 0;
   });
 }
@@ -119,6 +123,8 @@ int Main(const std::vector<std::string>& arguments) {
                  "The agent's directory (default: ZEL_HOME, else the system's)");
   app.add_option("--port", line.port, "Port of the HTTP protocol; 0 picks a free one")
       ->check(CLI::Range(0, 65535));
+  app.add_option("--modules", line.modules,
+                 "Directory of the modules to load (default: modules beside the program)");
   app.add_flag("--log-to-stderr", line.logToStderr, "Also writes the log to standard error");
 
   CLI::App* const run = app.add_subcommand("run", "Runs the agent in the foreground (the default)");
