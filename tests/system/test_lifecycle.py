@@ -2,6 +2,7 @@
 
 import json
 import re
+import time
 
 from agents import PASSWORDS, ROLES, Agent, copy_modules
 
@@ -61,7 +62,8 @@ def can_ask(agent, login, password):
 
 def wait_until(condition):
     # The agent looks at its users' file a few times in a second; refused attempts are slowed down.
-    for _ in range(20):
+    end = time.monotonic() + 20
+    while time.monotonic() < end:
         if condition():
             return True
     return False
