@@ -444,7 +444,8 @@ void HttpSession::RunAction() {
     if (shared_->audit) shared_->audit({caller_, action_, requestId_, code});
     CoreLog().DetailWithNL("Request %s of %s from %s: %s returned %u", requestId_.c_str(),
                            caller_.login.c_str(), address_.c_str(), action_.c_str(), code);
-    if (code == kInvokeUnknownAction) {
+    // The action may have gone since it was looked up; one that ran may hand on this code itself.
+    if (code == kInvokeUnknownAction && !shared_->actions.Contains(action_)) {
       return ReplyError({404, "unknown_action", "there is no action " + action_, {}});
     }
     std::string& body = BeginBody();
