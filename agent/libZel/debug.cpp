@@ -1,6 +1,7 @@
 #include "libZel/debug.h"
 
 #include <spdlog/logger.h>
+#include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
@@ -52,7 +53,9 @@ std::shared_ptr<spdlog::logger> OpenLogger(const DebugOptions& options) {
   if (options.alsoToStderr) sinks.push_back(std::make_shared<spdlog::sinks::stderr_sink_mt>());
 
   auto logger = std::make_shared<spdlog::logger>("zelagent", sinks.begin(), sinks.end());
-  logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%t] %v");
+  // The same line end everywhere, so that logs of all machines are read by the same tools.
+  logger->set_formatter(std::make_unique<spdlog::pattern_formatter>(
+      "%Y-%m-%d %H:%M:%S.%e [%t] %v", spdlog::pattern_time_type::local, "\n"));
   logger->set_level(spdlog::level::trace);
   // Whoever reads the log of a running or fallen agent sees its last line.
   logger->flush_on(spdlog::level::trace);

@@ -41,7 +41,8 @@ ZelString Complete(const ZelString& path) {
     text.remove_prefix(std::min(text.find_first_not_of('/'), text.size()) - 1);
   }
   PathParts parts = ParsePath(text);
-  if (parts.isAbsolute && !parts.drive.empty()) return ZelString(Join(parts));
+  const bool isFull = !parts.drive.empty() || !platform_path::kRootsHaveDrives;
+  if (parts.isAbsolute && isFull) return ZelString(Join(parts));
 
   const ZelString workingDirectory = platform_path::WorkingDirectory();
   const PathParts base = ParsePath(workingDirectory.Utf8());

@@ -15,6 +15,9 @@ extern const char kSeparator;
 /// it starts at the root.
 extern const bool kSlashesNameShares;
 
+/// Whether "/name" starts at the root of the working directory's drive, there being several roots.
+extern const bool kRootsHaveDrives;
+
 /// The process's working directory as a full path. Throws std::system_error.
 ZelString WorkingDirectory();
 

@@ -27,6 +27,7 @@ NativePath Refused(const std::string& reason) {
 
 const char platform_path::kSeparator = '/';
 const bool platform_path::kSlashesNameShares = false;
+const bool platform_path::kRootsHaveDrives = false;
 
 std::optional<std::string> BytesOf(std::string_view wtf8) {
   if (IsUtf8(wtf8)) return std::string(wtf8);

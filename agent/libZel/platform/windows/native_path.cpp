@@ -71,6 +71,7 @@ NativePath ShareOf(std::string_view drive) {
 
 const char platform_path::kSeparator = '\\';
 const bool platform_path::kSlashesNameShares = true;
+const bool platform_path::kRootsHaveDrives = true;
 
 ZelString platform_path::WorkingDirectory() {
   std::wstring text(MAX_PATH, L'\0');
