@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "agent/libZel/per_thread.h"
+
 // A listing of 100,000 rows holds a million values, so every value is 16 bytes and every key 24:
 // texts are shared and counted, and a key written again and again ("Size" in each row) is stored
 // once.
@@ -79,8 +81,8 @@ class RecentKeys {
 
 TextHandle KeyText(std::string_view key) {
   constexpr size_t kLongestSharedKey = 64;
-  thread_local RecentKeys recentKeys;
-  return key.size() <= kLongestSharedKey ? recentKeys.Get(key) : TextHandle(key);
+  static PerThread<RecentKeys> recentKeys;
+  return key.size() <= kLongestSharedKey ? recentKeys.Get().Get(key) : TextHandle(key);
 }
 
 }  // namespace

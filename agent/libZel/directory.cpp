@@ -8,6 +8,7 @@
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/outcome.h"
 #include "agent/libZel/path_parts.h"
+#include "agent/libZel/per_thread.h"
 #include "libZel/file.h"
 #include "libZel/path.h"
 
@@ -25,8 +26,8 @@ struct DoneRename {
 
 // Taken out and, after success, put back by each DirRename: only the very next call finds it.
 std::optional<DoneRename>& LastRename() {
-  thread_local std::optional<DoneRename> last;
-  return last;
+  static PerThread<std::optional<DoneRename>> last;
+  return last.Get();
 }
 
 Outcome InvalidName(const NativePath& path) {
