@@ -84,13 +84,33 @@ TEST(PrivacyCheck, RefusesAVerdictThatIsNoNumber) {
   EXPECT_FALSE(MayRead("C:/a", "maria"));
 }
 
+TEST(PrivacyCheck, RefusesAVerdictInAList) {
+  FakeHost host;
+  host.AnswerInvocation(0, [](ZelContainer& request) { request.SetInt32("Result", 1, 0); });
+
+  EXPECT_FALSE(MayRead("C:/a", "maria"));
+}
+
 TEST(PrivacyCheck, AllowsUrlsWithoutAsking) {
   FakeHost host;
 
   EXPECT_TRUE(MayRead("http://files.example/a.txt", "maria"));
   EXPECT_TRUE(MayWrite("https://files.example/a.txt", "maria"));
+  EXPECT_TRUE(MayRead("HTTP://Files.example/a.txt", ""));
 
   EXPECT_THAT(host.Transcript(), IsEmpty());
+}
+
+TEST(PrivacyCheck, AsksForWhatOnlyLooksLikeAUrl) {
+  for (const char* path : {"ftp://files.example/a.txt", "http:", "http://", "httpdocs/a.txt",
+                           "file:///etc/passwd", "C:/http://files.example", ""}) {
+    FakeHost host;
+    AnswerVerdict(host, kForbidden);
+
+    EXPECT_FALSE(MayRead(path, "maria")) << path;
+
+    EXPECT_THAT(host.Transcript(), ElementsAre(PrivacyCheck(path, "maria", "Read")));
+  }
 }
 
 TEST(AuditLine, TellsWhoFromWhereAndWhat) {
@@ -110,6 +130,32 @@ TEST(AuditLine, LeavesAnUnknownAddressEmpty) {
 
   EXPECT_THAT(host.Transcript(),
               ElementsAre("Audit \"\", \"\", \"Connection refused, class Direct Access\""));
+}
+
+TEST(AuditLine, LeavesAnAddressInAListOrOfAnotherTypeEmpty) {
+  ZelContainer list;
+  list.SetString("HttpProtocolRequestAddress", "192.0.2.7", 0);
+  ZelContainer number;
+  number.SetInt32("HttpProtocolRequestAddress", 7, kNoIndex);
+  for (const ZelContainer& requestInfo : {list, number}) {
+    FakeHost host;
+
+    AuditDirectAccess(requestInfo, "maria", "Connection accepted");
+
+    EXPECT_THAT(host.Transcript(),
+                ElementsAre("Audit \"maria\", \"\", \"Connection accepted, class Direct Access\""));
+  }
+}
+
+TEST(AuditLine, TakesWideTexts) {
+  FakeHost host;
+  const TCHAR event[] = {'G', 'r', 0xfc, 0xdf, 'e', 0};
+
+  AuditDirectAccess(ZelContainer(), "maria", event);
+
+  EXPECT_THAT(host.Transcript(), ElementsAre("Audit \"maria\", \"\", "
+                                             "\"Gr\xc3\xbc\xc3\x9f"
+                                             "e, class Direct Access\""));
 }
 
 TEST(AuditLine, TakesPercentSignsAsText) {

@@ -1,6 +1,12 @@
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "tests/contract/module_test.h"
 
 namespace {
+
+using ::testing::AnyOf;
 
 constexpr const char* kSource = "C:\\in\\a.txt";
 constexpr const char* kDestination = "C:\\out\\b.txt";
@@ -20,6 +26,146 @@ ZelContainer SingleRecursive(const char* path, bool isRecursive) {
   ZelContainer params = Single(path);
   params.SetBool("Recursive", isRecursive, kNoIndex);
   return params;
+}
+
+// ---- What the actions share ----
+
+/// An action with what the host answers when all goes well.
+struct FileAction {
+  const char* name;
+  bool takesPair;
+  std::vector<std::pair<const char*, int>> answers;
+  std::vector<int32_t> verdicts;
+  const char* container = "{}";
+};
+
+const FileAction kFileActions[] = {
+    {"CoreUtilsCopyFile", true, {{"FileExists", 1}, {"FileCopyNet", 0}}, {kReadable, kWritable}},
+    {"CoreUtilsRenameFile",
+     true,
+     {{"FileExists", 1}, {"FileRenameNet", 0}},
+     {kReadable, kWritable}},
+    {"CoreUtilsDeleteFile", false, {{"FileExists", 1}, {"FileDeleteNet", 0}}, {kWritable}},
+    {"CoreUtilsGetFileSize",
+     false,
+     {{"FileExists", 1}, {"FileGetSize", 5}},
+     {kReadable},
+     "{Result: Int32 5}"},
+    {"CoreUtilsDirCreate", false, {{"DirExists", 0}, {"DirCreate", 1}}, {kWritable}},
+    {"CoreUtilsDirRename", true, {{"DirRename", 1}, {"DirRename", 1}}, {kReadable, kWritable}},
+    {"CoreUtilsDirDelete", false, {{"DirDelete", 1}}, {kWritable}},
+};
+
+void AnswerAll(FakeHost& host, const FileAction& action) {
+  for (const auto& [function, answer] : action.answers) host.Answer(function, answer);
+  for (const int32_t verdict : action.verdicts) AnswerVerdict(host, verdict);
+}
+
+using FileActions = ModuleTest;
+
+TEST_F(FileActions, DropKeysThatTheyDoNotKnow) {
+  for (const FileAction& action : kFileActions) {
+    AnswerAll(host, action);
+    ZelContainer params = action.takesPair ? Pair(kSource, kDestination) : Single(kSource);
+    params.SetString("Result", "mine", kNoIndex);
+    params.SetInt32("ErrorCode", 7, kNoIndex);
+    params.SetInt32("Other", 5, 0);
+    params.SetContainer("HttpProtocolRequestInfo", Texts({{"HttpProtocolRequestAddress", "x"}}),
+                        kNoIndex);
+
+    EXPECT_EQ(Run(action.name, params), (Outcome{kSuccess, action.container})) << action.name;
+  }
+}
+
+TEST_F(FileActions, WriteNothingButTheirResultOnRefusal) {
+  for (const FileAction& action : kFileActions) {
+    for (const auto& [function, answer] : action.answers) {
+      if (std::string(function).ends_with("Exists")) host.Answer(function, answer);
+    }
+    AnswerVerdict(host, kForbidden);
+    ZelContainer params = action.takesPair ? Pair(kSource, kDestination) : Single(kSource);
+    params.SetString("Other", "mine", kNoIndex);
+
+    const Outcome outcome = Run(action.name, params);
+
+    EXPECT_EQ(outcome.code, kAccessRefused) << action.name;
+    EXPECT_THAT(outcome.container, AnyOf("{}", "{Result: Int32 0}", "{Result: Bool false}"))
+        << action.name;
+  }
+}
+
+TEST_F(FileActions, TakeAbsentParametersAsEmptyTexts) {
+  const std::pair<const char*, std::vector<std::string>> transcripts[] = {
+      {"CoreUtilsRenameFile",
+       {"Detail \"Renaming file  to \"", "FileExists(\"\")", PrivacyCheck("", "", "Read"),
+        PrivacyCheck("", "", "Write"), "FileRenameNet(\"\", \"\")"}},
+      {"CoreUtilsDeleteFile",
+       {"Detail \"Deleting file \"", "FileExists(\"\")", PrivacyCheck("", "", "Write"),
+        "FileDeleteNet(\"\", false)"}},
+      {"CoreUtilsGetFileSize",
+       {"Detail \"Get size for file \"", "FileExists(\"\")", PrivacyCheck("", "", "Read"),
+        "FileGetSize(\"\")"}},
+      {"CoreUtilsDirCreate",
+       {"Detail \"Creating directory \"", "DirExists(\"\")", PrivacyCheck("", "", "Write"),
+        "DirCreate(\"\")"}},
+      {"CoreUtilsDirRename",
+       {"Detail \"Renaming directory  to \"", PrivacyCheck("", "", "Read"),
+        PrivacyCheck("", "", "Write"), "DirRename(\"\", \"\")", "DirRename(\"\", \"\")"}},
+      {"CoreUtilsDirDelete", {PrivacyCheck("", "", "Write"), "DirDelete(\"\", 1, 0)"}},
+  };
+  ZelContainer lists;
+  for (const char* key : {"Path", "SourcePath", "DestinationPath", "DACurrentConsoleUser"}) {
+    lists.SetString(key, "C:/listed", 0);
+  }
+  for (const FileAction& action : kFileActions) {
+    for (const auto& [name, transcript] : transcripts) {
+      if (std::string(name) != action.name) continue;
+      for (const ZelContainer& params : {ZelContainer(), lists}) {
+        host.ForgetTranscript();
+        AnswerAll(host, action);
+
+        EXPECT_EQ(Run(name, params), (Outcome{kSuccess, action.container})) << name;
+        EXPECT_EQ(host.Transcript(), transcript) << name;
+      }
+    }
+  }
+}
+
+TEST_F(FileActions, LogPercentSignsAsText) {
+  const char* odd = "C:/100%S %u%%";
+  const std::pair<const char*, const char*> lines[] = {
+      {"CoreUtilsCopyFile", "Detail \"Copying file C:/100%S %u%% to C:/100%S %u%%\""},
+      {"CoreUtilsRenameFile", "Detail \"Renaming file C:/100%S %u%% to C:/100%S %u%%\""},
+      {"CoreUtilsDeleteFile", "Detail \"Deleting file C:/100%S %u%%\""},
+      {"CoreUtilsGetFileSize", "Detail \"Get size for file C:/100%S %u%%\""},
+      {"CoreUtilsDirCreate", "Detail \"Creating directory C:/100%S %u%%\""},
+      {"CoreUtilsDirRename", "Detail \"Renaming directory C:/100%S %u%% to C:/100%S %u%%\""},
+  };
+  ZelContainer params = Pair(odd, odd);
+  params.SetString("Path", odd, kNoIndex);
+  // The first question is answered in the way that ends the action.
+  for (int i = 0; i < 4; ++i) host.Answer("FileExists", 0);
+  host.Answer("DirExists", 1);
+  AnswerVerdict(host, kForbidden);
+  for (const auto& [action, line] : lines) {
+    host.ForgetTranscript();
+    Run(action, params);
+    EXPECT_EQ(host.Transcript().front(), line);
+  }
+}
+
+TEST_F(FileActions, TakeAnyNonZeroAnswerAsExisting) {
+  for (const int exists : {2, -1, 0x100}) {
+    for (const FileAction& action : kFileActions) {
+      if (std::string(action.answers.front().first) != "FileExists") continue;
+      FileAction odd = action;
+      odd.answers.front().second = exists;
+      AnswerAll(host, odd);
+      const ZelContainer params = action.takesPair ? Pair(kSource, kDestination) : Single(kSource);
+
+      EXPECT_EQ(Run(action.name, params), (Outcome{kSuccess, action.container})) << action.name;
+    }
+  }
 }
 
 // ---- Copy a file ----
@@ -113,7 +259,7 @@ TEST_F(CopyFile, PicksAFreeNameBesideTheSource) {
 }
 
 TEST_F(CopyFile, TakesTheFirstFreeNumberHoweverManyAreTaken) {
-  for (const int taken : {0, 1, 2, 9, 10, 99, 1000}) {
+  for (const int taken : {0, 1, 2, 9, 10, 99, 70000}) {
     host.ForgetTranscript();
     host.Answer("FileExists", 1);
     AnswerVerdict(host, kReadable);
@@ -139,6 +285,11 @@ TEST_F(CopyFile, PutsTheNumberBeforeTheExtensionAlone) {
       {"\\\\server\\share\\report.txt", "\\\\server\\share\\report(1).txt"},
       {"report.txt", "report(1).txt"},
       {"C:/data/100%S %u.txt", "C:/data/100%S %u(1).txt"},
+      {"C:/gr\xc3\xbc\xc3\x9f"
+       "e/\xf0\x9f\x93\x84.txt",
+       "C:/gr\xc3\xbc\xc3\x9f"
+       "e/\xf0\x9f\x93\x84(1).txt"},
+      {"ftp://files.example/a.txt", "ftp://files.example/a(1).txt"},
   };
   for (const auto& [path, copy] : names) {
     host.ForgetTranscript();
@@ -177,15 +328,32 @@ TEST_F(CopyFile, AsksOnlyForTheLocalSideOfADownload) {
   EXPECT_EQ(host.Transcript().back(), PrivacyCheck(kDestination, "maria", "Write"));
 }
 
-TEST_F(CopyFile, TakesNamesThatDifferInCaseAsDifferentFiles) {
+TEST_F(CopyFile, TakesAnyNonZeroAnswerAsATakenName) {
   host.Answer("FileExists", 1);
   AnswerVerdict(host, kReadable);
   AnswerVerdict(host, kWritable);
+  host.Answer("FileExists", 2);
+  host.Answer("FileExists", -1);
+  host.Answer("FileExists", 0);
   host.Answer("FileCopyNet", 0);
 
-  Run("CoreUtilsCopyFile", Pair("C:/a/b.txt", "C:/a/B.txt"));
+  Run("CoreUtilsCopyFile", Pair("C:/a/b.txt", "C:/a/b.txt"));
 
-  EXPECT_EQ(host.Transcript().back(), "FileCopyNet(\"C:/a/b.txt\", \"C:/a/B.txt\", 0)");
+  EXPECT_EQ(host.Transcript().back(), "FileCopyNet(\"C:/a/b.txt\", \"C:/a/b(3).txt\", 0)");
+}
+
+TEST_F(CopyFile, TakesPathsOfDifferentLettersAsDifferentFiles) {
+  for (const std::string destination :
+       {"C:/a/B.txt", "C:\\a\\b.txt", "C:/a//b.txt", "C:/a/./b.txt", "C:/a/b.txt ", ""}) {
+    host.Answer("FileExists", 1);
+    AnswerVerdict(host, kReadable);
+    AnswerVerdict(host, kWritable);
+    host.Answer("FileCopyNet", 0);
+
+    Run("CoreUtilsCopyFile", Pair("C:/a/b.txt", destination.c_str()));
+
+    EXPECT_EQ(host.Transcript().back(), "FileCopyNet(\"C:/a/b.txt\", \"" + destination + "\", 0)");
+  }
 }
 
 TEST_F(CopyFile, ReadsAbsentParametersAsEmpty) {
@@ -196,27 +364,21 @@ TEST_F(CopyFile, ReadsAbsentParametersAsEmpty) {
   EXPECT_THAT(host.Transcript(), ElementsAre("Detail \"Copying file  to \"", "FileExists(\"\")"));
 }
 
-TEST_F(CopyFile, ReadsParametersOfAnotherTypeAsEmpty) {
-  ZelContainer params;
-  params.SetInt32("SourcePath", 5, kNoIndex);
-  params.SetBool("DestinationPath", true, kNoIndex);
-  host.Answer("FileExists", 0);
+TEST_F(CopyFile, ReadsParametersOfAnotherTypeAndListsAsEmpty) {
+  ZelContainer numbers;
+  numbers.SetInt32("SourcePath", 5, kNoIndex);
+  numbers.SetBool("DestinationPath", true, kNoIndex);
+  ZelContainer lists;
+  lists.SetString("SourcePath", kSource, 0);
+  lists.SetString("DestinationPath", kDestination, 0);
+  for (const ZelContainer& params : {numbers, lists}) {
+    host.ForgetTranscript();
+    host.Answer("FileExists", 0);
 
-  EXPECT_EQ(Run("CoreUtilsCopyFile", params), (Outcome{14001, "{Result: Int32 0}"}));
-}
+    EXPECT_EQ(Run("CoreUtilsCopyFile", params), (Outcome{14001, "{Result: Int32 0}"}));
 
-TEST_F(CopyFile, DropsKeysThatItDoesNotKnow) {
-  ZelContainer params = Pair(kSource, kDestination);
-  params.SetString("Result", "mine", kNoIndex);
-  params.SetInt32("Other", 5, 0);
-  params.SetContainer("HttpProtocolRequestInfo", Texts({{"HttpProtocolRequestAddress", "x"}}),
-                      kNoIndex);
-  host.Answer("FileExists", 1);
-  AnswerVerdict(host, kReadable);
-  AnswerVerdict(host, kWritable);
-  host.Answer("FileCopyNet", 0);
-
-  EXPECT_EQ(Run("CoreUtilsCopyFile", params), (Outcome{kSuccess, "{}"}));
+    EXPECT_THAT(host.Transcript(), ElementsAre("Detail \"Copying file  to \"", "FileExists(\"\")"));
+  }
 }
 
 TEST_F(CopyFile, AsksThePolicyForAnEmptyLogin) {
@@ -430,12 +592,27 @@ TEST_F(DirCreate, AnswersZeroWhateverElseTheHostAnswers) {
 }
 
 TEST_F(DirCreate, IsDoneAtOnceWhenTheDirectoryExists) {
-  host.Answer("DirExists", 1);
+  for (const int exists : {1, 2, -1}) {
+    host.ForgetTranscript();
+    host.Answer("DirExists", exists);
 
-  EXPECT_EQ(Run("CoreUtilsDirCreate", Single("C:\\x\\y")), (Outcome{kSuccess, "{}"}));
+    EXPECT_EQ(Run("CoreUtilsDirCreate", Single("C:\\x\\y")), (Outcome{kSuccess, "{}"}));
+
+    EXPECT_THAT(host.Transcript(),
+                ElementsAre("Detail \"Creating directory C:/x/y\"", "DirExists(\"C:/x/y\")"));
+  }
+}
+
+TEST_F(DirCreate, ChecksAPathThatEndsInASeparatorItself) {
+  host.Answer("DirExists", 0);
+  AnswerVerdict(host, kWritable);
+  host.Answer("DirCreate", 1);
+
+  EXPECT_EQ(Run("CoreUtilsDirCreate", Single("C:\\x\\y\\")), (Outcome{kSuccess, "{}"}));
 
   EXPECT_THAT(host.Transcript(),
-              ElementsAre("Detail \"Creating directory C:/x/y\"", "DirExists(\"C:/x/y\")"));
+              ElementsAre("Detail \"Creating directory C:/x/y/\"", "DirExists(\"C:/x/y/\")",
+                          PrivacyCheck("C:/x/y/", "maria", "Write"), "DirCreate(\"C:/x/y/\")"));
 }
 
 TEST_F(DirCreate, RefusesWithoutAResult) {
@@ -514,6 +691,22 @@ TEST_F(DirRename, RefusesADestinationThatMayOnlyBeRead) {
   EXPECT_EQ(Run("CoreUtilsDirRename", Pair("C:\\x", "C:\\y")),
             (Outcome{12, "{Result: Bool false}"}));
   EXPECT_EQ(host.Transcript().back(), PrivacyCheck("C:\\y", "maria", "Write"));
+}
+
+TEST_F(DirRename, HandsADirectoryOntoItselfToTheHost) {
+  AnswerVerdict(host, kReadable);
+  AnswerVerdict(host, kWritable);
+  host.Answer("DirRename", 0);
+  host.Answer("DirRename", 0);
+
+  EXPECT_EQ(Run("CoreUtilsDirRename", Pair("C:\\x", "C:\\x")), (Outcome{kFailure, "{}"}));
+}
+
+TEST_F(DirRename, HandsUrlsToTheHost) {
+  host.Answer("DirRename", 1);
+  host.Answer("DirRename", 1);
+
+  EXPECT_EQ(Run("CoreUtilsDirRename", Pair(kUrl, kUrl)), (Outcome{kSuccess, "{}"}));
 }
 
 // ---- Delete a directory ----

@@ -20,6 +20,25 @@ void ExpectTextAlone(const WideText& buffer, const std::string& text) {
   EXPECT_EQ(buffer.substr(text.size() + 1), WideText(buffer.size() - text.size() - 1, kGuard));
 }
 
+/// Looks at the paths before the first test of this program, which may initialise the module.
+class LookAtPaths : public ::testing::Environment {
+ public:
+  explicit LookAtPaths(bool* areEmpty) : areEmpty_(areEmpty) {}
+  void SetUp() override {
+    if (hasLooked_) return;
+    hasLooked_ = true;
+    *areEmpty_ = ModuleDataDirectory().IsEmpty() && ModuleIniPath().IsEmpty();
+  }
+
+ private:
+  bool* areEmpty_;
+  bool hasLooked_ = false;
+};
+
+bool pathsWereEmptyAtStart = false;
+[[maybe_unused]] const auto* const lookAtPaths =
+    ::testing::AddGlobalTestEnvironment(new LookAtPaths(&pathsWereEmptyAtStart));
+
 void AnswerInitialise(FakeHost& host, int pathCreated) {
   host.AnswerText("ZelAgentGetDataDir", "C:\\agent\\data\\");
   host.Answer("PathCreate", pathCreated);
@@ -114,6 +133,50 @@ TEST(ModuleMain, InitialiseAgainReplacesThePaths) {
 
   EXPECT_EQ(ModuleDataDirectory().Utf8(), "C:\\agent\\data\\ZelCoreUtils");
   EXPECT_EQ(ModuleIniPath().Utf8(), "C:\\agent\\config\\ZelCoreUtils.ini");
+}
+
+TEST(ModuleMain, InitialiseTakesTheAgentsDirectoriesAsTheyAre) {
+  FakeHost host;
+  host.AnswerText("ZelAgentGetDataDir", "data");
+  host.Answer("PathCreate", 1);
+  host.AnswerText("ZelAgentGetConfigDir", "100%S/gr\xc3\xbcn");
+  host.AnswerText("ZelAgentGetConfigDir", "100%S/gr\xc3\xbcn");
+  host.AnswerText("CompletePath", "/100%S/gr\xc3\xbcn/bin");
+
+  EXPECT_EQ(ModuleMain(3, 0, nullptr), 1u);
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("Trace \"Module Initialise starting\"", "ZelAgentGetDataDir()",
+                          "PathCreate(\"dataZelCoreUtils\")", "ZelAgentGetConfigDir()",
+                          "Print \"Module config file is 100%S/gr\xc3\xbcnZelCoreUtils.ini\"",
+                          "ZelAgentGetConfigDir()", "CompletePath(\"100%S/gr\xc3\xbcn../bin\")",
+                          "SetEnvVariable(\"QOVA_AGENT\", \"/100%S/gr\xc3\xbcn/bin\")"));
+}
+
+TEST(ModuleMain, CleanupAndUnregisterKeepThePaths) {
+  FakeHost host;
+  AnswerInitialise(host, 1);
+
+  for (const uint32_t command : {3U, 5U, 2U}) ModuleMain(command, 0, nullptr);
+
+  EXPECT_EQ(ModuleDataDirectory().Utf8(), "C:\\agent\\data\\ZelCoreUtils");
+  EXPECT_EQ(ModuleIniPath().Utf8(), "C:\\agent\\config\\ZelCoreUtils.ini");
+}
+
+TEST(ModuleMain, KnowsNoPathsBeforeInitialise) {
+  EXPECT_TRUE(pathsWereEmptyAtStart);
+}
+
+TEST(ModuleMain, CommandsWithoutATextLeaveTheBufferAlone) {
+  for (const uint32_t command : {2U, 3U, 4U, 5U}) {
+    FakeHost host;
+    if (command == 3) AnswerInitialise(host, 1);
+    WideText buffer = GuardedBuffer();
+
+    EXPECT_EQ(ModuleMain(command, 0, buffer.data()), 1u) << command;
+
+    EXPECT_EQ(buffer, GuardedBuffer()) << command;
+  }
 }
 
 TEST(ModuleMain, ActivateTraces) {

@@ -70,6 +70,15 @@ TEST_F(RegistryWall, TurnsAnExceptionIntoALoggedFailureWithAnEmptyContainer) {
                           "Error \"CoreUtilsGetFileSize failed: host call 4 failed\""));
 }
 
+TEST_F(RegistryWall, TurnsAnythingThrownIntoALoggedFailure) {
+  host.Answer("FileExists", 1);
+  host.AnswerInvocation(0, [](ZelContainer&) { throw 42; });
+
+  EXPECT_EQ(Run("CoreUtilsDeleteFile", Texts({{"Path", "C:/a"}})), (Outcome{kFailure, "{}"}));
+
+  EXPECT_EQ(host.Transcript().back(), "Error \"CoreUtilsDeleteFile failed\"");
+}
+
 TEST_F(RegistryWall, HoldsWhenTheLogFailsToo) {
   host.FailCall(1, FakeHost::Fault::kThrowFromHere);
 
