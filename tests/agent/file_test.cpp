@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "agent/libZel/debug_context.h"
 #include "libZel/path.h"
 #include "tests/agent/temporary_directory.h"
 
@@ -351,13 +352,31 @@ TEST(DirDelete, LeavesAFilledDirectoryWithoutRecursion) {
   EXPECT_EQ(DirDelete(directory / "a", 0, 0), 1);
 }
 
-TEST(DirDelete, RefusesFilesRootsAndWhatIsMissing) {
+TEST(DirDelete, RefusesFilesAndWhatIsMissing) {
   const TemporaryDirectory directory;
   WriteFile(directory.Native("file"), "x");
   EXPECT_EQ(DirDelete(directory / "file", 1, 0), 0);
   EXPECT_EQ(DirDelete(directory / "missing", 1, 0), 0);
   EXPECT_EQ(DirDelete("", 1, 0), 0);
   EXPECT_EQ(ReadFile(directory.Native("file")), "x");
+}
+
+// Without recursion, so that a library that forgot the check would still delete nothing: what tells
+// is the reason in the log.
+TEST(DirDelete, RefusesRoots) {
+  const TemporaryDirectory directory;
+  DebugOptions options;
+  options.logFile = directory.Native("log");
+  for (const char* root : {"/", "\\", "C:\\", "C:/", "/x/..", "C:\\x\\..\\"}) {
+    fs::remove(options.logFile);
+    {
+      ZelDebugContext context(options);
+      LibraryLog().SetContext(&context);
+      EXPECT_EQ(DirDelete(root, 0, 0), 0) << root;
+      LibraryLog().SetContext(nullptr);
+    }
+    EXPECT_NE(ReadFile(options.logFile).find("a root is not deleted"), std::string::npos) << root;
+  }
 }
 
 TEST(DirDelete, DeletesATreeOf100Levels) {
