@@ -350,7 +350,9 @@ TEST_F(CopyFile, TakesPathsOfDifferentLettersAsDifferentFiles) {
     AnswerVerdict(host, kWritable);
     host.Answer("FileCopyNet", 0);
 
-    Run("CoreUtilsCopyFile", Pair("C:/a/b.txt", destination.c_str()));
+    ZelContainer params = Pair("C:/a/b.txt", destination.c_str());
+    params.SetString("Path", "C:/other", kNoIndex);
+    Run("CoreUtilsCopyFile", params);
 
     EXPECT_EQ(host.Transcript().back(), "FileCopyNet(\"C:/a/b.txt\", \"" + destination + "\", 0)");
   }

@@ -71,7 +71,7 @@ TEST(ModuleMain, RegisterBindsTheLoggerBeforeItsFirstLine) {
   host.Answer("ZelAgentGetDebugContext", 1234);
   for (int i = 0; i < kActionCount; ++i) host.Answer("ActionDbRegisterAction", 0);
 
-  EXPECT_EQ(ModuleMain(1, 0, nullptr), 1u);
+  EXPECT_EQ(ModuleMain(1, 7, nullptr), 1u);
 
   ASSERT_EQ(host.Transcript().size(), 3u + kActionCount);
   EXPECT_EQ(host.Transcript()[0], "ZelAgentGetDebugContext()");
@@ -139,18 +139,18 @@ TEST(ModuleMain, InitialiseTakesTheAgentsDirectoriesAsTheyAre) {
   FakeHost host;
   host.AnswerText("ZelAgentGetDataDir", "data");
   host.Answer("PathCreate", 1);
-  host.AnswerText("ZelAgentGetConfigDir", "100%S/gr\xc3\xbcn");
-  host.AnswerText("ZelAgentGetConfigDir", "100%S/gr\xc3\xbcn");
-  host.AnswerText("CompletePath", "/100%S/gr\xc3\xbcn/bin");
+  host.AnswerText("ZelAgentGetConfigDir", "100%%S/gr\xc3\xbcn");
+  host.AnswerText("ZelAgentGetConfigDir", "100%%S/gr\xc3\xbcn");
+  host.AnswerText("CompletePath", "/100%%S/gr\xc3\xbcn/bin");
 
   EXPECT_EQ(ModuleMain(3, 0, nullptr), 1u);
 
   EXPECT_THAT(host.Transcript(),
               ElementsAre("Trace \"Module Initialise starting\"", "ZelAgentGetDataDir()",
                           "PathCreate(\"dataZelCoreUtils\")", "ZelAgentGetConfigDir()",
-                          "Print \"Module config file is 100%S/gr\xc3\xbcnZelCoreUtils.ini\"",
-                          "ZelAgentGetConfigDir()", "CompletePath(\"100%S/gr\xc3\xbcn../bin\")",
-                          "SetEnvVariable(\"QOVA_AGENT\", \"/100%S/gr\xc3\xbcn/bin\")"));
+                          "Print \"Module config file is 100%%S/gr\xc3\xbcnZelCoreUtils.ini\"",
+                          "ZelAgentGetConfigDir()", "CompletePath(\"100%%S/gr\xc3\xbcn../bin\")",
+                          "SetEnvVariable(\"QOVA_AGENT\", \"/100%%S/gr\xc3\xbcn/bin\")"));
 }
 
 TEST(ModuleMain, CleanupAndUnregisterKeepThePaths) {
