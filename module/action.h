@@ -35,14 +35,14 @@ constexpr const char* kErrorCode = "ErrorCode";
 /// List of containers: the rows of a table, absent when there are none.
 constexpr const char* kValues = "Values";
 
-/// The text under `key`; empty when the key is absent or holds another type.
+/// The text under `key`; empty when the key is absent, or holds a list or another type.
 inline ZelString ReadString(const ZelContainer& params, const ZelString& key) {
   ZelString value;
   params.GetString(key, &value, kNoIndex);
   return value;
 }
 
-/// The flag under `key`; `preset` when the key is absent or holds another type.
+/// The flag under `key`; `preset` when the key is absent, or holds a list or another type.
 inline bool ReadBool(const ZelContainer& params, const ZelString& key, bool preset = false) {
   bool value = preset;
   params.GetBool(key, &value, kNoIndex);

@@ -13,9 +13,9 @@ void SplitPath(const ZelString& path, ZelString* drive, ZelString* directory, Ze
                ZelString* extension);
 
 /// `path` as a full one: relative paths start at the process's working directory; "." and ".."
-/// parts are resolved in the text (links are not followed). Separators become the platform's, a closing
-/// one stays. An empty path and a URL stay as they are, and so does any path when the working
-/// directory is not known.
+/// parts are resolved in the text (links are not followed). Separators become the platform's, a
+/// closing one stays. An empty path and a URL stay as they are, and so does any path when the
+/// working directory is not known.
 ZelString CompletePath(const ZelString& path);
 
 /// Creates the directory `path` with every missing parent. True when it exists afterwards.
