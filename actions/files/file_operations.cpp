@@ -41,6 +41,7 @@ ZelString ParentOf(const ZelString& path) {
   return drive + directory;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): it works on a copy of its own.
 void DeleteRecursively(ZelString path) {
   DirDelete(path, 1, 0);
 }
