@@ -162,9 +162,10 @@ void HttpSession::Close() {
     std::lock_guard lock(socketMutex_);
     if (isClosed_) return;
     isClosed_ = true;
+    const bool leavesReplyUnsent = phase_.load(std::memory_order_relaxed) == Phase::kWriting;
     EnterUnlimited(Phase::kClosed);
     if (delay_ != nullptr) delay_->cancel();
-    CloseSocket();
+    CloseSocket(leavesReplyUnsent);
   }
   shared_->Remove(this);
 }
@@ -564,9 +565,9 @@ void HttpSession::OnWritten(const ErrorCode& ec) {
 
 /// Ends a connection so that the client can still read the last reply (RFC 9112 section 9.6).
 void HttpSession::Linger() {
+  Enter(Phase::kLingering, kLingerTime);
   const bool everythingIsRead = parser_->is_done() && begin_ == end_;
   if (everythingIsRead) return Close();
-  Enter(Phase::kLingering, kLingerTime);
   ShutdownSending();
   ReadSome(asio::buffer(buffer_));
 }
@@ -600,8 +601,9 @@ class StreamSession : public HttpSession {
     ErrorCode ignored;
     stream_.lowest_layer().shutdown(tcp::socket::shutdown_send, ignored);
   }
-  void CloseSocket() override {
+  void CloseSocket(bool discardsUnsent) override {
     ErrorCode ignored;
+    if (discardsUnsent) stream_.lowest_layer().set_option(tcp::socket::linger(true, 0), ignored);
     stream_.lowest_layer().close(ignored);
   }
 

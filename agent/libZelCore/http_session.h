@@ -52,7 +52,8 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   virtual void ReadSome(boost::asio::mutable_buffer buffer) = 0;
   virtual void Write(boost::asio::const_buffer buffer) = 0;
   virtual void ShutdownSending() = 0;
-  virtual void CloseSocket() = 0;
+  /// `discardsUnsent` gives back at once what the client has not taken yet.
+  virtual void CloseSocket(bool discardsUnsent) = 0;
 
   void BeginHandshake();
   void BeginServing();
