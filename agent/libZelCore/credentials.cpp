@@ -160,7 +160,8 @@ void CheckLogin(std::string_view login) {
                            "\" must be 1 to 64 letters, digits, \".\", \"-\", \"_\" or \"@\"");
 }
 
-/// Characters of UTF-8 text, or nothing when it is not UTF-8 (RFC 3629) or holds control characters.
+/// Characters of UTF-8 text, or nothing when it is not UTF-8 (RFC 3629) or holds control
+/// characters.
 std::optional<size_t> CountPrintable(std::string_view text) {
   size_t count = 0;
   for (size_t i = 0; i < text.size(); ++count) {
@@ -174,7 +175,8 @@ std::optional<size_t> CountPrintable(std::string_view text) {
       if ((next & 0xC0) != 0x80) return std::nullopt;
       codePoint = (codePoint << 6) | (next & 0x3F);
     }
-    const bool isOverlong = (length == 3 && codePoint < 0x800) || (length == 4 && codePoint < 0x10000);
+    const bool isOverlong =
+        (length == 3 && codePoint < 0x800) || (length == 4 && codePoint < 0x10000);
     const bool isSurrogate = codePoint >= 0xD800 && codePoint <= 0xDFFF;
     const bool isControl = codePoint >= 0x80 && codePoint < 0xA0;
     if (isOverlong || isSurrogate || isControl || codePoint > 0x10FFFF) return std::nullopt;
@@ -221,12 +223,18 @@ std::optional<std::string> DecodeBase64(std::string_view text) {
   size_t held = 0;
   for (const char c : text.substr(0, text.size() - padding)) {
     uint32_t value = 0;
-    if (c >= 'A' && c <= 'Z') value = static_cast<uint32_t>(c - 'A');
-    else if (c >= 'a' && c <= 'z') value = static_cast<uint32_t>(c - 'a' + 26);
-    else if (c >= '0' && c <= '9') value = static_cast<uint32_t>(c - '0' + 52);
-    else if (c == '+') value = 62;
-    else if (c == '/') value = 63;
-    else return std::nullopt;
+    if (c >= 'A' && c <= 'Z')
+      value = static_cast<uint32_t>(c - 'A');
+    else if (c >= 'a' && c <= 'z')
+      value = static_cast<uint32_t>(c - 'a' + 26);
+    else if (c >= '0' && c <= '9')
+      value = static_cast<uint32_t>(c - '0' + 52);
+    else if (c == '+')
+      value = 62;
+    else if (c == '/')
+      value = 63;
+    else
+      return std::nullopt;
     bits = (bits << 6) | value;
     held += 6;
     if (held < 8) continue;
@@ -364,8 +372,9 @@ void UserStore::Load() {
     if (isUsable) {
       users_[std::string(parts[0])] = {std::string(parts[1]), std::string(parts[2])};
     } else {
-      CoreLog().ErrorWithNL("%s, line %u: not \"login:role:hash\" of a new user; the line is ignored",
-                            file_.string().c_str(), static_cast<uint32_t>(lineNumber));
+      CoreLog().ErrorWithNL(
+          "%s, line %u: not \"login:role:hash\" of a new user; the line is ignored",
+          file_.string().c_str(), static_cast<uint32_t>(lineNumber));
     }
   }
 }
@@ -451,8 +460,7 @@ std::string Authenticator::Digest(std::string_view header) const {
   return HmacSha256(digestKey_, header);
 }
 
-void Authenticator::Remember(std::string_view header, const Caller& caller,
-                             uint64_t usersVersion) {
+void Authenticator::Remember(std::string_view header, const Caller& caller, uint64_t usersVersion) {
   const auto now = steady_clock::now();
   const std::string digest = Digest(header);
   std::lock_guard lock(mutex_);

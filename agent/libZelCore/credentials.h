@@ -18,21 +18,22 @@ struct Caller {
   std::string address;  ///< of the connection, without port
 };
 
-/// Console users: logins, roles and scrypt-hashed passwords (RFC 7914) in config/users. One line for
-/// each user, "login:role:scrypt$N$r$p$salt$key" with salt and key in hexadecimal; lines that start
-/// with "#" and empty ones are kept as they are. The file is looked at a few times a second at most
-/// and re-read when it changed, so that `zelagent user` needs no restart. A line that cannot be read
-/// is logged and grants nothing.
+/// Console users: logins, roles and scrypt-hashed passwords (RFC 7914) in config/users. One line
+/// for each user, "login:role:scrypt$N$r$p$salt$key" with salt and key in hexadecimal; lines that
+/// start with "#" and empty ones are kept as they are. The file is looked at a few times a second
+/// at most and re-read when it changed, so that `zelagent user` needs no restart. A line that
+/// cannot be read is logged and grants nothing.
 ///
 /// Threads: any number may ask at once.
 class UserStore {
  public:
   explicit UserStore(std::filesystem::path file);
 
-  /// Logins: 1 to 64 of letters, digits, ".", "-", "_", "@". Roles: 1 to 32 of "a" to "z", digits and
-  /// "-". Passwords: `kMinPasswordCharacters` to 1024 bytes of UTF-8 without control characters. Each
-  /// throws std::runtime_error that says what is wrong; the file is then unchanged. It is replaced as
-  /// a whole and readable by its owner alone.
+  /// Logins: 1 to 64 of letters, digits, ".", "-", "_", "@". Roles: 1 to 32 of "a" to "z", digits
+  /// and
+  /// "-". Passwords: `kMinPasswordCharacters` to 1024 bytes of UTF-8 without control characters.
+  /// Each throws std::runtime_error that says what is wrong; the file is then unchanged. It is
+  /// replaced as a whole and readable by its owner alone.
   void Add(const std::string& login, const std::string& role, std::string_view password);
   void Remove(const std::string& login);
   void SetPassword(const std::string& login, std::string_view password);
@@ -71,14 +72,14 @@ class UserStore {
 /// The shortest password that a user may be given.
 constexpr size_t kMinPasswordCharacters = 8;
 
-/// Agents of one fleet: the password of agent NAME is the hexadecimal HMAC-SHA256 (RFC 2104) of NAME
-/// under the fleet secret, so that every agent can check every other one. An agent's login on the
-/// wire is "agent/NAME".
+/// Agents of one fleet: the password of agent NAME is the hexadecimal HMAC-SHA256 (RFC 2104) of
+/// NAME under the fleet secret, so that every agent can check every other one. An agent's login on
+/// the wire is "agent/NAME".
 std::string FleetPassword(std::string_view secret, std::string_view agentName);
 
 /// Checks HTTP Basic credentials (RFC 7617) of console users and agents. A credential that was
-/// checked is remembered for `memory` under a keyed digest; a user's change forgets them all. With an
-/// empty fleet secret no agent is accepted.
+/// checked is remembered for `memory` under a keyed digest; a user's change forgets them all. With
+/// an empty fleet secret no agent is accepted.
 ///
 /// Threads: any number may ask at once; only `CheckSlowly` takes long.
 class Authenticator {

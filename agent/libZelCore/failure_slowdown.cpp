@@ -9,7 +9,9 @@ constexpr unsigned kMostDoublings = 4;
 constexpr std::chrono::milliseconds kFirstDelay{250};
 constexpr size_t kLongestLogin = 64;
 
-std::string LoginKey(const std::string& login) { return "l" + login.substr(0, kLongestLogin); }
+std::string LoginKey(const std::string& login) {
+  return "l" + login.substr(0, kLongestLogin);
+}
 
 /// One IPv6 customer owns a whole /64 (RFC 6177), so its first four groups make the place.
 std::string AddressKey(const std::string& address) {

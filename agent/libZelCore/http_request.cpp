@@ -35,7 +35,9 @@ void HttpRequest::Clear() {
   expectsContinue = false;
 }
 
-void HttpRequest::ReleaseLargeBody() { Empty(&body, kKeptBodyBytes); }
+void HttpRequest::ReleaseLargeBody() {
+  Empty(&body, kKeptBodyBytes);
+}
 
 void HttpRequestParser::on_request_impl(http::verb method, StringView, StringView target,
                                         int version, ErrorCode&) {
@@ -48,8 +50,10 @@ void HttpRequestParser::on_field_impl(http::field name, StringView nameText, Str
                                       ErrorCode& ec) {
   if (headerIsDone_) return;  // a trailer must not change who is calling
   switch (name) {
-    case http::field::host: return TakeOnce(&request_->host, &hasHost_, nameText, value, ec);
-    case http::field::origin: return TakeOnce(&request_->origin, &hasOrigin_, nameText, value, ec);
+    case http::field::host:
+      return TakeOnce(&request_->host, &hasHost_, nameText, value, ec);
+    case http::field::origin:
+      return TakeOnce(&request_->origin, &hasOrigin_, nameText, value, ec);
     case http::field::authorization:
       return TakeOnce(&request_->authorization, &hasAuthorization_, nameText, value, ec);
     case http::field::content_type:
@@ -75,7 +79,8 @@ void HttpRequestParser::on_field_impl(http::field name, StringView nameText, Str
       }
       request_->expectsContinue = true;
       return;
-    default: return;
+    default:
+      return;
   }
 }
 

@@ -96,7 +96,9 @@ HttpServer::HttpServer(const Settings& settings, Authenticator& authenticator,
     : implementation_(std::make_unique<Implementation>(settings, authenticator, actions, pool,
                                                        std::move(audit))) {}
 
-HttpServer::~HttpServer() { Stop(); }
+HttpServer::~HttpServer() {
+  Stop();
+}
 
 tcp::endpoint HttpServer::Implementation::ResolveEndpoint() {
   const Settings& settings = shared->settings;
@@ -179,9 +181,8 @@ void HttpServer::Implementation::Accept() {
       CoreLog().ErrorWithNL("A connection could not be accepted: %s", error.what());
     }
     if (!acceptor->is_open()) return;
-    const bool isShortOfMemory =
-        ec == asio::error::no_descriptors || ec == asio::error::no_memory ||
-        ec == asio::error::no_buffer_space;
+    const bool isShortOfMemory = ec == asio::error::no_descriptors ||
+                                 ec == asio::error::no_memory || ec == asio::error::no_buffer_space;
     isShortOfMemory ? RetryAcceptLater() : Accept();
   });
 }
@@ -317,15 +318,20 @@ void HttpServer::Start() {
   server.StartThreads();
 }
 
-void HttpServer::Stop() { implementation_->Stop(); }
+void HttpServer::Stop() {
+  implementation_->Stop();
+}
 
-uint16_t HttpServer::Port() const { return implementation_->bound.port(); }
+uint16_t HttpServer::Port() const {
+  return implementation_->bound.port();
+}
 
 std::string HttpServer::Url() const {
   tcp::endpoint endpoint = implementation_->bound;
   if (endpoint.address().is_unspecified()) {
-    endpoint.address(endpoint.address().is_v6() ? asio::ip::address(asio::ip::address_v6::loopback())
-                                                : asio::ip::address_v4::loopback());
+    endpoint.address(endpoint.address().is_v6()
+                         ? asio::ip::address(asio::ip::address_v6::loopback())
+                         : asio::ip::address_v4::loopback());
   }
   return (implementation_->shared->settings.tls ? "https://" : "http://") + EndpointText(endpoint);
 }

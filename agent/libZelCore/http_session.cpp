@@ -23,10 +23,10 @@ using asio::ip::tcp;
 namespace {
 
 constexpr uint32_t kHeaderLimitBytes = 16 * 1024;
-constexpr size_t kFirstBufferBytes = 1024;       // what an idle connection costs
+constexpr size_t kFirstBufferBytes = 1024;  // what an idle connection costs
 constexpr size_t kLargestBufferBytes = 64 * 1024;
 constexpr size_t kKeptReplyBytes = 64 * 1024;
-constexpr size_t kHeadRoomBytes = 640;           // in front of a body, for the longest head
+constexpr size_t kHeadRoomBytes = 640;  // in front of a body, for the longest head
 constexpr uint64_t kDiscardedBodyBytes = 64 * 1024;
 constexpr uint64_t kSlowestReaderBytesPerSecond = 64 * 1024;
 constexpr std::chrono::seconds kLingerTime{2};
@@ -53,13 +53,12 @@ std::string_view HttpDate() {
     const auto day = std::chrono::floor<std::chrono::days>(seconds);
     const std::chrono::year_month_day date(day);
     const std::chrono::hh_mm_ss time(seconds - day);
-    std::snprintf(text, sizeof text, "%s, %02u %s %04d %02d:%02d:%02d GMT",
-                  kDays[std::chrono::weekday(day).c_encoding()],
-                  static_cast<unsigned>(date.day()) % 100U,
-                  kMonths[static_cast<unsigned>(date.month()) - 1],
-                  static_cast<int>(date.year()) % 10000, static_cast<int>(time.hours().count()),
-                  static_cast<int>(time.minutes().count()),
-                  static_cast<int>(time.seconds().count()));
+    std::snprintf(
+        text, sizeof text, "%s, %02u %s %04d %02d:%02d:%02d GMT",
+        kDays[std::chrono::weekday(day).c_encoding()], static_cast<unsigned>(date.day()) % 100U,
+        kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()) % 10000,
+        static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+        static_cast<int>(time.seconds().count()));
     madeAt = now;
   }
   return text;
@@ -104,7 +103,9 @@ bool IsJsonType(std::string_view contentType) {
   return boost::beast::iequals(contentType, "application/json");
 }
 
-bool IsRead(http::verb method) { return method == http::verb::get || method == http::verb::head; }
+bool IsRead(http::verb method) {
+  return method == http::verb::get || method == http::verb::head;
+}
 
 }  // namespace
 
@@ -148,8 +149,10 @@ bool HttpSession::IsDroppable() const {
     case Phase::kChecking:
     case Phase::kRunning:
     case Phase::kWriting:
-    case Phase::kClosed: return false;
-    default: return true;
+    case Phase::kClosed:
+      return false;
+    default:
+      return true;
   }
 }
 
@@ -250,15 +253,17 @@ void HttpSession::RefuseMalformed(const ErrorCode& ec) {
   closesAfterReply_ = true;
   if (requestId_.empty()) requestId_ = shared_->NextRequestId();
   if (ec == http::error::header_limit) {
-    return ReplyError({431, "header_too_large",
+    return ReplyError({431,
+                       "header_too_large",
                        "the header is larger than " + std::to_string(kHeaderLimitBytes) + " bytes",
                        {}});
   }
   if (ec == http::error::body_limit) {
-    return ReplyError({413, "body_too_large",
-                       "the body is larger than " + std::to_string(shared_->settings.maxBodyBytes) +
-                           " bytes",
-                       {}});
+    return ReplyError(
+        {413,
+         "body_too_large",
+         "the body is larger than " + std::to_string(shared_->settings.maxBodyBytes) + " bytes",
+         {}});
   }
   const std::string& problem = parser_->Problem();
   ReplyError({400, "malformed_request", problem.empty() ? ec.message() : problem, {}});
@@ -270,8 +275,8 @@ void HttpSession::Admit() {
   closesAfterReply_ = !parser_->keep_alive();
 
   if (!request_.origin.empty() && !OriginIsOwn()) {
-    return Refuse({403, "foreign_origin",
-                   "pages of " + request_.origin + " may not use this agent", {}});
+    return Refuse(
+        {403, "foreign_origin", "pages of " + request_.origin + " may not use this agent", {}});
   }
   if (!FindRoute()) return;
   if (route_ == Route::kHealth) return ReadBody();
@@ -371,8 +376,8 @@ void HttpSession::AdmitCaller(const Caller& caller) {
 /// Goes on with the body of an admitted request.
 void HttpSession::ReadBody() {
   if (route_ != Route::kCall) parser_->DiscardBody();
-  const bool wantsContinue = request_.expectsContinue && !request_.isHttp10 && begin_ == end_ &&
-                             !parser_->is_done();
+  const bool wantsContinue =
+      request_.expectsContinue && !request_.isHttp10 && begin_ == end_ && !parser_->is_done();
   if (!wantsContinue) return Advance();
   Enter(Phase::kContinuing, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
   Write(asio::buffer(kContinue));
@@ -503,8 +508,8 @@ void HttpSession::ReplyError(const Refusal& refusal) {
   SendReply(refusal.status, refusal.extraFields);
 }
 
-/// The reply's body goes behind a room that the head is put into once the body's length is known, so
-/// that one piece of memory goes out in one write.
+/// The reply's body goes behind a room that the head is put into once the body's length is known,
+/// so that one piece of memory goes out in one write.
 std::string& HttpSession::BeginBody() {
   reply_.assign(kHeadRoomBytes, ' ');
   return reply_;
@@ -542,8 +547,7 @@ void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
   std::lock_guard lock(socketMutex_);
   if (isClosed_) return;
   const auto forSize = std::chrono::seconds(reply_.size() / kSlowestReaderBytesPerSecond);
-  Enter(Phase::kWriting,
-        std::chrono::milliseconds(shared_->settings.requestTimeoutMs) + forSize);
+  Enter(Phase::kWriting, std::chrono::milliseconds(shared_->settings.requestTimeoutMs) + forSize);
   Write(asio::buffer(reply_.data() + start, reply_.size() - start));
 }
 
@@ -574,7 +578,8 @@ void HttpSession::Linger() {
 
 namespace {
 
-/// The parts that differ between plain TCP and TLS are what `Stream` is and how a connection begins.
+/// The parts that differ between plain TCP and TLS are what `Stream` is and how a connection
+/// begins.
 template <typename Stream>
 class StreamSession : public HttpSession {
  public:

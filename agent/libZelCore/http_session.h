@@ -18,12 +18,12 @@
 #include "agent/libZelCore/http_request.h"
 #include "agent/libZelCore/http_shared.h"
 
-/// One connection of the HTTP protocol. Requests are answered one after the other; bytes of the next
-/// one wait in the buffer.
+/// One connection of the HTTP protocol. Requests are answered one after the other; bytes of the
+/// next one wait in the buffer.
 ///
-/// Threads: everything happens on the network thread of the connection but for `RunAction`, which has
-/// the session to itself while the action runs (nothing else is under way on the socket then) and
-/// starts the reply from there, so that the client need not wait for another thread to wake up.
+/// Threads: everything happens on the network thread of the connection but for `RunAction`, which
+/// has the session to itself while the action runs (nothing else is under way on the socket then)
+/// and starts the reply from there, so that the client need not wait for another thread to wake up.
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
  public:
   using Clock = std::chrono::steady_clock;

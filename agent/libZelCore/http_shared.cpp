@@ -32,8 +32,8 @@ bool PasswordChecker::Submit(const std::string& address, const std::string& head
     (*same)->waiting.push_back(std::move(done));
     return true;
   }
-  const auto fromAddress = std::count_if(
-      jobs_.begin(), jobs_.end(), [&](const auto& job) { return job->address == address; });
+  const auto fromAddress = std::count_if(jobs_.begin(), jobs_.end(),
+                                         [&](const auto& job) { return job->address == address; });
   if (jobs_.size() >= kMostChecks || fromAddress >= kMostChecksOfAddress) return false;
 
   auto job = std::make_shared<Job>(Job{address, header, {}});

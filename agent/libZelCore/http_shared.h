@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <boost/asio/io_context.hpp>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -11,15 +12,15 @@
 #include <thread>
 #include <unordered_set>
 #include <vector>
-#include <condition_variable>
 
 #include "agent/libZelCore/failure_slowdown.h"
 #include "agent/libZelCore/http_server.h"
 
 class HttpSession;
 
-/// Checks passwords one after the other on a thread of its own, so that their cost never holds up the
-/// network threads. Requests that wait with the same credential from one address share one check.
+/// Checks passwords one after the other on a thread of its own, so that their cost never holds up
+/// the network threads. Requests that wait with the same credential from one address share one
+/// check.
 class PasswordChecker {
  public:
   using Done = std::function<void(const Authenticator::Answer&)>;

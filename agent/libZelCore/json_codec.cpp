@@ -222,9 +222,9 @@ bool ContainerBuilder::on_key(json::string_view part, size_t, json::error_code& 
   text_.clear();
   if (!isValid) return Fail("U+FDD0 in the key is not followed by a surrogate's digits", ec);
 
-  const bool isTwice = frame.container.CountValues(frame.key) > 0 ||
-                       (!frame.emptyLists.empty() &&
-                        frame.emptyLists.contains(std::string(frame.key.Utf8())));
+  const bool isTwice =
+      frame.container.CountValues(frame.key) > 0 ||
+      (!frame.emptyLists.empty() && frame.emptyLists.contains(std::string(frame.key.Utf8())));
   return isTwice ? Fail("the key is given twice", ec) : true;
 }
 
@@ -267,7 +267,9 @@ bool ContainerBuilder::on_bool(bool value, json::error_code& ec) {
   return true;
 }
 
-bool ContainerBuilder::on_null(json::error_code& ec) { return Fail("null is not a value", ec); }
+bool ContainerBuilder::on_null(json::error_code& ec) {
+  return Fail("null is not a value", ec);
+}
 
 JsonDecodeResult Failure(std::string error) {
   JsonDecodeResult result;
@@ -300,8 +302,8 @@ constexpr std::array<bool, 256> kNeedsLook = [] {
 size_t AppendSpecial(std::string_view text, std::string* out) {
   const auto byte = static_cast<unsigned char>(text[0]);
   if (byte >= 0x80) {
-    const bool isSurrogate =
-        byte == 0xED && text.size() >= kSurrogateBytes && static_cast<unsigned char>(text[1]) >= 0xA0;
+    const bool isSurrogate = byte == 0xED && text.size() >= kSurrogateBytes &&
+                             static_cast<unsigned char>(text[1]) >= 0xA0;
     if (!isSurrogate && !text.starts_with(kEscape)) {
       out->push_back(text[0]);
       return 1;
@@ -316,13 +318,27 @@ size_t AppendSpecial(std::string_view text, std::string* out) {
     return kSurrogateBytes;
   }
   switch (byte) {
-    case '"': out->append("\\\""); break;
-    case '\\': out->append("\\\\"); break;
-    case '\b': out->append("\\b"); break;
-    case '\f': out->append("\\f"); break;
-    case '\n': out->append("\\n"); break;
-    case '\r': out->append("\\r"); break;
-    case '\t': out->append("\\t"); break;
+    case '"':
+      out->append("\\\"");
+      break;
+    case '\\':
+      out->append("\\\\");
+      break;
+    case '\b':
+      out->append("\\b");
+      break;
+    case '\f':
+      out->append("\\f");
+      break;
+    case '\n':
+      out->append("\\n");
+      break;
+    case '\r':
+      out->append("\\r");
+      break;
+    case '\t':
+      out->append("\\t");
+      break;
     default:
       out->append("\\u00");
       out->push_back(kHexDigits[byte >> 4]);
@@ -339,11 +355,19 @@ void AppendInteger(int64_t value, std::string* out) {
 
 void EncodeValue(const ZelContainer::Entry& entry, size_t index, std::string* out) {
   switch (entry.Type()) {
-    case ZelValueType::kString: EncodeString(entry.StringAt(index), out); break;
+    case ZelValueType::kString:
+      EncodeString(entry.StringAt(index), out);
+      break;
     case ZelValueType::kInt32:
-    case ZelValueType::kInt64: AppendInteger(entry.IntegerAt(index), out); break;
-    case ZelValueType::kBool: out->append(entry.BoolAt(index) ? "true" : "false"); break;
-    case ZelValueType::kContainer: EncodeContainer(entry.ContainerAt(index), out); break;
+    case ZelValueType::kInt64:
+      AppendInteger(entry.IntegerAt(index), out);
+      break;
+    case ZelValueType::kBool:
+      out->append(entry.BoolAt(index) ? "true" : "false");
+      break;
+    case ZelValueType::kContainer:
+      EncodeContainer(entry.ContainerAt(index), out);
+      break;
   }
 }
 

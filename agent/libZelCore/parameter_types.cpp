@@ -6,11 +6,15 @@ namespace {
 
 std::string_view TypeName(const ZelContainer::Entry& entry) {
   switch (entry.Type()) {
-    case ZelValueType::kString: return "string";
+    case ZelValueType::kString:
+      return "string";
     case ZelValueType::kInt32:
-    case ZelValueType::kInt64: return "int";
-    case ZelValueType::kBool: return "boolean";
-    case ZelValueType::kContainer: return "container";
+    case ZelValueType::kInt64:
+      return "int";
+    case ZelValueType::kBool:
+      return "boolean";
+    case ZelValueType::kContainer:
+      return "container";
   }
   return "unknown";
 }

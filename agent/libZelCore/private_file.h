@@ -6,8 +6,8 @@
 
 // Small files that hold secrets. One implementation for each platform.
 
-/// Replaces the file's content: a temporary beside it, readable by its owner alone, is written to the
-/// disk and renamed. Throws std::runtime_error naming the file; it is then unchanged.
+/// Replaces the file's content: a temporary beside it, readable by its owner alone, is written to
+/// the disk and renamed. Throws std::runtime_error naming the file; it is then unchanged.
 void WritePrivateFile(const std::filesystem::path& file, std::string_view content);
 
 /// A text that changes when the file is written or replaced; empty when there is no such file.

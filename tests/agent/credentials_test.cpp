@@ -60,8 +60,9 @@ TEST_F(UserStoreTest, WritesNoPasswordAndALineForEachUser) {
 
 TEST_F(UserStoreTest, ReadsAKnownHash) {
   // RFC 7914 section 12, third vector, cut to 32 bytes of key: the salt is "SodiumChloride".
-  Write("# comment\n\npleaseletmein:operator:scrypt$16384$8$1$536f6469756d43686c6f72696465$"
-        "7023bdcb3afd7348461c06cd81fd38ebfda8fbba904f8e3ea9b543f6545da1f2\n");
+  Write(
+      "# comment\n\npleaseletmein:operator:scrypt$16384$8$1$536f6469756d43686c6f72696465$"
+      "7023bdcb3afd7348461c06cd81fd38ebfda8fbba904f8e3ea9b543f6545da1f2\n");
   EXPECT_TRUE(users_.CheckPassword("pleaseletmein", "pleaseletmein"));
   EXPECT_FALSE(users_.CheckPassword("pleaseletmein", "pleaseletmei"));
 }
@@ -81,7 +82,8 @@ TEST_F(UserStoreTest, RefusesUnusableLoginsRolesAndPasswords) {
   for (const char* role : {"", "Operator", "a:b", "a b"}) {
     EXPECT_THROW(users_.Add("user", role, "a good password"), std::runtime_error) << role;
   }
-  for (const char* password : {"", "short", "with\ncontrol", "not utf-8 \xFF", "\xC2\x85 control"}) {
+  for (const char* password :
+       {"", "short", "with\ncontrol", "not utf-8 \xFF", "\xC2\x85 control"}) {
     EXPECT_THROW(users_.Add("user", "operator", password), std::runtime_error) << password;
   }
   EXPECT_FALSE(std::filesystem::exists(file_));

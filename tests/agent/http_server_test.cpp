@@ -373,10 +373,9 @@ TEST_F(HttpServerTest, WritesWhoIsCallingForAConsole) {
   const Reply reply = Exchange(Call(
       "Echo",
       R"({"DACurrentConsoleUser":"root","HttpProtocolRequestInfo":{"HttpProtocolRequestAddress":"1"},"x":1})"));
-  EXPECT_EQ(reply.body,
-            R"({"code":0,"container":{"x":1,"DACurrentConsoleUser":"admin",)"
-            R"("HttpProtocolRequestInfo":{"HttpProtocolRequestAddress":"127.0.0.1",)"
-            R"("HttpProtocolRequestUser":"admin"}}})");
+  EXPECT_EQ(reply.body, R"({"code":0,"container":{"x":1,"DACurrentConsoleUser":"admin",)"
+                        R"("HttpProtocolRequestInfo":{"HttpProtocolRequestAddress":"127.0.0.1",)"
+                        R"("HttpProtocolRequestUser":"admin"}}})");
 }
 
 TEST_F(HttpServerTest, LetsAnAgentSpeakForItsConsoleUser) {
@@ -393,11 +392,11 @@ TEST_F(HttpServerTest, LetsAnAgentSpeakForItsConsoleUser) {
   curl_easy_setopt(curl, CURLOPT_POSTFIELDS, R"({"DACurrentConsoleUser":"eve"})");
   curl_easy_setopt(curl, CURLOPT_TIMEOUT, 10L);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &body);
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION,
-                   +[](char* bytes, size_t size, size_t count, void* out) {
-                     static_cast<std::string*>(out)->append(bytes, size * count);
-                     return size * count;
-                   });
+  curl_easy_setopt(
+      curl, CURLOPT_WRITEFUNCTION, +[](char* bytes, size_t size, size_t count, void* out) {
+        static_cast<std::string*>(out)->append(bytes, size * count);
+        return size * count;
+      });
   EXPECT_EQ(curl_easy_perform(curl), CURLE_OK);
   EXPECT_EQ(body, R"({"code":0,"container":{"DACurrentConsoleUser":"eve"}})");
   curl_slist_free_all(fields);
@@ -440,7 +439,8 @@ TEST_F(HttpServerTest, RefusesOtherMethodsAndPlaces) {
 
 TEST_F(HttpServerTest, RefusesBodiesThatAreNotContainers) {
   RawClient client = Connect();
-  for (const char* body : {"", "{", "[]", "null", R"({"a":null})", R"({"a":1.5})", "{\"a\":\"\xFF\"}"}) {
+  for (const char* body :
+       {"", "{", "[]", "null", R"({"a":null})", R"({"a":1.5})", "{\"a\":\"\xFF\"}"}) {
     client.Send(Call("Echo", body));
     const Reply reply = client.Read();
     EXPECT_EQ(reply.status, 400) << body;
@@ -453,8 +453,10 @@ TEST_F(HttpServerTest, RefusesBodiesThatAreNotContainers) {
 
 TEST_F(HttpServerTest, NamesAKeyOfTheWrongType) {
   std::atomic<int> runs{0};
-  Register("Read (string Path, int Offset, boolean Flag, container Params)",
-           [&](ZelContainer*) { ++runs; return 0U; });
+  Register("Read (string Path, int Offset, boolean Flag, container Params)", [&](ZelContainer*) {
+    ++runs;
+    return 0U;
+  });
   RawClient client = Connect();
   const auto message = [&](const char* body) {
     client.Send(Call("Read", body));
@@ -489,8 +491,8 @@ TEST_F(HttpServerTest, RefusesOtherContentTypes) {
 }
 
 TEST_F(HttpServerTest, RefusesACallWithoutALength) {
-  const Reply reply = Exchange("POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\n" + std::string(kGood) +
-                               "Content-Type: application/json\r\n\r\n");
+  const Reply reply = Exchange("POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\n" +
+                               std::string(kGood) + "Content-Type: application/json\r\n\r\n");
   EXPECT_EQ(reply.status, 411);
 }
 
@@ -510,21 +512,26 @@ TEST_F(HttpServerTest, TakesChunkedBodiesUpToTheLimit) {
   const std::string head =
       "POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\nContent-Type: application/json\r\n" +
       std::string(kGood) + "Transfer-Encoding: chunked\r\n\r\n";
-  EXPECT_EQ(Exchange(head + "1\r\n{\r\n6\r\n\"a\":1}\r\n0\r\n\r\n").body,
-            R"({"code":0,"container":{"a":1,"DACurrentConsoleUser":"admin","HttpProtocolRequestInfo":)"
-            R"({"HttpProtocolRequestAddress":"127.0.0.1","HttpProtocolRequestUser":"admin"}}})");
+  EXPECT_EQ(
+      Exchange(head + "1\r\n{\r\n6\r\n\"a\":1}\r\n0\r\n\r\n").body,
+      R"({"code":0,"container":{"a":1,"DACurrentConsoleUser":"admin","HttpProtocolRequestInfo":)"
+      R"({"HttpProtocolRequestAddress":"127.0.0.1","HttpProtocolRequestUser":"admin"}}})");
   EXPECT_EQ(Exchange(head + "3e9\r\n" + std::string(1001, ' ')).status, 413);
 }
 
 TEST_F(HttpServerTest, RefusesRequestsThatCanBeReadInTwoWays) {
-  const std::string start = "POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\n"
-                            "Content-Type: application/json\r\n" + std::string(kGood);
+  const std::string start =
+      "POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\n"
+      "Content-Type: application/json\r\n" +
+      std::string(kGood);
   for (const char* fields :
        {"Content-Length: 2\r\nContent-Length: 3\r\n", "Content-Length: 2\r\nContent-Length: 2\r\n",
         "Content-Length: 2\r\nTransfer-Encoding: chunked\r\n",
         "Transfer-Encoding: chunked\r\nContent-Length: 2\r\n", "Transfer-Encoding: gzip\r\n",
-        "Transfer-Encoding: chunked, gzip\r\n", "Transfer-Encoding: chunked\r\nTransfer-Encoding: "
-        "chunked\r\n", "Content-Length: -1\r\n", "Content-Length: 2x\r\n", "Content-Length: +2\r\n",
+        "Transfer-Encoding: chunked, gzip\r\n",
+        "Transfer-Encoding: chunked\r\nTransfer-Encoding: "
+        "chunked\r\n",
+        "Content-Length: -1\r\n", "Content-Length: 2x\r\n", "Content-Length: +2\r\n",
         "Host: b\r\nContent-Length: 2\r\n", "Authorization: Basic eA==\r\nContent-Length: 2\r\n",
         "Expect: something\r\nContent-Length: 2\r\n", "Bad Field: x\r\nContent-Length: 2\r\n",
         "No-Colon\r\nContent-Length: 2\r\n"}) {
@@ -538,16 +545,17 @@ TEST_F(HttpServerTest, RefusesRequestsThatCanBeReadInTwoWays) {
 }
 
 TEST_F(HttpServerTest, RefusesBytesThatAreNoRequest) {
-  for (const char* bytes : {"GARBAGE\r\n\r\n", "GET / HTTP/9.9\r\nHost: a\r\n\r\n",
-                            "GET  / HTTP/1.1\r\n\r\n", "\x16\x03\x01\x02\x00\x01\r\n\r\n",
-                            "GET /v1/health HTTP/1.1\r\n\r\n"}) {
+  for (const char* bytes :
+       {"GARBAGE\r\n\r\n", "GET / HTTP/9.9\r\nHost: a\r\n\r\n", "GET  / HTTP/1.1\r\n\r\n",
+        "\x16\x03\x01\x02\x00\x01\r\n\r\n", "GET /v1/health HTTP/1.1\r\n\r\n"}) {
     EXPECT_EQ(Exchange(bytes).status, 400) << bytes;
   }
 }
 
 TEST_F(HttpServerTest, RefusesHugeHeaders) {
   RawClient client = Connect();
-  client.TrySend("GET /v1/health HTTP/1.1\r\nHost: a\r\nX: " + std::string(20000, 'x') + "\r\n\r\n");
+  client.TrySend("GET /v1/health HTTP/1.1\r\nHost: a\r\nX: " + std::string(20000, 'x') +
+                 "\r\n\r\n");
   const Reply reply = client.Read();
   EXPECT_EQ(reply.status, 431);
   EXPECT_THAT(reply.body, HasSubstr("header_too_large"));
@@ -556,7 +564,8 @@ TEST_F(HttpServerTest, RefusesHugeHeaders) {
 TEST_F(HttpServerTest, IgnoresCredentialsInTrailers) {
   const Reply reply = Exchange(
       "POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\nContent-Type: application/json\r\n"
-      "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n" + std::string(kGood) + "\r\n");
+      "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n" +
+      std::string(kGood) + "\r\n");
   EXPECT_EQ(reply.status, 401);
 }
 
@@ -593,8 +602,9 @@ TEST_F(HttpServerTest, SaysContinueToAClientThatWaitsForIt) {
 
 TEST_F(HttpServerTest, RefusesInsteadOfSayingContinue) {
   RawClient client = Connect();
-  client.Send("POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\nContent-Type: application/json\r\n"
-              "Expect: 100-continue\r\nContent-Length: 2\r\n\r\n");
+  client.Send(
+      "POST /v1/actions/Echo HTTP/1.1\r\nHost: a\r\nContent-Type: application/json\r\n"
+      "Expect: 100-continue\r\nContent-Length: 2\r\n\r\n");
   EXPECT_EQ(client.Read().status, 401);
 }
 
@@ -924,11 +934,11 @@ class HttpServerTlsTest : public HttpServerTest {
     curl_easy_setopt(curl, CURLOPT_POSTFIELDS, "{}");
     curl_easy_setopt(curl, CURLOPT_TIMEOUT, 10L);
     curl_easy_setopt(curl, CURLOPT_WRITEDATA, body);
-    curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION,
-                     +[](char* bytes, size_t size, size_t count, void* out) {
-                       static_cast<std::string*>(out)->append(bytes, size * count);
-                       return size * count;
-                     });
+    curl_easy_setopt(
+        curl, CURLOPT_WRITEFUNCTION, +[](char* bytes, size_t size, size_t count, void* out) {
+          static_cast<std::string*>(out)->append(bytes, size * count);
+          return size * count;
+        });
     const CURLcode result = curl_easy_perform(curl);
     curl_slist_free_all(fields);
     curl_easy_cleanup(curl);
@@ -994,8 +1004,7 @@ TEST_F(HttpServerTlsTest, NamesACertificateThatItCannotUse) {
   };
   EXPECT_THAT(message(), AllOf(HasSubstr("certificate chain"), HasSubstr("missing.pem")));
   settings_.certificateFile = certificates_.chain;
-  settings_.privateKeyFile =
-      MakeCertificate("other").key;
+  settings_.privateKeyFile = MakeCertificate("other").key;
   EXPECT_THAT(message(), AllOf(HasSubstr("private key"), HasSubstr("other-key.pem")));
 }
 

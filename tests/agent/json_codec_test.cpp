@@ -31,7 +31,9 @@ std::string Encoded(const ZelContainer& container) {
   return json;
 }
 
-std::string RoundTrip(std::string_view json) { return Encoded(Decoded(json)); }
+std::string RoundTrip(std::string_view json) {
+  return Encoded(Decoded(json));
+}
 
 std::string Nested(size_t levels) {
   std::string json;
@@ -43,9 +45,9 @@ std::string Nested(size_t levels) {
 TEST(DecodeContainer, MapsEachKindOfValueToItsType) {
   const ZelContainer container =
       Decoded(R"({"s":"text","t":true,"f":false,"i":-7,"l":5000000000,"c":{"x":1}})");
-  const ZelValueType expected[] = {ZelValueType::kString, ZelValueType::kBool, ZelValueType::kBool,
-                                   ZelValueType::kInt32,  ZelValueType::kInt64,
-                                   ZelValueType::kContainer};
+  const ZelValueType expected[] = {ZelValueType::kString, ZelValueType::kBool,
+                                   ZelValueType::kBool,   ZelValueType::kInt32,
+                                   ZelValueType::kInt64,  ZelValueType::kContainer};
   ASSERT_EQ(container.CountKeys(), std::size(expected));
   for (size_t i = 0; i < std::size(expected); ++i) {
     EXPECT_EQ(container.EntryAt(i).Type(), expected[i]) << i;
@@ -163,8 +165,9 @@ TEST(JsonCodec, KeepsEveryCharacterOfUnicode) {
 
 TEST(JsonCodec, CarriesNamesThatAreNotUnicode) {
   ZelContainer container;
-  container.SetString("name", ZelString(std::string_view("a\xFF"
-                                                         "b")),
+  container.SetString("name",
+                      ZelString(std::string_view("a\xFF"
+                                                 "b")),
                       kNoIndex);
   const std::string json = Encoded(container);
   EXPECT_EQ(json, std::string(R"({"name":"a)") + kEscape + R"(dcffb"})");

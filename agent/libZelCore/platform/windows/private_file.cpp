@@ -1,9 +1,9 @@
 #include "agent/libZelCore/private_file.h"
 
 // clang-format off: the system's headers want this order.
-#include <windows.h>
 #include <aclapi.h>
 #include <sddl.h>
+#include <windows.h>
 // clang-format on
 
 #include <stdexcept>
