@@ -544,11 +544,32 @@ void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
   std::memcpy(reply_.data() + start, head_.data(), head_.size());
   if (request_.method == http::verb::head) reply_.resize(kHeadRoomBytes);
 
-  std::lock_guard lock(socketMutex_);
-  if (isClosed_) return;
+  const asio::const_buffer bytes(reply_.data() + start, reply_.size() - start);
   const auto forSize = std::chrono::seconds(reply_.size() / kSlowestReaderBytesPerSecond);
-  Enter(Phase::kWriting, std::chrono::milliseconds(shared_->settings.requestTimeoutMs) + forSize);
-  Write(asio::buffer(reply_.data() + start, reply_.size() - start));
+  {
+    std::lock_guard lock(socketMutex_);
+    if (isClosed_) return;
+    Enter(Phase::kWriting, std::chrono::milliseconds(shared_->settings.requestTimeoutMs) + forSize);
+    const size_t written = WriteAtOnce(bytes);
+    if (written < bytes.size()) return Write(bytes + written);
+  }
+  OnWrittenAtOnce();
+}
+
+void HttpSession::DropLargeReply() {
+  if (reply_.capacity() > kKeptReplyBytes) reply_ = std::string();
+}
+
+/// Goes on after a reply that went out at once, perhaps on an action thread.
+void HttpSession::OnWrittenAtOnce() {
+  if (closesAfterReply_ || begin_ != end_) {
+    asio::post(network_, [self = shared_from_this()] { self->OnWritten({}); });
+    return;
+  }
+  DropLargeReply();
+  BeginRequest();
+  std::lock_guard lock(socketMutex_);
+  if (!isClosed_) ReadMore();
 }
 
 void HttpSession::OnWritten(const ErrorCode& ec) {
@@ -558,7 +579,7 @@ void HttpSession::OnWritten(const ErrorCode& ec) {
       Enter(Phase::kReading, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
       return ReadMore();
     }
-    if (reply_.capacity() > kKeptReplyBytes) reply_ = std::string();
+    DropLargeReply();
     if (closesAfterReply_) return Linger();
     BeginRequest();
     if (begin_ == end_) return ReadMore();
@@ -602,6 +623,7 @@ class StreamSession : public HttpSession {
     asio::async_write(stream_, buffer,
                       [self = Self()](const ErrorCode& ec, size_t) { self->OnWritten(ec); });
   }
+  size_t WriteAtOnce(asio::const_buffer) override { return 0; }
   void ShutdownSending() override {
     ErrorCode ignored;
     stream_.lowest_layer().shutdown(tcp::socket::shutdown_send, ignored);
@@ -618,7 +640,18 @@ class StreamSession : public HttpSession {
 class PlainSession : public StreamSession<tcp::socket> {
  public:
   using StreamSession::StreamSession;
-  void Start() override { BeginServing(); }
+  void Start() override {
+    ErrorCode ignored;
+    stream_.non_blocking(true, ignored);
+    BeginServing();
+  }
+
+ protected:
+  size_t WriteAtOnce(asio::const_buffer buffer) override {
+    ErrorCode ec;  // what it is, the waiting write that follows finds out
+    const size_t written = stream_.write_some(buffer, ec);
+    return ec ? 0 : written;
+  }
 };
 
 class TlsSession : public StreamSession<asio::ssl::stream<tcp::socket>> {

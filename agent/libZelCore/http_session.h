@@ -22,8 +22,9 @@
 /// next one wait in the buffer.
 ///
 /// Threads: everything happens on the network thread of the connection but for `RunAction`, which
-/// has the session to itself while the action runs (nothing else is under way on the socket then)
-/// and starts the reply from there, so that the client need not wait for another thread to wake up.
+/// has the session to itself while the action runs (nothing else is under way on the socket then).
+/// It sends the reply and begins the wait for the next request from there, so that neither costs
+/// the time to wake the network thread.
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
  public:
   using Clock = std::chrono::steady_clock;
@@ -51,6 +52,8 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
 
   virtual void ReadSome(boost::asio::mutable_buffer buffer) = 0;
   virtual void Write(boost::asio::const_buffer buffer) = 0;
+  /// Writes what the socket takes without waiting: how many bytes that was.
+  virtual size_t WriteAtOnce(boost::asio::const_buffer buffer) = 0;
   virtual void ShutdownSending() = 0;
   /// `discardsUnsent` gives back at once what the client has not taken yet.
   virtual void CloseSocket(bool discardsUnsent) = 0;
@@ -109,6 +112,8 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   void ReplyError(const Refusal& refusal);
   std::string& BeginBody();
   void SendReply(unsigned status, std::string_view extraFields);
+  void OnWrittenAtOnce();
+  void DropLargeReply();
   void AppendHead(unsigned status, std::string_view extraFields, size_t bodyBytes);
   void Linger();
 
@@ -137,7 +142,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   std::atomic<Phase> phase_{Phase::kHandshake};
   std::atomic<Clock::rep> deadline_{0};
   std::atomic<Clock::rep> lastActivity_{0};
-  std::mutex socketMutex_;  ///< closing against an action thread that starts its reply
+  std::mutex socketMutex_;  ///< closing against an action thread that uses the socket
   std::atomic<bool> isClosed_{false};
 };
 
