@@ -10,6 +10,8 @@
 namespace {
 
 constexpr std::chrono::seconds kIdleTime{10};
+// About what waking a sleeping thread costs: jobs that follow each other closely are spared it.
+constexpr std::chrono::microseconds kSpinTime{50};
 
 void Run(const std::function<void()>& job) {
   try {
@@ -44,9 +46,10 @@ bool ActionPool::Submit(std::function<void()> job) {
       if (isFull || threads_.empty()) return false;
     }
     queue_.push_back(std::move(job));
-    wake_.notify_one();
+    hasQueued_ = true;
     ended.swap(ended_);
   }
+  wake_.notify_one();  // without the lock, or the woken thread would wait for it at once
   for (std::thread& thread : ended) thread.join();
   return true;
 }
@@ -58,6 +61,7 @@ void ActionPool::Stop() {
     std::unique_lock lock(mutex_);
     stopping_ = true;
     dropped.swap(queue_);
+    hasQueued_ = true;  // ends a spin
     threads.splice(threads.end(), threads_);
     threads.splice(threads.end(), ended_);
     wake_.notify_all();
@@ -84,6 +88,7 @@ void ActionPool::Work(Threads::iterator self) {
   while (WaitForJob(lock)) {
     std::function<void()> job = std::move(queue_.front());
     queue_.pop_front();
+    hasQueued_ = !queue_.empty();
     lock.unlock();
     Run(job);
     job = nullptr;  // what the job holds is released before the next wait
@@ -93,11 +98,23 @@ void ActionPool::Work(Threads::iterator self) {
   if (!stopping_) ended_.splice(ended_.end(), threads_, self);
 }
 
+/// Waits for a job without sleeping for a moment. One thread at a time does.
+void ActionPool::Spin(std::unique_lock<std::mutex>& lock) {
+  if (isSpinning_ || keptThreads_ == 1) return;
+  isSpinning_ = true;
+  lock.unlock();
+  const auto end = std::chrono::steady_clock::now() + kSpinTime;
+  while (!hasQueued_ && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+  lock.lock();
+  isSpinning_ = false;
+}
+
 /// False when this thread is to end: the pool stops, or the thread has had nothing to do for long
 /// and is not one of those that are kept.
 bool ActionPool::WaitForJob(std::unique_lock<std::mutex>& lock) {
   while (!stopping_ && queue_.empty()) {
     ++idle_;
+    Spin(lock);
     const bool hasJob =
         wake_.wait_for(lock, kIdleTime, [this] { return stopping_ || !queue_.empty(); });
     --idle_;

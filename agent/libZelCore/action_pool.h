@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -29,6 +30,7 @@ class ActionPool {
   bool StartThread();
   void Work(Threads::iterator self);
   bool WaitForJob(std::unique_lock<std::mutex>& lock);
+  void Spin(std::unique_lock<std::mutex>& lock);
 
   const size_t keptThreads_;  ///< these do not end when idle
   const size_t maxThreads_;
@@ -39,5 +41,7 @@ class ActionPool {
   Threads threads_;
   Threads ended_;  ///< threads that have left `threads_` and are to be joined
   size_t idle_ = 0;
+  std::atomic<bool> hasQueued_{false};  ///< for the thread that spins
+  bool isSpinning_ = false;
   bool stopping_ = false;
 };

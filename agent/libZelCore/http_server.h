@@ -31,7 +31,8 @@ class HttpServer {
   ~HttpServer();
 
   /// Binds and serves. Throws std::runtime_error that names the address, or the certificate file,
-  /// and what was wrong; refuses an address beyond loopback without TLS unless the settings allow it.
+  /// and what was wrong; refuses an address beyond loopback without TLS unless the settings allow
+  /// it.
   void Start();
   /// Stops taking connections, lets replies in flight finish for a short while, closes the rest.
   void Stop();

@@ -91,6 +91,11 @@ bool PrivacyPolicy::IsGranted(const ZelString& path, std::string_view login, boo
     CoreLog().WarningWithNL("Access refused to \"%S\": %s", path, native.error.c_str());
     return false;
   }
+  // Most callers have no rule of their own; then where the path leads makes no difference.
+  const bool hasRule = std::any_of(rules_.begin(), rules_.end(),
+                                   [&](const Rule& rule) { return AppliesTo(rule.rule, login); });
+  if (!hasRule) return IsDefaultGranted(login);
+
   for (const CanonicalPath& canonical : {Canonical(native.path), CanonicalEntry(native.path)}) {
     if (!canonical) {
       CoreLog().WarningWithNL("Access refused to \"%S\": %s", path, canonical.error.c_str());
