@@ -62,6 +62,10 @@ void InstallWith(const CommandLine& line) {
     arguments.push_back("--port");
     arguments.push_back(std::to_string(*line.port));
   }
+  if (!line.modules.empty()) {
+    arguments.push_back("--modules");
+    arguments.push_back(std::string(FromNativePath(fs::absolute(line.Modules())).Utf8()));
+  }
   InstallService(arguments);
 }
 

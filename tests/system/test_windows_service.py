@@ -1,0 +1,76 @@
+"""The Windows build as a service, in a Wine prefix of its own."""
+
+import re
+import shutil
+import subprocess
+import time
+import urllib.request
+
+import pytest
+
+from agents import BUILDS, ROOT, agent_path, clean_environment
+
+WINE_RUN = str(ROOT / "scripts/wine-run")
+NET = r"C:\windows\system32\net.exe"
+
+
+@pytest.fixture
+def machine(tmp_path):
+    """A function that runs a Windows program on a machine that nobody else uses."""
+    environment = clean_environment(ZEL_WINEPREFIX=tmp_path / "prefix")
+
+    def run(*command):
+        return subprocess.run([WINE_RUN, *map(str, command)], env=environment, timeout=120,
+                              stdin=subprocess.DEVNULL, capture_output=True)
+
+    yield run
+    subprocess.run([WINE_RUN, "--stop"], env=environment, timeout=60, check=True)
+
+
+@pytest.fixture
+def installation(tmp_path):
+    """The programs with every DLL beside them, as an installation has them."""
+    directory = tmp_path / "installed"
+    directory.mkdir()
+    bin_directory = BUILDS["windows"] / "bin"
+    libraries = subprocess.run([ROOT / "scripts/windows-deps"], capture_output=True, text=True,
+                               check=True).stdout.splitlines()[-1]
+    for source, pattern in ((bin_directory, "zelagent.exe"), (bin_directory, "*.dll"),
+                            (ROOT / libraries / "bin", "*.dll")):
+        for file in source.glob(pattern):
+            shutil.copy(file, directory)
+    shutil.copytree(bin_directory / "modules", directory / "modules")
+    return directory
+
+
+def wait_for(condition, seconds=30):
+    for _ in range(seconds * 20):
+        found = condition()
+        if found:
+            return found
+        time.sleep(0.05)
+    raise AssertionError("it did not come")
+
+
+def test_the_service_is_installed_started_stopped_and_removed(machine, installation, tmp_path):
+    home = tmp_path / "home"
+    zelagent = installation / "zelagent.exe"
+    log = home / "log/zelagent.log"
+    where = agent_path("windows", home)
+
+    installed = machine(zelagent, "service", "install", "--home", where, "--port", "0")
+    assert installed.returncode == 0, installed.stderr
+    started = machine(NET, "start", "zelagent")
+    assert started.returncode == 0, started.stdout
+    url = wait_for(lambda: log.exists() and re.search(r"Serving at (\S+)", log.read_text())).group(1)
+    with urllib.request.urlopen(url + "/v1/health", timeout=30) as reply:
+        assert reply.read() == b'{"status":"ok"}'
+
+    stopped = machine(NET, "stop", "zelagent")
+    assert stopped.returncode == 0, stopped.stdout
+    wait_for(lambda: "Agent stops" in log.read_text())
+    assert "Module Unregister starting" in log.read_text()
+
+    removed = machine(zelagent, "service", "remove")
+    assert removed.returncode == 0, removed.stderr
+    assert machine(NET, "start", "zelagent").returncode != 0
