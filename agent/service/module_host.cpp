@@ -89,10 +89,10 @@ void ModuleHost::Start(const fs::path& file) {
 
 void ModuleHost::Stop() {
   for (auto module = modules_.rbegin(); module != modules_.rend(); ++module)
-    Tell(module->library->Main(), module->name, kCleanup, nullptr);
+    Tell(module->code->Main(), module->name, kCleanup, nullptr);
   while (!modules_.empty()) {
     const Module& module = modules_.back();
-    Tell(module.library->Main(), module.name, kUnregister, nullptr);
+    Tell(module.code->Main(), module.name, kUnregister, nullptr);
     core_.Actions().UnregisterAll(module.owner);
     modules_.pop_back();
   }

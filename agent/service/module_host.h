@@ -29,7 +29,7 @@ class ModuleHost {
   struct Module {
     std::string name;
     ActionDatabase::Owner* owner;
-    std::unique_ptr<ModuleLibrary> library;
+    std::unique_ptr<ModuleLibrary> code;
   };
 
   void Start(const std::filesystem::path& file);
