@@ -26,11 +26,11 @@ TEST(ActionPool, RunsEveryJobOnce) {
 }
 
 TEST(ActionPool, GrowsWhileItsThreadsWaitForAPerson) {
-  ActionPool pool(16, 0);
   std::promise<void> answer;
   const std::shared_future<void> answered = answer.get_future().share();
   std::atomic<int> waiting{0};
   std::promise<void> allWait;
+  ActionPool pool(16, 0);  // goes first, and waits for the jobs that use the rest
   for (int i = 0; i < 16; ++i) {
     ASSERT_TRUE(pool.Submit([&] {
       if (++waiting == 16) allWait.set_value();
@@ -43,9 +43,9 @@ TEST(ActionPool, GrowsWhileItsThreadsWaitForAPerson) {
 }
 
 TEST(ActionPool, QueuesUpToItsLimitAndDropsWhatWaitsWhenItStops) {
-  ActionPool pool(1, 2);
   std::promise<void> release, running;
   const std::shared_future<void> released = release.get_future().share();
+  ActionPool pool(1, 2);
   ASSERT_TRUE(pool.Submit([&] {
     running.set_value();
     released.wait();
@@ -65,8 +65,8 @@ TEST(ActionPool, QueuesUpToItsLimitAndDropsWhatWaitsWhenItStops) {
 }
 
 TEST(ActionPool, SurvivesAJobThatThrows) {
-  ActionPool pool(1, 10);
   std::promise<void> done;
+  ActionPool pool(1, 10);
   ASSERT_TRUE(pool.Submit([] { throw std::runtime_error("x"); }));
   ASSERT_TRUE(pool.Submit([&] { done.set_value(); }));
   EXPECT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
