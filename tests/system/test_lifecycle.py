@@ -4,6 +4,8 @@ import json
 import re
 import time
 
+import pytest
+
 from agents import PASSWORDS, ROLES, Agent, copy_modules
 
 
@@ -181,3 +183,21 @@ def test_a_module_that_cannot_be_loaded_is_named_and_the_agent_goes_on(
     assert agent.call("CoreUtilsGetFileSize", Path=agent.path(broken))[0] == 0
     assert agent.stop() == 0
     assert any("broken" in line for line in agent.errors), agent.describe()
+
+
+@pytest.mark.parametrize("platform", ["linux"])
+def test_an_agent_without_libcurl_refuses_urls_each_time_and_goes_on(
+        make_agent, monkeypatch, tmp_path):
+    libraries = tmp_path / "libraries"
+    libraries.mkdir()
+    (libraries / "libcurl.so.4").write_text("this is no library")
+    monkeypatch.setenv("LD_LIBRARY_PATH", str(libraries))
+    agent = make_agent()
+    agent.add_users()
+    agent.start()
+    for _ in range(3):
+        code, _ = agent.call("CoreUtilsCopyFile", SourcePath="http://127.0.0.1:1/file",
+                             DestinationPath=agent.path(tmp_path / "copy"))
+        assert code == 14001
+    assert agent.stop() == 0
+    assert agent.log().count("libcurl is missing") == 3, agent.log()

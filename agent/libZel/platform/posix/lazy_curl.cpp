@@ -17,10 +17,12 @@ namespace {
 
 /// The function `name` of libcurl. Throws std::runtime_error when there is none.
 void* Symbol(const char* name) {
-  static void* const library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+  // Opened anew for each function, which only counts: so each failure has a text of its own.
+  void* const library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
   void* const symbol = library != nullptr ? dlsym(library, name) : nullptr;
-  if (symbol == nullptr) throw std::runtime_error(std::string("libcurl is missing: ") + dlerror());
-  return symbol;
+  if (symbol != nullptr) return symbol;
+  const char* const reason = dlerror();
+  throw std::runtime_error(std::string("libcurl is missing: ") + (reason ? reason : name));
 }
 
 template <typename Function>
