@@ -60,7 +60,9 @@ CurlUrl ParseUrl(const std::string& text) {
 }
 
 bool IsLoopback(const std::string& host) {
-  return host == "localhost" || host == "[::1]" || host.starts_with("127.");
+  if (host == "localhost" || host == "[::1]") return true;
+  // A name such as 127.example.org may lead anywhere.
+  return host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string::npos;
 }
 
 size_t AppendBody(char* data, size_t size, size_t count, void* target) {

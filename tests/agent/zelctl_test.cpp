@@ -75,6 +75,7 @@ TEST(Zelctl, TakesOnlyPlainHttpAddressesWithoutCredentials) {
 
 TEST(Zelctl, KnowsWhenThePasswordWouldTravelInClear) {
   EXPECT_TRUE(AgentClient({"http://192.0.2.1:7460", "admin", "x", ""}).SendsPasswordInClear());
+  EXPECT_TRUE(AgentClient({"http://127.example.org", "admin", "x", ""}).SendsPasswordInClear());
   EXPECT_FALSE(AgentClient({"https://192.0.2.1:7460", "admin", "x", ""}).SendsPasswordInClear());
   EXPECT_FALSE(AgentClient({"http://127.0.0.1:7460/", "admin", "x", ""}).SendsPasswordInClear());
   EXPECT_FALSE(AgentClient({"http://[::1]:7460", "admin", "x", ""}).SendsPasswordInClear());
