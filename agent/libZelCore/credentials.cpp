@@ -280,6 +280,7 @@ void UserStore::Add(const std::string& login, const std::string& role, std::stri
   CheckPasswordText(password);
   const std::string line = login + ":" + role + ":" + HashPassword(password);
 
+  const PrivateFileLock fileLock(file_);
   std::lock_guard lock(mutex_);
   Load();
   if (users_.contains(login)) throw std::runtime_error("the user " + login + " exists already");
@@ -287,6 +288,7 @@ void UserStore::Add(const std::string& login, const std::string& role, std::stri
 }
 
 void UserStore::Remove(const std::string& login) {
+  const PrivateFileLock fileLock(file_);
   std::lock_guard lock(mutex_);
   Load();
   if (!users_.contains(login)) throw std::runtime_error("there is no user " + login);
@@ -297,6 +299,7 @@ void UserStore::SetPassword(const std::string& login, std::string_view password)
   CheckPasswordText(password);
   const std::string hash = HashPassword(password);
 
+  const PrivateFileLock fileLock(file_);
   std::lock_guard lock(mutex_);
   Load();
   const auto user = users_.find(login);

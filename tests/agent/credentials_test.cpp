@@ -6,6 +6,7 @@
 #include <chrono>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "agent/libZelCore/failure_slowdown.h"
 #include "tests/agent/temporary_directory.h"
@@ -120,6 +121,18 @@ TEST_F(UserStoreTest, SeesWhatAnotherProcessWrote) {
   UserStore(file_).Add("eve", "operator", "a good password");
   EXPECT_TRUE(Eventually([&] { return users_.Role("eve") == "operator"; }));
   EXPECT_GT(users_.Version(), version);
+}
+
+TEST_F(UserStoreTest, LosesNoUserWhenSeveralAreAddedAtOnce) {
+  constexpr int kCount = 8;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kCount; ++i) {
+    threads.emplace_back([this, i] {
+      UserStore(file_).Add("user" + std::to_string(i), "operator", "a good password");
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(users_.Logins().size(), static_cast<size_t>(kCount));
 }
 
 TEST_F(UserStoreTest, GivesNothingToALineThatItCannotRead) {

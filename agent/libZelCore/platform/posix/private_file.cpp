@@ -1,6 +1,7 @@
 #include "agent/libZelCore/private_file.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,6 +43,27 @@ void WritePrivateFile(const std::filesystem::path& file, std::string_view conten
   ::unlink(temporary.c_str());
   errno = reason;
   Fail(file, "write");
+}
+
+PrivateFileLock::PrivateFileLock(const std::filesystem::path& file) {
+  const std::string name = file.string() + ".lock";
+  const int descriptor = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
+  if (descriptor < 0) Fail(name, "open");
+  int result;
+  do {
+    result = ::flock(descriptor, LOCK_EX);
+  } while (result != 0 && errno == EINTR);
+  if (result != 0) {
+    const int reason = errno;
+    ::close(descriptor);
+    errno = reason;
+    Fail(name, "lock");
+  }
+  handle_ = descriptor;
+}
+
+PrivateFileLock::~PrivateFileLock() {
+  ::close(static_cast<int>(handle_));
 }
 
 std::string FileStamp(const std::filesystem::path& file) {

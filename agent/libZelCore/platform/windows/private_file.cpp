@@ -55,6 +55,26 @@ void WritePrivateFile(const std::filesystem::path& file, std::string_view conten
   Fail(file, "write", reason);
 }
 
+PrivateFileLock::PrivateFileLock(const std::filesystem::path& file) {
+  std::filesystem::path name = file;
+  name += L".lock";
+  const HANDLE handle = CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  if (handle == INVALID_HANDLE_VALUE) Fail(name, "open", GetLastError());
+  OVERLAPPED start{};
+  if (!LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &start)) {
+    const DWORD reason = GetLastError();
+    CloseHandle(handle);
+    Fail(name, "lock", reason);
+  }
+  handle_ = reinterpret_cast<std::intptr_t>(handle);
+}
+
+PrivateFileLock::~PrivateFileLock() {
+  CloseHandle(reinterpret_cast<HANDLE>(handle_));
+}
+
 std::string FileStamp(const std::filesystem::path& file) {
   WIN32_FILE_ATTRIBUTE_DATA data{};
   if (!GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data)) return {};
