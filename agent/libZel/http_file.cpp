@@ -14,7 +14,8 @@ namespace {
 
 constexpr long kConnectTimeoutSeconds = 10;
 constexpr long kStallTimeoutSeconds = 30;
-constexpr long kStallBytesPerSecond = 1;
+// A server that only trickles would hold an action thread, and a stopping agent, for ever.
+constexpr long kStallBytesPerSecond = 128;
 constexpr long kMaxRedirects = 5;
 constexpr long kNotFound = 404;
 constexpr long kGone = 410;
@@ -243,8 +244,12 @@ ZelString WithoutCredentials(const ZelString& url) {
   const size_t start = scheme + 3;
   const size_t end = std::min(text.find_first_of("/?#", start), text.size());
   const size_t at = text.substr(start, end - start).rfind('@');
-  if (at == text.npos) return url;
-  return ZelString(std::string(text.substr(0, start)) + std::string(text.substr(start + at + 1)));
+  const size_t host = at == text.npos ? start : start + at + 1;
+  const size_t query = std::min(text.find_first_of("?#", end), text.size());
+  std::string fit(text.substr(0, start));
+  fit += text.substr(host, query - host);
+  if (query < text.size()) fit += "?...";
+  return ZelString(fit);
 }
 
 }  // namespace http_file

@@ -41,7 +41,7 @@ Outcome Copy(const ZelString& source, const ZelString& destination, bool replace
 /// DELETE.
 Outcome Delete(const ZelString& url);
 
-/// The URL without a user name and password, fit for a log.
+/// The URL without user name, password and query (which may hold a signature), fit for a log.
 ZelString WithoutCredentials(const ZelString& url);
 
 }  // namespace http_file

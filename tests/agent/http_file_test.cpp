@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "agent/libZel/debug_context.h"
+#include "agent/libZel/http_file.h"
 #include "libZel/file.h"
 #include "tests/agent/temporary_directory.h"
 #include "tests/agent/test_http_server.h"
@@ -243,6 +244,14 @@ TEST(HttpFile, CredentialsReachTheServerAndNotTheLog) {
   EXPECT_NE(log.find("404"), std::string::npos) << log;
   EXPECT_EQ(log.find("s3cret"), std::string::npos) << log;
   EXPECT_EQ(store.Log()[0], "GET /missing Basic dXNlcjpzM2NyZXQ=");
+}
+
+TEST(HttpFile, LogsUrlsWithoutWhatMayBeSecret) {
+  const auto logged = [](const char* url) { return http_file::WithoutCredentials(url); };
+  EXPECT_EQ(logged("https://u:p@host:8/a/b?sig=s3cret#x"), ZelString("https://host:8/a/b?..."));
+  EXPECT_EQ(logged("http://host?sig=s3cret"), ZelString("http://host?..."));
+  EXPECT_EQ(logged("http://host/a@b"), ZelString("http://host/a@b"));
+  EXPECT_EQ(logged("http://a@b@host/"), ZelString("http://host/"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 """Fixtures: agents of both platforms."""
 
+import signal
 import subprocess
 
 import pytest
@@ -7,6 +8,10 @@ import pytest
 from agents import Agent
 
 PLATFORMS = ("linux", "windows")
+
+# Where the tests themselves run in the background, SIGINT is ignored, and what they start would
+# inherit that: Ctrl-C is tested nevertheless.
+signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 @pytest.fixture(scope="session", params=PLATFORMS)
