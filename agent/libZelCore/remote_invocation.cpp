@@ -57,7 +57,8 @@ Address ParseAddress(const std::string& text) {
     return failed("the address holds blanks or characters beyond ASCII");
 
   const Url url(curl_url());
-  if (!url || curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK)
+  if (!url ||
+      curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK)
     return failed("the address is not a URL");
   const std::string scheme = Part(url.get(), CURLUPART_SCHEME);
   if (scheme != "http" && scheme != "https")

@@ -40,7 +40,8 @@ CurlUrl ParseUrl(const std::string& text) {
     throw Failure(ExitStatus::kUsage, "the agent's address " + text + " " + why);
   };
   CurlUrl url(curl_url());
-  const CURLUcode result = curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0);
+  const CURLUcode result =
+      curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME);
   if (result != CURLUE_OK) refuse(std::string("is no URL: ") + curl_url_strerror(result));
 
   const bool hasUser = !UrlPart(url.get(), CURLUPART_USER).empty() ||

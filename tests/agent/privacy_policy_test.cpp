@@ -2,49 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
-#include "tests/agent/temporary_directory.h"
+#include "tests/agent/privacy_policy_files.h"
 
 namespace {
-
-namespace fs = std::filesystem;
-
-std::optional<std::string> RoleOf(std::string_view login) {
-  if (login == "root") return "administrator";
-  if (login == "helen") return "helpdesk";
-  return {};
-}
-
-PrivacyRule Rule(std::string login, std::string pattern, bool mayRead, bool mayWrite) {
-  return {std::move(login), std::move(pattern), mayRead, mayWrite};
-}
-
-/// A directory "data" that bob may do everything in, and "data/secret" that he may not.
-class PrivacyPolicyFiles : public testing::Test {
- protected:
-  PrivacyPolicyFiles()
-      : policy_({Rule("*", Path("data/secret/**"), false, false),
-                 Rule("bob", Path("data/**"), true, true)},
-                RoleOf) {
-    fs::create_directories(directory_.Native() / "data" / "secret");
-    WriteFile(directory_.Native() / "data" / "open.txt", "x");
-    WriteFile(directory_.Native() / "data" / "secret" / "key.txt", "x");
-  }
-
-  std::string Path(const char* name) const { return std::string((directory_ / name).Utf8()); }
-  bool MayBobRead(const std::string& path) const { return policy_.IsGranted(path, "bob", true); }
-  bool MayBobWrite(const std::string& path) const { return policy_.IsGranted(path, "bob", false); }
-  /// False when this system gives no links to this account.
-  bool Link(const char* target, const char* link) const {
-    std::error_code error;
-    fs::create_symlink(fs::path(Path(target)), fs::path(Path(link)), error);
-    return !error;
-  }
-
-  TemporaryDirectory directory_;
-  PrivacyPolicy policy_;
-};
 
 TEST(PrivacyPolicy, GrantsEverythingToAdministratorsAndLocalCallsByDefault) {
   const PrivacyPolicy policy({}, RoleOf);
@@ -111,22 +71,6 @@ TEST_F(PrivacyPolicyFiles, AreNotEvadedByTheTextOfThePath) {
   EXPECT_FALSE(MayBobRead(Path("data/x/../secret/key.txt")));
   EXPECT_FALSE(MayBobWrite(Path("data/secret/new/er")));
   EXPECT_FALSE(MayBobRead(Path("data/../outside")));
-}
-
-TEST_F(PrivacyPolicyFiles, AreNotEvadedByLinks) {
-  if (!Link("data/secret", "data/door")) GTEST_SKIP() << "no links on this system";
-  ASSERT_TRUE(Link("data/secret/key.txt", "data/key"));
-  ASSERT_TRUE(Link("data/secret/unborn", "data/dangling"));
-  ASSERT_TRUE(Link("data/open.txt", "data/secret/link"));
-  ASSERT_TRUE(Link("data", "other"));
-
-  EXPECT_FALSE(MayBobRead(Path("data/door/key.txt")));
-  EXPECT_FALSE(MayBobWrite(Path("data/door/new.txt")));
-  EXPECT_FALSE(MayBobRead(Path("data/key")));
-  EXPECT_FALSE(MayBobWrite(Path("data/dangling"))) << "writing would make the target";
-  EXPECT_FALSE(MayBobWrite(Path("data/secret/link"))) << "the link itself lies in secret";
-  EXPECT_TRUE(MayBobRead(Path("other/open.txt"))) << "links on the way are resolved";
-  EXPECT_FALSE(MayBobRead(Path("other"))) << "the link itself lies outside data";
 }
 
 TEST(PathPattern, MatchesOneNameWithOneStarAndAnyDepthWithTwo) {
