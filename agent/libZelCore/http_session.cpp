@@ -193,7 +193,9 @@ void HttpSession::BeginRequest() {
   headerIsDone_ = false;
   refusal_.reset();
   requestId_.clear();
-  Enter(Phase::kWaiting, std::chrono::milliseconds(shared_->settings.idleTimeoutMs));
+  // A stopping server waits for nobody's next request.
+  const uint32_t patienceMs = shared_->isStopping ? 0 : shared_->settings.idleTimeoutMs;
+  Enter(Phase::kWaiting, std::chrono::milliseconds(patienceMs));
 }
 
 /// Waits for bytes, making room for them first.

@@ -256,6 +256,25 @@ TEST(DirDeleteOnPosix, StaysInTheTreeWhileDirectoriesTurnIntoLinks) {
   }
 }
 
+TEST(FileCopyNetOnPosix, LeavesHolesOut) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.Native("sparse").string();
+  constexpr off_t kMegabyte = 1 << 20;
+  const int file = open(path.c_str(), O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(pwrite(file, "begin", 5, 0), 5);
+  ASSERT_EQ(pwrite(file, "middle", 6, 10 * kMegabyte + 7), 6);
+  ASSERT_EQ(ftruncate(file, 30 * kMegabyte), 0);
+  close(file);
+
+  ASSERT_EQ(FileCopyNet(directory / "sparse", directory / "copy", 0), 0);
+
+  struct stat copy {};
+  ASSERT_EQ(stat(directory.Native("copy").c_str(), &copy), 0);
+  EXPECT_EQ(copy.st_size, 30 * kMegabyte);
+  EXPECT_LT(copy.st_blocks * 512, kMegabyte);
+  EXPECT_EQ(ReadFile(directory.Native("copy")), ReadFile(path));
+}
+
 TEST(DirDeleteOnPosix, DeletesATreeOf1000LevelsWithFewDescriptors) {
   const TemporaryDirectory directory;
   constexpr int kLevels = 1000;

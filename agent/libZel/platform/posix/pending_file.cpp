@@ -40,24 +40,53 @@ int WriteAll(int fd, const char* bytes, size_t count) {
   return 0;
 }
 
-// Copies inside the kernel as far as the two file systems let it; the rest is the caller's.
-void CopyInKernel(int source, int destination) {
-  ssize_t copied;
-  do {
-    copied = copy_file_range(source, nullptr, destination, nullptr, kKernelCopyBytes, 0);
-  } while (copied > 0 || (copied < 0 && errno == EINTR));
-}
+// Copies up to `limit` bytes, to the end of the source at most, from where both files stand. As far
+// as the two file systems let it, the kernel does it. Returns an error number.
+int CopyBytes(int source, int destination, uint64_t limit) {
+  ssize_t copied = 1;
+  while (limit > 0 && (copied > 0 || (copied < 0 && errno == EINTR))) {
+    const size_t wanted = std::min<uint64_t>(limit, kKernelCopyBytes);
+    copied = copy_file_range(source, nullptr, destination, nullptr, wanted, 0);
+    if (copied > 0) limit -= static_cast<uint64_t>(copied);
+  }
 
-int CopyThroughBuffer(int source, int destination) {
+  // Also finds the end: files made by the system have content without having a size.
   const auto buffer = std::make_unique<char[]>(kBufferBytes);
-  for (;;) {
-    const ssize_t count = read(source, buffer.get(), kBufferBytes);
+  while (limit > 0) {
+    const ssize_t count = read(source, buffer.get(), std::min<uint64_t>(limit, kBufferBytes));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
-    if (count == 0) return 0;
+    if (count == 0) break;
     const int error = WriteAll(destination, buffer.get(), static_cast<size_t>(count));
     if (error != 0) return error;
+    limit -= static_cast<uint64_t>(count);
   }
+  return 0;
+}
+
+bool HasHoles(const struct stat& info) {
+  constexpr off_t kBlockBytes = 512;  // of st_blocks, whatever the file system's own
+  return info.st_blocks < info.st_size / kBlockBytes;
+}
+
+// Copies the first `sizeBytes` bytes and leaves out the holes: a disk image must not fill the disk.
+int CopyAroundHoles(int source, int destination, off_t sizeBytes) {
+  for (off_t position = 0; position < sizeBytes;) {
+    const off_t data = lseek(source, position, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) break;  // the rest is a hole
+    if (data < 0 && errno == EINVAL)
+      return 0;  // the file system cannot tell; nothing has moved yet
+    const off_t end = data < 0 ? -1 : lseek(source, data, SEEK_HOLE);
+    if (end < 0 || lseek(source, data, SEEK_SET) < 0) return errno;
+    if (lseek(destination, data, SEEK_SET) < 0) return errno;
+    const int error = CopyBytes(source, destination, static_cast<uint64_t>(end - data));
+    if (error != 0) return error;
+    position = end;
+  }
+  if (ftruncate(destination, sizeBytes) != 0) return errno;
+  const bool areAtEnd =
+      lseek(source, sizeBytes, SEEK_SET) >= 0 && lseek(destination, sizeBytes, SEEK_SET) >= 0;
+  return areAtEnd ? 0 : errno;
 }
 
 }  // namespace
@@ -114,9 +143,8 @@ int PendingFile::CopyFrom(const std::filesystem::path& source) {
   if (S_ISDIR(info.st_mode)) return kErrorIsDirectory;
   if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
 
-  CopyInKernel(input.Get(), destination);
-  // Also finds the end: files made by the system have content without having a size.
-  const int error = CopyThroughBuffer(input.Get(), destination);
+  int error = HasHoles(info) ? CopyAroundHoles(input.Get(), destination, info.st_size) : 0;
+  if (error == 0) error = CopyBytes(input.Get(), destination, UINT64_MAX);
   if (error != 0) return error;
 
   if (fchmod(destination, info.st_mode & kPermissions) != 0) return errno;
