@@ -31,4 +31,12 @@ TEST_F(PrivacyPolicyLinks, DoNotEvadeARule) {
   EXPECT_FALSE(MayBobRead(Path("other"))) << "the link itself lies outside data";
 }
 
+TEST_F(PrivacyPolicyLinks, AreLookedAtOnlyWhereARuleAsksForIt) {
+  ASSERT_TRUE(Link("data/loop", "data/loop"));
+  EXPECT_FALSE(MayBobRead(Path("data/loop"))) << "where it leads cannot be told";
+  const PrivacyPolicy withoutRules({}, RoleOf);
+  EXPECT_TRUE(withoutRules.IsGranted(Path("data/loop"), "root", true));
+  EXPECT_FALSE(withoutRules.IsGranted(Path("data/loop"), "bob", true));
+}
+
 }  // namespace
