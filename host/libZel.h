@@ -2,8 +2,10 @@
 
 // The agent's run-time library, as far as modules call it.
 
+#include "libZel/base64.h"
 #include "libZel/container.h"
 #include "libZel/debug.h"
+#include "libZel/directory.h"
 #include "libZel/environment.h"
 #include "libZel/file.h"
 #include "libZel/mutex.h"

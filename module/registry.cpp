@@ -5,7 +5,11 @@
 #include <string_view>
 #include <utility>
 
+#include "actions/files/directory_listing.h"
+#include "actions/files/file_content.h"
 #include "actions/files/file_operations.h"
+#include "actions/files/volumes_and_digest.h"
+#include "actions/programs/file_information.h"
 #include "module/action.h"
 #include "module/module.h"
 
@@ -39,9 +43,15 @@ constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsRenameFile (string SourcePath, string DestinationPath)", CoreUtilsRenameFile},
     {"CoreUtilsDeleteFile (string Path)", CoreUtilsDeleteFile},
     {"CoreUtilsGetFileSize (string Path)", CoreUtilsGetFileSize},
+    {"CoreUtilsGetFileInformation (string Path)", CoreUtilsGetFileInformation},
+    {"CoreUtilsGetFileSystems ()", CoreUtilsGetFileSystems},
+    {"CoreUtilsGetDirList (string Path)", CoreUtilsGetDirList},
+    {"CoreUtilsReadFile (string Path, int Offset, int Length)", CoreUtilsReadFile},
+    {"CoreUtilsWriteFile (string Path, string FileContent)", CoreUtilsWriteFile},
     {"CoreUtilsDirCreate (string Path)", CoreUtilsDirCreate},
     {"CoreUtilsDirRename (string SourcePath, string DestinationPath)", CoreUtilsDirRename},
     {"CoreUtilsDirDelete", CoreUtilsDirDelete},
+    {"CoreUtilsFileMD5 ()", CoreUtilsFileMD5},
 });
 
 constexpr bool NamesAreUnique() {
@@ -53,7 +63,7 @@ constexpr bool NamesAreUnique() {
   return true;
 }
 
-static_assert(kActions.size() == 7);
+static_assert(kActions.size() == 13);
 static_assert(NamesAreUnique());
 
 /// What the core calls for a row: the handler, behind a wall that no exception passes.

@@ -280,6 +280,9 @@ ZelString::ZelString(const char* utf8) {
 
 ZelString::ZelString(std::string_view utf8) : text_(FromBytes(utf8)) {}
 
+ZelString::ZelString(std::string&& utf8)
+    : text_(IsUtf8(utf8) ? std::move(utf8) : FromBytes(utf8)) {}
+
 ZelString::ZelString(const TCHAR* wide) {
   SetToTCHAR(wide);
 }
@@ -482,6 +485,10 @@ ZelString& ZelString::FormatList(const ZelString& format,
   text_ = std::move(result);
   DropWide();
   return *this;
+}
+
+bool ZelString::IsTextUTF8(const char* bytes, uint32_t byteCount) {
+  return byteCount == 0 || IsUtf8(std::string_view(bytes, byteCount));
 }
 
 ZelString operator+(const ZelString& a, const ZelString& b) {

@@ -32,6 +32,7 @@ class ZelString {
   ZelString(const char* utf8);
   ZelString(std::string_view utf8);
   ZelString(const std::string& utf8) : ZelString(std::string_view(utf8)) {}
+  ZelString(std::string&& utf8);
   /// `wide` is a terminated UTF-16 text. A null pointer gives the empty text.
   ZelString(const TCHAR* wide);
   ZelString(std::basic_string_view<TCHAR> wide);
@@ -99,6 +100,10 @@ class ZelString {
   }
   ZelString& FormatList(const ZelString& format,
                         std::initializer_list<ZelFormatArgument> arguments);
+
+  /// Whether the bytes are well-formed UTF-8 (RFC 3629: no surrogates, no overlong forms). No bytes
+  /// are; `bytes` may then be null.
+  static bool IsTextUTF8(const char* bytes, uint32_t byteCount);
 
   /// Ordinal comparison: by code unit of the UTF-8 form, case-sensitive, independent of locale.
   friend bool operator==(const ZelString& a, const ZelString& b) { return a.text_ == b.text_; }

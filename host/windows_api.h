@@ -1,0 +1,78 @@
+#pragma once
+
+// The calls of the Windows API that modules make: the system's own on Windows; elsewhere equal
+// declarations, implemented in agent/windows_api. The contract of each is Microsoft's description
+// of it; what a platform without Windows makes of it is said here.
+
+#ifdef _WIN32
+
+#include <windows.h>
+
+// The windows header comes first: the others need its types.
+#include <winver.h>
+
+#else
+
+#include <cstdint>
+
+#include "libZel/string.h"
+
+using BOOL = int;
+using UINT = unsigned;
+using DWORD = uint32_t;
+using WORD = uint16_t;
+using WCHAR = TCHAR;
+
+constexpr UINT CP_ACP = 0;
+constexpr UINT CP_UTF8 = 65001;
+
+constexpr UINT DRIVE_UNKNOWN = 0;
+constexpr UINT DRIVE_NO_ROOT_DIR = 1;
+constexpr UINT DRIVE_REMOVABLE = 2;
+constexpr UINT DRIVE_FIXED = 3;
+constexpr UINT DRIVE_REMOTE = 4;
+constexpr UINT DRIVE_CDROM = 5;
+constexpr UINT DRIVE_RAMDISK = 6;
+
+extern "C" {
+
+/// What kind of drive holds the directory that the letter of `root` ("C:\") stands for in the
+/// agent's drive map. `DRIVE_NO_ROOT_DIR` when the letter stands for no directory.
+UINT GetDriveTypeW(const WCHAR* root);
+
+/// The label and the file system's name of the drive `root` ("C:\"), each cut to its buffer.
+/// Sizes are characters, the terminator included; buffers may be null. The serial number, component
+/// length and flags are not told: their pointers must be null. 0 when there is no such drive.
+BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD labelSize, DWORD* serialNumber,
+                           DWORD* componentLength, DWORD* flags, WCHAR* fileSystem,
+                           DWORD fileSystemSize);
+
+/// Converts `byteCount` bytes (-1: up to and with the terminator) of `codePage` to UTF-16. Returns
+/// the number of characters written, or needed when `wideSize` is 0; 0 on failure: no bytes, an
+/// unknown code page, a buffer too small. `CP_ACP` is the code page of the agent's configuration.
+/// With `flags` 0, bytes that mean nothing become U+FFFD, in code pages other than UTF-8 the bytes
+/// 0x80 to 0x9F become the control characters U+0080 to U+009F.
+int MultiByteToWideChar(UINT codePage, DWORD flags, const char* bytes, int byteCount, WCHAR* wide,
+                        int wideSize);
+
+/// The other way. Characters that the code page lacks become `*defaultChar` ("?" when null);
+/// `*usedDefault`, unless null, tells whether there were any. U+0080 to U+009F become their bytes
+/// where the code page has no other use for them.
+int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideCount, char* bytes,
+                        int byteSize, const char* defaultChar, BOOL* usedDefault);
+
+/// The size in bytes of the version resource of the program or library `path`; 0 when it has none
+/// or is no Portable Executable. `*handle`, unless null, is set to 0.
+DWORD GetFileVersionInfoSizeW(const WCHAR* path, DWORD* handle);
+
+/// Reads the version resource into `data`, up to `size` bytes. 0 when there is none.
+BOOL GetFileVersionInfoW(const WCHAR* path, DWORD handle, DWORD size, void* data);
+
+/// Finds a value in a version resource: "\" for the fixed part, "\VarFileInfo\Translation", or
+/// "\StringFileInfo\040904b0\FileVersion" (any case). `*value` points into `data`. `*length` is in
+/// characters with the terminator for texts, in bytes for the others. 0 when there is none.
+BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* length);
+
+}  // extern "C"
+
+#endif
