@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Measures the agent beside its peers, in one run, and prints ratios.
 
-Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start]...
+Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read]...
 """
 
 import base64
@@ -23,6 +23,9 @@ from pathlib import Path
 SECONDS = int(os.environ.get("ZEL_BENCH_SECONDS", "3"))
 ROUNDS = 5
 COPY_BYTES = int(os.environ.get("ZEL_BENCH_COPY_BYTES", str(1 << 29)))
+LISTED_FILES = int(os.environ.get("ZEL_BENCH_LISTED_FILES", "100000"))
+DIGEST_BYTES = int(os.environ.get("ZEL_BENCH_DIGEST_BYTES", str(1 << 30)))
+READ_BYTES = 10 << 20
 PASSWORD = "bench-password"
 
 
@@ -54,6 +57,31 @@ class Agent:
             {"Content-Type": "application/json", "Authorization": authorization()})
         with urllib.request.urlopen(request, timeout=600) as reply:
             return json.load(reply)
+
+    def receive(self, action, parameters):
+        """The reply as it comes, without a look at its JSON: the agent's time and the transport's,
+        not this program's."""
+        body = json.dumps(parameters).encode()
+        host, port = re.search(r"//([^:]+):(\d+)", self.url).groups()
+        with socket.create_connection((host, int(port)), 600) as connection:
+            connection.sendall(
+                f"POST /v1/actions/{action} HTTP/1.1\r\nHost: {host}:{port}\r\n"
+                f"Content-Type: application/json\r\nAuthorization: {authorization()}\r\n"
+                f"Content-Length: {len(body)}\r\n\r\n".encode() + body)
+            reply = bytearray()
+            while b"\r\n\r\n" not in reply:
+                reply += connection.recv(65536)
+            head, _, content = reply.partition(b"\r\n\r\n")
+            size = int(re.search(rb"Content-Length: (\d+)", head).group(1))
+            received = bytearray(size)
+            received[:len(content)] = content
+            view, end = memoryview(received), len(content)
+            while end < size:
+                count = connection.recv_into(view[end:])
+                assert count, "the agent closed the connection"
+                end += count
+        assert received.startswith(b'{"code":0,'), received[:200]
+        return received
 
     def resident_bytes(self):
         status = Path(f"/proc/{self.process.pid}/status").read_text()
@@ -216,7 +244,115 @@ def bench_start(build, directory):
             report_absolute("idle memory", statistics.median(resident) / (1 << 20), "MiB", 12)]
 
 
-BENCHES = {"dispatch": bench_dispatch, "copy": bench_copy, "start": bench_start}
+def seconds_of(work):
+    start = time.perf_counter()
+    work()
+    return time.perf_counter() - start
+
+
+def alternate(works, rounds):
+    """The median time in seconds of each, in turns, each having run once unmeasured."""
+    for work in works:
+        work()
+    times = [[] for _ in works]
+    for i in range(rounds):
+        # None always comes first.
+        for index in list(range(len(works)))[::1 if i % 2 else -1]:
+            times[index].append(seconds_of(works[index]))
+    return [statistics.median(list_) for list_ in times]
+
+
+def bench_listing(build, directory):
+    """A directory of 100,000 files with all columns beside sftp's and another agent's listing."""
+    listed = directory / "listed"
+    listed.mkdir()
+    for i in range(LISTED_FILES):
+        (listed / f"file-{i * 7919 % LISTED_FILES:06}.txt").write_bytes(b"x" * (i % 1000))
+    every = {"Path": str(listed), "SortAttr": "_COLNAME_SIZE_", "SortOrder": "Desc"}
+    page = {"Path": str(listed), "Count": 100}
+
+    def run_sftp():
+        done = subprocess.run(["sftp", "-D", "/usr/lib/openssh/sftp-server", "-b", "-"],
+                              input=f"ls -l {listed}\n".encode(), capture_output=True, check=True)
+        assert done.stdout.count(b"\n") > LISTED_FILES
+
+    def run_zabbix():
+        # One item of the agent in test mode, which ends with it.
+        config = directory / "zabbix.conf"
+        config.write_text(f"Hostname=bench\nTimeout=30\nLogType=console\n"
+                          f"ControlSocket={directory}/control\nServer=127.0.0.1\n")
+        done = subprocess.run(["zabbix_agent2", "-c", config, "-t", f"vfs.dir.get[{listed}]"],
+                              capture_output=True)
+        assert done.stdout.count(b'"basename"') >= LISTED_FILES, (done.stdout[:200], done.stderr)
+
+    results = []
+    with Agent(build, directory / "home") as agent:
+        agent.call("CoreUtilsGetFileSize", {"Path": "/etc/hostname"})
+        time.sleep(0.3)
+        idle = agent.resident_bytes()
+
+        def run_ours():
+            assert agent.receive("CoreUtilsGetDirList", every).count(b'"Name"') == LISTED_FILES
+
+        ours, sftp, zabbix, first = alternate(
+            [run_ours, run_sftp, run_zabbix, lambda: agent.receive("CoreUtilsGetDirList", page)], 5)
+        time.sleep(0.3)
+        after = agent.resident_bytes()
+    what = f"listing of {LISTED_FILES:,} files by size"
+    results.append(report(f"{what}, beside sftp", ours * 1e3, sftp * 1e3, "ms", 0.5, "smaller"))
+    results.append(report(f"{what}, beside zabbix-agent2", ours * 1e3, zabbix * 1e3, "ms", 0.5,
+                          "smaller"))
+    results.append(report("first page of 100 by name, beside sftp's listing", first * 1e3,
+                          sftp * 1e3, "ms", 0.5, "smaller"))
+    results.append(report("resident memory after the listings beside before", after / (1 << 20),
+                          idle / (1 << 20), "MiB", 1.5, "smaller"))
+    return results
+
+
+def bench_digest(build, directory):
+    """The MD5 digest of 1 GiB beside openssl's."""
+    file = directory / "digested"
+    with open(file, "wb") as output:
+        for _ in range(DIGEST_BYTES >> 20):
+            output.write(os.urandom(1 << 20))
+    with Agent(build, directory / "home") as agent:
+        def run_openssl():
+            return subprocess.run(["openssl", "md5", "-r", file], capture_output=True, text=True,
+                                  check=True).stdout.split()[0]
+
+        def run_ours():
+            return agent.call("CoreUtilsFileMD5", {"FilePath": str(file)})["container"][
+                "FileChecksum"]
+
+        assert run_ours() == run_openssl()
+        ours, peer = alternate([run_ours, run_openssl], 5)
+    return [report(f"MD5 of {DIGEST_BYTES >> 20} MiB", ours * 1e3, peer * 1e3, "ms", 1.02,
+                   "smaller")]
+
+
+def bench_read(build, directory):
+    """A text of 10 MiB as Base64 beside base64(1)."""
+    file = directory / "text"
+    line = "The quick brown fox jumps over the lazy dog, 0123456789.\n"
+    file.write_text((line * (READ_BYTES // len(line) + 1))[:READ_BYTES])
+    with Agent(build, directory / "home") as agent:
+        def run_ours():
+            return agent.receive("CoreUtilsReadFile", {"Path": str(file), "Length": READ_BYTES})
+
+        def run_base64():
+            return subprocess.run(["base64", "-w0", file], stdout=subprocess.PIPE,
+                                  check=True).stdout
+
+        assert run_base64() in run_ours()
+        ours, peer = alternate(
+            [run_ours, lambda: subprocess.run(["base64", file], stdout=subprocess.DEVNULL,
+                                              check=True)], 15)
+    return [report(f"read of {READ_BYTES >> 20} MiB of text", ours * 1e3, peer * 1e3, "ms", 2,
+                   "smaller")]
+
+
+BENCHES = {"dispatch": bench_dispatch, "copy": bench_copy, "start": bench_start,
+           "listing": bench_listing, "digest": bench_digest, "read": bench_read}
 
 
 def main():

@@ -13,6 +13,7 @@
 #include <limits>
 
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/json_codec.h"
 #include "agent/libZelCore/parameter_types.h"
 
@@ -26,6 +27,7 @@ constexpr uint32_t kHeaderLimitBytes = 16 * 1024;
 constexpr size_t kFirstBufferBytes = 1024;  // what an idle connection costs
 constexpr size_t kLargestBufferBytes = 64 * 1024;
 constexpr size_t kKeptReplyBytes = 64 * 1024;
+constexpr size_t kHugeReplyBytes = 1024 * 1024;
 constexpr size_t kHeadRoomBytes = 640;  // in front of a body, for the longest head
 constexpr uint64_t kDiscardedBodyBytes = 64 * 1024;
 constexpr uint64_t kSlowestReaderBytesPerSecond = 64 * 1024;
@@ -462,6 +464,7 @@ void HttpSession::RunAction() {
     body += R"(,"container":)";
     EncodeContainer(parameters, &body);
     body += '}';
+    parameters.Clear();
     SendReply(200, {});
   });
 }
@@ -559,7 +562,11 @@ void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
 }
 
 void HttpSession::DropLargeReply() {
-  if (reply_.capacity() > kKeptReplyBytes) reply_ = std::string();
+  if (reply_.capacity() <= kKeptReplyBytes) return;
+  const bool isHuge = reply_.capacity() > kHugeReplyBytes;
+  reply_ = std::string();
+  // What led to such a reply took many times its memory.
+  if (isHuge) core_platform::ReturnFreeMemory();
 }
 
 /// Goes on after a reply that went out at once, perhaps on an action thread.

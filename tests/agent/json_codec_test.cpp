@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -157,6 +158,29 @@ TEST(JsonCodec, KeepsNulAndControlCharacters) {
   ZelString text;
   Decoded(R"({"a":"x\u0000y"})").GetString("a", &text, kNoIndex);
   EXPECT_EQ(text.GetLength(), 3U);
+}
+
+TEST(JsonCodec, FindsWhatNeedsAnEscapeAnywhereInAText) {
+  const std::pair<const char*, const char*> escapes[] = {{"\"", "\\\""},
+                                                         {"\\", "\\\\"},
+                                                         {"\x01", "\\u0001"},
+                                                         {"\x1f", "\\u001f"},
+                                                         {"\n", "\\n"},
+                                                         {" ", " "},
+                                                         {"\x7f", "\x7f"},
+                                                         {"\xc3\xa9", "\xc3\xa9"},
+                                                         {"\xed\xb2\x80",
+                                                          "\xef\xb7\x90"
+                                                          "dc80"}};
+  for (const auto& [plain, escaped] : escapes) {
+    for (size_t before = 0; before < 70; ++before) {
+      const std::string head(before, 'h');
+      const std::string tail(70 - before, 't');
+      std::string json;
+      EncodeString(head + plain + tail + plain, &json);
+      EXPECT_EQ(json, '"' + head + escaped + tail + escaped + '"') << before;
+    }
+  }
 }
 
 TEST(JsonCodec, KeepsEveryCharacterOfUnicode) {

@@ -1,6 +1,7 @@
 #include "agent/libZelCore/core_platform.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,6 +34,10 @@ const char kSeparator = '/';
 std::string HostName() {
   char name[256] = {};
   return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+void ReturnFreeMemory() {
+  malloc_trim(0);
 }
 
 bool OthersMayRead(const fs::path& file) {

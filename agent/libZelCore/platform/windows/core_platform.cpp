@@ -73,6 +73,9 @@ std::string HostName() {
   return std::string(ZelString(name).Utf8());
 }
 
+// The system's heap does so by itself.
+void ReturnFreeMemory() {}
+
 bool OthersMayRead(const fs::path&) {
   return false;
 }
