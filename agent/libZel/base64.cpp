@@ -1,9 +1,11 @@
 #include "libZel/base64.h"
 
+#include <openssl/evp.h>
+
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,15 +15,6 @@ namespace {
 // RFC 4648, table 1.
 constexpr std::string_view kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-/// The two characters of every twelve bits: three bytes take two looks instead of four.
-constexpr auto kPairs = [] {
-  std::array<std::array<char, 2>, 4096> pairs{};
-  for (size_t bits = 0; bits < pairs.size(); ++bits) {
-    pairs[bits] = {kAlphabet[bits >> 6], kAlphabet[bits & 63]};
-  }
-  return pairs;
-}();
 
 constexpr uint8_t kNoDigit = 0xFF;
 constexpr uint8_t kBlank = 0xFE;
@@ -38,12 +31,8 @@ constexpr auto kDigits = [] {
   return digits;
 }();
 
-void PutPair(uint32_t twelveBits, char* out) {
-  std::memcpy(out, kPairs[twelveBits & 0xFFF].data(), 2);
-}
-
 /// Decodes into `bytes`, which has room for three bytes of every four characters; returns their
-/// number, or -1.
+/// number, or -1. OpenSSL's decoders stop at a "-" and let spare bits pass.
 int64_t Decode(const unsigned char* text, size_t length, unsigned char* bytes) {
   unsigned char* out = bytes;
   uint32_t bits = 0;
@@ -82,19 +71,15 @@ int64_t Decode(const unsigned char* text, size_t length, unsigned char* bytes) {
 }  // namespace
 
 ZelString EncodeBase64(const unsigned char* bytes, uint32_t byteCount) {
-  std::string text((size_t{byteCount} + 2) / 3 * 4, '=');
-  char* out = text.data();
-  const unsigned char* const end = bytes + byteCount / 3 * 3;
-  for (; bytes != end; bytes += 3, out += 4) {
-    const uint32_t bits = uint32_t{bytes[0]} << 16 | uint32_t{bytes[1]} << 8 | bytes[2];
-    PutPair(bits >> 12, out);
-    PutPair(bits, out + 2);
-  }
-  const unsigned rest = byteCount % 3;
-  if (rest > 0) {
-    const uint32_t bits = uint32_t{bytes[0]} << 16 | (rest == 2 ? uint32_t{bytes[1]} << 8 : 0);
-    PutPair(bits >> 12, out);
-    if (rest == 2) out[2] = kPairs[bits & 0xFFF][0];
+  // OpenSSL counts in int.
+  constexpr uint32_t kPieceBytes = 3U << 28;
+  std::string text((size_t{byteCount} + 2) / 3 * 4, '\0');
+  auto* out = reinterpret_cast<unsigned char*>(text.data());
+  while (byteCount > 0) {
+    const uint32_t piece = std::min(byteCount, kPieceBytes);
+    out += EVP_EncodeBlock(out, bytes, static_cast<int>(piece));
+    bytes += piece;
+    byteCount -= piece;
   }
   return ZelString(std::move(text));
 }
