@@ -1,11 +1,10 @@
 #include "agent/zelctl/commands.h"
 
-#include <initializer_list>
 #include <set>
-#include <utility>
 
 #include "agent/libZelCore/audit_log.h"
 #include "agent/libZelCore/json_codec.h"
+#include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/name_match.h"
 #include "agent/zelctl/result_code.h"
@@ -14,62 +13,9 @@
 
 namespace {
 
-constexpr char kCopyFile[] = "CoreUtilsCopyFile";
-constexpr char kRenameFile[] = "CoreUtilsRenameFile";
-constexpr char kDeleteFile[] = "CoreUtilsDeleteFile";
-constexpr char kGetFileSize[] = "CoreUtilsGetFileSize";
-constexpr char kDirCreate[] = "CoreUtilsDirCreate";
-constexpr char kDirRename[] = "CoreUtilsDirRename";
-constexpr char kDirDelete[] = "CoreUtilsDirDelete";
-
-constexpr uint32_t kSuccess = 0;
-constexpr uint32_t kAccessRefused = 12;
-constexpr uint32_t kFileNotFound = 14001;
-
 /// Arguments are bytes of the command line: what is not UTF-8 travels as the codec's escapes.
 void AppendText(const std::string& argument, std::string* json) {
   EncodeString(ZelString(std::string_view(argument)).Utf8(), json);
-}
-
-ActionReply CallWithPaths(
-    AgentClient& agent, const char* action,
-    std::initializer_list<std::pair<const char*, const std::string&>> parameters) {
-  std::string json = "{";
-  for (const auto& [key, value] : parameters) {
-    if (json.size() > 1) json += ",";
-    EncodeString(key, &json);
-    json += ":";
-    AppendText(value, &json);
-  }
-  return agent.Call(action, json + "}");
-}
-
-ActionReply CallWithTwoPaths(AgentClient& agent, const char* action, const std::string& source,
-                             const std::string& destination) {
-  return CallWithPaths(agent, action, {{"SourcePath", source}, {"DestinationPath", destination}});
-}
-
-Failure ActionFailure(const std::string& action, const ActionReply& reply) {
-  return {ExitStatus::kActionFailed, action + ": " + DescribeCode(reply.code), reply.body};
-}
-
-Result Finish(const std::string& action, const ActionReply& reply) {
-  if (reply.code != kSuccess) throw ActionFailure(action, reply);
-  return {"", reply.body, ""};
-}
-
-/// Code 0 exactly when the path is an existing directory; changes nothing.
-ActionReply ProbeDirectory(AgentClient& agent, const std::string& path) {
-  return CallWithTwoPaths(agent, kDirRename, path, path);
-}
-
-/// Deletes an existing directory and looks whether it is gone: the action itself does not tell.
-Result DeleteDirectory(AgentClient& agent, const std::string& path) {
-  const ActionReply reply = CallWithPaths(agent, kDirDelete, {{"Path", path}});
-  if (reply.code != kSuccess) throw ActionFailure(kDirDelete, reply);
-  if (ProbeDirectory(agent, path).code != kSuccess) return {"", reply.body, ""};
-  throw Failure(ExitStatus::kActionFailed,
-                std::string(kDirDelete) + ": not all of " + path + " could be deleted", reply.body);
 }
 
 std::string SuggestAction(AgentClient& agent, const std::string& name) {
@@ -164,61 +110,6 @@ Result CallAction(AgentClient& agent, const std::string& name,
         "there is no action " + name + (nearest.empty() ? "" : "; did you mean " + nearest + "?"),
         failure.Reply());
   }
-}
-
-Result CopyFile(AgentClient& agent, const std::string& source, const std::string& destination) {
-  return Finish(kCopyFile, CallWithTwoPaths(agent, kCopyFile, source, destination));
-}
-
-Result Move(AgentClient& agent, const std::string& source, const std::string& destination) {
-  const ActionReply asFile = CallWithTwoPaths(agent, kRenameFile, source, destination);
-  if (asFile.code != kFileNotFound) return Finish(kRenameFile, asFile);
-
-  const ActionReply asDirectory = CallWithTwoPaths(agent, kDirRename, source, destination);
-  if (asDirectory.code == kSuccess) return {"", asDirectory.body, ""};
-  // A directory that is there but could not be renamed must not be called missing.
-  const bool isDirectory =
-      asDirectory.code == kAccessRefused || ProbeDirectory(agent, source).code == kSuccess;
-  if (isDirectory) throw ActionFailure(kDirRename, asDirectory);
-  throw ActionFailure(kRenameFile, asFile);
-}
-
-Result Remove(AgentClient& agent, const std::string& path, bool recursive) {
-  const ActionReply asFile = CallWithPaths(agent, kDeleteFile, {{"Path", path}});
-  if (asFile.code != kFileNotFound) return Finish(kDeleteFile, asFile);
-
-  const ActionReply probe = ProbeDirectory(agent, path);
-  if (probe.code == kAccessRefused) throw ActionFailure(kDirRename, probe);
-  if (probe.code != kSuccess) throw ActionFailure(kDeleteFile, asFile);
-  if (!recursive) {
-    throw Failure(ExitStatus::kActionFailed, path + ": is a directory; use rm -r", asFile.body);
-  }
-  return DeleteDirectory(agent, path);
-}
-
-Result ShowFile(AgentClient& agent, const std::string& path) {
-  const ActionReply reply = CallWithPaths(agent, kGetFileSize, {{"Path", path}});
-  if (reply.code != kSuccess) throw ActionFailure(kGetFileSize, reply);
-  uint32_t sizeBytes = 0;
-  if (!reply.container.GetInt32("Result", &sizeBytes, kNoIndex)) {
-    throw Failure(ExitStatus::kAgentRefused, std::string(kGetFileSize) + ": the reply has no size",
-                  reply.body);
-  }
-  return {"Path: " + EscapeForTerminal(path) + "\nSize: " + FormatSize(sizeBytes) + "\n",
-          reply.body, ""};
-}
-
-Result MakeDirectory(AgentClient& agent, const std::string& path) {
-  return Finish(kDirCreate, CallWithPaths(agent, kDirCreate, {{"Path", path}}));
-}
-
-Result RemoveDirectory(AgentClient& agent, const std::string& path) {
-  const ActionReply probe = ProbeDirectory(agent, path);
-  if (probe.code == kAccessRefused) throw ActionFailure(kDirRename, probe);
-  if (probe.code != kSuccess) {
-    throw Failure(ExitStatus::kActionFailed, path + ": there is no such directory", probe.body);
-  }
-  return DeleteDirectory(agent, path);
 }
 
 Result VerifyAudit(const std::filesystem::path& file) {

@@ -13,8 +13,8 @@ struct Result {
   std::string problem;  ///< what went wrong when the action returned something else than 0
 };
 
-// The commands of zelctl. Each throws `Failure`, which carries the deciding reply, unless it
-// succeeded.
+// The commands of zelctl that are no verbs over files. Each throws `Failure`, which carries the
+// deciding reply, unless it succeeded.
 
 /// `key=text` and `key:=json` as one JSON object. Throws `Failure` (kUsage) that names the
 /// argument.
@@ -26,16 +26,6 @@ Result ListActions(AgentClient& agent, const std::string& pattern);
 /// answered with the nearest name there is.
 Result CallAction(AgentClient& agent, const std::string& name,
                   const std::vector<std::string>& arguments);
-
-Result CopyFile(AgentClient& agent, const std::string& source, const std::string& destination);
-/// A file, or else a directory.
-Result Move(AgentClient& agent, const std::string& source, const std::string& destination);
-/// A file, or with `recursive` a directory with everything in it.
-Result Remove(AgentClient& agent, const std::string& path, bool recursive);
-Result ShowFile(AgentClient& agent, const std::string& path);
-Result MakeDirectory(AgentClient& agent, const std::string& path);
-/// With everything in it.
-Result RemoveDirectory(AgentClient& agent, const std::string& path);
 
 /// Checks the hash chain of an audit log on this machine; the agent is not asked. kUsage when it
 /// cannot be read.

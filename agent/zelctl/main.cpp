@@ -1,78 +1,19 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
-#include <fstream>
-#include <functional>
 #include <string>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "agent/zelctl/agent_client.h"
+#include "agent/zelctl/command_line.h"
 #include "agent/zelctl/commands.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/terminal.h"
 #include "agent/zelctl/text_output.h"
 
 namespace {
-
-struct Options {
-  AgentAddress agent{"http://127.0.0.1:7460", "", "", ""};
-  std::string passwordFile;
-  bool json = false;
-
-  // Of the commands.
-  std::string pattern;
-  std::string action;
-  std::vector<std::string> parameters;
-  std::string source;
-  std::string destination;
-  bool recursive = false;
-};
-
-/// What the command line asked for.
-using Command = std::function<Result(Options&)>;
-
-void PrintError(const std::string& message) {
-  std::fprintf(stderr, "zelctl: %s\n", EscapeForTerminal(message).c_str());
-}
-
-std::string ReadPasswordFile(const std::string& name) {
-  std::ifstream file(LocalPath(name), std::ios::binary);
-  std::string password;
-  const bool isRead = file && std::getline(file, password);
-  if (password.ends_with('\r')) password.pop_back();
-  if (isRead && !password.empty()) return password;
-  throw Failure(
-      ExitStatus::kUsage,
-      "the password file " + name + (file.is_open() ? " has no first line" : " cannot be opened"));
-}
-
-std::string FindPassword(const Options& options) {
-  if (!options.passwordFile.empty()) return ReadPasswordFile(options.passwordFile);
-  if (IsInputTerminal()) return PromptPassword("Password of " + options.agent.user + ": ");
-  throw Failure(ExitStatus::kUsage,
-                "no password: name a file that holds it with --password-file or "
-                "ZEL_PASSWORD_FILE");
-}
-
-/// A command that is carried out by the agent, for the user that was named.
-Command ForAgent(Result (*run)(AgentClient&, const Options&)) {
-  return [run](Options& options) {
-    if (options.agent.user.empty()) {
-      throw Failure(ExitStatus::kUsage, "no user: name one with --user or ZEL_USER");
-    }
-    if (options.agent.user.find(':') != std::string::npos) {
-      throw Failure(ExitStatus::kUsage, "the user's name must not contain ':'");
-    }
-    options.agent.password = FindPassword(options);
-    AgentClient agent(options.agent);
-    if (agent.SendsPasswordInClear()) {
-      PrintError("warning: the password travels to " + options.agent.url + " unencrypted");
-    }
-    return run(agent, options);
-  };
-}
 
 void AddGlobalOptions(CLI::App& app, Options* options) {
   app.add_option("--agent", options->agent.url, "The agent's URL")
@@ -115,46 +56,6 @@ void AddProtocolCommands(CLI::App& app, Options* options, Command* command) {
       return CallAction(agent, given.action, given.parameters);
     });
   });
-}
-
-void AddPathCommands(CLI::App& app, Options* options, Command* command) {
-  const auto add = [&](const char* name, const char* help,
-                       Result (*run)(AgentClient&, const Options&)) {
-    CLI::App* verb = app.add_subcommand(name, help);
-    verb->callback([command, run] { *command = ForAgent(run); });
-    return verb;
-  };
-  const auto addPath = [options](CLI::App* verb) {
-    verb->add_option("PATH", options->source, "A path on the agent's machine")->required();
-  };
-  const auto addTwoPaths = [options](CLI::App* verb) {
-    verb->add_option("SRC", options->source, "A path on the agent's machine")->required();
-    verb->add_option("DST", options->destination, "The same, for the result")->required();
-  };
-
-  addTwoPaths(add("cp", "Copy a file; onto itself it gets a free name beside it, as in name(1).txt",
-                  [](AgentClient& agent, const Options& given) {
-                    return CopyFile(agent, given.source, given.destination);
-                  }));
-  addTwoPaths(add("mv", "Rename a file or directory", [](AgentClient& agent, const Options& given) {
-    return Move(agent, given.source, given.destination);
-  }));
-  CLI::App* remove = add("rm", "Delete a file", [](AgentClient& agent, const Options& given) {
-    return Remove(agent, given.source, given.recursive);
-  });
-  addPath(remove);
-  remove->add_flag("-r,--recursive", options->recursive,
-                   "Delete a directory too, with everything in it");
-  addPath(
-      add("stat", "Show a file's size (which the agent gives modulo 4 GiB)",
-          [](AgentClient& agent, const Options& given) { return ShowFile(agent, given.source); }));
-  addPath(add("mkdir", "Create a directory", [](AgentClient& agent, const Options& given) {
-    return MakeDirectory(agent, given.source);
-  }));
-  addPath(add("rmdir", "Delete a directory WITH EVERYTHING IN IT",
-              [](AgentClient& agent, const Options& given) {
-                return RemoveDirectory(agent, given.source);
-              }));
 }
 
 void AddAuditCommands(CLI::App& app, Options* options, Command* command) {
@@ -205,7 +106,7 @@ ExitStatus Run(int argc, char** argv) {
       "3 the agent could not be reached or refused the credentials.");
   AddGlobalOptions(app, &options);
   AddProtocolCommands(app, &options, &command);
-  AddPathCommands(app, &options, &command);
+  AddFileVerbs(app, &options, &command);
   AddAuditCommands(app, &options, &command);
 
   std::vector<std::string> arguments = ProgramArguments(argc, argv);
@@ -222,7 +123,7 @@ ExitStatus Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  PrepareOutput();
+  PrepareStreams();
   try {
     return static_cast<int>(Run(argc, argv));
   } catch (const Failure& failure) {

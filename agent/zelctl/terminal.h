@@ -13,8 +13,8 @@ std::vector<std::string> ProgramArguments(int argc, char** argv);
 /// An argument as the name of a file on this machine.
 std::filesystem::path LocalPath(const std::string& argument);
 
-/// Makes standard output and error carry the bytes written to them, as UTF-8.
-void PrepareOutput();
+/// Makes standard input, output and error carry bytes as they are; a console takes them as UTF-8.
+void PrepareStreams();
 
 bool IsInputTerminal();
 bool IsOutputTerminal();

@@ -223,11 +223,10 @@ std::string FormatContainer(const ZelContainer& container) {
   return text;
 }
 
-std::string FormatSize(uint64_t sizeBytes) {
+std::string FormatShortSize(uint64_t sizeBytes) {
   constexpr std::array<const char*, 6> kUnits = {"KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
   constexpr double kStep = 1024;
-  const std::string exact = GroupThousands(sizeBytes) + (sizeBytes == 1 ? " byte" : " bytes");
-  if (sizeBytes < 1024) return exact;
+  if (sizeBytes < 1024) return std::to_string(sizeBytes) + " B";
 
   size_t unit = 0;
   double value = static_cast<double>(sizeBytes) / kStep;
@@ -237,5 +236,10 @@ std::string FormatSize(uint64_t sizeBytes) {
   }
   char rounded[32];
   std::snprintf(rounded, sizeof rounded, "%.1f ", value);
-  return exact + " (" + rounded + kUnits[unit] + ")";
+  return rounded + std::string(kUnits[unit]);
+}
+
+std::string FormatSize(uint64_t sizeBytes) {
+  const std::string exact = GroupThousands(sizeBytes) + (sizeBytes == 1 ? " byte" : " bytes");
+  return sizeBytes < 1024 ? exact : exact + " (" + FormatShortSize(sizeBytes) + ")";
 }

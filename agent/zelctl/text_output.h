@@ -19,5 +19,7 @@ std::string FormatTable(const std::vector<std::string>& header,
 /// tables. Empty for an empty container.
 std::string FormatContainer(const ZelContainer& container);
 
+/// "13 B", "1.5 KiB".
+std::string FormatShortSize(uint64_t sizeBytes);
 /// "13 bytes", "1,536 bytes (1.5 KiB)".
 std::string FormatSize(uint64_t sizeBytes);

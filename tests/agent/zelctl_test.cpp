@@ -1,18 +1,24 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "agent/zelctl/agent_client.h"
 #include "agent/zelctl/commands.h"
 #include "agent/zelctl/failure.h"
+#include "agent/zelctl/file_commands.h"
+#include "agent/zelctl/list_command.h"
+#include "agent/zelctl/listing_output.h"
 #include "agent/zelctl/name_match.h"
+#include "agent/zelctl/remote_text.h"
 #include "agent/zelctl/result_code.h"
 #include "agent/zelctl/text_output.h"
 
 namespace {
 
+using testing::EndsWith;
 using testing::HasSubstr;
 
 /// The message of the `Failure` that `run` throws, which must be of kUsage.
@@ -160,6 +166,162 @@ TEST(Zelctl, ReadsTheListOfActions) {
   EXPECT_EQ(actions[0].signature, "A ()");
   EXPECT_EQ(actions[1].name, "B");
   EXPECT_THROW(ParseActionList("<html>"), Failure);
+}
+
+ZelContainer ListedFile(const char* name, int64_t sizeBytes, int32_t modifyDate, int32_t mode) {
+  ZelContainer row = Row("Name", name);
+  row.SetBool("IsDirectory", false, kNoIndex);
+  row.SetInt64("Size", sizeBytes, kNoIndex);
+  row.SetInt32("ModifyDate", modifyDate, kNoIndex);
+  row.SetInt32("Mode", mode, kNoIndex);
+  row.SetBool("IsHidden", false, kNoIndex);
+  return row;
+}
+
+TEST(ZelctlListing, ReadsTheRowsOfADirectory) {
+  ZelContainer listing;
+  ZelContainer directory = Row("Name", "sub");
+  directory.SetBool("IsDirectory", true, kNoIndex);
+  directory.SetBool("IsHidden", true, kNoIndex);
+  listing.SetContainer("Values", directory, 0);
+  listing.SetContainer("Values", ListedFile("big", int64_t{5} << 30, -1, 0100644), 1);
+
+  const std::vector<ListingRow> rows = ReadListingRows(listing);
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_TRUE(rows[0].isDirectory);
+  EXPECT_TRUE(rows[0].isHidden);
+  EXPECT_EQ(rows[1].name, "big");
+  EXPECT_FALSE(rows[1].isDirectory);
+  EXPECT_EQ(rows[1].sizeBytes, uint64_t{5} << 30);
+  EXPECT_EQ(rows[1].modifyTime, 0xFFFFFFFFu);
+  EXPECT_TRUE(ReadListingRows(ZelContainer()).empty());
+}
+
+TEST(ZelctlListing, TakesDotNamesForHiddenWithoutDetails) {
+  ZelContainer listing;
+  listing.SetContainer("Values", Row("Name", ".profile"), 0);
+  listing.SetContainer("Values", Row("Name", "profile."), 1);
+  listing.SetContainer("Values", ListedFile(".shown", 0, 0, 0), 2);
+
+  const std::vector<ListingRow> rows = ReadListingRows(listing);
+  ASSERT_EQ(rows.size(), 3u);
+  EXPECT_TRUE(rows[0].isHidden);
+  EXPECT_FALSE(rows[1].isHidden);
+  EXPECT_FALSE(rows[2].isHidden);
+}
+
+TEST(ZelctlListing, WritesModesAsLettersOfTypeAndPermissions) {
+  EXPECT_EQ(FormatMode(0040755, true), "drwxr-xr-x");
+  EXPECT_EQ(FormatMode(0100640, false), "-rw-r-----");
+  EXPECT_EQ(FormatMode(0120777, false), "lrwxrwxrwx");
+  EXPECT_EQ(FormatMode(0010600, false), "prw-------");
+  EXPECT_EQ(FormatMode(0020600, false), "crw-------");
+  EXPECT_EQ(FormatMode(0060600, false), "brw-------");
+  EXPECT_EQ(FormatMode(0140600, false), "srw-------");
+  EXPECT_EQ(FormatMode(0106755, false), "-rwsr-sr-x");
+  EXPECT_EQ(FormatMode(0106644, false), "-rwSr-Sr--");
+  EXPECT_EQ(FormatMode(0041777, true), "drwxrwxrwt");
+  EXPECT_EQ(FormatMode(0041776, true), "drwxrwxrwT");
+  EXPECT_EQ(FormatMode(0, true), "d?????????");
+  EXPECT_EQ(FormatMode(0, false), "-?????????");
+}
+
+TEST(ZelctlListing, AlignsSizesAndMarksDirectories) {
+  // Noon of a June day is the same day and month in every time zone.
+  constexpr uint32_t kNoon = 1718452800;
+  const std::string text = FormatListing({{"sub", true, false, 0, kNoon, 0040755},
+                                          {"a", false, false, 7, kNoon, 0100644},
+                                          {"b", false, false, 1536, kNoon, 0100644}});
+  EXPECT_THAT(text, testing::StartsWith("drwxr-xr-x        -  2024-06-1"));
+  EXPECT_THAT(text, HasSubstr("  sub/\n-rw-r--r--      7 B  2024-06-1"));
+  EXPECT_THAT(text, HasSubstr("  a\n-rw-r--r--  1.5 KiB  2024-06-1"));
+  EXPECT_THAT(text, EndsWith("  b\n"));
+  EXPECT_EQ(FormatListing({}), "");
+}
+
+TEST(ZelctlListing, ShowsTimesBeyondSigned32Bits) {
+  EXPECT_THAT(FormatListing({{"late", false, false, 0, 0xF0000000, 0100644}}), HasSubstr("2097-"));
+}
+
+TEST(ZelctlListing, EscapesNamesThatCouldActOnATerminal) {
+  ListingRow hostile;
+  hostile.name = "\x1b]0;x\x07\n";
+  EXPECT_EQ(FormatNames({hostile}), "\\x1b]0;x\\x07\\n\n");
+  EXPECT_THAT(FormatListing({hostile}), EndsWith("  \\x1b]0;x\\x07\\n\n"));
+  hostile.isDirectory = true;
+  EXPECT_EQ(FormatNames({hostile}), "\\x1b]0;x\\x07\\n/\n");
+}
+
+TEST(ZelctlListing, RefusesOrdersItDoesNotKnowBeforeAnythingIsSent) {
+  AgentClient agent({"http://127.0.0.1:1", "", "", ""});
+  const auto errorOf = [&agent](const ListOptions& options) {
+    return UsageError([&] { ListDirectory(agent, options); });
+  };
+  ListOptions options;
+  options.order = "colour";
+  EXPECT_THAT(errorOf(options), HasSubstr("no order by 'colour'"));
+  options.order = "size";
+  options.onlyNames = true;
+  EXPECT_THAT(errorOf(options), HasSubstr("--names"));
+}
+
+TEST(Zelctl, ShowsWhatAFileIs) {
+  ZelContainer information;
+  information.SetString("OriginalFileName", "tool.exe", kNoIndex);
+  information.SetString("FileVersion", "1.2\x1b", kNoIndex);
+  information.SetString("FileChecksum", "d41d8cd98f00b204e9800998ecf8427e", kNoIndex);
+  information.SetInt32("FileSize", -1073741824, kNoIndex);
+  information.SetString("ApplicationName", "Tool", kNoIndex);
+  information.SetBool("IsText", false, kNoIndex);
+  EXPECT_EQ(FormatFileInformation("C:\\tool\n", information),
+            "Path: C:\\tool\\n\nSize: 3,221,225,472 bytes (3.0 GiB)\n"
+            "MD5: d41d8cd98f00b204e9800998ecf8427e\nOriginal name: tool.exe\n"
+            "Version: 1.2\\x1b\nApplication: Tool\nText: no\n");
+}
+
+TEST(Zelctl, LeavesOutWhatAFileDoesNotHave) {
+  ZelContainer information;
+  information.SetInt32("FileSize", 2, kNoIndex);
+  information.SetBool("IsText", true, kNoIndex);
+  EXPECT_EQ(FormatFileInformation("/f", information),
+            "Path: /f\nSize: 2 bytes\nMD5: cannot be read\nText: yes\n");
+}
+
+TEST(Zelctl, NamesTheTypesOfDrives) {
+  ZelContainer volumes;
+  const char* const kNames[] = {"C:", "D:", "E:", "F:", "G:", "H:"};
+  for (uint32_t i = 0; i < 6; ++i) {
+    ZelContainer row = Row("Name", kNames[i]);
+    row.SetInt32("DriveType", static_cast<int32_t>(i) + 2, kNoIndex);
+    row.SetString("VolumeName", i == 1 ? "System" : "", kNoIndex);
+    volumes.SetContainer("Values", row, i);
+  }
+  EXPECT_EQ(FormatVolumes(volumes),
+            "NAME  TYPE       LABEL\nC:    removable\nD:    fixed      System\nE:    remote\n"
+            "F:    CD-ROM\nG:    RAM disk\nH:    type 7\n");
+  EXPECT_EQ(FormatVolumes(ZelContainer()), "");
+}
+
+TEST(Zelctl, SendsOnlyUtf8TextWithoutItsMark) {
+  EXPECT_EQ(RequireUtf8("", "f"), "");
+  EXPECT_EQ(RequireUtf8("gr\xc3\xbc\xc3\x9f\r\n", "f"), "gr\xc3\xbc\xc3\x9f\r\n");
+  EXPECT_EQ(RequireUtf8("\xef\xbb\xbftext\xef\xbb\xbf", "f"), "text\xef\xbb\xbf");
+  const std::string error = UsageError([] { RequireUtf8("caf\xe9", "menu.txt"); });
+  EXPECT_EQ(error, "menu.txt is not UTF-8 text; nothing was sent");
+  EXPECT_THAT(UsageError([] {
+                RequireUtf8(
+                    "\xff\xfe"
+                    "a",
+                    "f");
+              }),
+              HasSubstr("not UTF-8"));
+}
+
+TEST(Zelctl, ShowsShortSizes) {
+  EXPECT_EQ(FormatShortSize(0), "0 B");
+  EXPECT_EQ(FormatShortSize(1023), "1023 B");
+  EXPECT_EQ(FormatShortSize(1024), "1.0 KiB");
+  EXPECT_EQ(FormatShortSize(uint64_t{5} << 40), "5.0 TiB");
 }
 
 }  // namespace

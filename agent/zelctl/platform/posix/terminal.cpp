@@ -40,7 +40,7 @@ std::filesystem::path LocalPath(const std::string& argument) {
   return argument;
 }
 
-void PrepareOutput() {}
+void PrepareStreams() {}
 
 bool IsInputTerminal() {
   return isatty(STDIN_FILENO) != 0;

@@ -28,8 +28,9 @@ std::filesystem::path LocalPath(const std::string& argument) {
   return ZelString(std::string_view(argument)).GetTCHAR();
 }
 
-void PrepareOutput() {
+void PrepareStreams() {
   SetConsoleOutputCP(CP_UTF8);
+  _setmode(_fileno(stdin), _O_BINARY);
   _setmode(_fileno(stdout), _O_BINARY);
   _setmode(_fileno(stderr), _O_BINARY);
 }

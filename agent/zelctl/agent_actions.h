@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "agent/zelctl/agent_client.h"
+#include "agent/zelctl/commands.h"
+#include "agent/zelctl/failure.h"
+#include "libZel/container.h"
+
+// The actions behind zelctl's verbs, and what the verbs share when they call them.
+
+constexpr char kCopyFile[] = "CoreUtilsCopyFile";
+constexpr char kRenameFile[] = "CoreUtilsRenameFile";
+constexpr char kDeleteFile[] = "CoreUtilsDeleteFile";
+constexpr char kGetFileSize[] = "CoreUtilsGetFileSize";
+constexpr char kGetFileInformation[] = "CoreUtilsGetFileInformation";
+constexpr char kGetFileSystems[] = "CoreUtilsGetFileSystems";
+constexpr char kGetDirList[] = "CoreUtilsGetDirList";
+constexpr char kReadFile[] = "CoreUtilsReadFile";
+constexpr char kWriteFile[] = "CoreUtilsWriteFile";
+constexpr char kDirCreate[] = "CoreUtilsDirCreate";
+constexpr char kDirRename[] = "CoreUtilsDirRename";
+constexpr char kDirDelete[] = "CoreUtilsDirDelete";
+constexpr char kFileMd5[] = "CoreUtilsFileMD5";
+
+constexpr uint32_t kSuccess = 0;
+constexpr uint32_t kFailureCode = 1;
+constexpr uint32_t kAccessRefused = 12;
+constexpr uint32_t kFileNotFound = 14001;
+
+/// A container with one text. What of `value` is not UTF-8 travels as the codec's escapes.
+ZelContainer TextParameter(const char* key, const std::string& value);
+
+ActionReply Invoke(AgentClient& agent, const char* action, const ZelContainer& parameters);
+
+/// "ACTION: code N: meaning", with the reply.
+Failure ActionFailure(const std::string& action, const ActionReply& reply);
+/// Throws `ActionFailure` unless the action returned 0.
+void RequireSuccess(const std::string& action, const ActionReply& reply);
+/// The result of a verb that has nothing to print. Throws `ActionFailure`.
+Result Finish(const std::string& action, const ActionReply& reply);
+
+/// The values that a verb cannot do without. Throw `Failure` (kAgentRefused) when the reply has
+/// none of that name and type.
+std::string RequireText(const std::string& action, const ActionReply& reply, const char* key);
+/// Takes the 32 bits as they are: sizes of 2 GiB and more travel as negative numbers.
+uint32_t RequireUnsigned(const std::string& action, const ActionReply& reply, const char* key);
+
+/// Lists nothing of the directory but one name: code 0 exactly when the path is a directory that
+/// can be opened.
+ActionReply ProbeDirectory(AgentClient& agent, const std::string& path);

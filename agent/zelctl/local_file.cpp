@@ -1,0 +1,26 @@
+#include "agent/zelctl/local_file.h"
+
+#include <fstream>
+#include <iterator>
+
+#include "agent/zelctl/failure.h"
+#include "libZel/string.h"
+
+std::string PathText(const std::filesystem::path& path) {
+  return std::string(ZelString(path.c_str()).Utf8());
+}
+
+std::string ReadLocalFile(const std::filesystem::path& file) {
+  std::ifstream input(file, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(input)), std::istreambuf_iterator<char>());
+  // A directory opens, but cannot be read.
+  if (input.is_open() && !input.bad() && !std::filesystem::is_directory(file)) return bytes;
+  throw Failure(ExitStatus::kUsage, PathText(file) + " cannot be read");
+}
+
+void WriteLocalFile(const std::filesystem::path& file, const std::string& bytes) {
+  std::ofstream output(file, std::ios::binary | std::ios::trunc);
+  output.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  output.close();
+  if (!output) throw Failure(ExitStatus::kUsage, PathText(file) + " cannot be written");
+}
