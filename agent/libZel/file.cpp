@@ -1,11 +1,11 @@
 #include "libZel/file.h"
 
 #include "agent/libZel/boundary.h"
+#include "agent/libZel/file_checks.h"
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/http_file.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/outcome.h"
-#include "agent/libZel/path_parts.h"
 #include "libZel/url.h"
 
 namespace {
@@ -20,43 +20,6 @@ bool IsUrl(const ZelString& path) {
 
 ZelString ForLog(const ZelString& path) {
   return IsUrl(path) ? http_file::WithoutCredentials(path) : path;
-}
-
-// The native path of a file. What ends in a separator is a directory, even where none is.
-NativePath ToNativeFile(const ZelString& path) {
-  NativePath native = ToNativePath(path);
-  if (native && IsPathSeparator(path.Utf8().back())) {
-    native.error = "a path that ends in a separator names a directory";
-  }
-  return native;
-}
-
-Outcome InvalidName(const NativePath& path) {
-  return FailedBecause(path.error, file_system::kErrorInvalidName);
-}
-
-Outcome CheckSource(const Status& source) {
-  if (source.kind == Kind::kMissing) return OutcomeOf(source.error);
-  if (source.kind == Kind::kDirectory) return OutcomeOf(file_system::kErrorIsDirectory);
-  if (source.kind == Kind::kFile) return {};
-  return FailedBecause("the source is not a regular file", file_system::kErrorNotRegular);
-}
-
-Outcome CheckDestination(const std::filesystem::path& path, const Status* source, bool replace) {
-  // A link that leads nowhere is an entry all the same.
-  if (!replace && file_system::LookAtEntry(path).kind != Kind::kMissing) {
-    return OutcomeOf(file_system::kErrorExists);
-  }
-  const Status destination = file_system::Look(path);
-  if (destination.kind == Kind::kDirectory) return OutcomeOf(file_system::kErrorIsDirectory);
-  if (destination.kind == Kind::kOther) {
-    return FailedBecause("the destination is not a regular file", file_system::kErrorNotRegular);
-  }
-  if (destination.kind == Kind::kFile && source != nullptr &&
-      destination.identity == source->identity) {
-    return FailedBecause("source and destination are the same file", file_system::kErrorSameFile);
-  }
-  return {};
 }
 
 Outcome CopyOnDisk(const std::filesystem::path& source, const std::filesystem::path& destination,

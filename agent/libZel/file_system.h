@@ -70,6 +70,10 @@ class PendingFile {
   /// Fills the file with the content of `source`, a regular file, and takes over its modification
   /// time and permissions. Nobody else may read it before that.
   int CopyFrom(const std::filesystem::path& source);
+  /// The same with the owner (as far as the agent may give it), all permissions, access control
+  /// lists and times of `source`, on the disk when this returns. The file can be written, even
+  /// where the source is marked read-only.
+  int CloneFrom(const std::filesystem::path& source);
   /// Sets the modification time, in seconds since 1970 (UTC).
   int SetModified(int64_t unixSeconds);
   /// Gives the file its final name. Without `replace` an existing entry is an error, even one that

@@ -74,9 +74,9 @@ int FileClose(int handle);
 /// Copies a file on this machine: 0 on success, else an error number of the system (or -1). The
 /// copy has the source's owner (as far as the agent may give it), permissions and times, but can
 /// always be written. It is on the disk before it appears under its name. An existing destination
-/// is replaced, even while it is open; where the disk has no room for both, the copy shares the
-/// source's content instead of doubling it (as a second link to it). With `failIfExists` non-zero
-/// it is refused.
+/// is replaced, even while it is open; where the disk has no room for another copy, it becomes a
+/// second link to the source instead. A destination that does not exist yet is always a copy, so a
+/// full disk is an error then. With `failIfExists` non-zero an existing destination is refused.
 int FileCopy(const ZelString& source, const ZelString& destination, int failIfExists);
 
 /// Deletes a file on this machine (a link itself, never its target): 0 on success, else an error

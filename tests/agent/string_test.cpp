@@ -173,6 +173,62 @@ TEST(ZelString, ReadsNumbers) {
   EXPECT_EQ(Utf8(ZelString::FromInt64(-7)), "-7");
 }
 
+bool IsUtf8(std::string_view bytes) {
+  return ZelString::IsTextUTF8(bytes.data(), static_cast<uint32_t>(bytes.size()));
+}
+
+// As RFC 3629 defines it: the shortest form, no surrogates, nothing beyond U+10FFFF.
+std::string Utf8Of(uint32_t code, unsigned length) {
+  if (length == 1) return std::string(1, static_cast<char>(code));
+  std::string bytes;
+  for (unsigned rest = length - 1; rest > 0; --rest, code >>= 6) {
+    bytes.insert(bytes.begin(), static_cast<char>(0x80 | (code & 0x3F)));
+  }
+  const unsigned mark = 0xFF00u >> length & 0xFF;
+  bytes.insert(bytes.begin(), static_cast<char>(mark | code));
+  return bytes;
+}
+
+TEST(IsTextUTF8, AcceptsEveryCharacterInItsShortestFormOnly) {
+  for (uint32_t code = 0; code <= 0x10FFFF; ++code) {
+    const unsigned shortest = code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4;
+    const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
+    for (unsigned length = shortest; length <= 4; ++length) {
+      ASSERT_EQ(IsUtf8(Utf8Of(code, length)), length == shortest && !isSurrogate)
+          << code << " in " << length << " bytes";
+    }
+  }
+}
+
+TEST(IsTextUTF8, RefusesWhatLiesBeyondUnicode) {
+  for (uint32_t code = 0x110000; code < 0x200000; code += 0x3FF) {
+    EXPECT_FALSE(IsUtf8(Utf8Of(code, 4))) << code;
+  }
+  EXPECT_FALSE(IsUtf8(Utf8Of(0x200000, 5)));
+  EXPECT_FALSE(IsUtf8(Utf8Of(0x4000000, 6)));
+  EXPECT_FALSE(IsUtf8("\xFE"));
+  EXPECT_FALSE(IsUtf8("\xFF"));
+}
+
+TEST(IsTextUTF8, RefusesCharactersThatAreCutOff) {
+  for (const std::string_view character : {"é", "€", "😀"}) {
+    for (size_t length = 1; length < character.size(); ++length) {
+      const std::string cut(character.substr(0, length));
+      EXPECT_FALSE(IsUtf8(cut));
+      EXPECT_FALSE(IsUtf8("text" + cut));
+      EXPECT_FALSE(IsUtf8(cut + "text"));
+      EXPECT_FALSE(IsUtf8(cut + std::string(character)));
+    }
+    EXPECT_FALSE(IsUtf8(character.substr(1)));
+    EXPECT_TRUE(IsUtf8("text" + std::string(character) + "text"));
+  }
+}
+
+TEST(IsTextUTF8, TakesNoBytesForText) {
+  EXPECT_TRUE(ZelString::IsTextUTF8(nullptr, 0));
+  EXPECT_TRUE(IsUtf8(std::string_view("a\0b", 3)));
+}
+
 TEST(ZelString, OrdersByCodeUnitRegardlessOfLocale) {
   EXPECT_LT(ZelString("B"), ZelString("a"));
   EXPECT_LT(ZelString("z"), ZelString("é"));

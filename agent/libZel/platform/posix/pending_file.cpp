@@ -10,6 +10,7 @@
 #include <string>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/posix/file_security.h"
 #include "agent/libZel/platform/posix/rename.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
@@ -89,6 +90,23 @@ int CopyAroundHoles(int source, int destination, off_t sizeBytes) {
   return areAtEnd ? 0 : errno;
 }
 
+// Opens a regular file for reading.
+int OpenSource(const std::filesystem::path& path, UniqueFd* file, struct stat* info) {
+  // A pipe without a writer, or a device, must not hold us up before it is known for what it is.
+  *file = UniqueFd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!*file) return errno;
+  if (fstat(file->Get(), info) != 0) return errno;
+  if (S_ISDIR(info->st_mode)) return kErrorIsDirectory;
+  return S_ISREG(info->st_mode) ? 0 : kErrorNotRegular;
+}
+
+// Copies the whole content into a file that nobody else may read until this has returned.
+int CopyContent(int source, const struct stat& info, int destination) {
+  if (fchmod(destination, S_IRUSR | S_IWUSR) != 0) return errno;
+  const int error = HasHoles(info) ? CopyAroundHoles(source, destination, info.st_size) : 0;
+  return error == 0 ? CopyBytes(source, destination, UINT64_MAX) : error;
+}
+
 }  // namespace
 
 struct PendingFile::Implementation {
@@ -133,23 +151,31 @@ int PendingFile::Write(const void* bytes, size_t count) {
 
 int PendingFile::CopyFrom(const std::filesystem::path& source) {
   const int destination = implementation_->file.Get();
-  if (fchmod(destination, S_IRUSR | S_IWUSR) != 0) return errno;
-
-  // A pipe without a writer, or a device, must not hold us up before it is known for what it is.
-  const UniqueFd input(open(source.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!input) return errno;
+  UniqueFd input;
   struct stat info;
-  if (fstat(input.Get(), &info) != 0) return errno;
-  if (S_ISDIR(info.st_mode)) return kErrorIsDirectory;
-  if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
-
-  int error = HasHoles(info) ? CopyAroundHoles(input.Get(), destination, info.st_size) : 0;
-  if (error == 0) error = CopyBytes(input.Get(), destination, UINT64_MAX);
+  int error = OpenSource(source, &input, &info);
+  if (error == 0) error = CopyContent(input.Get(), info, destination);
   if (error != 0) return error;
 
   if (fchmod(destination, info.st_mode & kPermissions) != 0) return errno;
   const struct timespec times[2] = {{0, UTIME_OMIT}, info.st_mtim};
   return futimens(destination, times) == 0 ? 0 : errno;
+}
+
+int PendingFile::CloneFrom(const std::filesystem::path& source) {
+  const int destination = implementation_->file.Get();
+  UniqueFd input;
+  struct stat info;
+  int error = OpenSource(source, &input, &info);
+  if (error == 0) error = CopyContent(input.Get(), info, destination);
+  if (error != 0) return error;
+
+  Security security = SecurityOf(input.Get(), info);
+  if ((security.mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0) security.mode |= S_IWUSR;
+  ApplySecurity(security, destination);
+  const struct timespec times[2] = {info.st_atim, info.st_mtim};
+  if (futimens(destination, times) != 0) return errno;
+  return fsync(destination) == 0 ? 0 : errno;
 }
 
 int PendingFile::SetModified(int64_t unixSeconds) {

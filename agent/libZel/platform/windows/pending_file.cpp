@@ -1,11 +1,11 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <random>
 #include <string>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/windows/file_security.h"
+#include "agent/libZel/platform/windows/replace_file.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 
 namespace file_system {
@@ -16,11 +16,20 @@ constexpr size_t kMaxWriteBytes = size_t{1} << 30;
 constexpr int64_t kUnixEpochTicks = 116444736000000000;
 constexpr int64_t kTicksPerSecond = 10000000;
 
-std::wstring RandomName() {
-  std::random_device random;
-  wchar_t name[32];
-  std::swprintf(name, 32, L".zel-%08x%08x.tmp", random(), random());
-  return name;
+// Makes a copy writable, gives it the times of its source and brings it to the disk.
+int Finish(const std::filesystem::path& path, const WIN32_FILE_ATTRIBUTE_DATA& source) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  if (attributes == INVALID_FILE_ATTRIBUTES) return static_cast<int>(GetLastError());
+  if ((attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
+      !SetFileAttributesW(path.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY)) {
+    return static_cast<int>(GetLastError());
+  }
+  const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!file) return static_cast<int>(GetLastError());
+  SetFileTime(file.Get(), &source.ftCreationTime, &source.ftLastAccessTime,
+              &source.ftLastWriteTime);
+  return FlushFileBuffers(file.Get()) ? 0 : static_cast<int>(GetLastError());
 }
 
 }  // namespace
@@ -45,10 +54,8 @@ PendingFile::~PendingFile() {
 int PendingFile::Create(const std::filesystem::path& destination) {
   Implementation& self = *implementation_;
   self.destination = destination;
-  const std::wstring& text = destination.native();
-  const std::wstring directory = text.substr(0, text.find_last_of(L"\\/") + 1);
   for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
-    std::filesystem::path path(directory + RandomName());
+    std::filesystem::path path = Beside(destination, RandomName());
     self.file = UniqueHandle(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE,
                                          FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, CREATE_NEW,
                                          FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -84,6 +91,18 @@ int PendingFile::CopyFrom(const std::filesystem::path& source) {
   return done ? 0 : static_cast<int>(GetLastError());
 }
 
+int PendingFile::CloneFrom(const std::filesystem::path& source) {
+  const std::filesystem::path& temporary = implementation_->temporary;
+  WIN32_FILE_ATTRIBUTE_DATA info;
+  if (!GetFileAttributesExW(source.c_str(), GetFileExInfoStandard, &info)) {
+    return static_cast<int>(GetLastError());
+  }
+  const auto security = SecurityOf(source);
+  if (security) ApplySecurity(*security, temporary);
+  const int error = CopyFrom(source);
+  return error == 0 ? Finish(temporary, info) : error;
+}
+
 int PendingFile::SetModified(int64_t unixSeconds) {
   const int64_t ticks = kUnixEpochTicks + unixSeconds * kTicksPerSecond;
   const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
@@ -94,12 +113,14 @@ int PendingFile::SetModified(int64_t unixSeconds) {
 int PendingFile::Commit(bool replace) {
   Implementation& self = *implementation_;
   self.file.Close();
-  if (!MoveFileExW(self.temporary.c_str(), self.destination.c_str(),
-                   replace ? MOVEFILE_REPLACE_EXISTING : 0)) {
-    return static_cast<int>(GetLastError());
+  int error = 0;
+  if (replace) {
+    error = ReplaceFile(self.temporary, self.destination);
+  } else if (!MoveFileExW(self.temporary.c_str(), self.destination.c_str(), 0)) {
+    error = static_cast<int>(GetLastError());
   }
-  self.temporary.clear();
-  return 0;
+  if (error == 0) self.temporary.clear();
+  return error;
 }
 
 std::filesystem::path PendingFile::Path() const {

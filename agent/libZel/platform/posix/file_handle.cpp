@@ -1,0 +1,138 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <random>
+#include <string>
+
+#include "agent/libZel/file_system.h"
+#include "agent/libZel/open_file.h"
+#include "agent/libZel/platform/posix/file_security.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
+
+namespace file_system {
+namespace {
+
+constexpr uint32_t kMaxReadBytes = uint32_t{1} << 30;
+constexpr int kMaxNameAttempts = 100;
+constexpr mode_t kAnyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+
+int WriteAll(int fd, const char* bytes, size_t count) {
+  while (count > 0) {
+    const ssize_t written = write(fd, bytes, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    bytes += written;
+    count -= static_cast<size_t>(written);
+  }
+  return 0;
+}
+
+std::string RandomName() {
+  std::random_device random;
+  char name[32];
+  std::snprintf(name, sizeof name, ".zel-%08x%08x.tmp", random(), random());
+  return name;
+}
+
+// Links the file that `source` leads to under a new name in `directory`.
+int LinkBeside(const std::filesystem::path& source, const std::filesystem::path& directory,
+               std::filesystem::path* link) {
+  for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
+    *link = directory / RandomName();
+    if (linkat(AT_FDCWD, source.c_str(), AT_FDCWD, link->c_str(), AT_SYMLINK_FOLLOW) == 0) return 0;
+    if (errno != EEXIST) return errno;
+  }
+  return EEXIST;
+}
+
+}  // namespace
+
+const int kErrorReadOnly = EACCES;
+
+struct OpenFile::Implementation {
+  UniqueFd file;
+  off_t sizeBytes = 0;
+};
+
+OpenFile::OpenFile() : implementation_(std::make_unique<Implementation>()) {}
+OpenFile::~OpenFile() = default;
+
+int OpenFile::Open(const std::filesystem::path& path) {
+  // A pipe without a writer must not hold us up before it is known for what it is.
+  UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file) return errno;
+  struct stat info;
+  if (fstat(file.Get(), &info) != 0) return errno;
+  if (S_ISDIR(info.st_mode)) return kErrorIsDirectory;
+  if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
+  implementation_->file = std::move(file);
+  return 0;
+}
+
+int OpenFile::Create(const std::filesystem::path& path, const Security* security) {
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_DSYNC | O_CLOEXEC;
+  const mode_t mode = security != nullptr ? S_IRUSR | S_IWUSR : 0666;
+  UniqueFd file(open(path.c_str(), kFlags, mode));
+  if (!file) return errno;
+  if (security != nullptr) ApplySecurity(*security, file.Get());
+  implementation_->file = std::move(file);
+  return 0;
+}
+
+int OpenFile::Read(char* buffer, uint32_t sizeBytes, uint32_t* count) {
+  ssize_t got = -1;
+  do {
+    got = read(implementation_->file.Get(), buffer, std::min(sizeBytes, kMaxReadBytes));
+  } while (got < 0 && errno == EINTR);
+  if (got < 0) return errno;
+  *count = static_cast<uint32_t>(got);
+  return 0;
+}
+
+int OpenFile::Write(const char* bytes, uint32_t sizeBytes) {
+  Implementation& self = *implementation_;
+  const int error = WriteAll(self.file.Get(), bytes, sizeBytes);
+  if (error == 0) {
+    self.sizeBytes += sizeBytes;
+    return 0;
+  }
+  if (ftruncate(self.file.Get(), self.sizeBytes) == 0) {
+    lseek(self.file.Get(), self.sizeBytes, SEEK_SET);
+  }
+  return error;
+}
+
+int OpenFile::Close() {
+  // After EINTR the descriptor is closed all the same.
+  return close(implementation_->file.Release()) == 0 || errno == EINTR ? 0 : errno;
+}
+
+bool IsReadOnly(const std::filesystem::path& path) {
+  struct stat info;
+  return lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+         (info.st_mode & kAnyWrite) == 0;
+}
+
+int RemoveFileNow(const std::filesystem::path& path, bool force) {
+  return RemoveFile(path, force);
+}
+
+bool IsDiskFull(int error) {
+  return error == ENOSPC || error == EDQUOT;
+}
+
+int ReplaceByLink(const std::filesystem::path& source, const std::filesystem::path& destination) {
+  std::filesystem::path link;
+  int error = LinkBeside(source, destination.parent_path(), &link);
+  if (error != 0) return error;
+  if (rename(link.c_str(), destination.c_str()) != 0) error = errno;
+  // Two links to one file are not renamed over each other: the new one stays, with success.
+  unlink(link.c_str());
+  return error;
+}
+
+}  // namespace file_system

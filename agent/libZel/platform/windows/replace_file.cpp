@@ -1,0 +1,53 @@
+#include "agent/libZel/platform/windows/replace_file.h"
+
+#include <windows.h>
+
+#include <cstdio>
+#include <random>
+
+namespace file_system {
+namespace {
+
+int Move(const std::filesystem::path& source, const std::filesystem::path& destination,
+         DWORD flags) {
+  const BOOL done = MoveFileExW(source.c_str(), destination.c_str(), flags);
+  return done ? 0 : static_cast<int>(GetLastError());
+}
+
+bool MayBeOpen(const std::filesystem::path& path, int error) {
+  if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) return false;
+  constexpr DWORD kOtherReasons = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & kOtherReasons) == 0;
+}
+
+}  // namespace
+
+std::wstring RandomName() {
+  std::random_device random;
+  wchar_t name[32];
+  std::swprintf(name, 32, L".zel-%08x%08x.tmp", random(), random());
+  return name;
+}
+
+std::filesystem::path Beside(const std::filesystem::path& path, const std::wstring& name) {
+  const std::wstring& text = path.native();
+  return text.substr(0, text.find_last_of(L"\\/") + 1) + name;
+}
+
+int ReplaceFile(const std::filesystem::path& source, const std::filesystem::path& destination) {
+  const int error = Move(source, destination, MOVEFILE_REPLACE_EXISTING);
+  if (error == 0 || !MayBeOpen(destination, error)) return error;
+
+  // An open file keeps its name until it is closed, unless it gets another one first.
+  const std::filesystem::path aside = Beside(destination, RandomName());
+  if (Move(destination, aside, 0) != 0) return error;
+  const int secondError = Move(source, destination, 0);
+  if (secondError == 0 && DeleteFileW(aside.c_str())) return 0;
+  // Running programs may be renamed, but not deleted: nothing may stay behind.
+  if (secondError == 0) Move(destination, source, 0);
+  Move(aside, destination, 0);
+  return error;
+}
+
+}  // namespace file_system

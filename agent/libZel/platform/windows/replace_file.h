@@ -1,0 +1,18 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace file_system {
+
+/// A name for a file of the library's own, which no other file has.
+std::wstring RandomName();
+
+/// `path` with its last name replaced.
+std::filesystem::path Beside(const std::filesystem::path& path, const std::wstring& name);
+
+/// Renames a file, in place of the file `destination` where there is one, even while that is open
+/// (as far as those who have it open allow it to be deleted). Returns an error number.
+int ReplaceFile(const std::filesystem::path& source, const std::filesystem::path& destination);
+
+}  // namespace file_system
