@@ -1,0 +1,80 @@
+#include <openssl/evp.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/http_file.h"
+#include "agent/libZel/native_path.h"
+#include "agent/libZel/outcome.h"
+#include "agent/libZel/path_parts.h"
+#include "agent/libZel/source_file.h"
+#include "libZel/file.h"
+#include "libZel/url.h"
+
+namespace {
+
+constexpr size_t kPieceBytes = size_t{1} << 20;
+
+struct FreeContext {
+  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+
+std::string Hexadecimal(const unsigned char* bytes, size_t count) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  text.reserve(2 * count);
+  for (size_t i = 0; i < count; ++i) {
+    text += kDigits[bytes[i] >> 4];
+    text += kDigits[bytes[i] & 15];
+  }
+  return text;
+}
+
+Outcome DigestOf(file_system::SourceFile* file, ZelString* digest) {
+  const Outcome noDigest = FailedBecause("the cryptographic library offers no MD5");
+  const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
+  if (!context || EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return noDigest;
+
+  const std::unique_ptr<char[]> piece(new char[kPieceBytes]);
+  for (;;) {
+    size_t count = 0;
+    const int error = file->Read(piece.get(), kPieceBytes, &count);
+    if (error != 0) return OutcomeOf(error);
+    if (count == 0) break;
+    if (EVP_DigestUpdate(context.get(), piece.get(), count) != 1) return noDigest;
+  }
+  unsigned char bytes[EVP_MAX_MD_SIZE];
+  unsigned size = 0;
+  if (EVP_DigestFinal_ex(context.get(), bytes, &size) != 1) return noDigest;
+  *digest = ZelString(Hexadecimal(bytes, size));
+  return {};
+}
+
+ZelString ForLog(const ZelString& path) {
+  return UrlParseInet::CanHandleUrl(path) != 0 ? http_file::WithoutCredentials(path) : path;
+}
+
+Outcome Md5(const ZelString& path, ZelString* digest) {
+  const NativePath native = ToNativePath(path);
+  if (!native) return FailedBecause(native.error);
+  if (IsPathSeparator(path.Utf8().back())) {
+    return FailedBecause("a path that ends in a separator names a directory");
+  }
+  file_system::SourceFile file;
+  const int error = file.Open(native.path);
+  return error == 0 ? DigestOf(&file, digest) : OutcomeOf(error);
+}
+
+}  // namespace
+
+ZelString FileMd5(const ZelString& path) {
+  return Guarded("FileMd5", ZelString(), [&] {
+    ZelString digest;
+    const Outcome outcome = Md5(path, &digest);
+    if (!outcome)
+      LibraryLog().WarningWithNL("digest of %S failed: %S", ForLog(path), outcome.reason);
+    return digest;
+  });
+}

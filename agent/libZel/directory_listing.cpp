@@ -1,0 +1,103 @@
+#include "agent/libZel/directory_listing.h"
+
+#include <memory>
+#include <string>
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/file_system.h"
+#include "agent/libZel/http_file.h"
+#include "agent/libZel/native_path.h"
+#include "agent/libZel/outcome.h"
+#include "agent/libZel/path_parts.h"
+#include "agent/libZel/per_thread.h"
+#include "libZel/directory.h"
+#include "libZel/url.h"
+
+namespace {
+
+// What is behind the public structure.
+struct Listing : ZelDirectory {
+  // What asks about the current entry: the path as given, a separator, and the name.
+  std::string entryPath;
+  size_t prefixSize = 0;
+  file_system::DirectoryReader reader;
+};
+
+// The one that a thread has read from last, while it stands on an entry.
+struct Current {
+  Listing* listing = nullptr;
+};
+
+Listing*& CurrentListing() {
+  static PerThread<Current> current;
+  return current.Get().listing;
+}
+
+void Forget(const Listing* listing) {
+  Listing*& current = CurrentListing();
+  if (current == listing) current = nullptr;
+}
+
+ZelString ForLog(const ZelString& path) {
+  return UrlParseInet::CanHandleUrl(path) != 0 ? http_file::WithoutCredentials(path) : path;
+}
+
+void LogFailure(const ZelString& path, const ZelString& reason) {
+  LibraryLog().WarningWithNL("reading of the directory %S failed: %S", ForLog(path), reason);
+}
+
+// The warning names the directory as the caller does.
+Outcome Open(const ZelString& path, Listing* listing) {
+  const NativePath native = ToNativePath(path);
+  if (!native) return FailedBecause(native.error);
+  listing->entryPath = path.Utf8();
+  if (!IsPathSeparator(listing->entryPath.back())) listing->entryPath += '/';
+  listing->prefixSize = listing->entryPath.size();
+  return OutcomeOf(listing->reader.Open(native.path));
+}
+
+dirent* Read(Listing* listing) {
+  Forget(listing);
+  listing->entryPath.resize(listing->prefixSize);
+  int error = 0;
+  if (!listing->reader.Next(&error)) {
+    if (error != 0) LogFailure(listing->entryPath, file_system::ErrorText(error));
+    return nullptr;
+  }
+  listing->reader.AppendName(&listing->entryPath);
+  listing->entry.name = listing->reader.Name();
+  listing->attributes = listing->reader.ListedAttributes();
+  CurrentListing() = listing;
+  return &listing->entry;
+}
+
+}  // namespace
+
+file_system::DirectoryReader* ReaderOfEntry(const ZelString& path) {
+  Listing* const listing = CurrentListing();
+  return listing != nullptr && listing->entryPath == path.Utf8() ? &listing->reader : nullptr;
+}
+
+DIR* OpenDirectory(const ZelString& path) {
+  return Guarded("OpenDirectory", static_cast<DIR*>(nullptr), [&]() -> DIR* {
+    auto listing = std::make_unique<Listing>();
+    const Outcome outcome = Open(path, listing.get());
+    if (outcome) return listing.release();
+    LogFailure(path, outcome.reason);
+    return nullptr;
+  });
+}
+
+dirent* ReadDirectory(DIR* directory) {
+  return Guarded("ReadDirectory", static_cast<dirent*>(nullptr),
+                 [&] { return Read(static_cast<Listing*>(directory)); });
+}
+
+void CloseDirectory(DIR* directory) {
+  const std::unique_ptr<Listing> listing(static_cast<Listing*>(directory));
+  if (!listing) return;
+  Guarded("CloseDirectory", 0, [&] {
+    Forget(listing.get());
+    return 0;
+  });
+}

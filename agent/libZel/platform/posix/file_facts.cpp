@@ -1,0 +1,108 @@
+#include "agent/libZel/file_facts.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "agent/libZel/platform/posix/stat_facts.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/source_file.h"
+#include "agent/libZel/text_test.h"
+
+namespace {
+
+constexpr mode_t kWritableByAnybody = S_IWUSR | S_IWGRP | S_IWOTH;
+constexpr mode_t kModeBits = S_IFMT | 07777;
+
+// Should a pipe or terminal have taken the file's place meanwhile, it is not waited for, and does
+// not become ours.
+constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+UniqueFd OpenToLook(int directory, const char* name) {
+  // Looking at a file is not using it. Only its owner may ask for that.
+  UniqueFd fd(openat(directory, name, kReadFlags | O_NOATIME));
+  if (!fd && errno == EPERM) fd = UniqueFd(openat(directory, name, kReadFlags));
+  return fd;
+}
+
+ssize_t ReadSome(int fd, char* buffer, size_t size) {
+  ssize_t count;
+  do {
+    count = read(fd, buffer, size);
+  } while (count < 0 && errno == EINTR);
+  return count;
+}
+
+}  // namespace
+
+FileFacts FactsOf(const struct stat& info, uint32_t attributes) {
+  const bool isDirectory = S_ISDIR(info.st_mode);
+  if (isDirectory) attributes |= kDirectoryAttribute;
+  if (!isDirectory && (info.st_mode & kWritableByAnybody) == 0) attributes |= kReadOnlyAttribute;
+  FileFacts facts;
+  facts.attributes = CompleteAttributes(attributes);
+  facts.writeTime = ClampTime(info.st_mtime);
+  facts.mode = info.st_mode & kModeBits;
+  facts.isReadable = S_ISREG(info.st_mode);
+  if (facts.isReadable) facts.sizeBytes = info.st_size;
+  return facts;
+}
+
+bool IsTextAt(int directory, const char* name) {
+  const UniqueFd fd = OpenToLook(directory, name);
+  if (!fd) return false;
+  char bytes[kTextTestBytes];
+  const ssize_t count = ReadSome(fd.Get(), bytes, sizeof bytes);
+  return count >= 0 && LooksLikeText(bytes, static_cast<size_t>(count));
+}
+
+namespace file_system {
+
+FileFacts FactsOf(const std::filesystem::path& path) {
+  const std::string& text = path.native();
+  uint32_t attributes = AttributesOfName(std::string_view(text).substr(text.rfind('/') + 1));
+  struct stat info;
+  if (lstat(text.c_str(), &info) != 0) return {};
+  if (!S_ISLNK(info.st_mode)) return ::FactsOf(info, attributes);
+
+  attributes |= kLinkAttribute;
+  if (stat(text.c_str(), &info) == 0) return ::FactsOf(info, attributes);
+  FileFacts facts;
+  facts.attributes = attributes;
+  return facts;
+}
+
+bool IsTextFile(const std::filesystem::path& path) {
+  return IsTextAt(AT_FDCWD, path.c_str());
+}
+
+struct SourceFile::Implementation {
+  UniqueFd fd;
+};
+
+SourceFile::SourceFile() : implementation_(std::make_unique<Implementation>()) {}
+SourceFile::~SourceFile() = default;
+
+int SourceFile::Open(const std::filesystem::path& path) {
+  // Looked at first, because opening alone can have an effect on a device.
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0) return errno;
+  if (S_ISDIR(info.st_mode)) return EISDIR;
+  if (!S_ISREG(info.st_mode)) return EOPNOTSUPP;
+  UniqueFd fd(open(path.c_str(), kReadFlags));
+  if (!fd) return errno;
+  if (fstat(fd.Get(), &info) != 0) return errno;
+  if (!S_ISREG(info.st_mode)) return EOPNOTSUPP;
+  posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  implementation_->fd = std::move(fd);
+  return 0;
+}
+
+int SourceFile::Read(char* buffer, size_t size, size_t* count) {
+  const ssize_t result = ReadSome(implementation_->fd.Get(), buffer, size);
+  *count = result < 0 ? 0 : static_cast<size_t>(result);
+  return result < 0 ? errno : 0;
+}
+
+}  // namespace file_system
