@@ -8,6 +8,7 @@
 #include "agent/libZel/debug_context.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/action_pool.h"
+#include "agent/libZelCore/application_inventory.h"
 #include "agent/libZelCore/audit_log.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
@@ -21,6 +22,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kConfigurationFile = "zelagent.ini";
+constexpr const char* kInventoryFile = "applications.ini";
 constexpr const char* kLockFile = "zelagent.lock";
 
 // The core that the functions of libZelCore.h work on; null when there is none.
@@ -72,6 +74,7 @@ struct AgentCore::Implementation {
         authenticator(users, settings.fleetSecret,
                       std::chrono::milliseconds(settings.credentialMemoryMs)),
         policy(settings.privacyRules, [this](std::string_view login) { return users.Role(login); }),
+        inventory(config / kInventoryFile),
         remote(settings) {
     if (options.port) settings.port = *options.port;
     context.SetAuditSink([this](const AuditLine& line) {
@@ -99,6 +102,7 @@ struct AgentCore::Implementation {
   UserStore users;
   Authenticator authenticator;
   PrivacyPolicy policy;
+  ApplicationInventory inventory;
   RemoteInvoker remote;
   ActionDatabase actions;
   ActionDatabase::Owner* coreOwner = nullptr;
@@ -114,6 +118,8 @@ AgentCore::AgentCore(const AgentOptions& options) {
   LibraryLog().SetContext(&core.context);
   CoreLog().SetContext(&core.context);
   SetDriveMap(core.settings.drives);
+  if (!core_platform::SetSystemCodePage(core.settings.codePage))
+    CoreLog().WarningWithNL("This system has no code page %u", core.settings.codePage);
   for (const std::string& warning : core.loaded.warnings)
     CoreLog().WarningWithNL("%s: %s", kConfigurationFile, warning.c_str());
 
@@ -121,6 +127,9 @@ AgentCore::AgentCore(const AgentOptions& options) {
   core.actions.Register(
       "PrivacyCheck (string Class, string Name, string Login, string Access)",
       [&core](ZelContainer* request) { return core.policy.Check(request); }, core.coreOwner);
+  core.actions.Register(
+      "GetApplicationInfo (string FileName, int FileSize, string FileChecksum)",
+      [&core](ZelContainer* request) { return core.inventory.Answer(request); }, core.coreOwner);
   current = this;
   CoreLog().PrintWithNL("Agent %s starts, home %S", core.settings.agentName.c_str(),
                         FromNativePath(core.home));

@@ -16,6 +16,13 @@ extern const char kSeparator;
 /// The computer's name, UTF-8; empty when the system does not tell.
 std::string HostName();
 
+/// Whether the system can convert texts of the code page.
+bool IsKnownCodePage(unsigned codePage);
+
+/// Off Windows: what modules take for the system's code page. False, with nothing changed, for one
+/// that is not known. On Windows the system's own rules and this does nothing.
+bool SetSystemCodePage(unsigned codePage);
+
 /// Gives memory that was freed back to the system, where the allocator keeps it otherwise. Takes
 /// about a millisecond for each hundred megabytes.
 void ReturnFreeMemory();

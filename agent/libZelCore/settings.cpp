@@ -95,6 +95,14 @@ std::string SetBindAddress(Target& target, const std::string& value) {
   return {};
 }
 
+std::string SetCodePage(Target& target, const std::string& value) {
+  const std::string error = NumberKey(&Settings::codePage, 1, 65535)(target, value);
+  if (!error.empty()) return error;
+  if (!core_platform::IsKnownCodePage(target.settings.codePage))
+    return "is no code page that this system knows";
+  return {};
+}
+
 std::string SetSecretFile(Target& target, const std::string& value) {
   if (value.empty()) return {};
   const fs::path file = FileName(target, value);
@@ -130,6 +138,7 @@ std::string SetLogLevel(Target& target, const std::string& value) {
 const std::vector<Key>& Keys() {
   static const std::vector<Key> keys = {
       {"agent", "name", SetAgentName},
+      {"system", "code_page", SetCodePage},
       {"http", "address", SetBindAddress},
       {"http", "port", NumberKey(&Settings::port, 0, 65535)},
       {"http", "tls", FlagKey(&Settings::tls)},

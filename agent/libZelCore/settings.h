@@ -24,6 +24,9 @@ struct Settings {
   std::string agentName;               ///< default: the host name
   std::map<char, std::string> drives;  ///< [drives] off Windows
 
+  // [system]
+  uint32_t codePage = 1252;  ///< off Windows
+
   // [http]
   std::string bindAddress = "127.0.0.1";
   uint16_t port = 7460;

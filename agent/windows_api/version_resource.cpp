@@ -150,6 +150,16 @@ std::optional<Block> FindBlock(const Bytes& bytes, std::u16string_view path) {
   return block;
 }
 
+// What stands below "StringFileInfo" is text, even where a resource marks it as something else:
+// callers count its characters.
+bool NamesText(std::u16string_view path) {
+  constexpr std::u16string_view kTexts = u"stringfileinfo";
+  path.remove_prefix(std::min(path.find_first_not_of(u'\\'), path.size()));
+  const std::u16string_view first = path.substr(0, path.find(u'\\'));
+  return std::equal(first.begin(), first.end(), kTexts.begin(), kTexts.end(),
+                    [](char16_t c, char16_t lower) { return Lower(c) == lower; });
+}
+
 }  // namespace
 
 DWORD GetFileVersionInfoSizeW(const WCHAR* path, DWORD* handle) try {
@@ -187,7 +197,8 @@ BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* len
 
   // The declaration is Microsoft's: it hands constant data out as if it could be written.
   *value = const_cast<unsigned char*>(bytes.At(block->valueStart));
-  if (length) *length = static_cast<UINT>(block->valueBytes / (block->isText ? 2 : 1));
+  const size_t unitBytes = block->isText || NamesText(path) ? 2 : 1;
+  if (length) *length = static_cast<UINT>(block->valueBytes / unitBytes);
   return 1;
 } catch (...) {
   return 0;

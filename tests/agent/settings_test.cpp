@@ -24,6 +24,7 @@ TEST(Settings, AreTheDefaultsWithoutAFile) {
   EXPECT_EQ(result.settings.bindAddress, "127.0.0.1");
   EXPECT_FALSE(result.settings.agentName.empty());
   EXPECT_EQ(result.settings.drives.at('C'), "/");
+  EXPECT_EQ(result.settings.codePage, 1252u);
 }
 
 TEST(Settings, TakeEveryKeyOver) {
@@ -32,6 +33,7 @@ TEST(Settings, TakeEveryKeyOver) {
   const SettingsResult result = ParseSettings(
       "\xEF\xBB\xBF# comment\r\n; comment\r\n"
       "[agent]\r\nname = pc-1\r\n[drives]\nC = /c\nd: = /mnt/d\n"
+      "[system]\ncode_page = 932\n"
       "[http]\naddress = ::1\nport = 0\ntls = yes\ncertificate = a.pem\nprivate_key = b.pem\n"
       "allow_plain = yes\nmax_body_bytes = 2048\nmax_connections = 5\nrequest_timeout_ms = 100\n"
       "idle_timeout_ms = 200\ncredential_memory_ms = 0\n"
@@ -44,6 +46,7 @@ TEST(Settings, TakeEveryKeyOver) {
   const Settings& settings = result.settings;
   EXPECT_EQ(settings.agentName, "pc-1");
   EXPECT_EQ(settings.drives, (std::map<char, std::string>{{'C', "/c"}, {'D', "/mnt/d"}}));
+  EXPECT_EQ(settings.codePage, 932u);
   EXPECT_EQ(settings.bindAddress, "::1");
   EXPECT_EQ(settings.port, 0);
   EXPECT_TRUE(settings.tls);
@@ -92,6 +95,9 @@ TEST(Settings, RefuseEachUnusableValueNamingItsLine) {
                            "[log]\nlevel = loud",
                            "[fleet]\nsecret_file = none",
                            "[drives]\nCC = /x",
+                           "[system]\ncode_page = utf-8",
+                           "[system]\ncode_page = 0",
+                           "[system]\ncode_page = 4711",
                            "[drives]\nC = x",
                            "[privacy]\nrule1 = bob, /x",
                            "[privacy]\nrule1 = bob, x, read",

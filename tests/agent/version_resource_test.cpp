@@ -43,6 +43,13 @@ std::optional<std::string> Text(const void* data, const std::u16string& path) {
   return std::string(ZelString(std::basic_string_view<TCHAR>(wide)).Utf8());
 }
 
+std::optional<std::string> Binary(const void* data, const std::u16string& path) {
+  void* value = nullptr;
+  UINT length = 0;
+  if (!VerQueryValueW(data, path.c_str(), &value, &length)) return std::nullopt;
+  return std::string(static_cast<const char*>(value), length);
+}
+
 std::string WithTerminator(const std::string& text) {
   return text + '\0';
 }
@@ -185,6 +192,17 @@ TEST_F(VersionResource, BoundsATextWhoseLengthIsTooLargeByItsBlock) {
             WithTerminator("1.2.3.4"));
 }
 
+TEST_F(VersionResource, CountsCharactersOfTextsThatAreMarkedAsBinary) {
+  pe::Bytes resource = TwoLanguages();
+  pe::Bytes name;
+  pe::PutText(&name, u"FileVersion");
+  const size_t block = resource.find(name) - 6;
+  resource[block + 2] = 16;
+  resource[block + 4] = 0;
+  EXPECT_EQ(Text(resource.data(), u"\\StringFileInfo\\040904b0\\FileVersion"),
+            WithTerminator("1.2.3.4"));
+}
+
 TEST_F(VersionResource, IsAbsentFromALibraryThatEndsTooEarly) {
   const pe::Bytes resource = TwoLanguages();
   const pe::Bytes file = pe::Library(resource);
@@ -209,10 +227,9 @@ TEST_F(VersionResource, WithAnyByteDamagedIsReadWithinItsBounds) {
       const size_t length = std::min<size_t>(data[0] | data[1] << 8, data.size());
       data[0] = static_cast<unsigned char>(length & 0xFF);
       data[1] = static_cast<unsigned char>(length >> 8);
-      for (const char16_t* path :
-           {u"\\", u"\\VarFileInfo\\Translation", u"\\StringFileInfo\\040704e4\\FileVersion"}) {
-        Text(data.data(), path);
-      }
+      Text(data.data(), u"\\StringFileInfo\\040704e4\\FileVersion");
+      Binary(data.data(), u"\\VarFileInfo\\Translation");
+      Binary(data.data(), u"\\");
     }
   }
   EXPECT_GT(found, file.size());

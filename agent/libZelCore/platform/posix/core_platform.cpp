@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "agent/windows_api/code_page.h"
+
 namespace core_platform {
 
 namespace fs = std::filesystem;
@@ -34,6 +36,14 @@ const char kSeparator = '/';
 std::string HostName() {
   char name[256] = {};
   return ::gethostname(name, sizeof name - 1) == 0 ? name : "";
+}
+
+bool IsKnownCodePage(unsigned codePage) {
+  return ::IsKnownCodePage(codePage);
+}
+
+bool SetSystemCodePage(unsigned codePage) {
+  return ::SetSystemCodePage(codePage);
 }
 
 void ReturnFreeMemory() {

@@ -74,6 +74,14 @@ std::string HostName() {
 }
 
 // The system's heap does so by itself.
+bool IsKnownCodePage(unsigned codePage) {
+  return ::IsValidCodePage(codePage);
+}
+
+bool SetSystemCodePage(unsigned) {
+  return true;
+}
+
 void ReturnFreeMemory() {}
 
 bool OthersMayRead(const fs::path&) {
