@@ -2,24 +2,18 @@
 // with memory allocation 1, 2, ... failing. What must hold each time: nothing is thrown, the code
 // is a documented one, and the container holds no parameters and no half-written result.
 
-#include <functional>
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "tests/contract/allocation_fault.h"
+#include "tests/contract/fault_sweep_cases.h"
 #include "tests/contract/module_test.h"
 
 namespace {
 
 using ::testing::AnyOf;
 using Fault = FakeHost::Fault;
-
-struct Case {
-  const char* name;
-  const char* action;
-  ZelContainer params;
-  std::function<void(FakeHost&)> script;
-};
 
 ZelContainer Pair(const char* source, const char* destination) {
   return Texts({{"SourcePath", source}, {"DestinationPath", destination}});
@@ -30,7 +24,96 @@ void AnswerPair(FakeHost& host) {
   AnswerVerdict(host, kWritable);
 }
 
-std::vector<Case> Cases() {
+void AnswerEntry(FakeHost& host, uint32_t attributes, int64_t size) {
+  host.Answer("FileGetAttributes", attributes);
+  host.Answer("FileGetAttributes", attributes);
+  if (size > 0) host.Answer("FileGetSize64", size);
+  host.Answer("FileGetWriteTime", 1000);
+  host.Answer("FileGetMode", 0100644);
+  host.Answer("FileIsAscii", 1);
+}
+
+/// The calls that write a file which exists: up to where its old content has gone.
+void AnswerReplacement(FakeHost& host) {
+  host.Answer("FileExists", 1);
+  host.Answer("FileOpen", 7);
+  host.Answer("FileGetSize", 3);
+  host.AnswerBytes("FileRead", "old");
+  host.Answer("FileRead", 0);
+  host.Answer("FileExists", 0);
+  host.Answer("FileCopy", 0);
+  host.Answer("FileDelete", 0);
+  host.Answer("FileCreate", 8);
+}
+
+std::vector<Case> CasesOfContent() {
+  ZelContainer page = Texts({{"Path", "C:/x"}});
+  page.SetInt32("Count", 1, kNoIndex);
+  ZelContainer wholeFile = Texts({{"Path", "C:/a"}});
+  wholeFile.SetInt32("Length", 5, kNoIndex);
+  return {
+      {.name = "digest",
+       .action = "CoreUtilsFileMD5",
+       .params = Texts({{"FilePath", "C:/a long path that needs memory of its own"}}),
+       .script =
+           [](FakeHost& host) { host.AnswerText("FileMd5", "0123456789abcdef0123456789abcdef"); },
+       .resultKeys = {"FilePath", "FileChecksum"}},
+      {.name = "list directory",
+       .action = "CoreUtilsGetDirList",
+       .params = page,
+       .script =
+           [](FakeHost& host) {
+             AnswerVerdict(host, kReadable);
+             host.AnswerDirectory({{".", 16}, {"sub", 16}, {"a.txt", 128}});
+             AnswerEntry(host, 16, 0);
+             AnswerEntry(host, 128, 5);
+           },
+       .resultKeys = {"Total"}},
+      {.name = "read",
+       .action = "CoreUtilsReadFile",
+       .params = wholeFile,
+       .script =
+           [](FakeHost& host) {
+             host.Answer("FileExists", 1);
+             AnswerVerdict(host, kReadable);
+             host.Answer("FileOpen", 7);
+             host.Answer("FileGetSize", 5);
+             host.AnswerBytes("FileRead", "hello");
+             host.Answer("FileRead", 0);
+           },
+       .resultKeys = {"Result"}},
+      {.name = "write",
+       .action = "CoreUtilsWriteFile",
+       .params = Texts({{"Path", "C:/a"}, {"FileContent", "aGVsbG8="}}),
+       .script =
+           [](FakeHost& host) {
+             AnswerVerdict(host, kWritable);
+             AnswerReplacement(host);
+             host.Answer("FileWrite", 3);
+             host.Answer("FileWrite", 5);
+             host.Answer("FileDelete", 0);
+           },
+       .resultKeys = {"Result"}},
+      {.name = "write a new file",
+       .action = "CoreUtilsWriteFile",
+       .params = Texts({{"Path", "C:/a"}, {"FileContent", ""}}),
+       .script =
+           [](FakeHost& host) {
+             AnswerVerdict(host, kWritable);
+             host.Answer("FileExists", 0);
+             host.Answer("FileCreate", 7);
+             host.Answer("FileExists", 0);
+             host.Answer("FileCopy", 0);
+             host.Answer("FileDelete", 0);
+             host.Answer("FileCreate", 8);
+             host.Answer("FileWrite", 3);
+             host.Answer("FileDelete", 0);
+           },
+       .resultKeys = {"Result"}},
+  };
+}
+
+std::vector<Case> CasesOfFileOperations() {
   ZelContainer recursive = Texts({{"Path", "C:/x"}});
   recursive.SetBool("Recursive", true, kNoIndex);
   return {
@@ -61,12 +144,15 @@ std::vector<Case> Cases() {
          AnswerVerdict(host, kWritable);
          host.Answer("FileDeleteNet", 0);
        }},
-      {"size", "CoreUtilsGetFileSize", Texts({{"Path", "C:/a"}}),
+      {"size",
+       "CoreUtilsGetFileSize",
+       Texts({{"Path", "C:/a"}}),
        [](FakeHost& host) {
          host.Answer("FileExists", 1);
          AnswerVerdict(host, kReadable);
          host.Answer("FileGetSize", 5);
-       }},
+       },
+       {"Result"}},
       {"create directory", "CoreUtilsDirCreate", Texts({{"Path", "C:/x/y"}}),
        [](FakeHost& host) {
          host.Answer("DirExists", 0);
@@ -92,12 +178,37 @@ std::vector<Case> Cases() {
   };
 }
 
-size_t CountCallsUndisturbed(const Case& test) {
+std::vector<Case> Cases() {
+  std::vector<Case> cases = CasesOfFileOperations();
+  for (auto more : {CasesOfContent(), CasesOfSystemCalls()}) {
+    cases.insert(cases.end(), more.begin(), more.end());
+  }
+  return cases;
+}
+
+/// Whether a call is made by destructors: such calls throw nothing.
+bool IsRelease(const std::string& line) {
+  return line.starts_with("FileClose") || line == "CloseDirectory";
+}
+
+/// Whether the container is empty, a refusal, or holds all that the action writes.
+bool IsWhole(const Case& test, const std::string& container) {
+  for (const char* refusal :
+       {"{}", "{Result: Int32 0}", "{Result: Bool false}", "{Result: String \"\"}"}) {
+    if (container == refusal) return true;
+  }
+  return !test.resultKeys.empty() &&
+         std::all_of(test.resultKeys.begin(), test.resultKeys.end(), [&](const std::string& key) {
+           return container.find(key + ": ") != std::string::npos;
+         });
+}
+
+std::vector<std::string> CallsUndisturbed(const Case& test) {
   FakeHost host;
   RegisterModule(host);
   test.script(host);
   EXPECT_EQ(RunAction(host, test.action, test.params).code, kSuccess) << test.name;
-  return host.Transcript().size();
+  return host.Transcript();
 }
 
 Outcome RunWithFault(const Case& test, size_t call, Fault fault) {
@@ -110,9 +221,10 @@ Outcome RunWithFault(const Case& test, size_t call, Fault fault) {
 
 TEST(FaultSweep, AThrowingHostCallGivesFailureAndAnEmptyContainer) {
   for (const Case& test : Cases()) {
-    const size_t calls = CountCallsUndisturbed(test);
-    ASSERT_GE(calls, 2u) << test.name;
-    for (size_t call = 1; call <= calls; ++call) {
+    const std::vector<std::string> calls = CallsUndisturbed(test);
+    ASSERT_GE(calls.size(), 1u) << test.name;
+    for (size_t call = 1; call <= calls.size(); ++call) {
+      if (IsRelease(calls[call - 1])) continue;
       for (const Fault fault : {Fault::kThrowOnce, Fault::kThrowFromHere}) {
         EXPECT_NO_THROW({
           EXPECT_EQ(RunWithFault(test, call, fault), (Outcome{kFailure, "{}"}))
@@ -125,15 +237,14 @@ TEST(FaultSweep, AThrowingHostCallGivesFailureAndAnEmptyContainer) {
 
 TEST(FaultSweep, AFailingHostCallGivesADocumentedCodeAndNoHalfWrittenResult) {
   for (const Case& test : Cases()) {
-    const size_t calls = CountCallsUndisturbed(test);
+    const size_t calls = CallsUndisturbed(test).size();
     for (size_t call = 1; call <= calls; ++call) {
       EXPECT_NO_THROW({
         const Outcome outcome = RunWithFault(test, call, Fault::kAnswerFailure);
         EXPECT_THAT(outcome.code, AnyOf(kSuccess, kFailure, kAccessRefused, kFileNotFound))
             << test.name << ", call " << call;
-        EXPECT_THAT(outcome.container,
-                    AnyOf("{}", "{Result: Int32 0}", "{Result: Int32 5}", "{Result: Bool false}"))
-            << test.name << ", call " << call;
+        EXPECT_TRUE(IsWhole(test, outcome.container))
+            << test.name << ", call " << call << ": " << outcome.container;
       });
     }
   }

@@ -20,9 +20,14 @@ auto EveryActionInOrder(const std::string& context) {
       Registered("CoreUtilsRenameFile (string SourcePath, string DestinationPath)", context),
       Registered("CoreUtilsDeleteFile (string Path)", context),
       Registered("CoreUtilsGetFileSize (string Path)", context),
+      Registered("CoreUtilsGetFileInformation (string Path)", context),
+      Registered("CoreUtilsGetFileSystems ()", context),
+      Registered("CoreUtilsGetDirList (string Path)", context),
+      Registered("CoreUtilsReadFile (string Path, int Offset, int Length)", context),
+      Registered("CoreUtilsWriteFile (string Path, string FileContent)", context),
       Registered("CoreUtilsDirCreate (string Path)", context),
       Registered("CoreUtilsDirRename (string SourcePath, string DestinationPath)", context),
-      Registered("CoreUtilsDirDelete", context));
+      Registered("CoreUtilsDirDelete", context), Registered("CoreUtilsFileMD5 ()", context));
 }
 
 TEST(Registry, PublishesEveryActionInOrderWithTheAgentsContext) {

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "tests/fake_host/transcript.h"
+
 namespace {
 
 FakeHost* currentHost = nullptr;
@@ -12,46 +14,6 @@ FakeHost* currentHost = nullptr;
 std::vector<std::pair<std::string, std::string>>& ConstructedLoggers() {
   static std::vector<std::pair<std::string, std::string>> loggers;
   return loggers;
-}
-
-std::string Quote(std::string_view text) {
-  std::string quoted = "\"";
-  for (const char character : text) {
-    if (static_cast<unsigned char>(character) < 0x20) {
-      constexpr const char* kDigits = "0123456789abcdef";
-      quoted += std::string("\\x") + kDigits[character >> 4] + kDigits[character & 15];
-    } else {
-      quoted += character;
-    }
-  }
-  return quoted + "\"";
-}
-
-std::string Quote(const ZelString& text) {
-  return Quote(text.Utf8());
-}
-
-std::string Quote(const ZelString* text) {
-  return text ? Quote(*text) : "null";
-}
-
-std::string Flag(bool value) {
-  return value ? "true" : "false";
-}
-
-std::string Pointer(const void* pointer) {
-  return pointer ? std::to_string(reinterpret_cast<uintptr_t>(pointer)) : "null";
-}
-
-std::string AllBits(uint32_t value) {
-  return value == ~0U ? "~0" : std::to_string(value);
-}
-
-template <typename... Parts>
-std::string List(const std::string& first, const Parts&... rest) {
-  std::string list = first;
-  ((list += ", " + std::string(rest)), ...);
-  return list;
 }
 
 std::string DescribeValue(const ZelContainer::Entry& entry, size_t index) {
@@ -118,6 +80,8 @@ std::string Describe(const ZelContainer& container) {
 
 FakeHost::FakeHost() : complain_([](const std::string& what) { ADD_FAILURE() << what; }) {
   if (currentHost) throw std::logic_error("a fake host exists already");
+  // Enough for every test that lets memory run out: see NoteRelease.
+  transcript_.reserve(1000);
   currentHost = this;
 }
 
@@ -130,16 +94,33 @@ FakeHost::~FakeHost() {
 }
 
 void FakeHost::Answer(const std::string& function, int64_t value) {
-  answers_[function].push({value, {}, {}});
+  answers_[function].push({.value = value});
+}
+
+void FakeHost::AnswerAlways(const std::string& function, int64_t value) {
+  standing_[function] = value;
 }
 
 void FakeHost::AnswerText(const std::string& function, const ZelString& text) {
-  answers_[function].push({0, text, {}});
+  answers_[function].push({.text = text});
+}
+
+void FakeHost::AnswerBytes(const std::string& function, std::string bytes) {
+  const auto count = static_cast<int64_t>(bytes.size());
+  AnswerBytes(function, std::move(bytes), count);
+}
+
+void FakeHost::AnswerBytes(const std::string& function, std::string bytes, int64_t value) {
+  answers_[function].push({.value = value, .bytes = std::move(bytes), .hasBytes = true});
+}
+
+void FakeHost::AnswerDirectory(std::vector<DirectoryEntry> entries) {
+  answers_["OpenDirectory"].push({.entries = std::move(entries), .isDirectory = true});
 }
 
 void FakeHost::AnswerInvocation(uint32_t code, std::function<void(ZelContainer&)> change,
                                 const std::string& function) {
-  answers_[function].push({code, {}, std::move(change)});
+  answers_[function].push({.value = code, .change = std::move(change)});
 }
 
 void FakeHost::FailCall(size_t n, Fault fault) {
@@ -180,16 +161,36 @@ void FakeHost::Note(const std::string& line) {
   }
 }
 
+void FakeHost::NoteRelease(const char* line) noexcept {
+  if (transcript_.size() < transcript_.capacity()) transcript_.emplace_back(line);
+  ++calls_;
+}
+
+bool FakeHost::NoteAndTest(const std::string& line) {
+  Note(line);
+  return !IsFailingCall();
+}
+
+const std::string& FakeHost::Keep(std::string bytes) {
+  return kept_.emplace_back(std::move(bytes));
+}
+
+void FakeHost::Complain(const std::string& what) {
+  if (!failingCall_) complain_(what);
+}
+
 FakeHost::ScriptedAnswer FakeHost::Ask(const std::string& function, const std::string& arguments,
                                        int64_t failure) {
   const std::string line = function + "(" + arguments + ")";
   Note(line);
-  if (IsFailingCall()) return {failure, {}, {}};
+  if (IsFailingCall()) return {.value = failure};
 
   std::queue<ScriptedAnswer>& queue = answers_[function];
   if (queue.empty()) {
+    const auto standing = standing_.find(function);
+    if (standing != standing_.end()) return {.value = standing->second};
     if (!failingCall_) complain_("no answer is scripted for " + line);
-    return {failure, {}, {}};
+    return {.value = failure};
   }
   ScriptedAnswer answer = std::move(queue.front());
   queue.pop();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <queue>
@@ -31,6 +32,21 @@ class FakeHost {
 
   /// What the next call of `function` returns (a flag is 0 or 1, a pointer its number).
   void Answer(const std::string& function, int64_t value);
+  /// What every call of `function` returns that has no answer of its own. Not missed when nobody
+  /// asks.
+  void AnswerAlways(const std::string& function, int64_t value);
+  /// What the next call of `function` fills in, for those that give bytes; it returns `value`,
+  /// which is their number unless said otherwise.
+  void AnswerBytes(const std::string& function, std::string bytes);
+  void AnswerBytes(const std::string& function, std::string bytes, int64_t value);
+  struct DirectoryEntry {
+    ZelString name;
+    /// What `ZelDirectory` tells of the entry; `FileGetAttributes` has answers of its own.
+    uint32_t attributes = 0;
+  };
+  /// What the next directory opened by `OpenDirectory` holds, in this order. To refuse: Answer it
+  /// 0.
+  void AnswerDirectory(std::vector<DirectoryEntry> entries);
   /// What the next call of `function` returns or fills in, for those that give a text.
   void AnswerText(const std::string& function, const ZelString& text);
   /// What the next ActionDbInvokeContainer (or InvokeContainerToMasterWithTempTunnel, when
@@ -72,12 +88,26 @@ class FakeHost {
   // For the functions of the fake alone.
   struct ScriptedAnswer {
     int64_t value = 0;
-    ZelString text;
-    std::function<void(ZelContainer&)> change;
+    ZelString text = {};
+    std::string bytes = {};
+    bool hasBytes = false;
+    std::vector<DirectoryEntry> entries = {};
+    bool isDirectory = false;
+    std::function<void(ZelContainer&)> change = {};
   };
   static FakeHost& Current();
   /// Notes a call that answers nothing; throws when this call is to fail by throwing.
   void Note(const std::string& line);
+  /// Notes a call that releases something, as destructors make it: it answers nothing that matters
+  /// and throws nothing, whatever is to fail. `line` has at most 15 characters, so that even
+  /// without memory it finds its place in the transcript.
+  void NoteRelease(const char* line) noexcept;
+  /// Notes a call that needs no script; false when it is to answer failure.
+  bool NoteAndTest(const std::string& line);
+  /// Keeps bytes that a call hands out a pointer to, as long as this host.
+  const std::string& Keep(std::string bytes);
+  /// Reports an answer that does not fit its call, unless a call was made to fail.
+  void Complain(const std::string& what);
   /// Notes a call and takes its answer, or `failure`.
   ScriptedAnswer Ask(const std::string& function, const std::string& arguments,
                      int64_t failure = 0);
@@ -89,6 +119,8 @@ class FakeHost {
   std::vector<std::string> transcript_;
   std::vector<Registration> registrations_;
   std::map<std::string, std::queue<ScriptedAnswer>> answers_;
+  std::map<std::string, int64_t> standing_;
+  std::deque<std::string> kept_;
   Complaint complain_;
   size_t calls_ = 0;
   size_t failingCall_ = 0;

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/contract/module_test.h"
+
+/// A call with what the host answers when all goes well.
+struct Case {
+  const char* name;
+  const char* action;
+  ZelContainer params;
+  std::function<void(FakeHost&)> script;
+  /// What the container holds after success, where it holds anything.
+  std::vector<std::string> resultKeys = {};
+};
+
+/// Cases of actions that call the system itself: on Windows it answers, elsewhere the fake host.
+std::vector<Case> CasesOfSystemCalls();

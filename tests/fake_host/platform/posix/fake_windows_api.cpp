@@ -1,0 +1,110 @@
+// The calls of the Windows API. On Windows nothing stands in for them: the tests that script them
+// run where they are the agent's own.
+
+#include <algorithm>
+#include <cstring>
+
+#include "tests/fake_host/fake_host.h"
+#include "tests/fake_host/transcript.h"
+#include "windows_api.h"
+
+namespace {
+
+/// Whether an optional argument was passed.
+const char* Presence(const void* pointer) {
+  return pointer ? "given" : "null";
+}
+
+std::string Number(int64_t value) {
+  return std::to_string(value);
+}
+
+std::string QuoteWide(const WCHAR* wide, int count) {
+  if (!wide) return "null";
+  const std::basic_string_view<WCHAR> text(wide, static_cast<size_t>(count));
+  return Quote(ZelString(text));
+}
+
+/// Copies a text with its terminator, cut to `size` characters.
+void Fill(WCHAR* buffer, DWORD size, const ZelString& text) {
+  if (!buffer || size == 0) return;
+  const size_t count = std::min<size_t>(text.GetSize(kEncodingUtf16) / 2, size - 1);
+  std::memcpy(buffer, text.GetTCHAR(), count * sizeof(WCHAR));
+  buffer[count] = 0;
+}
+
+/// Copies what was scripted, complaining when it does not fit.
+bool FillBytes(const char* function, void* buffer, size_t size, const std::string& bytes) {
+  if (bytes.size() > size) {
+    FakeHost::Current().Complain(std::string("more bytes are scripted than fit for ") + function);
+    return false;
+  }
+  if (!bytes.empty()) std::memcpy(buffer, bytes.data(), bytes.size());
+  return true;
+}
+
+}  // namespace
+
+UINT GetDriveTypeW(const WCHAR* root) {
+  return static_cast<UINT>(FakeHost::Current().Ask("GetDriveTypeW", Quote(ZelString(root))).value);
+}
+
+BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD labelSize, DWORD* serialNumber,
+                           DWORD* componentLength, DWORD* flags, WCHAR* fileSystem,
+                           DWORD fileSystemSize) {
+  const std::string arguments = List(Quote(ZelString(root)), Presence(label), Number(labelSize),
+                                     Presence(serialNumber), Presence(componentLength),
+                                     Presence(flags), Presence(fileSystem), Number(fileSystemSize));
+  const FakeHost::ScriptedAnswer answer =
+      FakeHost::Current().Ask("GetVolumeInformationW", arguments);
+  if (!answer.hasBytes) return static_cast<BOOL>(answer.value);
+  Fill(label, labelSize, answer.bytes);
+  Fill(fileSystem, fileSystemSize, "NTFS");
+  return static_cast<BOOL>(answer.value);
+}
+
+int MultiByteToWideChar(UINT codePage, DWORD flags, const char* bytes, int byteCount, WCHAR* wide,
+                        int wideSize) {
+  const std::string text =
+      bytes ? QuoteBytes({bytes, static_cast<size_t>(byteCount)}) : std::string("null");
+  const std::string arguments = List(Number(codePage), Number(flags), text, Number(byteCount),
+                                     Presence(wide), Number(wideSize));
+  const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("MultiByteToWideChar", arguments);
+  const size_t room = wide ? static_cast<size_t>(wideSize) * sizeof(WCHAR) : 0;
+  if (!FillBytes("MultiByteToWideChar", wide, room, answer.bytes)) return 0;
+  return static_cast<int>(answer.value);
+}
+
+int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideCount, char* bytes,
+                        int byteSize, const char* defaultChar, BOOL* usedDefault) {
+  const std::string arguments =
+      List(Number(codePage), Number(flags), QuoteWide(wide, wideCount), Number(wideCount),
+           Presence(bytes), Number(byteSize), Presence(defaultChar), Presence(usedDefault));
+  const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("WideCharToMultiByte", arguments);
+  const size_t room = bytes ? static_cast<size_t>(byteSize) : 0;
+  if (!FillBytes("WideCharToMultiByte", bytes, room, answer.bytes)) return 0;
+  return static_cast<int>(answer.value);
+}
+
+DWORD GetFileVersionInfoSizeW(const WCHAR* path, DWORD* handle) {
+  const std::string arguments = List(Quote(ZelString(path)), Presence(handle));
+  return static_cast<DWORD>(FakeHost::Current().Ask("GetFileVersionInfoSizeW", arguments).value);
+}
+
+BOOL GetFileVersionInfoW(const WCHAR* path, DWORD handle, DWORD size, void* data) {
+  const std::string arguments = List(Quote(ZelString(path)), Number(handle), Number(size));
+  const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("GetFileVersionInfoW", arguments);
+  if (!FillBytes("GetFileVersionInfoW", data, size, answer.bytes)) return 0;
+  return answer.value != 0;
+}
+
+BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* length) {
+  FakeHost& host = FakeHost::Current();
+  const std::string arguments =
+      List(QuoteBytes(static_cast<const char*>(data)), Quote(ZelString(path)));
+  FakeHost::ScriptedAnswer answer = host.Ask("VerQueryValueW", arguments);
+  if (!answer.hasBytes) return static_cast<BOOL>(answer.value);
+  *value = const_cast<char*>(host.Keep(std::move(answer.bytes)).data());
+  *length = static_cast<UINT>(answer.value);
+  return 1;
+}
