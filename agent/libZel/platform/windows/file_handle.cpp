@@ -6,13 +6,14 @@
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/open_file.h"
 #include "agent/libZel/platform/windows/file_security.h"
-#include "agent/libZel/platform/windows/replace_file.h"
+#include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 
 namespace file_system {
 namespace {
 
 constexpr DWORD kMaxReadBytes = DWORD{1} << 30;
+constexpr int kErrorQuota = 1295;  // ERROR_DISK_QUOTA_EXCEEDED of winerror.h
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 int ErrorOf(BOOL succeeded) {
@@ -118,15 +119,14 @@ int RemoveFileNow(const std::filesystem::path& path, bool force) {
 }
 
 bool IsDiskFull(int error) {
-  return error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL ||
-         error == ERROR_DISK_QUOTA_EXCEEDED;
+  return error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL || error == kErrorQuota;
 }
 
 int ReplaceByLink(const std::filesystem::path& source, const std::filesystem::path& destination) {
   const std::filesystem::path link = Beside(destination, RandomName());
   int error = ErrorOf(CreateHardLinkW(link.c_str(), source.c_str(), nullptr));
   if (error != 0) return error;
-  error = ReplaceFile(link, destination);
+  error = MoveOver(link, destination);
   if (error != 0) DeleteFileW(link.c_str());
   return error;
 }

@@ -5,7 +5,7 @@
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/platform/windows/file_security.h"
-#include "agent/libZel/platform/windows/replace_file.h"
+#include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 
 namespace file_system {
@@ -115,7 +115,7 @@ int PendingFile::Commit(bool replace) {
   self.file.Close();
   int error = 0;
   if (replace) {
-    error = ReplaceFile(self.temporary, self.destination);
+    error = MoveOver(self.temporary, self.destination);
   } else if (!MoveFileExW(self.temporary.c_str(), self.destination.c_str(), 0)) {
     error = static_cast<int>(GetLastError());
   }

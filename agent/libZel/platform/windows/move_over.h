@@ -13,6 +13,6 @@ std::filesystem::path Beside(const std::filesystem::path& path, const std::wstri
 
 /// Renames a file, in place of the file `destination` where there is one, even while that is open
 /// (as far as those who have it open allow it to be deleted). Returns an error number.
-int ReplaceFile(const std::filesystem::path& source, const std::filesystem::path& destination);
+int MoveOver(const std::filesystem::path& source, const std::filesystem::path& destination);
 
 }  // namespace file_system

@@ -1,4 +1,4 @@
-#include "agent/libZel/platform/windows/replace_file.h"
+#include "agent/libZel/platform/windows/move_over.h"
 
 #include <windows.h>
 
@@ -35,7 +35,7 @@ std::filesystem::path Beside(const std::filesystem::path& path, const std::wstri
   return text.substr(0, text.find_last_of(L"\\/") + 1) + name;
 }
 
-int ReplaceFile(const std::filesystem::path& source, const std::filesystem::path& destination) {
+int MoveOver(const std::filesystem::path& source, const std::filesystem::path& destination) {
   const int error = Move(source, destination, MOVEFILE_REPLACE_EXISTING);
   if (error == 0 || !MayBeOpen(destination, error)) return error;
 
