@@ -50,6 +50,54 @@ TEST(FakeHost, ThrowsFromTheChosenCallAlone) {
   EXPECT_EQ(FileExists("C:/c"), 1);
 }
 
+TEST(FakeHost, ComplainsOfMoreBytesThanThereIsRoomFor) {
+  std::vector<std::string> complaints;
+  FakeHost host;
+  host.ComplainTo([&](const std::string& what) { complaints.push_back(what); });
+  host.AnswerBytes("FileRead", "hello");
+  char buffer[4];
+
+  EXPECT_EQ(FileRead(7, buffer, sizeof(buffer)), 0xFFFFFFFF);
+
+  EXPECT_THAT(complaints, ElementsAre("more bytes are scripted than FileRead(7, 4) has room for"));
+}
+
+TEST(FakeHost, GivesTheEntriesOfADirectoryInTheirOrder) {
+  FakeHost host;
+  host.AnswerDirectory({{"b", 2}, {"a", 16}});
+
+  DIR* directory = OpenDirectory("C:/d/");
+  ASSERT_NE(directory, nullptr);
+  EXPECT_EQ(ZelString(ReadDirectory(directory)->name), "b");
+  EXPECT_EQ(directory->attributes, 2u);
+  EXPECT_EQ(ZelString(ReadDirectory(directory)->name), "a");
+  EXPECT_EQ(directory->attributes, 16u);
+  EXPECT_EQ(ReadDirectory(directory), nullptr);
+  CloseDirectory(directory);
+
+  EXPECT_THAT(host.Transcript(), ElementsAre("OpenDirectory(\"C:/d/\")", "ReadDirectory",
+                                             "ReadDirectory", "ReadDirectory", "CloseDirectory"));
+}
+
+TEST(FakeHost, PrefersAnAnswerOfItsOwnToAStandingOne) {
+  FakeHost host;
+  host.AnswerAlways("FileExists", 1);
+  host.Answer("FileExists", 0);
+
+  EXPECT_EQ(FileExists("C:/a"), 0);
+  EXPECT_EQ(FileExists("C:/a"), 1);
+  EXPECT_EQ(FileExists("C:/a"), 1);
+}
+
+TEST(FakeHost, LetsReleasesPassWhenEverythingThrows) {
+  FakeHost host;
+  host.FailCall(1, FakeHost::Fault::kThrowFromHere);
+
+  EXPECT_NO_THROW(FileClose(7));
+
+  EXPECT_THAT(host.Transcript(), ElementsAre("FileClose(7)"));
+}
+
 TEST(FakeHost, ShowsEveryArgumentOfAnInvocation) {
   FakeHost host;
   host.AnswerInvocation(0);

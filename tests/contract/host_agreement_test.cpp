@@ -5,11 +5,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "libZel.h"
 
@@ -51,6 +53,33 @@ class HostAgreement : public ::testing::Test {
   void ExpectError(const char* function, Call call) {
     ScriptAnswer(function, -1);
     EXPECT_NE(call(), 0) << function;
+  }
+  void ExpectDigest(const std::string& digest, const std::string& name) {
+    ScriptText("FileMd5", digest);
+    EXPECT_EQ(FileMd5(In(name)), digest);
+  }
+  /// A handle of the host under test; `handle` is what the fake makes of it.
+  static int Scripted(const char* function, int handle, int (*call)(const ZelString&, int),
+                      const ZelString& path) {
+    ScriptAnswer(function, handle);
+    return call(path, 0);
+  }
+  int Open(const std::string& name) const { return Scripted("FileOpen", 7, FileOpen, In(name)); }
+  int Create(const std::string& name) const {
+    return Scripted("FileCreate", 8, FileCreate, In(name));
+  }
+  /// Reads into a buffer of `room` bytes and expects these.
+  static void ExpectRead(int handle, uint32_t room, const std::string& bytes) {
+    std::string buffer(room, '\0');
+    ScriptBytes("FileRead", bytes);
+    ASSERT_EQ(FileRead(handle, buffer.data(), room), bytes.size());
+    EXPECT_EQ(buffer.substr(0, bytes.size()), bytes);
+  }
+  void ExpectContent(const std::string& name, const std::string& content) {
+    const int handle = Open(name);
+    ASSERT_NE(handle, -1) << name;
+    ExpectRead(handle, 100, content);
+    EXPECT_EQ(FileClose(handle), 0);
   }
 
  private:
@@ -140,6 +169,131 @@ TEST_F(HostAgreement, OnDeletedDirectories) {
   ExpectAnswer("DirDelete", 1, [&] { return DirDelete(In("d"), 1, 0); });
   ExpectAnswer("DirExists", 0, [&] { return DirExists(In("d")); });
   ExpectAnswer("DirDelete", 0, [&] { return DirDelete(In("d"), 1, 0); });
+}
+
+TEST_F(HostAgreement, OnFactsOfFiles) {
+  WriteFile("a.txt", "hello");
+  MakeDirectory("d");
+
+  ExpectAnswer("FileGetSize64", 5, [&] { return FileGetSize64(In("a.txt")); });
+  ExpectAnswer("FileGetSize64", -1, [&] { return FileGetSize64(In("no")); });
+  ExpectAnswer("FileGetWriteTime", 0xFFFFFFFF, [&] { return FileGetWriteTime(In("no")); });
+  ExpectAnswer("FileGetMode", 0, [&] { return FileGetMode(In("no")); });
+  ExpectAnswer("FileGetMode", 0100000, [&] { return FileGetMode(In("a.txt")) & 0170000; });
+  ExpectAnswer("FileGetMode", 040000, [&] { return FileGetMode(In("d")) & 0170000; });
+  ExpectAnswer("FileGetAttributes", 0xFFFFFFFF, [&] { return FileGetAttributes(In("no")); });
+  ExpectAnswer("FileGetAttributes", 0, [&] { return FileGetAttributes(In("a.txt")) & 16; });
+  ExpectAnswer("FileGetAttributes", 16, [&] { return FileGetAttributes(In("d")) & 16; });
+}
+
+TEST_F(HostAgreement, OnText) {
+  WriteFile("a.txt", "hello\n");
+  WriteFile("a.bin", std::string("he\0llo", 6));
+  WriteFile("empty", "");
+
+  ExpectAnswer("FileIsAscii", 1, [&] { return FileIsAscii(In("a.txt")); });
+  ExpectAnswer("FileIsAscii", 0, [&] { return FileIsAscii(In("a.bin")); });
+  ExpectAnswer("FileIsAscii", 1, [&] { return FileIsAscii(In("empty")); });
+  ExpectAnswer("FileIsAscii", 0, [&] { return FileIsAscii(In("no")); });
+  ExpectAnswer("File::FileIsValid", 1, [&] { return File(In("a.txt")).FileIsValid(); });
+  ExpectAnswer("File::FileIsValid", 0, [&] { return File(In("a.bin")).FileIsValid(); });
+  ExpectAnswer("File::FileIsValid", 0, [&] { return File(In("no")).FileIsValid(); });
+}
+
+TEST_F(HostAgreement, OnDigests) {
+  WriteFile("a.txt", "hello");
+  WriteFile("empty", "");
+  MakeDirectory("d");
+
+  ExpectDigest("5d41402abc4b2a76b9719d911017c592", "a.txt");
+  ExpectDigest("d41d8cd98f00b204e9800998ecf8427e", "empty");
+  ExpectDigest("", "no");
+  ExpectDigest("", "d");
+}
+
+TEST_F(HostAgreement, OnReading) {
+  WriteFile("a.txt", "hello");
+
+  const int handle = Open("a.txt");
+  ASSERT_NE(handle, -1);
+  ExpectRead(handle, 3, "hel");
+  ExpectRead(handle, 3, "lo");
+  ExpectRead(handle, 3, "");
+  ExpectRead(handle, 3, "");
+  EXPECT_EQ(FileClose(handle), 0);
+
+  ExpectAnswer("FileOpen", -1, [&] { return FileOpen(In("no"), 0); });
+  MakeDirectory("d");
+  ExpectAnswer("FileOpen", -1, [&] { return FileOpen(In("d"), 0); });
+  char byte = 0;
+  ExpectAnswer("FileRead", 0xFFFFFFFF, [&] { return FileRead(-1, &byte, 1); });
+}
+
+TEST_F(HostAgreement, OnWriting) {
+  const int handle = Create("a.txt");
+  ASSERT_NE(handle, -1);
+  ExpectAnswer("FileWrite", 3, [&] { return FileWrite(handle, "abc", 3); });
+  ExpectAnswer("FileWrite", 2, [&] { return FileWrite(handle, "de", 2); });
+  EXPECT_EQ(FileClose(handle), 0);
+
+  ExpectContent("a.txt", "abcde");
+  ExpectAnswer("FileCreate", -1, [&] { return FileCreate(In("a.txt"), 0); });
+  ExpectAnswer("FileCreate", -1, [&] { return FileCreate(In("no/a.txt"), 0); });
+  ExpectAnswer("FileWrite", 0xFFFFFFFF, [&] { return FileWrite(-1, "abc", 3); });
+}
+
+TEST_F(HostAgreement, OnLocalCopiesAndDeletions) {
+  WriteFile("a.txt", "hello");
+
+  ExpectAnswer("FileCopy", 0, [&] { return FileCopy(In("a.txt"), In("b.txt"), 0); });
+  ExpectAnswer("FileCopy", 0, [&] { return FileCopy(In("a.txt"), In("b.txt"), 0); });
+  ExpectContent("b.txt", "hello");
+  ExpectError("FileCopy", [&] { return FileCopy(In("a.txt"), In("b.txt"), 1); });
+  ExpectError("FileCopy", [&] { return FileCopy(In("no"), In("c.txt"), 0); });
+  ExpectAnswer("FileDelete", 0, [&] { return FileDelete(In("b.txt"), 0); });
+  ExpectError("FileDelete", [&] { return FileDelete(In("b.txt"), 0); });
+  ExpectAnswer("FileExists", 1, [&] { return FileExists(In("a.txt")); });
+}
+
+TEST_F(HostAgreement, OnAFileThatIsRestoredWhileItsSuccessorIsOpen) {
+  WriteFile("a.txt.tmp0", "old");
+
+  const int handle = Create("a.txt");
+  ASSERT_NE(handle, -1);
+  ExpectAnswer("FileWrite", 3, [&] { return FileWrite(handle, "new", 3); });
+  ExpectAnswer("FileCopy", 0, [&] { return FileCopy(In("a.txt.tmp0"), In("a.txt"), 0); });
+  ExpectAnswer("FileDelete", 0, [&] { return FileDelete(In("a.txt.tmp0"), 0); });
+  EXPECT_EQ(FileClose(handle), 0);
+
+  ExpectContent("a.txt", "old");
+}
+
+TEST_F(HostAgreement, OnDirectoriesThatAreRead) {
+  WriteFile("a.txt", "hello");
+  MakeDirectory("d");
+  ScriptDirectory({".", "..", "a.txt", "d"});
+
+  DIR* directory = OpenDirectory(In(""));
+  ASSERT_NE(directory, nullptr);
+  std::vector<std::string> names;
+  while (const dirent* entry = ReadDirectory(directory)) {
+    names.emplace_back(ZelString(entry->name).Utf8());
+  }
+  EXPECT_EQ(ReadDirectory(directory), nullptr);
+  CloseDirectory(directory);
+
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{".", "..", "a.txt", "d"}));
+}
+
+TEST_F(HostAgreement, OnDirectoriesThatCannotBeRead) {
+  WriteFile("a.txt", "hello");
+
+  for (const char* name : {"no", "a.txt"}) {
+    ScriptAnswer("OpenDirectory", 0);
+    EXPECT_EQ(OpenDirectory(In(name)), nullptr) << name;
+  }
+  CloseDirectory(nullptr);
 }
 
 }  // namespace
