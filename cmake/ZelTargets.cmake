@@ -44,3 +44,23 @@ function(zel_add_test name)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
                        PROPERTIES TIMEOUT 120 LABELS ${name})
 endfunction()
+
+# Gives a program or library of the Windows build its version resource. The resource compiler is kept
+# away from the target's own options, which it would not understand.
+function(zel_add_version ZEL_TARGET ZEL_DESCRIPTION)
+  if(NOT WIN32)
+    return()
+  endif()
+  get_target_property(type ${ZEL_TARGET} TYPE)
+  set(ZEL_FILE_TYPE 2)
+  if(type STREQUAL "EXECUTABLE")
+    set(ZEL_FILE_TYPE 1)
+  endif()
+  set(ZEL_VERSION_TEXT ${PROJECT_VERSION}.0)
+  string(REPLACE "." "," ZEL_VERSION_WORDS ${ZEL_VERSION_TEXT})
+  set(file ${CMAKE_CURRENT_BINARY_DIR}/${ZEL_TARGET}_version)
+  configure_file(${CMAKE_SOURCE_DIR}/cmake/version.rc.in ${file}.rc.in @ONLY)
+  file(GENERATE OUTPUT ${file}.rc INPUT ${file}.rc.in)
+  add_library(${ZEL_TARGET}_version OBJECT ${file}.rc)
+  target_sources(${ZEL_TARGET} PRIVATE $<TARGET_OBJECTS:${ZEL_TARGET}_version>)
+endfunction()

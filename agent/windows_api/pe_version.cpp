@@ -89,6 +89,7 @@ class Image {
 
   bool ReadSections(uint64_t offset, size_t count) {
     constexpr size_t kSectionBytes = 40;
+    if (count == 0) return false;
     std::vector<unsigned char> table(count * kSectionBytes);
     if (!readAt_(offset, table.data(), table.size())) return false;
     for (size_t i = 0; i < count; ++i) {
