@@ -2,8 +2,6 @@
 
 #include <aclapi.h>
 
-#include <string>
-
 namespace file_system {
 namespace {
 
@@ -12,15 +10,18 @@ constexpr SECURITY_INFORMATION kOwner = OWNER_SECURITY_INFORMATION | GROUP_SECUR
 void ReadDescriptor(const std::filesystem::path& path, Security* security) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (GetNamedSecurityInfoW(path.c_str(), SE_FILE_OBJECT, kOwner | DACL_SECURITY_INFORMATION,
-                            &security->owner, &security->group, &security->dacl, nullptr,
+                            nullptr, nullptr, &security->dacl, nullptr,
                             &descriptor) != ERROR_SUCCESS) {
     return;
   }
   security->descriptor.reset(descriptor);
   SECURITY_DESCRIPTOR_CONTROL control = 0;
   DWORD revision = 0;
-  security->isProtected = GetSecurityDescriptorControl(descriptor, &control, &revision) &&
-                          (control & SE_DACL_PROTECTED) != 0;
+  if (GetSecurityDescriptorControl(descriptor, &control, &revision) &&
+      (control & SE_DACL_AUTO_INHERITED) != 0) {
+    // Without this, what the list has from the directory would count as the file's own.
+    SetSecurityDescriptorControl(descriptor, SE_DACL_AUTO_INHERIT_REQ, SE_DACL_AUTO_INHERIT_REQ);
+  }
 }
 
 }  // namespace
@@ -48,15 +49,10 @@ CreationSecurity::CreationSecurity(const Security* security) {
 
 void ApplySecurity(const Security& security, const std::filesystem::path& path) {
   if (!security.descriptor) return;
-  std::wstring name = path.native();
   // Another owner needs a privilege that the agent may lack.
-  SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, kOwner, security.owner, security.group,
-                        nullptr, nullptr);
-  const SECURITY_INFORMATION inheritance = security.isProtected
-                                               ? PROTECTED_DACL_SECURITY_INFORMATION
-                                               : UNPROTECTED_DACL_SECURITY_INFORMATION;
-  SetNamedSecurityInfoW(name.data(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | inheritance,
-                        nullptr, nullptr, security.dacl, nullptr);
+  SetFileSecurityW(path.c_str(), kOwner, security.descriptor.get());
+  // The list as it stands: what the directory hands down today must not add to it.
+  SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, security.descriptor.get());
 }
 
 }  // namespace file_system

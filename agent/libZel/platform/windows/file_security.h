@@ -14,13 +14,10 @@ struct FreeLocal {
 };
 
 struct Security {
-  /// A self-relative security descriptor, which the other pointers lead into; null when the file
-  /// system has none. A null `dacl` lets everybody do everything.
+  /// A self-relative security descriptor, which `dacl` leads into; null when the file system has
+  /// none. A null `dacl` lets everybody do everything.
   std::unique_ptr<void, FreeLocal> descriptor;
-  PSID owner = nullptr;
-  PSID group = nullptr;
   PACL dacl = nullptr;
-  bool isProtected = false;
   /// FILE_ATTRIBUTE_HIDDEN and FILE_ATTRIBUTE_SYSTEM as far as the file has them.
   DWORD attributes = 0;
 };

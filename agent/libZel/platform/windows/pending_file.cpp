@@ -16,12 +16,11 @@ constexpr size_t kMaxWriteBytes = size_t{1} << 30;
 constexpr int64_t kUnixEpochTicks = 116444736000000000;
 constexpr int64_t kTicksPerSecond = 10000000;
 
-// Makes a copy writable, gives it the times of its source and brings it to the disk.
+// Gives a copy the attributes and times of its source, makes it writable and brings it to the disk.
 int Finish(const std::filesystem::path& path, const WIN32_FILE_ATTRIBUTE_DATA& source) {
-  const DWORD attributes = GetFileAttributesW(path.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return static_cast<int>(GetLastError());
-  if ((attributes & FILE_ATTRIBUTE_READONLY) != 0 &&
-      !SetFileAttributesW(path.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY)) {
+  constexpr DWORD kKept = FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+  const DWORD attributes = source.dwFileAttributes & kKept;
+  if (!SetFileAttributesW(path.c_str(), attributes != 0 ? attributes : FILE_ATTRIBUTE_NORMAL)) {
     return static_cast<int>(GetLastError());
   }
   const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
