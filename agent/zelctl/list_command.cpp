@@ -62,7 +62,7 @@ ActionReply RequestRows(AgentClient& agent, const ListOptions& options, ZelConta
                         int64_t offset, int64_t count) {
   if (offset > 0) parameters.SetInt32("Offset", static_cast<int32_t>(offset), kNoIndex);
   if (count > 0) parameters.SetInt32("Count", static_cast<int32_t>(count), kNoIndex);
-  const ActionReply reply = Invoke(agent, kGetDirList, parameters);
+  ActionReply reply = Invoke(agent, kGetDirList, parameters);
   if (reply.code == kFailureCode) {
     throw Failure(ExitStatus::kActionFailed,
                   options.path + ": cannot be opened: it is no directory, does not exist, or the " +
