@@ -61,7 +61,7 @@ def test_the_products_of_the_windows_build_tell_their_version(agent, product):
     }
 
 
-@pytest.mark.parametrize("program", ["notepad.exe", "shell32.dll"])
+@pytest.mark.parametrize("program", ["comctl32.dll", "msi.dll", "shell32.dll"])
 def test_programs_of_the_machine_tell_their_version(agent, program):
     file = WINE_PROGRAMS / program
     code, container = information(agent, file)
