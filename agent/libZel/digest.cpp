@@ -1,21 +1,19 @@
 #include <openssl/evp.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 
 #include "agent/libZel/boundary.h"
-#include "agent/libZel/http_file.h"
-#include "agent/libZel/native_path.h"
+#include "agent/libZel/file_checks.h"
+#include "agent/libZel/open_file.h"
 #include "agent/libZel/outcome.h"
-#include "agent/libZel/path_parts.h"
-#include "agent/libZel/source_file.h"
 #include "libZel/file.h"
-#include "libZel/url.h"
 
 namespace {
 
-constexpr size_t kPieceBytes = size_t{1} << 20;
+constexpr uint32_t kPieceBytes = uint32_t{1} << 20;
 
 struct FreeContext {
   void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
@@ -32,14 +30,14 @@ std::string Hexadecimal(const unsigned char* bytes, size_t count) {
   return text;
 }
 
-Outcome DigestOf(file_system::SourceFile* file, ZelString* digest) {
+Outcome DigestOf(file_system::OpenFile* file, ZelString* digest) {
   const Outcome noDigest = FailedBecause("the cryptographic library offers no MD5");
   const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
   if (!context || EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return noDigest;
 
   const std::unique_ptr<char[]> piece(new char[kPieceBytes]);
   for (;;) {
-    size_t count = 0;
+    uint32_t count = 0;
     const int error = file->Read(piece.get(), kPieceBytes, &count);
     if (error != 0) return OutcomeOf(error);
     if (count == 0) break;
@@ -52,17 +50,12 @@ Outcome DigestOf(file_system::SourceFile* file, ZelString* digest) {
   return {};
 }
 
-ZelString ForLog(const ZelString& path) {
-  return UrlParseInet::CanHandleUrl(path) != 0 ? http_file::WithoutCredentials(path) : path;
-}
-
 Outcome Md5(const ZelString& path, ZelString* digest) {
-  const NativePath native = ToNativePath(path);
-  if (!native) return FailedBecause(native.error);
-  if (IsPathSeparator(path.Utf8().back())) {
-    return FailedBecause("a path that ends in a separator names a directory");
-  }
-  file_system::SourceFile file;
+  const NativePath native = ToNativeFile(path);
+  if (!native) return InvalidName(native);
+  const Outcome source = CheckSource(file_system::Look(native.path));
+  if (!source) return source;
+  file_system::OpenFile file;
   const int error = file.Open(native.path);
   return error == 0 ? DigestOf(&file, digest) : OutcomeOf(error);
 }

@@ -4,14 +4,13 @@
 #include <string>
 
 #include "agent/libZel/boundary.h"
+#include "agent/libZel/file_checks.h"
 #include "agent/libZel/file_system.h"
-#include "agent/libZel/http_file.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/outcome.h"
 #include "agent/libZel/path_parts.h"
 #include "agent/libZel/per_thread.h"
 #include "libZel/directory.h"
-#include "libZel/url.h"
 
 namespace {
 
@@ -36,10 +35,6 @@ Listing*& CurrentListing() {
 void Forget(const Listing* listing) {
   Listing*& current = CurrentListing();
   if (current == listing) current = nullptr;
-}
-
-ZelString ForLog(const ZelString& path) {
-  return UrlParseInet::CanHandleUrl(path) != 0 ? http_file::WithoutCredentials(path) : path;
 }
 
 void LogFailure(const ZelString& path, const ZelString& reason) {

@@ -18,10 +18,6 @@ bool IsUrl(const ZelString& path) {
   return UrlParseInet::CanHandleUrl(path) != 0;
 }
 
-ZelString ForLog(const ZelString& path) {
-  return IsUrl(path) ? http_file::WithoutCredentials(path) : path;
-}
-
 Outcome CopyOnDisk(const std::filesystem::path& source, const std::filesystem::path& destination,
                    bool replace) {
   const Status status = file_system::Look(source);

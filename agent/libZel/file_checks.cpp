@@ -1,6 +1,8 @@
 #include "agent/libZel/file_checks.h"
 
+#include "agent/libZel/http_file.h"
 #include "agent/libZel/path_parts.h"
+#include "libZel/url.h"
 
 using file_system::Kind;
 using file_system::Status;
@@ -11,6 +13,10 @@ NativePath ToNativeFile(const ZelString& path) {
     native.error = "a path that ends in a separator names a directory";
   }
   return native;
+}
+
+ZelString ForLog(const ZelString& path) {
+  return UrlParseInet::CanHandleUrl(path) != 0 ? http_file::WithoutCredentials(path) : path;
 }
 
 Outcome InvalidName(const NativePath& path) {

@@ -11,6 +11,9 @@
 /// The native path of a file. What ends in a separator is a directory, even where none is.
 NativePath ToNativeFile(const ZelString& path);
 
+/// The path as a log may hold it: a URL without its credentials.
+ZelString ForLog(const ZelString& path);
+
 /// The failure of an operation whose path has no native form.
 Outcome InvalidName(const NativePath& path);
 

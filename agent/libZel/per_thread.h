@@ -24,7 +24,7 @@ class PerThread {
 
   T& Get() {
     if (void* const value = pthread_getspecific(key_)) return *static_cast<T*>(value);
-    T* const made = new T;
+    T* const made = new T();
     if (pthread_setspecific(key_, made) != 0) {
       delete made;
       throw std::bad_alloc();

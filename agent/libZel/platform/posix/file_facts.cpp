@@ -7,7 +7,6 @@
 
 #include "agent/libZel/platform/posix/stat_facts.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
-#include "agent/libZel/source_file.h"
 #include "agent/libZel/text_test.h"
 
 namespace {
@@ -75,34 +74,6 @@ FileFacts FactsOf(const std::filesystem::path& path) {
 
 bool IsTextFile(const std::filesystem::path& path) {
   return IsTextAt(AT_FDCWD, path.c_str());
-}
-
-struct SourceFile::Implementation {
-  UniqueFd fd;
-};
-
-SourceFile::SourceFile() : implementation_(std::make_unique<Implementation>()) {}
-SourceFile::~SourceFile() = default;
-
-int SourceFile::Open(const std::filesystem::path& path) {
-  // Looked at first, because opening alone can have an effect on a device.
-  struct stat info;
-  if (stat(path.c_str(), &info) != 0) return errno;
-  if (S_ISDIR(info.st_mode)) return EISDIR;
-  if (!S_ISREG(info.st_mode)) return EOPNOTSUPP;
-  UniqueFd fd(open(path.c_str(), kReadFlags));
-  if (!fd) return errno;
-  if (fstat(fd.Get(), &info) != 0) return errno;
-  if (!S_ISREG(info.st_mode)) return EOPNOTSUPP;
-  posix_fadvise(fd.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-  implementation_->fd = std::move(fd);
-  return 0;
-}
-
-int SourceFile::Read(char* buffer, size_t size, size_t* count) {
-  const ssize_t result = ReadSome(implementation_->fd.Get(), buffer, size);
-  *count = result < 0 ? 0 : static_cast<size_t>(result);
-  return result < 0 ? errno : 0;
 }
 
 }  // namespace file_system

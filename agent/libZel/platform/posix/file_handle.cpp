@@ -4,13 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <random>
 #include <string>
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/open_file.h"
 #include "agent/libZel/platform/posix/file_security.h"
+#include "agent/libZel/platform/posix/pending_file.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
@@ -20,29 +19,11 @@ constexpr uint32_t kMaxReadBytes = uint32_t{1} << 30;
 constexpr int kMaxNameAttempts = 100;
 constexpr mode_t kAnyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 
-int WriteAll(int fd, const char* bytes, size_t count) {
-  while (count > 0) {
-    const ssize_t written = write(fd, bytes, count);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return errno;
-    bytes += written;
-    count -= static_cast<size_t>(written);
-  }
-  return 0;
-}
-
-std::string RandomName() {
-  std::random_device random;
-  char name[32];
-  std::snprintf(name, sizeof name, ".zel-%08x%08x.tmp", random(), random());
-  return name;
-}
-
 // Links the file that `source` leads to under a new name in `directory`.
 int LinkBeside(const std::filesystem::path& source, const std::filesystem::path& directory,
                std::filesystem::path* link) {
   for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
-    *link = directory / RandomName();
+    *link = directory / TemporaryName();
     if (linkat(AT_FDCWD, source.c_str(), AT_FDCWD, link->c_str(), AT_SYMLINK_FOLLOW) == 0) return 0;
     if (errno != EEXIST) return errno;
   }
@@ -69,6 +50,7 @@ int OpenFile::Open(const std::filesystem::path& path) {
   if (fstat(file.Get(), &info) != 0) return errno;
   if (S_ISDIR(info.st_mode)) return kErrorIsDirectory;
   if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
+  posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
   implementation_->file = std::move(file);
   return 0;
 }

@@ -11,19 +11,13 @@
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/platform/posix/file_security.h"
+#include "agent/libZel/platform/posix/pending_file.h"
 #include "agent/libZel/platform/posix/rename.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
-namespace {
 
-constexpr size_t kBufferBytes = 256 * 1024;
-constexpr size_t kKernelCopyBytes = size_t{1} << 30;
-constexpr int kMaxNameAttempts = 100;
-// Set-user-ID and its like stay behind: the copy may have another owner.
-constexpr mode_t kPermissions = 0777;
-
-std::string RandomName() {
+std::string TemporaryName() {
   std::random_device random;
   char name[32];
   std::snprintf(name, sizeof name, ".zel-%08x%08x.tmp", random(), random());
@@ -40,6 +34,14 @@ int WriteAll(int fd, const char* bytes, size_t count) {
   }
   return 0;
 }
+
+namespace {
+
+constexpr size_t kBufferBytes = 256 * 1024;
+constexpr size_t kKernelCopyBytes = size_t{1} << 30;
+constexpr int kMaxNameAttempts = 100;
+// Set-user-ID and its like stay behind: the copy may have another owner.
+constexpr mode_t kPermissions = 0777;
 
 // Copies up to `limit` bytes, to the end of the source at most, from where both files stand. As far
 // as the two file systems let it, the kernel does it. Returns an error number.
@@ -133,7 +135,7 @@ int PendingFile::Create(const std::filesystem::path& destination) {
   if (!self.directory) return errno;
 
   for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
-    std::string name = RandomName();
+    std::string name = TemporaryName();
     self.file = UniqueFd(openat(self.directory.Get(), name.c_str(),
                                 O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
     if (self.file) {

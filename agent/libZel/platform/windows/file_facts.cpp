@@ -7,7 +7,6 @@
 
 #include "agent/libZel/platform/windows/find_facts.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
-#include "agent/libZel/source_file.h"
 #include "agent/libZel/text_test.h"
 
 namespace {
@@ -158,30 +157,6 @@ bool IsTextFile(const std::filesystem::path& path) {
   DWORD count = 0;
   if (!ReadFile(handle.Get(), bytes, sizeof bytes, &count, nullptr)) return false;
   return LooksLikeText(bytes, count);
-}
-
-struct SourceFile::Implementation {
-  UniqueHandle handle;
-};
-
-SourceFile::SourceFile() : implementation_(std::make_unique<Implementation>()) {}
-SourceFile::~SourceFile() = default;
-
-int SourceFile::Open(const std::filesystem::path& path) {
-  UniqueHandle handle = OpenToRead(path, FILE_FLAG_SEQUENTIAL_SCAN);
-  if (!handle) return static_cast<int>(GetLastError());
-  if (GetFileType(handle.Get()) != FILE_TYPE_DISK) return ERROR_NOT_SUPPORTED;
-  implementation_->handle = std::move(handle);
-  return 0;
-}
-
-int SourceFile::Read(char* buffer, size_t size, size_t* count) {
-  constexpr size_t kMostBytes = size_t{1} << 30;
-  DWORD result = 0;
-  const auto wanted = static_cast<DWORD>(size < kMostBytes ? size : kMostBytes);
-  const bool isRead = ReadFile(implementation_->handle.Get(), buffer, wanted, &result, nullptr);
-  *count = isRead ? result : 0;
-  return isRead ? 0 : static_cast<int>(GetLastError());
 }
 
 }  // namespace file_system
