@@ -207,6 +207,27 @@ TEST_F(GetDirList, LeavesOutItselfItsParentAndTheVolumesFolder) {
   EXPECT_THAT(Names(Parameters("C:/d")), ElementsAre("...", ".a", "system volume information"));
 }
 
+TEST_F(GetDirList, ListsNamesThatOnlyContainTheVolumesFolder) {
+  Script({{.name = "My System Volume Information"}, {.name = "System Volume Information 2"}});
+
+  EXPECT_THAT(Names(Parameters("C:/d")),
+              ElementsAre("My System Volume Information", "System Volume Information 2"));
+}
+
+TEST_F(GetDirList, TakesEntriesWithoutAttributesForDirectoriesUnlessTheyEndInSys) {
+  constexpr uint32_t kNoAttributes = 0xFFFFFFFF;
+  Script({{.name = "gone.sys", .attributes = kNoAttributes},
+          {.name = "gone", .attributes = kNoAttributes}},
+         false);
+  ZelContainer params = Parameters("C:/d");
+  params.SetBool("Parameters", false, kNoIndex);
+
+  EXPECT_EQ(Run("CoreUtilsGetDirList", params),
+            (Outcome{kSuccess,
+                     "{Values: [{Name: String \"gone\", IsDirectory: Bool true}, "
+                     "{Name: String \"gone.sys\", IsDirectory: Bool false}]}"}));
+}
+
 TEST_F(GetDirList, TakesSystemFilesThatLookLikeDirectoriesForFiles) {
   const uint32_t both = kSystem | kDirectory;
   AnswerVerdict(host, kReadable);
@@ -321,6 +342,25 @@ TEST_F(GetDirList, OrdersByTheNamedColumn) {
     Script(entries);
     EXPECT_EQ(Names(Ordered(column, "Desc")), std::vector(order.rbegin(), order.rend())) << column;
   }
+}
+
+TEST_F(GetDirList, OrdersSizesAsSignedNumbers) {
+  const std::vector<Listed> entries = {
+      {.name = "a", .size = 5}, {.name = "b", .size = -2}, {.name = "c", .size = -1}};
+  Script(entries);
+  const std::vector<ZelContainer> rows = Rows(Ordered("_COLNAME_SIZE_", "Asc"));
+
+  const std::pair<const char*, int64_t> expected[] = {{"b", -2}, {"c", 0}, {"a", 5}};
+  ASSERT_EQ(rows.size(), std::size(expected));
+  for (size_t i = 0; i < rows.size(); ++i) {
+    int64_t size = INT_MAX;
+    rows[i].GetInt64("Size", &size, kNoIndex);
+    EXPECT_EQ(ReadString(rows[i], "Name"), expected[i].first);
+    EXPECT_EQ(size, expected[i].second) << expected[i].first;
+  }
+
+  Script(entries);
+  EXPECT_THAT(Names(Ordered("_COLNAME_SIZE_", "Desc")), ElementsAre("a", "c", "b"));
 }
 
 TEST_F(GetDirList, SettlesTiesByNameInTheSameDirection) {
@@ -535,6 +575,42 @@ TEST_F(GetDirList, AnswersNoRowsForANegativeCount) {
   }
   Script(Numbered(4));
   EXPECT_THAT(Names(Page(INT_MIN, INT_MAX)), IsEmpty());
+}
+
+TEST_F(GetDirList, TellsTheTotalBesideTheRows) {
+  Script(Numbered(3), false);
+  ZelContainer params = Page(1, 1);
+  params.SetBool("Parameters", false, kNoIndex);
+
+  EXPECT_EQ(Run("CoreUtilsGetDirList", params),
+            (Outcome{kSuccess,
+                     "{Values: [{Name: String \"1\", IsDirectory: Bool false}], "
+                     "Total: Int32 3}"}));
+}
+
+TEST_F(GetDirList, TakesAPageInTextsForAbsent) {
+  Script(Numbered(3));
+  ZelContainer params = Parameters("C:/d/");
+  params.SetString("Offset", "1", kNoIndex);
+  params.SetString("Count", "1", kNoIndex);
+
+  EXPECT_THAT(Names(params), ElementsAre("0", "1", "2"));
+  EXPECT_EQ(total, -1);
+}
+
+TEST_F(GetDirList, GathersDetailsWhenParametersIsAText) {
+  for (const char* text : {"false", "0", ""}) {
+    Script({{.name = "a", .size = 5}});
+    ZelContainer params = Parameters("C:/d/");
+    params.SetString("Parameters", text, kNoIndex);
+
+    EXPECT_EQ(Run("CoreUtilsGetDirList", params),
+              (Outcome{kSuccess,
+                       "{Values: [{Name: String \"a\", IsDirectory: Bool false, Size: Int64 5, "
+                       "ModifyDate: Int32 0, Mode: Int32 0, IsText: Bool false, "
+                       "IsHidden: Bool false}]}"}))
+        << text;
+  }
 }
 
 TEST_F(GetDirList, DropsParametersAndRowsThatWereSentIn) {

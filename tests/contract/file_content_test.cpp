@@ -194,6 +194,62 @@ TEST_F(ReadFile, PutsAFileTogetherFromPiecesOfAnySize) {
   EXPECT_EQ(Run("CoreUtilsReadFile", ReadParameters(kPath, 0, 7)), ContentOutcome("abcd"));
 }
 
+TEST_F(ReadFile, UnderstandsALengthOf64BitsThatFitsInto32) {
+  const std::pair<int64_t, const char*> lengths[] = {
+      {0, ""}, {3, "hel"}, {5, "hello"}, {0x80000000LL, "hello"}, {0xFFFFFFFFLL, "hello"}};
+  for (const auto& [length, text] : lengths) {
+    ZelContainer params = Texts({{"Path", kPath}});
+    params.SetInt64("Length", length, kNoIndex);
+    AnswerReadableFile(host, "hello");
+
+    EXPECT_EQ(Run("CoreUtilsReadFile", params), ContentOutcome(text)) << length;
+  }
+}
+
+TEST_F(ReadFile, TakesALengthThatIsATextForAbsent) {
+  AnswerReadableFile(host, "hello");
+
+  EXPECT_EQ(Run("CoreUtilsReadFile", Texts({{"Path", kPath}, {"Length", "5"}})),
+            TextOutcome(kSuccess, ""));
+
+  EXPECT_EQ(host.Transcript()[0], "Detail \"Reading file C:\\in\\a.txt (offset 0, length 0)\"");
+}
+
+TEST_F(ReadFile, AsksNoPrivacyPolicyAboutUrls) {
+  host.Answer("FileExists", 1);
+  AnswerLoading(host, "hello");
+
+  EXPECT_EQ(Run("CoreUtilsReadFile", ReadParameters("http://files.example/a.txt", 0, 5)),
+            ContentOutcome("hello"));
+
+  EXPECT_EQ(host.Transcript()[1], "FileExists(\"http://files.example/a.txt\")");
+}
+
+TEST_F(ReadFile, TakesHandleZeroForAnOpenedFile) {
+  AnswerVerdict(host, kReadable);
+  host.Answer("FileExists", 1);
+  host.Answer("FileOpen", 0);
+  host.Answer("FileGetSize", 5);
+  host.AnswerBytes("FileRead", "hello");
+  host.Answer("FileRead", 0);
+
+  EXPECT_EQ(Run("CoreUtilsReadFile", ReadParameters(kPath, 0, 5)), ContentOutcome("hello"));
+
+  EXPECT_THAT(After(5, host.Transcript()),
+              ElementsAre("FileRead(0, 4096)", "FileRead(0, 8187)", "FileClose(0)"));
+}
+
+TEST_F(ReadFile, TakesEveryAnswerButZeroForAFileThatExists) {
+  for (const int answer : {-1, 2, INT_MIN}) {
+    AnswerVerdict(host, kReadable);
+    host.Answer("FileExists", answer);
+    AnswerLoading(host, "hello");
+
+    EXPECT_EQ(Run("CoreUtilsReadFile", ReadParameters(kPath, 0, 5)), ContentOutcome("hello"))
+        << answer;
+  }
+}
+
 // ---- Write ----
 
 const std::string kWriting = "Detail \"Writing file C:\\in\\a.txt\"";
@@ -341,6 +397,80 @@ TEST_F(WriteFile, WritesTheDecodedBytesWhateverTheyAre) {
   EXPECT_EQ(Write(Base64("\0\xFF\xC3\r\n"s)), (Outcome{kSuccess, "{}"}));
 
   EXPECT_EQ(FromTheCopyOn()[4], "FileWrite(8, \"\\x00\\xff\\xc3\\x0d\\x0a\", 5)");
+}
+
+TEST_F(WriteFile, LeavesAMarkInTheContentBehindItsOwn) {
+  AnswerExisting("old");
+  AnswerReplacement();
+  AnswerWriting(8);
+
+  EXPECT_EQ(Write(Base64(kUtf8Mark + "hello")), (Outcome{kSuccess, "{}"}));
+
+  EXPECT_THAT(FromTheCopyOn(),
+              ElementsAre(kSave, kDelete, kCreate, kWriteMark,
+                          "FileWrite(8, \"\\xef\\xbb\\xbfhello\", 8)", kDeleteTemporary, kClose));
+}
+
+TEST_F(WriteFile, AsksNoPrivacyPolicyAboutUrls) {
+  const char* url = "http://files.example/a.txt";
+  host.Answer("FileExists", 0);
+  host.Answer("FileCreate", 9);
+  host.Answer("FileExists", 0);
+  AnswerReplacement();
+  AnswerWriting(5);
+
+  EXPECT_EQ(Run("CoreUtilsWriteFile", WriteParameters(url, Base64("hello"))),
+            (Outcome{kSuccess, "{}"}));
+
+  EXPECT_EQ(host.Transcript()[1], "FileExists(\"http://files.example/a.txt\")");
+}
+
+TEST_F(WriteFile, TakesHandleZeroForACreatedFile) {
+  AnswerVerdict(host, kWritable);
+  host.Answer("FileExists", 0);
+  host.Answer("FileCreate", 0);
+  host.Answer("FileExists", 0);
+  host.Answer("FileCopy", 0);
+  host.Answer("FileDelete", 0);
+  host.Answer("FileCreate", 0);
+  AnswerWriting(5);
+
+  EXPECT_EQ(Write(Base64("hello")), (Outcome{kSuccess, "{}"}));
+
+  EXPECT_THAT(After(3, host.Transcript()),
+              ElementsAre(kCreate, "FileClose(0)", kTemporaryExists, kSave, kDelete, kCreate,
+                          "FileWrite(0, \"\\xef\\xbb\\xbf\", 3)", "FileWrite(0, \"hello\", 5)",
+                          kDeleteTemporary, "FileClose(0)"));
+}
+
+TEST_F(WriteFile, TellsTheFormOfAFileThatIsOpenedWithHandleZero) {
+  AnswerVerdict(host, kWritable);
+  host.Answer("FileExists", 1);
+  host.Answer("FileOpen", 0);
+  host.Answer("FileGetSize", 2);
+  host.AnswerBytes("FileRead", kUtf16LittleMark);
+  host.Answer("FileRead", 0);
+
+  EXPECT_EQ(Write(Base64("hello")), kUnsupported);
+}
+
+TEST_F(WriteFile, TakesEveryAnswerButZeroForAFileThatExists) {
+  for (const int answer : {-1, 2, INT_MIN}) {
+    host.ForgetTranscript();
+    AnswerVerdict(host, kWritable);
+    host.Answer("FileExists", answer);
+    AnswerLoading(host, "old");
+    // The first temporary name is taken, the second is free.
+    host.Answer("FileExists", answer);
+    host.Answer("FileExists", 0);
+    AnswerReplacement();
+    AnswerWriting(5);
+
+    EXPECT_EQ(Write(Base64("hello")), (Outcome{kSuccess, "{}"})) << answer;
+
+    EXPECT_EQ(FromTheCopyOn().front(), "FileCopy(\"C:\\in\\a.txt\", \"C:\\in\\a.txt.tmp1\", 0)")
+        << answer;
+  }
 }
 
 TEST_F(WriteFile, TakesAFileThatCannotBeLoadedAsUtf8) {
@@ -508,6 +638,36 @@ TEST_F(WriteFile, BringsTheOldContentBackWhenTheMarkAloneCannotBeWritten) {
 
   EXPECT_THAT(FromTheCopyOn(), ElementsAre(kSave, kDelete, kCreate, kWriteMark, kBringBack,
                                            kDeleteTemporary, kClose));
+}
+
+TEST_F(WriteFile, DeletesTheTemporaryEvenWhenTheOldContentCannotBeBroughtBack) {
+  for (const int error : {1, -1, 5}) {
+    host.ForgetTranscript();
+    AnswerExisting("old");
+    AnswerReplacement();
+    host.Answer("FileWrite", 3);
+    host.Answer("FileWrite", 0xFFFFFFFF - 3);
+    host.Answer("FileCopy", error);
+    host.Answer("FileDelete", 0);
+
+    EXPECT_EQ(Write(Base64("hello")), TextOutcome(kFailure, ""));
+
+    EXPECT_THAT(FromTheCopyOn(), ElementsAre(kSave, kDelete, kCreate, kWriteMark, kWriteHello,
+                                             kBringBack, kDeleteTemporary, kClose));
+  }
+}
+
+TEST_F(WriteFile, DeletesTheTemporaryEvenWhenNeitherTheFileNorItsOldContentComesBack) {
+  AnswerExisting("old");
+  host.Answer("FileCopy", 0);
+  host.Answer("FileDelete", 0);
+  host.Answer("FileCreate", -1);
+  host.Answer("FileCopy", 5);
+  host.Answer("FileDelete", 0);
+
+  EXPECT_EQ(Write(Base64("hello")), TextOutcome(kFailure, ""));
+
+  EXPECT_THAT(FromTheCopyOn(), ElementsAre(kSave, kDelete, kCreate, kBringBack, kDeleteTemporary));
 }
 
 TEST_F(WriteFile, LeavesTheTemporaryWhenItCannotBeDeleted) {

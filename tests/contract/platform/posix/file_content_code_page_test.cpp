@@ -63,6 +63,17 @@ TEST_F(ReadFileInCodePage, TakesTextThatEndsInsideACharacterForTheCodePage) {
   EXPECT_EQ(Read(2), ContentOutcome("a\xC3\x83"));
 }
 
+TEST_F(ReadFileInCodePage, LooksForInvalidUtf8InTheWholeFile) {
+  for (const size_t validBytes : {4096U, 5000U, 100000U}) {
+    const std::string valid(validBytes, 'x');
+    const std::string content = valid + "\xE9t";
+    AnswerReadableFile(host, content);
+    AnswerConversion(content);
+
+    EXPECT_EQ(Read(0xFFFFFFFF), ContentOutcome(valid + "\xC3\xA9t")) << validBytes;
+  }
+}
+
 TEST_F(ReadFileInCodePage, TakesMarksCutShortForTheCodePage) {
   for (const std::string& content :
        {"\xFF"s, "\xFE"s, "\xEF"s, "\xEF\xBB"s, "\xFE\xFE"s, "\xFF\xFF"s, "\0\0\xFE"s,
@@ -176,6 +187,22 @@ TEST_F(WriteFileInCodePage, CountsCharactersBeyondTheBasicPlaneAsTwo) {
             "WideCharToMultiByte(0, 0, \"\xF0\x9F\x98\x80\", 2, null, 0, null, null)");
 }
 
+TEST_F(WriteFileInCodePage, SucceedsWhenLessIsWrittenThanWasAsked) {
+  for (const int written : {4, 1, 0}) {
+    host.ForgetTranscript();
+    AnswerReplacement();
+    host.Answer("WideCharToMultiByte", 5);
+    host.AnswerBytes("WideCharToMultiByte", "hello");
+    host.Answer("FileWrite", written);
+    host.Answer("FileDelete", 0);
+
+    EXPECT_EQ(Write("hello"), (Outcome{kSuccess, "{}"})) << written;
+
+    EXPECT_THAT(LastLines(host.Transcript(), 3),
+                ElementsAre("FileWrite(8, \"hello\", 5)", kDeleteTemporary, "FileClose(8)"));
+  }
+}
+
 TEST_F(WriteFileInCodePage, LeavesAnEmptyFileForEmptyContent) {
   AnswerReplacement();
   host.Answer("WideCharToMultiByte", 0);
@@ -210,6 +237,20 @@ TEST_F(WriteFileInCodePage, BringsTheOldContentBackWhenConvertedTextCannotBeWrit
   host.AnswerBytes("WideCharToMultiByte", "hello");
   host.Answer("FileWrite", 0xFFFFFFFF);
   host.Answer("FileCopy", 0);
+  host.Answer("FileDelete", 0);
+
+  EXPECT_EQ(Write("hello"), TextOutcome(kFailure, ""));
+
+  EXPECT_THAT(LastLines(host.Transcript(), 4), ElementsAre("FileWrite(8, \"hello\", 5)", kBringBack,
+                                                           kDeleteTemporary, "FileClose(8)"));
+}
+
+TEST_F(WriteFileInCodePage, DeletesTheTemporaryEvenWhenTheOldContentCannotBeBroughtBack) {
+  AnswerReplacement();
+  host.Answer("WideCharToMultiByte", 5);
+  host.AnswerBytes("WideCharToMultiByte", "hello");
+  host.Answer("FileWrite", 0xFFFFFFFF);
+  host.Answer("FileCopy", 5);
   host.Answer("FileDelete", 0);
 
   EXPECT_EQ(Write("hello"), TextOutcome(kFailure, ""));

@@ -108,6 +108,28 @@ TEST_F(GetFileInformation, IsRefusedWithoutThePermissionToRead) {
   EXPECT_EQ(host.Transcript().size(), 3u);
 }
 
+TEST_F(GetFileInformation, AsksNoPrivacyPolicyAboutUrls) {
+  host.Answer("FileExists", 1);
+  AnswerNoResource();
+  AnswerRest();
+
+  EXPECT_EQ(Run("CoreUtilsGetFileInformation", Texts({{"Path", "http://files.example/a.exe"}})),
+            Information("", ""));
+
+  EXPECT_EQ(host.Transcript()[2], "GetFileVersionInfoSizeW(\"http://files.example/a.exe\", null)");
+}
+
+TEST_F(GetFileInformation, TakesEveryAnswerButZeroForAFileThatExists) {
+  for (const int answer : {-1, 2}) {
+    host.Answer("FileExists", answer);
+    AnswerVerdict(host, kReadable);
+    AnswerNoResource();
+    AnswerRest();
+
+    EXPECT_EQ(Run("CoreUtilsGetFileInformation", Parameters()), Information("", "")) << answer;
+  }
+}
+
 TEST_F(GetFileInformation, DescribesAFileWithoutAResource) {
   AnswerReadable();
   AnswerNoResource();
@@ -198,6 +220,30 @@ TEST_F(GetFileInformation, TakesTheCallersNameForAnOriginalNameOfLessThanTwoChar
   EXPECT_EQ(Describe(u"xy\0"sv, u"1.2\0"sv), Information("xy", "1.2"));
 }
 
+TEST_F(GetFileInformation, TakesAnOriginalNameOfLengthZeroForNoneWhateverTheCallersName) {
+  EXPECT_EQ(Describe(u""sv, u"1.2\0"sv), Information("", "1.2"));
+
+  // There is memory behind the answer, but none of it is the text's.
+  AnswerReadable();
+  AnswerResource();
+  host.AnswerBytes("VerQueryValueW", kTranslation);
+  host.AnswerBytes("VerQueryValueW", Wide(u"tool.exe\0"sv), 0);
+  AnswerResourceText(u"1.2\0"sv);
+  AnswerRest();
+  EXPECT_EQ(Run("CoreUtilsGetFileInformation", Parameters()), Information("", "1.2"));
+}
+
+TEST_F(GetFileInformation, LeavesAShortOriginalNameEmptyWithoutACallersName) {
+  AnswerReadable();
+  AnswerResource();
+  host.AnswerBytes("VerQueryValueW", kTranslation);
+  AnswerResourceText(u"x\0"sv);
+  AnswerResourceText(u"1.2\0"sv);
+  AnswerRest();
+
+  EXPECT_EQ(Run("CoreUtilsGetFileInformation", Texts({{"Path", kPath}})), Information("", "1.2"));
+}
+
 TEST_F(GetFileInformation, TakesAVersionOfLessThanTwoCharactersForNone) {
   for (const std::u16string_view tooShort : {u"1\0"sv, u"1"sv, u"\0"sv}) {
     EXPECT_EQ(Describe(u"tool.exe\0"sv, tooShort), Information("tool.exe", ""));
@@ -238,6 +284,25 @@ TEST_F(GetFileInformation, NamesTheApplicationThatTheAgentKnows) {
   const Outcome outcome = Run("CoreUtilsGetFileInformation", Parameters());
 
   EXPECT_EQ(outcome.code, kSuccess);
+  EXPECT_NE(outcome.container.find("ApplicationName: String \"Tool\""), std::string::npos)
+      << outcome;
+}
+
+TEST_F(GetFileInformation, PrefersTheAgentsNameOfTheApplicationToTheOriginalName) {
+  AnswerReadable();
+  AnswerResource();
+  host.AnswerBytes("VerQueryValueW", kTranslation);
+  AnswerResourceText(u"tool.exe\0"sv);
+  AnswerResourceText(u"1.2\0"sv);
+  host.AnswerText("FileMd5", kDigest);
+  host.Answer("FileGetSize", 5);
+  host.AnswerInvocation(0, [](ZelContainer& query) { query.SetString("Name", "Tool", kNoIndex); });
+  host.Answer("File::FileIsValid", 0);
+
+  const Outcome outcome = Run("CoreUtilsGetFileInformation", Parameters());
+
+  EXPECT_NE(outcome.container.find("OriginalFileName: String \"tool.exe\""), std::string::npos)
+      << outcome;
   EXPECT_NE(outcome.container.find("ApplicationName: String \"Tool\""), std::string::npos)
       << outcome;
 }

@@ -94,6 +94,32 @@ TEST_F(GetFileSystems, KeepsALabelThatFillsTheBuffer) {
                          std::string(259, 'x') + "\"}]}"}));
 }
 
+TEST_F(GetFileSystems, KeepsALabelThatComesWithAFailure) {
+  AnswerTypes({{'C', 3}});
+  host.AnswerBytes("GetVolumeInformationW", "data", 0);
+
+  EXPECT_EQ(Run("CoreUtilsGetFileSystems", {}),
+            (Outcome{kSuccess,
+                     "{Values: [{Name: String \"C:\", DriveType: Int32 3, "
+                     "VolumeName: String \"data\"}]}"}));
+}
+
+TEST_F(GetFileSystems, ReplacesTheFirstRowsThatWereSentInAndKeepsTheRest) {
+  AnswerTypes({{'D', 3}});
+  host.AnswerBytes("GetVolumeInformationW", "data", 1);
+  ZelContainer params = Texts({{"Other", "mine"}});
+  for (uint32_t row = 0; row < 3; ++row) {
+    params.SetContainer("Values", Texts({{"Mine", std::to_string(row).c_str()}}), row);
+  }
+  params.SetInt32("Total", 7, kNoIndex);
+
+  EXPECT_EQ(Run("CoreUtilsGetFileSystems", params),
+            (Outcome{kSuccess,
+                     "{Other: String \"mine\", Values: [{Name: String \"D:\", "
+                     "DriveType: Int32 3, VolumeName: String \"data\"}, {Mine: String \"1\"}, "
+                     "{Mine: String \"2\"}], Total: Int32 7}"}));
+}
+
 TEST_F(GetFileSystems, SendsParametersBack) {
   AnswerTypes({});
   EXPECT_EQ(Run("CoreUtilsGetFileSystems", Texts({{"Other", "mine"}})),
