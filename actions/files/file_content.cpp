@@ -137,8 +137,8 @@ bool FindForm(const ZelString& path, TextForm* form) {
   return true;
 }
 
-ResultCode Answer(ZelContainer* params, const ZelString& result, ResultCode code) {
-  params->SetString(kResult, result, kNoIndex);
+ResultCode Answer(ZelContainer* params, ZelString&& result, ResultCode code) {
+  params->SetString(kResult, std::move(result), kNoIndex);
   return code;
 }
 

@@ -17,21 +17,49 @@
 
 namespace {
 
-/// An immutable text with a reference count; the bytes follow the header.
+/// An immutable text with a reference count. Behind the header follow its bytes or, for a large one
+/// that was moved in, the string that holds them.
 struct SharedText {
+  static constexpr uint32_t kIsString = ~0U;
+
   std::atomic<uint32_t> references{1};
   uint32_t sizeBytes = 0;
 
-  std::string_view View() const { return {reinterpret_cast<const char*>(this + 1), sizeBytes}; }
+  std::string_view View() const {
+    if (sizeBytes == kIsString) return *String();
+    return {reinterpret_cast<const char*>(this + 1), sizeBytes};
+  }
 
   static SharedText* Make(std::string_view text) {
-    void* memory = ::operator new(sizeof(SharedText) + text.size());
-    auto* made = new (memory) SharedText;
-    made->sizeBytes = static_cast<uint32_t>(text.size());
+    SharedText* const made = Allocate(text.size(), static_cast<uint32_t>(text.size()));
     std::memcpy(reinterpret_cast<char*>(made + 1), text.data(), text.size());
     return made;
   }
+  static SharedText* Make(std::string&& text) {
+    SharedText* const made = Allocate(sizeof text, kIsString);
+    new (made + 1) std::string(std::move(text));
+    return made;
+  }
+  static void Delete(SharedText* text) {
+    if (text->sizeBytes == kIsString) std::destroy_at(text->String());
+    std::destroy_at(text);
+    ::operator delete(text);
+  }
+
+ private:
+  static_assert(alignof(std::string) <= 8);
+
+  static SharedText* Allocate(size_t bytesBehind, uint32_t size) {
+    auto* const made = new (::operator new(sizeof(SharedText) + bytesBehind)) SharedText;
+    made->sizeBytes = size;
+    return made;
+  }
+  std::string* String() { return std::launder(reinterpret_cast<std::string*>(this + 1)); }
+  const std::string* String() const {
+    return std::launder(reinterpret_cast<const std::string*>(this + 1));
+  }
 };
+static_assert(sizeof(SharedText) == 8);
 
 SharedText* RetainText(SharedText* text) {
   text->references.fetch_add(1, std::memory_order_relaxed);
@@ -40,8 +68,7 @@ SharedText* RetainText(SharedText* text) {
 
 void ReleaseText(SharedText* text) {
   if (text->references.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
-  text->~SharedText();
-  ::operator delete(text);
+  SharedText::Delete(text);
 }
 
 /// Owns one reference.
@@ -79,6 +106,8 @@ class RecentKeys {
   std::unique_ptr<TextHandle> places_[kPlaces];
 };
 
+constexpr size_t kMostTextBytes = SharedText::kIsString - 1;
+
 TextHandle KeyText(std::string_view key) {
   constexpr size_t kLongestSharedKey = 64;
   static PerThread<RecentKeys> recentKeys;
@@ -91,13 +120,8 @@ struct ZelContainer::Value {
   enum class Kind : uint8_t { kString, kInt32, kInt64, kBool, kContainer, kList };
   using List = std::vector<Value>;
 
-  static Value Text(std::string_view text) {
-    // Made first: a value of this kind must never be without its text, not even while unwinding.
-    SharedText* made = SharedText::Make(text);
-    Value value(Kind::kString);
-    value.as.text = made;
-    return value;
-  }
+  static Value Text(std::string_view text) { return Holding(SharedText::Make(text)); }
+  static Value Text(std::string&& text) { return Holding(SharedText::Make(std::move(text))); }
   static Value Integer(Kind kind, int64_t number) {
     Value value(kind);
     value.as.integer = number;
@@ -146,6 +170,11 @@ struct ZelContainer::Value {
 
  private:
   explicit Value(Kind kindOfValue) : kind(kindOfValue) { as.integer = 0; }
+  static Value Holding(SharedText* text) {
+    Value value(Kind::kString);
+    value.as.text = text;
+    return value;
+  }
   void Forget() {
     kind = Kind::kInt32;
     as.integer = 0;
@@ -346,8 +375,17 @@ bool ZelContainer::Set(const ZelString& key, Value value, uint32_t index) {
 }
 
 bool ZelContainer::SetString(const ZelString& key, const ZelString& value, uint32_t index) {
-  if (value.GetLength() > std::numeric_limits<uint32_t>::max()) return false;
+  if (value.GetLength() > kMostTextBytes) return false;
   return Set(key, Value::Text(value.Utf8()), index);
+}
+
+bool ZelContainer::SetString(const ZelString& key, ZelString&& value, uint32_t index) {
+  // Small texts take less memory as copies.
+  constexpr size_t kLargeTextBytes = 64 * 1024;
+  if (value.GetLength() < kLargeTextBytes || value.GetLength() > kMostTextBytes) {
+    return SetString(key, std::as_const(value), index);
+  }
+  return Set(key, Value::Text(std::move(value).TakeUtf8()), index);
 }
 
 bool ZelContainer::SetInt32(const ZelString& key, int32_t value, uint32_t index) {

@@ -487,6 +487,11 @@ ZelString& ZelString::FormatList(const ZelString& format,
   return *this;
 }
 
+std::string ZelString::TakeUtf8() && {
+  DropWide();
+  return std::exchange(text_, {});
+}
+
 bool ZelString::IsTextUTF8(const char* bytes, uint32_t byteCount) {
   return byteCount == 0 || IsUtf8(std::string_view(bytes, byteCount));
 }

@@ -4,10 +4,20 @@
 
 namespace {
 
-/// The length of the run of ASCII at the start, looked at eight bytes at a time.
+/// The length of the run of ASCII at the start, looked at in blocks that the compiler takes at
+/// once.
 size_t AsciiRun(std::string_view bytes) {
   constexpr uint64_t kHighBits = 0x8080808080808080;
+  constexpr size_t kBlockBytes = 64;
   size_t length = 0;
+  while (bytes.size() - length >= kBlockBytes) {
+    uint64_t words[kBlockBytes / sizeof(uint64_t)];
+    std::memcpy(words, bytes.data() + length, sizeof words);
+    uint64_t all = 0;
+    for (const uint64_t word : words) all |= word;
+    if ((all & kHighBits) != 0) break;
+    length += kBlockBytes;
+  }
   while (bytes.size() - length >= sizeof(uint64_t)) {
     uint64_t word;
     std::memcpy(&word, bytes.data() + length, sizeof word);

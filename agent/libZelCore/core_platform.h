@@ -23,6 +23,10 @@ bool IsKnownCodePage(unsigned codePage);
 /// that is not known. On Windows the system's own rules and this does nothing.
 bool SetSystemCodePage(unsigned codePage);
 
+/// From now on memory that was freed stays with the process until `ReturnFreeMemory`, where the
+/// allocator would fetch it anew for every large block. Call it once, before memory matters.
+void KeepFreeMemory();
+
 /// Gives memory that was freed back to the system, where the allocator keeps it otherwise. Takes
 /// about a millisecond for each hundred megabytes.
 void ReturnFreeMemory();

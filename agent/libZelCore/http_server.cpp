@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/http_session.h"
 #include "agent/libZelCore/http_shared.h"
 #include "agent/libZelCore/listen_options.h"
@@ -26,6 +27,7 @@ namespace {
 
 constexpr std::chrono::seconds kStopPatience{5};
 constexpr std::chrono::milliseconds kLongestSweepInterval{250};
+constexpr std::chrono::milliseconds kMemoryIdleTime{500};
 constexpr std::chrono::milliseconds kAcceptRetryInterval{50};
 constexpr size_t kDroppedShare = 100;  // of the connections, when a new one finds no room
 
@@ -73,6 +75,7 @@ struct HttpServer::Implementation {
   bool MakeRoom();
   void ScheduleSweep();
   void Sweep();
+  void ReturnMemoryWhenIdle(Clock::time_point now);
   void CloseAcceptor();
   void CloseSessions(bool onlyIdle);
   void Stop();
@@ -264,8 +267,20 @@ void HttpServer::Implementation::Sweep() {
       if (session->HasExpired(Clock::now())) session->Close();
     });
   }
+  ReturnMemoryWhenIdle(now);
   isSweeping = false;
-  if (!sessions.empty()) ScheduleSweep();
+  const bool keepsMemory = shared->lastReply.load() != Clock::time_point();
+  if (!sessions.empty() || (keepsMemory && !shared->isStopping)) ScheduleSweep();
+}
+
+/// Large answers take many times their memory to make. It serves the next one, and goes back to the
+/// system when there is none for a while.
+void HttpServer::Implementation::ReturnMemoryWhenIdle(Clock::time_point now) {
+  Clock::time_point last = shared->lastReply.load();
+  if (last == Clock::time_point() || now - last < kMemoryIdleTime) return;
+  // A new one meanwhile keeps the memory.
+  if (!shared->lastReply.compare_exchange_strong(last, Clock::time_point())) return;
+  core_platform::ReturnFreeMemory();
 }
 
 void HttpServer::Implementation::CloseAcceptor() {
@@ -302,6 +317,7 @@ void HttpServer::Implementation::Stop() {
 }
 
 void HttpServer::Start() {
+  core_platform::KeepFreeMemory();
   Implementation& server = *implementation_;
   const bool isSmallMachine = std::thread::hardware_concurrency() <= 2;
   const size_t networkThreads = isSmallMachine ? 1 : 2;

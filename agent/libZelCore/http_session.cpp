@@ -13,7 +13,6 @@
 #include <limits>
 
 #include "agent/libZelCore/core_log.h"
-#include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/json_codec.h"
 #include "agent/libZelCore/parameter_types.h"
 
@@ -27,7 +26,6 @@ constexpr uint32_t kHeaderLimitBytes = 16 * 1024;
 constexpr size_t kFirstBufferBytes = 1024;  // what an idle connection costs
 constexpr size_t kLargestBufferBytes = 64 * 1024;
 constexpr size_t kKeptReplyBytes = 64 * 1024;
-constexpr size_t kHugeReplyBytes = 1024 * 1024;
 constexpr size_t kHeadRoomBytes = 640;  // in front of a body, for the longest head
 constexpr uint64_t kDiscardedBodyBytes = 64 * 1024;
 constexpr uint64_t kSlowestReaderBytesPerSecond = 64 * 1024;
@@ -465,6 +463,7 @@ void HttpSession::RunAction() {
     EncodeContainer(parameters, &body);
     body += '}';
     parameters.Clear();
+    shared_->lastReply.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
     SendReply(200, {});
   });
 }
@@ -562,11 +561,7 @@ void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
 }
 
 void HttpSession::DropLargeReply() {
-  if (reply_.capacity() <= kKeptReplyBytes) return;
-  const bool isHuge = reply_.capacity() > kHugeReplyBytes;
-  reply_ = std::string();
-  // What led to such a reply took many times its memory.
-  if (isHuge) core_platform::ReturnFreeMemory();
+  if (reply_.capacity() > kKeptReplyBytes) reply_ = std::string();
 }
 
 /// Goes on after a reply that went out at once, perhaps on an action thread.

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <boost/asio/io_context.hpp>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -75,6 +76,8 @@ struct HttpShared {
   FailureSlowdown slowdown;
   PasswordChecker passwordChecker;
   std::atomic<bool> isStopping{false};
+  /// When the last action was answered whose memory has not been given back; the epoch without one.
+  std::atomic<std::chrono::steady_clock::time_point> lastReply{};
   std::vector<std::unique_ptr<boost::asio::io_context>> networks;  ///< one for each network thread
 
  private:

@@ -43,7 +43,10 @@ class ZelContainer {
   /// Writes the single value under `key` (`kNoIndex`), whatever the key held before; or the value
   /// at `index` of its list: an existing one is replaced, the index after the last one appends.
   /// False, with nothing changed, for an index beyond that or a type other than the list's.
+  /// A text holds up to 2^32 - 2 bytes. The second form takes a large text over instead of copying
+  /// it; what is left of `value` then is valid but unspecified.
   bool SetString(const ZelString& key, const ZelString& value, uint32_t index);
+  bool SetString(const ZelString& key, ZelString&& value, uint32_t index);
   bool SetInt32(const ZelString& key, int32_t value, uint32_t index);
   bool SetInt64(const ZelString& key, int64_t value, uint32_t index);
   bool SetBool(const ZelString& key, bool value, uint32_t index);

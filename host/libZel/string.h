@@ -59,6 +59,9 @@ class ZelString {
   /// The bytes inside, valid until the string changes.
   std::string_view Utf8() const { return text_; }
 
+  /// The bytes inside, taken out of a string that is no longer needed.
+  std::string TakeUtf8() &&;
+
   size_t GetLength() const { return text_.size(); }
   bool IsEmpty() const { return text_.empty(); }
   void Clear();

@@ -5,6 +5,7 @@
 #include <limits>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -240,6 +241,25 @@ TEST(ZelContainerThreads, CopiesOfOneContentAreReadAndChangedSideBySide) {
   ZelString first;
   shared.GetString("Values", &first, 0);
   EXPECT_EQ(first, ZelString("0"));
+}
+
+TEST(Container, TakesLargeTextsOver) {
+  for (const size_t size : {0U, 100U, 65535U, 65536U, 1000000U}) {
+    const std::string text(size, 't');
+    ZelContainer container;
+    ZelString value(text);
+    EXPECT_TRUE(container.SetString("a", std::move(value), kNoIndex));
+    EXPECT_TRUE(container.SetString("list", ZelString(text), 0));
+    const ZelContainer copy = container;
+    container.SetString("a", "other", kNoIndex);
+
+    ZelString read;
+    EXPECT_TRUE(copy.GetString("a", &read, kNoIndex));
+    EXPECT_EQ(read.Utf8(), text);
+    EXPECT_TRUE(copy.GetString("list", &read, 0));
+    EXPECT_EQ(read.Utf8(), text);
+    EXPECT_FALSE(copy == container);
+  }
 }
 
 }  // namespace

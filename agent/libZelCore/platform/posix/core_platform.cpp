@@ -46,6 +46,12 @@ bool SetSystemCodePage(unsigned codePage) {
   return ::SetSystemCodePage(codePage);
 }
 
+void KeepFreeMemory() {
+  constexpr int kLargestHeapBlockBytes = 32 << 20;  // the most that mallopt takes
+  mallopt(M_MMAP_THRESHOLD, kLargestHeapBlockBytes);
+  mallopt(M_TRIM_THRESHOLD, 4 * kLargestHeapBlockBytes);
+}
+
 void ReturnFreeMemory() {
   malloc_trim(0);
 }
