@@ -23,6 +23,7 @@ using DWORD = uint32_t;
 using WORD = uint16_t;
 using WCHAR = TCHAR;
 
+// NOLINTBEGIN(readability-identifier-naming): the system's own names
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 
@@ -33,6 +34,7 @@ constexpr UINT DRIVE_FIXED = 3;
 constexpr UINT DRIVE_REMOTE = 4;
 constexpr UINT DRIVE_CDROM = 5;
 constexpr UINT DRIVE_RAMDISK = 6;
+// NOLINTEND(readability-identifier-naming)
 
 extern "C" {
 
