@@ -240,7 +240,7 @@ def bench_start(build, directory):
             urllib.request.urlopen(f"{agent.url}/v1/health", timeout=10).read()
             starts.append(time.perf_counter() - start)
             agent.call("CoreUtilsGetFileSize", {"Path": "/etc/hostname"})
-            time.sleep(0.3)
+            time.sleep(1.5)
             resident.append(agent.resident_bytes())
     return [report_absolute("start to first answer", statistics.median(starts) * 1e3, "ms", 100),
             report_absolute("idle memory", statistics.median(resident) / (1 << 20), "MiB", 12)]
@@ -290,7 +290,7 @@ def bench_listing(build, directory):
     results = []
     with Agent(build, directory / "home") as agent:
         agent.call("CoreUtilsGetFileSize", {"Path": "/etc/hostname"})
-        time.sleep(0.3)
+        time.sleep(1.5)
         idle = agent.resident_bytes()
 
         def run_ours():

@@ -463,7 +463,6 @@ void HttpSession::RunAction() {
     EncodeContainer(parameters, &body);
     body += '}';
     parameters.Clear();
-    shared_->lastReply.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
     SendReply(200, {});
   });
 }
@@ -542,6 +541,7 @@ void HttpSession::AppendHead(unsigned status, std::string_view extraFields, size
 
 void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
   if (shared_->isStopping.load(std::memory_order_relaxed)) closesAfterReply_ = true;
+  shared_->lastReply.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
   AppendHead(status, extraFields, reply_.size() - kHeadRoomBytes);
   if (head_.size() > kHeadRoomBytes) throw std::length_error("the reply's head is too long");
   const size_t start = kHeadRoomBytes - head_.size();

@@ -76,7 +76,7 @@ struct HttpShared {
   FailureSlowdown slowdown;
   PasswordChecker passwordChecker;
   std::atomic<bool> isStopping{false};
-  /// When the last action was answered whose memory has not been given back; the epoch without one.
+  /// When the last reply went out whose memory has not been given back; the epoch without one.
   std::atomic<std::chrono::steady_clock::time_point> lastReply{};
   std::vector<std::unique_ptr<boost::asio::io_context>> networks;  ///< one for each network thread
 
