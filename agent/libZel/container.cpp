@@ -189,6 +189,7 @@ struct ZelContainer::Slot {
 struct ZelContainer::Content {
   /// Above this many keys a search goes through an index.
   static constexpr size_t kMostSearchedInOrder = 16;
+  static constexpr size_t kUsualKeys = 4;
   using Index = std::unordered_map<std::string_view, size_t>;
 
   Content() = default;
@@ -207,6 +208,8 @@ struct ZelContainer::Content {
     return position;
   }
   void Add(std::string_view key, Value value) {
+    // Most containers have a few keys: rows of a table are spared two moves.
+    if (slots.empty()) slots.reserve(kUsualKeys);
     slots.push_back({KeyText(key), std::move(value)});
     if (index != nullptr) {
       index->emplace(slots.back().key.View(), slots.size() - 1);

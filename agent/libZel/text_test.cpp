@@ -23,7 +23,7 @@ bool HasBinary(const unsigned char* bytes, size_t count) {
 }  // namespace
 
 bool LooksLikeText(const char* text, size_t count) {
-  constexpr size_t kBlock = 256;
+  constexpr size_t kBlock = 32;
   const auto* bytes = reinterpret_cast<const unsigned char*>(text);
   for (; count >= kBlock; bytes += kBlock, count -= kBlock) {
     if (HasBinary(bytes, kBlock)) return false;

@@ -462,7 +462,6 @@ void HttpSession::RunAction() {
     body += R"(,"container":)";
     EncodeContainer(parameters, &body);
     body += '}';
-    parameters.Clear();
     SendReply(200, {});
   });
 }

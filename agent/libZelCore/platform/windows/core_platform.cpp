@@ -82,6 +82,8 @@ bool SetSystemCodePage(unsigned) {
   return true;
 }
 
+// The system's heap manages both by itself.
+void KeepFreeMemory() {}
 void ReturnFreeMemory() {}
 
 bool OthersMayRead(const fs::path&) {
