@@ -55,5 +55,12 @@ constexpr uint32_t kInvokeBadReply = 0x80000006;       ///< the peer does not sp
 void ZelAgentGetDataDir(ZelString& directory);
 /// The agent's configuration directory, ending in a separator.
 void ZelAgentGetConfigDir(ZelString& directory);
+/// The agent's executable, a full path.
+void ZelAgentGetExePath(ZelString& path);
+/// The agent's handle of itself: on Windows the module handle of its executable, else null.
+void* ZelAgentGetAppHandle();
+/// Where the proxy of the logged-on user's session listens; empty when there is none. Ask anew each
+/// time: sessions come and go.
+void ZelAgentGetProxyPipeName(ZelString& pipeName);
 /// Where the agent's log and audit lines go; owned by the core, valid until it stops.
 ZelDebugContext* ZelAgentGetDebugContext();

@@ -22,6 +22,8 @@ using UINT = unsigned;
 using DWORD = uint32_t;
 using WORD = uint16_t;
 using WCHAR = TCHAR;
+using HMODULE = void*;
+using FARPROC = void (*)();
 
 // NOLINTBEGIN(readability-identifier-naming): the system's own names
 constexpr UINT CP_ACP = 0;
@@ -74,6 +76,9 @@ BOOL GetFileVersionInfoW(const WCHAR* path, DWORD handle, DWORD size, void* data
 /// "\StringFileInfo\040904b0\FileVersion" (any case). `*value` points into `data`. `*length` is in
 /// characters with the terminator for texts, in bytes for the others. 0 when there is none.
 BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* length);
+
+/// The function that a loaded library exports under `name`; null when there is none.
+FARPROC GetProcAddress(HMODULE library, const char* name);
 
 }  // extern "C"
 

@@ -4,6 +4,7 @@
 #include "libZelCore.h"
 #include "module/module.h"
 #include "module/registry.h"
+#include "module/startup_scripts.h"
 
 namespace {
 
@@ -68,6 +69,8 @@ void Initialise() {
 
 void Activate() {
   moduleLogger.TraceWithNL("Module Activate starting");
+
+  RunStartupScripts();
 }
 
 void Cleanup(uint16_t /*argument*/) {

@@ -10,6 +10,9 @@
 #include "actions/files/file_operations.h"
 #include "actions/files/volumes_and_digest.h"
 #include "actions/programs/file_information.h"
+#include "actions/programs/process_list.h"
+#include "actions/programs/program_launch.h"
+#include "actions/programs/script_runner.h"
 #include "module/action.h"
 #include "module/module.h"
 
@@ -51,6 +54,11 @@ constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsDirCreate (string Path)", CoreUtilsDirCreate},
     {"CoreUtilsDirRename (string SourcePath, string DestinationPath)", CoreUtilsDirRename},
     {"CoreUtilsDirDelete", CoreUtilsDirDelete},
+    {"CoreUtilsRunProgram (string Path)", CoreUtilsRunProgram},
+    {"CoreUtilsRunScript (string Name, container Params, boolean CompileOnly)", CoreUtilsRunScript},
+    {"CoreUtilsListProcess (container Params)", CoreUtilsListProcess},
+    {"CoreUtilsInfosProcessAvailable ()", CoreUtilsInfosProcessAvailable},
+    {"CoreUtilsTerminateProcess (int ProcessID)", CoreUtilsTerminateProcess},
     {"CoreUtilsFileMD5 ()", CoreUtilsFileMD5},
 });
 
@@ -63,7 +71,7 @@ constexpr bool NamesAreUnique() {
   return true;
 }
 
-static_assert(kActions.size() == 13);
+static_assert(kActions.size() == 18);
 static_assert(NamesAreUnique());
 
 /// What the core calls for a row: the handler, behind a wall that no exception passes.

@@ -90,6 +90,13 @@ struct AgentCore::Implementation {
     audit.Write({"libZelCore", user, record.caller.address, text, record.requestId});
   }
 
+  uint32_t AnswerDirectories(ZelContainer* answer) const {
+    answer->Clear();
+    answer->SetString("DataDirectory", WithSeparator(data), kNoIndex);
+    answer->SetString("ConfigDirectory", WithSeparator(config), kNoIndex);
+    return 0;
+  }
+
   const fs::path home;
   const fs::path config;
   const fs::path data;
@@ -130,6 +137,9 @@ AgentCore::AgentCore(const AgentOptions& options) {
   core.actions.Register(
       "GetApplicationInfo (string FileName, int FileSize, string FileChecksum)",
       [&core](ZelContainer* request) { return core.inventory.Answer(request); }, core.coreOwner);
+  core.actions.Register(
+      "AgentGetDirectories ()",
+      [&core](ZelContainer* answer) { return core.AnswerDirectories(answer); }, core.coreOwner);
   current = this;
   CoreLog().PrintWithNL("Agent %s starts, home %S", core.settings.agentName.c_str(),
                         FromNativePath(core.home));
@@ -301,6 +311,28 @@ void ZelAgentGetDataDir(ZelString& directory) {
 void ZelAgentGetConfigDir(ZelString& directory) {
   const auto* const core = HostFunctions::Core();
   directory = core ? WithSeparator(core->config) : ZelString();
+}
+
+void ZelAgentGetExePath(ZelString& path) {
+  Guarded(0, [&] {
+    path = FromNativePath(core_platform::ExecutablePath());
+    return 0u;
+  });
+}
+
+void* ZelAgentGetAppHandle() {
+  return core_platform::ApplicationHandle();
+}
+
+void ZelAgentGetProxyPipeName(ZelString& pipeName) {
+  Guarded(0, [&] {
+    pipeName.Clear();
+    const auto* const core = HostFunctions::Core();
+    if (!core) return 0u;
+    const std::string& configured = core->settings.proxyPipe;
+    pipeName = configured.empty() ? core_platform::DefaultProxyPipe() : configured;
+    return 0u;
+  });
 }
 
 ZelDebugContext* ZelAgentGetDebugContext() {

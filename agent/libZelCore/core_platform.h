@@ -13,6 +13,18 @@ namespace core_platform {
 /// '/' or '\'.
 extern const char kSeparator;
 
+/// This program's file. Empty when the system does not tell.
+std::filesystem::path ExecutablePath();
+
+/// What the system calls this program's code: on Windows its module handle, else null.
+void* ApplicationHandle();
+
+/// Where the user-session proxy of the person at this machine listens when the configuration does
+/// not say; empty without such a session. Elsewhere than on Windows: the socket "zelproxy.sock" in
+/// a user's run-time directory (/run/user/UID), which that user must own; with more than one the
+/// newest.
+std::string DefaultProxyPipe();
+
 /// The computer's name, UTF-8; empty when the system does not tell.
 std::string HostName();
 

@@ -64,6 +64,13 @@ Setter NumberKey(Number Settings::*member, uint64_t lowest, uint64_t highest) {
   };
 }
 
+Setter TextKey(std::string Settings::*member) {
+  return [=](Target& target, const std::string& value) -> std::string {
+    target.settings.*member = value;
+    return {};
+  };
+}
+
 Setter FlagKey(bool Settings::*member) {
   return [=](Target& target, const std::string& value) -> std::string {
     if (value != "yes" && value != "no") return "is neither yes nor no";
@@ -158,6 +165,7 @@ const std::vector<Key>& Keys() {
       {"fleet", "connect_timeout_ms", NumberKey(&Settings::connectTimeoutMs, 1, kDayMs)},
       {"fleet", "allow_plain", FlagKey(&Settings::fleetAllowPlain)},
       {"master", "address", SetMasterAddress},
+      {"proxy", "pipe", TextKey(&Settings::proxyPipe)},
       {"log", "level", SetLogLevel},
       {"log", "rotate_bytes", NumberKey(&Settings::logRotateBytes, 4096, 1ull << 40)},
       {"log", "kept_files", NumberKey(&Settings::logKeptFiles, 1, 1000)},

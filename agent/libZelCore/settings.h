@@ -54,6 +54,9 @@ struct Settings {
   // [master]
   std::string masterAddress;
 
+  // [proxy]
+  std::string proxyPipe;  ///< where the user-session proxy listens; empty: look for it
+
   // [log]
   ZelDebugLevel logLevel = ZelDebugLevel::kTrace;
   uint64_t logRotateBytes = 10 * 1024 * 1024;

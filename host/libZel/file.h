@@ -122,6 +122,22 @@ class File {
   /// Whether it is a text file: the test of `FileIsAscii`.
   bool FileIsValid() const;
 
+  /// Puts `text`, which brings its line end along, in front of line `line` (counted from 1; the
+  /// number after the last line appends). 1 on success, else 0 with the file as it was.
+  ///
+  /// The file is replaced as a whole through a temporary and a rename, with all other bytes as they
+  /// were; the text is written in the file's encoding (UTF-8, or UTF-16 after its byte-order mark).
+  /// An object refuses all edits after one that failed: its line numbers no longer hold.
+  int InsertLine(unsigned long line, const ZelString& text);
+
+  /// Deletes line `line` (counted from 1) with its line end. 1 on success, else 0; the rest as for
+  /// `InsertLine`.
+  int DeleteLine(unsigned long line);
+
+ protected:
+  const ZelString& Path() const { return path_; }
+
  private:
   ZelString path_;
+  bool editFailed_ = false;
 };

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
+#include <tuple>
 
 #include "agent/windows_api/code_page.h"
 
@@ -32,6 +33,36 @@ int Open(const fs::path& file, int flags) {
 }  // namespace
 
 const char kSeparator = '/';
+
+fs::path ExecutablePath() {
+  std::error_code error;
+  return fs::read_symlink("/proc/self/exe", error);
+}
+
+void* ApplicationHandle() {
+  return nullptr;
+}
+
+std::string DefaultProxyPipe() {
+  std::string newest;
+  timespec newestTime{};
+  std::error_code error;
+  for (const fs::directory_entry& user : fs::directory_iterator("/run/user", error)) {
+    struct stat directory {};
+    struct stat socket {};
+    const fs::path path = user.path() / "zelproxy.sock";
+    if (::lstat(user.path().c_str(), &directory) != 0 || !S_ISDIR(directory.st_mode)) continue;
+    if (user.path().filename() != std::to_string(directory.st_uid)) continue;
+    if (::lstat(path.c_str(), &socket) != 0 || !S_ISSOCK(socket.st_mode)) continue;
+    if (socket.st_uid != directory.st_uid) continue;
+    const bool isNewer = std::tie(socket.st_mtim.tv_sec, socket.st_mtim.tv_nsec) >
+                         std::tie(newestTime.tv_sec, newestTime.tv_nsec);
+    if (!newest.empty() && !isNewer) continue;
+    newest = path;
+    newestTime = socket.st_mtim;
+  }
+  return newest;
+}
 
 std::string HostName() {
   char name[256] = {};

@@ -66,6 +66,27 @@ HANDLE Handle(std::intptr_t value) {
 
 const char kSeparator = '\\';
 
+fs::path ExecutablePath() {
+  std::vector<wchar_t> path(MAX_PATH);
+  while (true) {
+    const auto size = static_cast<DWORD>(path.size());
+    const DWORD length = GetModuleFileNameW(nullptr, path.data(), size);
+    if (length < size) return std::wstring(path.data(), length);
+    path.resize(2 * path.size());
+  }
+}
+
+void* ApplicationHandle() {
+  return GetModuleHandleW(nullptr);
+}
+
+std::string DefaultProxyPipe() {
+  constexpr DWORD kNoSession = 0xFFFFFFFF;
+  const DWORD session = WTSGetActiveConsoleSessionId();
+  if (session == kNoSession) return {};
+  return R"(\\.\pipe\zelproxy-)" + std::to_string(session);
+}
+
 std::string HostName() {
   wchar_t name[256] = {};
   DWORD length = 256;
