@@ -455,6 +455,7 @@ Authenticator::Answer Authenticator::CheckSlowly(std::string_view header) {
   if (credential->login.starts_with(kAgentPrefix)) return answer;
   if (!users_.CheckPassword(credential->login, credential->password)) return answer;
   answer.verdict = Verdict::kAccepted;
+  answer.caller.role = users_.Role(credential->login).value_or("");
   Remember(header, answer.caller, usersVersion);
   return answer;
 }

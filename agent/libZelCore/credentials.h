@@ -15,6 +15,7 @@ struct Caller {
   enum class Kind { kConsoleUser, kAgent };
   Kind kind = Kind::kConsoleUser;
   std::string login;    ///< console user's login, or the agent's name
+  std::string role;     ///< of a console user
   std::string address;  ///< of the connection, without port
 };
 
@@ -68,6 +69,9 @@ class UserStore {
   std::string stamp_;  ///< of the file as it was last read
   std::chrono::steady_clock::time_point nextLook_{};
 };
+
+/// The role of those who may do everything.
+constexpr const char* kAdministrator = "administrator";
 
 /// The shortest password that a user may be given.
 constexpr size_t kMinPasswordCharacters = 8;

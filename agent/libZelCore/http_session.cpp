@@ -372,7 +372,16 @@ void HttpSession::AdmitCaller(const Caller& caller) {
   if (!shared_->actions.Contains(action_)) {
     return Refuse({404, "unknown_action", "there is no action " + action_, {}});
   }
+  if (!MayCall()) {
+    return Refuse({403, "administrators_only", action_ + " is for administrators only", {}});
+  }
   ReadBody();
+}
+
+bool HttpSession::MayCall() const {
+  if (caller_.kind == Caller::Kind::kAgent || caller_.role == kAdministrator) return true;
+  const std::vector<std::string>& reserved = shared_->settings.administratorsOnly;
+  return !std::binary_search(reserved.begin(), reserved.end(), action_);
 }
 
 /// Goes on with the body of an admitted request.

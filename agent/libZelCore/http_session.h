@@ -101,6 +101,8 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   void Authenticate();
   void OnChecked(const Authenticator::Answer& answer);
   void AdmitCaller(const Caller& caller);
+  /// Whether the caller's role allows the action, whatever its parameters.
+  bool MayCall() const;
   void ReadBody();
   void Dispatch();
   void ListActions();

@@ -1,5 +1,7 @@
 #include "agent/libZelCore/parameter_types.h"
 
+#include <algorithm>
+#include <iterator>
 #include <limits>
 
 namespace {
@@ -29,6 +31,20 @@ std::string_view Trim(std::string_view text) {
   while (text.starts_with(' ')) text.remove_prefix(1);
   while (text.ends_with(' ')) text.remove_suffix(1);
   return text;
+}
+
+/// A parameter that is not of the type that its signature gives for people: the action reads a text
+/// or a list of texts.
+struct TextParameter {
+  std::string_view action;
+  std::string_view key;
+};
+constexpr TextParameter kTextParameters[] = {{"CoreUtilsTerminateProcess", "ProcessID"}};
+
+bool IsTextParameter(std::string_view action, std::string_view key) {
+  return std::any_of(
+      std::begin(kTextParameters), std::end(kTextParameters),
+      [&](const TextParameter& one) { return one.action == action && one.key == key; });
 }
 
 /// The declared type of `key`, or empty.
@@ -66,8 +82,13 @@ std::string FindWrongType(std::string_view signature, const ZelContainer& parame
   const std::string_view list = signature.substr(open + 1, close - open - 1);
   if (Trim(list).empty()) return {};
 
+  const std::string_view action = Trim(signature.substr(0, open));
   for (size_t i = 0; i < parameters.CountKeys(); ++i) {
     const ZelContainer::Entry entry = parameters.EntryAt(i);
+    if (IsTextParameter(action, entry.Key())) {
+      if (entry.Type() != ZelValueType::kString) return Describe(entry, "string");
+      continue;
+    }
     const std::string_view declared = DeclaredType(list, entry.Key());
     if (!IsKnownType(declared)) continue;
     const bool isRight = !entry.IsList() && TypeName(entry) == declared &&

@@ -6,6 +6,7 @@
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/canonical_path.h"
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/credentials.h"
 
 namespace {
 
@@ -20,6 +21,13 @@ CanonicalPath CanonicalDirectory(const std::string& directory) {
   const NativePath native = ToNativePath(directory);
   if (!native) return {{}, directory + ": " + native.error};
   return Canonical(native.path);
+}
+
+/// Names of programs may come in double quotes.
+ZelString WithoutQuotes(const ZelString& path) {
+  const size_t length = path.GetLength();
+  const bool isQuoted = length >= 2 && path.StartsWith("\"") && path.EndsWith("\"");
+  return isQuoted ? path.SubString(1, length - 2) : path;
 }
 
 bool MatchesBelow(std::string_view directory, std::string_view rest, std::string_view path) {
@@ -85,7 +93,8 @@ uint32_t PrivacyPolicy::Check(ZelContainer* parameters) const {
   return 0;
 }
 
-bool PrivacyPolicy::IsGranted(const ZelString& path, std::string_view login, bool isRead) const {
+bool PrivacyPolicy::IsGranted(const ZelString& name, std::string_view login, bool isRead) const {
+  const ZelString path = WithoutQuotes(name);
   const NativePath native = ToNativePath(path);
   if (!native) {
     CoreLog().WarningWithNL("Access refused to \"%S\": %s", path, native.error.c_str());
@@ -96,6 +105,11 @@ bool PrivacyPolicy::IsGranted(const ZelString& path, std::string_view login, boo
                                    [&](const Rule& rule) { return AppliesTo(rule.rule, login); });
   if (!hasRule) return IsDefaultGranted(login);
 
+  if (path.Find("\"") != ZelString::kNotFound) {
+    // Taken as a command line, it would name another file than taken as a path.
+    CoreLog().WarningWithNL("Access refused to \"%S\": it holds a double quote", path);
+    return false;
+  }
   for (const CanonicalPath& canonical : {Canonical(native.path), CanonicalEntry(native.path)}) {
     if (!canonical) {
       CoreLog().WarningWithNL("Access refused to \"%S\": %s", path, canonical.error.c_str());
@@ -133,5 +147,5 @@ bool PrivacyPolicy::AppliesTo(const PrivacyRule& rule, std::string_view login) c
 }
 
 bool PrivacyPolicy::IsDefaultGranted(std::string_view login) const {
-  return login.empty() || roleOf_(login) == "administrator";
+  return login.empty() || roleOf_(login) == kAdministrator;
 }

@@ -16,6 +16,8 @@
 ///
 /// A path is judged by what it leads to, with every link resolved, and where its last name is a
 /// link, by where that stands as well: both must be granted. What cannot be resolved is refused.
+/// Double quotes around a path do not count; one with a double quote inside is refused to those who
+/// have a rule.
 ///
 /// Threads: any number may ask at once.
 class PrivacyPolicy {
@@ -25,7 +27,7 @@ class PrivacyPolicy {
 
   PrivacyPolicy(std::vector<PrivacyRule> rules, RoleOf roleOf);
 
-  bool IsGranted(const ZelString& path, std::string_view login, bool isRead) const;
+  bool IsGranted(const ZelString& name, std::string_view login, bool isRead) const;
 
   /// The action "PrivacyCheck": `Class` "File System", `Name` (path), `Login`, `Access` "Read" or
   /// "Write". The container then holds `Result` (Int32) alone: 1 a granted read, 3 a granted write,

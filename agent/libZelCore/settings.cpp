@@ -41,6 +41,12 @@ bool IsNameCharacter(char c) {
          c == '-' || c == '_';
 }
 
+std::string_view TrimBlanks(std::string_view text) {
+  const size_t first = text.find_first_not_of(" \t");
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+}
+
 std::string FileText(const fs::path& file) {
   return std::string(FromNativePath(file).Utf8());
 }
@@ -126,6 +132,22 @@ std::string SetSecretFile(Target& target, const std::string& value) {
   return {};
 }
 
+/// "NAME, NAME, ..."; nothing stands for no action.
+std::string SetAdministratorsOnly(Target& target, const std::string& value) {
+  std::vector<std::string> actions;
+  for (std::string_view rest = value; !TrimBlanks(rest).empty();) {
+    const size_t comma = std::min(rest.find(','), rest.size());
+    const std::string_view name = TrimBlanks(rest.substr(0, comma));
+    if (name.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter))
+      return "is not a list of actions' names with commas between them";
+    actions.emplace_back(name);
+    rest.remove_prefix(std::min(comma + 1, rest.size()));
+  }
+  std::sort(actions.begin(), actions.end());
+  target.settings.administratorsOnly = std::move(actions);
+  return {};
+}
+
 std::string SetMasterAddress(Target& target, const std::string& value) {
   if (!value.empty()) {
     if (const std::string error = CheckAgentAddress(value); !error.empty()) return error;
@@ -159,6 +181,7 @@ const std::vector<Key>& Keys() {
       {"http", "credential_memory_ms", NumberKey(&Settings::credentialMemoryMs, 0, kDayMs)},
       {"actions", "max_threads", NumberKey(&Settings::maxThreads, 1, 4096)},
       {"actions", "max_queued", NumberKey(&Settings::maxQueued, 0, 1000000)},
+      {"actions", "administrators_only", SetAdministratorsOnly},
       {"fleet", "secret_file", SetSecretFile},
       {"fleet", "ca", FileKey(&Settings::fleetCaFile)},
       {"fleet", "timeout_ms", NumberKey(&Settings::remoteTimeoutMs, 1, kDayMs)},
@@ -239,12 +262,6 @@ bool IsAbsolutePattern(std::string_view pattern) {
   if (pattern.starts_with("**")) return true;
   if (!pattern.empty() && isSeparator(pattern[0])) return true;
   return pattern.size() >= 3 && pattern[1] == ':' && isSeparator(pattern[2]);
-}
-
-std::string_view TrimBlanks(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 // "LOGIN, PATTERN, ACCESS"; the pattern itself may hold commas.

@@ -43,6 +43,8 @@ struct Settings {
   // [actions]
   uint32_t maxThreads = 64;
   uint32_t maxQueued = 1024;
+  /// Actions that console users need the role "administrator" for; sorted.
+  std::vector<std::string> administratorsOnly = {"CoreUtilsRunScript", "CoreUtilsTerminateProcess"};
 
   // [fleet]
   std::string fleetSecret;  ///< read from the file named by `secret_file`; empty: no fleet

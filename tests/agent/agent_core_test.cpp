@@ -48,6 +48,8 @@ TEST(HostFunctions, FailInPeaceWithoutAnAgent) {
   ZelAgentGetDataDir(directory);
   EXPECT_TRUE(directory.IsEmpty());
   EXPECT_EQ(ZelAgentGetDebugContext(), nullptr);
+  ZelAgentGetProxyPipeName(directory = "x");
+  EXPECT_TRUE(directory.IsEmpty());
 }
 
 TEST_F(AgentCoreTest, MakesItsDirectoriesAndNamesThemWithASeparatorAtTheEnd) {
@@ -60,6 +62,33 @@ TEST_F(AgentCoreTest, MakesItsDirectoriesAndNamesThemWithASeparatorAtTheEnd) {
   for (const char* name : {"config", "data", "log"})
     EXPECT_TRUE(std::filesystem::is_directory(home_.Native() / "home" / name));
   EXPECT_NE(ZelAgentGetDebugContext(), nullptr);
+}
+
+TEST_F(AgentCoreTest, TellsModulesItsProgramAndCallersItsDirectories) {
+  const AgentCore core(Options());
+  ZelString program, data, config, answer;
+  ZelAgentGetExePath(program);
+  EXPECT_EQ(FileExists(program), 1) << program.Utf8();
+  EXPECT_NE(program.Find("libzelcore_tests"), ZelString::kNotFound);
+  ZelAgentGetDataDir(data);
+  ZelAgentGetConfigDir(config);
+
+  ZelContainer request;
+  request.SetInt32("Unasked", 1, kNoIndex);
+  EXPECT_EQ(InvokeHere("AgentGetDirectories", &request), 0u);
+  EXPECT_EQ(request.CountKeys(), 2u);
+  EXPECT_TRUE(request.GetString("DataDirectory", &answer, kNoIndex));
+  EXPECT_EQ(answer, data);
+  EXPECT_TRUE(request.GetString("ConfigDirectory", &answer, kNoIndex));
+  EXPECT_EQ(answer, config);
+}
+
+TEST_F(AgentCoreTest, NamesTheProxyOfItsConfiguration) {
+  Configure("[proxy]\npipe = /somewhere/zelproxy.sock\n");
+  const AgentCore core(Options());
+  ZelString pipe = "x";
+  ZelAgentGetProxyPipeName(pipe);
+  EXPECT_EQ(pipe.Utf8(), "/somewhere/zelproxy.sock");
 }
 
 TEST_F(AgentCoreTest, RegistersActionsOfItsModulesOnly) {

@@ -188,9 +188,11 @@ TEST_F(AuthenticatorTest, RemembersACredentialThatItChecked) {
   const auto checked = authenticator_.CheckSlowly(header);
   EXPECT_EQ(checked.verdict, Verdict::kAccepted);
   EXPECT_EQ(checked.caller.login, "admin");
+  EXPECT_EQ(checked.caller.role, "administrator");
   const auto remembered = authenticator_.CheckQuickly(header);
   EXPECT_EQ(remembered.verdict, Verdict::kAccepted);
   EXPECT_EQ(remembered.caller.login, "admin");
+  EXPECT_EQ(remembered.caller.role, "administrator");
   EXPECT_EQ(remembered.caller.kind, Caller::Kind::kConsoleUser);
 }
 

@@ -73,6 +73,16 @@ TEST_F(PrivacyPolicyFiles, AreNotEvadedByTheTextOfThePath) {
   EXPECT_FALSE(MayBobRead(Path("data/../outside")));
 }
 
+TEST_F(PrivacyPolicyFiles, LookThroughQuotesAroundAPathAndRefuseOthers) {
+  EXPECT_TRUE(MayBobRead('"' + Path("data/open.txt") + '"'));
+  EXPECT_FALSE(MayBobRead('"' + Path("data/secret/key.txt") + '"'));
+  // A command line made of these would start with another program than the path leads to.
+  EXPECT_FALSE(MayBobWrite("/bin/sh /../.." + Path("data/open.txt") + '"'));
+  EXPECT_FALSE(MayBobWrite("\"/bin/sh\" /../.." + Path("data/open.txt") + '"'));
+  EXPECT_FALSE(MayBobWrite(Path("data/x") + "\" y"));
+  EXPECT_TRUE(policy_.IsGranted("\"" + Path("data/open.txt") + "\"", "bob", false));
+}
+
 TEST(PathPattern, MatchesOneNameWithOneStarAndAnyDepthWithTwo) {
   EXPECT_TRUE(MatchesPathPattern("*.txt", "a.txt"));
   EXPECT_FALSE(MatchesPathPattern("*.txt", "a/b.txt"));

@@ -25,6 +25,18 @@ TEST(Settings, AreTheDefaultsWithoutAFile) {
   EXPECT_FALSE(result.settings.agentName.empty());
   EXPECT_EQ(result.settings.drives.at('C'), "/");
   EXPECT_EQ(result.settings.codePage, 1252u);
+  EXPECT_THAT(result.settings.administratorsOnly,
+              ElementsAre("CoreUtilsRunScript", "CoreUtilsTerminateProcess"));
+  EXPECT_EQ(result.settings.proxyPipe, "");
+}
+
+TEST(Settings, TakeActionsForAdministratorsInAnyOrder) {
+  const auto reserved = [](const std::string& value) {
+    return Parse("[actions]\nadministrators_only =" + value).settings.administratorsOnly;
+  };
+  EXPECT_THAT(reserved(" B ,A,  C"), ElementsAre("A", "B", "C"));
+  EXPECT_THAT(reserved("A"), ElementsAre("A"));
+  EXPECT_THAT(reserved(""), IsEmpty());
 }
 
 TEST(Settings, TakeEveryKeyOver) {
@@ -37,7 +49,8 @@ TEST(Settings, TakeEveryKeyOver) {
       "[http]\naddress = ::1\nport = 0\ntls = yes\ncertificate = a.pem\nprivate_key = b.pem\n"
       "allow_plain = yes\nmax_body_bytes = 2048\nmax_connections = 5\nrequest_timeout_ms = 100\n"
       "idle_timeout_ms = 200\ncredential_memory_ms = 0\n"
-      "[actions]\nmax_threads = 3\nmax_queued = 0\n"
+      "[actions]\nmax_threads = 3\nmax_queued = 0\nadministrators_only = X\n"
+      "[proxy]\npipe = /run/zelproxy.sock\n"
       "[fleet]\nsecret_file = secret\nca = ca.pem\ntimeout_ms = 5\nconnect_timeout_ms = 6\n"
       "allow_plain = yes\n[master]\naddress = https://master:7460\n"
       "[log]\nlevel = detail\nrotate_bytes = 4096\nkept_files = 2\n",
@@ -60,6 +73,8 @@ TEST(Settings, TakeEveryKeyOver) {
   EXPECT_EQ(settings.credentialMemoryMs, 0u);
   EXPECT_EQ(settings.maxThreads, 3u);
   EXPECT_EQ(settings.maxQueued, 0u);
+  EXPECT_THAT(settings.administratorsOnly, ElementsAre("X"));
+  EXPECT_EQ(settings.proxyPipe, "/run/zelproxy.sock");
   EXPECT_EQ(settings.fleetSecret, "0123456789abcdef");
   EXPECT_EQ(settings.fleetCaFile, directory.Native() / "ca.pem");
   EXPECT_EQ(settings.remoteTimeoutMs, 5u);
@@ -107,6 +122,9 @@ TEST(Settings, RefuseEachUnusableValueNamingItsLine) {
                            "[http]\nno equals",
                            "[http]\n= 1",
                            "[actions]\n[",
+                           "[actions]\nadministrators_only = A B",
+                           "[actions]\nadministrators_only = A,, B",
+                           "[actions]\nadministrators_only = ,",
                            "[http]\nmax_body_bytes = 99999999999999999999999"}) {
     const SettingsResult result = Parse(text);
     ASSERT_EQ(result.errors.size(), 1u) << text;
