@@ -5,7 +5,8 @@ import subprocess
 
 import pytest
 
-from agents import Agent
+from agents import Agent, agent_path, copy_modules, tls_context
+from fleet import Authority
 
 PLATFORMS = ("linux", "windows")
 
@@ -52,3 +53,41 @@ def small_disk(tmp_path):
     subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "none", disk], check=True)
     yield disk
     subprocess.run(["umount", disk], check=True)
+
+
+@pytest.fixture(scope="session")
+def authority(tmp_path_factory):
+    return Authority(tmp_path_factory.mktemp("authority") / "ca")
+
+
+@pytest.fixture
+def make_member(tmp_path, authority):
+    """Makes and starts agents of one fleet; options make a member an odd one."""
+    made = []
+
+    def make(platform, secret="the secret of the whole fleet", trusted=None, issuer=authority,
+             alternative_name="IP:127.0.0.1"):
+        name = f"member{len(made)}"
+        home = tmp_path / name
+        (home / "config").mkdir(parents=True)
+        (home / "config/secret").write_text(secret)
+        (home / "config/secret").chmod(0o600)
+        certificate, key = issuer.issue(f"{name}-{tmp_path.name}", alternative_name)
+        path = lambda file: agent_path(platform, file)
+        config = (f"[agent]\nname = {name}\n"
+                  f"[http]\ntls = yes\ncertificate = {path(certificate)}\n"
+                  f"private_key = {path(key)}\n"
+                  f"[fleet]\nsecret_file = secret\n"
+                  f"ca = {path((trusted or authority).certificate)}\n")
+        agent = Agent(platform, home, config,
+                      modules=copy_modules(platform, tmp_path / (name + "-modules")))
+        made.append(agent)
+        agent.add_users()
+        agent.start()
+        agent.tls = tls_context(issuer.certificate)
+        agent.tls.check_hostname = alternative_name == "IP:127.0.0.1"
+        return agent
+
+    yield make
+    for agent in made:
+        agent.kill()
