@@ -14,6 +14,10 @@ struct Case {
   std::function<void(FakeHost&)> script;
   /// What the container holds after success, where it holds anything.
   std::vector<std::string> resultKeys = {};
+  /// What it holds after a failure, where it may hold anything then.
+  std::vector<std::string> failureKeys = {};
+  /// The code when nothing fails.
+  ResultCode code = kSuccess;
 };
 
 /// Cases of actions that call the system itself: on Windows it answers, elsewhere the fake host.

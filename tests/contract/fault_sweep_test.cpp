@@ -9,6 +9,7 @@
 #include "tests/contract/allocation_fault.h"
 #include "tests/contract/fault_sweep_cases.h"
 #include "tests/contract/module_test.h"
+#include "tests/fake_host/fake_function_module.h"
 
 namespace {
 
@@ -178,9 +179,118 @@ std::vector<Case> CasesOfFileOperations() {
   };
 }
 
+/// A script is compiled and run after this.
+void AnswerScriptPreparation(FakeHost& host) {
+  host.AnswerText("OSVersion::GetFullVersion", "010.000.19045");
+  host.AnswerText("ZelAgentGetProxyPipeName", "a pipe whose name needs memory of its own");
+  host.Answer("XmlProxyClient::Initialise", 1);
+  host.Answer("ZelAgentGetAppHandle", 4711);
+  host.AnswerText("ZelAgentGetExePath", "C:/agent/bin/zelagent.exe");
+  host.AnswerText("ZelAgentGetConfigDir", "C:/agent/config/");
+  host.AnswerModule(true, FunctionModuleHandle());
+  host.AnswerText("CompletePath", "C:/agent/data/ZelCoreUtils/a.mlx");
+  host.Answer("FileExists", 1);
+}
+
+ZelContainer Script(bool compileOnly) {
+  ZelContainer params = Texts({{"Name", "a.mlx"}});
+  params.SetContainer("Params", Texts({{"Key", "a text that needs memory of its own"}}), kNoIndex);
+  params.SetBool("CompileOnly", compileOnly, kNoIndex);
+  return params;
+}
+
+std::vector<Case> CasesOfScripts() {
+  return {
+      {.name = "run a script",
+       .action = "CoreUtilsRunScript",
+       .params = Script(false),
+       .script =
+           [](FakeHost& host) {
+             AnswerScriptPreparation(host);
+             host.Answer("MarlinContext::CompileScriptFile", 1);
+             host.Answer("MarlinContext::RunProcedure", 1);
+           },
+       .resultKeys = {"Name", "Params", "CompileOnly"},
+       .failureKeys = {"ErrorText", "ErrorLine"}},
+      {.name = "compile a script",
+       .action = "CoreUtilsRunScript",
+       .params = Script(true),
+       .script =
+           [](FakeHost& host) {
+             AnswerScriptPreparation(host);
+             host.Answer("MarlinContext::CompileScriptFile", 1);
+           },
+       .resultKeys = {"Name", "Params", "CompileOnly"},
+       .failureKeys = {"ErrorText", "ErrorLine"}},
+      {.name = "report a script that fails",
+       .action = "CoreUtilsRunScript",
+       .params = Script(false),
+       .script =
+           [](FakeHost& host) {
+             AnswerScriptPreparation(host);
+             host.Answer("MarlinContext::CompileScriptFile", 1);
+             host.Answer("MarlinContext::RunProcedure", 0);
+             host.Answer("MarlinContext::GetContextError", 5);
+             host.Answer("MarlinContext::GetVariable", 1);
+             host.Answer("VarHandle::GetIntegerValue", 7);
+             host.AnswerText("MarlinContext::GetContextErrorText", "a.mlx:7: what it was");
+             host.AnswerText("ErrorList::GetErrorText", "The script failed while it ran");
+             host.AnswerText("ErrorList::GetErrorName", "MARLIN_ERROR_RUNTIME");
+           },
+       .resultKeys = {"Name", "Params", "CompileOnly"},
+       .failureKeys = {"ErrorText", "ErrorLine"},
+       .code = kFailure},
+  };
+}
+
+std::vector<Case> CasesOfPrograms() {
+  ZelContainer ids;
+  // Long enough to need memory of their own.
+  ids.SetString("ProcessID", "0x000000000000004d2", 0);
+  ids.SetString("ProcessID", "0x00000000000000010", 1);
+  return {
+      {.name = "run a program",
+       .action = "CoreUtilsRunProgram",
+       .params = Texts({{"Path", "C:/a path that needs memory.exe"}}),
+       .script =
+           [](FakeHost& host) {
+             AnswerVerdict(host, kWritable);
+             host.AnswerText("ZelAgentGetProxyPipeName", "pipe");
+             host.AnswerLaunch(1, false);
+           },
+       .failureKeys = {"Path"}},
+      {.name = "list processes",
+       .action = "CoreUtilsListProcess",
+       .params = {},
+       .script =
+           [](FakeHost& host) {
+             ProcessInfo process;
+             process.path = "C:/a path that needs memory.exe";
+             host.AnswerProcesses({process, ProcessInfo()});
+           },
+       .resultKeys = {"Values"}},
+      {.name = "available columns",
+       .action = "CoreUtilsInfosProcessAvailable",
+       .params = {},
+       .script = [](FakeHost& host) { host.Answer("OSVersion::GetMajorVersion", 10); },
+       .resultKeys = {"ProcessOwner", "ProcessName", "ProcessPath", "ProcessTotalCpu",
+                      "ProcessCurrentCpu", "ProcessID", "ProcessMemoryVirtual", "ProcessMemoryUsed",
+                      "ProcessParentID", "ProcessThreadsCount"}},
+      {.name = "end processes",
+       .action = "CoreUtilsTerminateProcess",
+       .params = ids,
+       .script =
+           [](FakeHost& host) {
+             host.Answer("ProcessAccess::TerminateProcessByID", 1);
+             host.Answer("ProcessAccess::TerminateProcessByID", 1);
+           },
+       .resultKeys = {"ProcessID"}},
+  };
+}
+
 std::vector<Case> Cases() {
   std::vector<Case> cases = CasesOfFileOperations();
-  for (auto more : {CasesOfContent(), CasesOfSystemCalls()}) {
+  for (auto more : {CasesOfContent(), CasesOfPrograms(), CasesOfScripts(), CasesOfSystemCalls()}) {
     cases.insert(cases.end(), more.begin(), more.end());
   }
   return cases;
@@ -188,7 +298,14 @@ std::vector<Case> Cases() {
 
 /// Whether a call is made by destructors: such calls throw nothing.
 bool IsRelease(const std::string& line) {
-  return line.starts_with("FileClose") || line == "CloseDirectory";
+  return line.starts_with("~") || line.starts_with("FileClose") || line == "CloseDirectory";
+}
+
+/// Whether the container holds these keys; false when there are none.
+bool HoldsAll(const std::vector<std::string>& keys, const std::string& container) {
+  return !keys.empty() && std::all_of(keys.begin(), keys.end(), [&](const std::string& key) {
+    return container.find(key + ": ") != std::string::npos;
+  });
 }
 
 /// Whether the container is empty, a refusal, or holds all that the action writes.
@@ -197,17 +314,14 @@ bool IsWhole(const Case& test, const std::string& container) {
        {"{}", "{Result: Int32 0}", "{Result: Bool false}", "{Result: String \"\"}"}) {
     if (container == refusal) return true;
   }
-  return !test.resultKeys.empty() &&
-         std::all_of(test.resultKeys.begin(), test.resultKeys.end(), [&](const std::string& key) {
-           return container.find(key + ": ") != std::string::npos;
-         });
+  return HoldsAll(test.resultKeys, container) || HoldsAll(test.failureKeys, container);
 }
 
 std::vector<std::string> CallsUndisturbed(const Case& test) {
   FakeHost host;
   RegisterModule(host);
   test.script(host);
-  EXPECT_EQ(RunAction(host, test.action, test.params).code, kSuccess) << test.name;
+  EXPECT_EQ(RunAction(host, test.action, test.params).code, test.code) << test.name;
   return host.Transcript();
 }
 
@@ -278,7 +392,7 @@ void SweepAllocations(const Case& test, bool andLater) {
     size_t allocations = 0;
     const Outcome outcome = RunShortOfMemory(test, failing, andLater, &allocations);
     if (allocations < failing) {
-      EXPECT_EQ(outcome.code, kSuccess) << test.name;
+      EXPECT_EQ(outcome.code, test.code) << test.name;
       EXPECT_GT(failing, 10u) << test.name << ": too few allocations to have looked at anything";
       return;
     }
@@ -313,6 +427,71 @@ TEST(FaultSweep, InitialiseAnswersOneWhateverFails) {
               "Error \"Module command failed: host call " + std::to_string(call) + " failed\"");
     EXPECT_EQ(InitialiseWithFault(call, Fault::kThrowFromHere).size(), call + 1);
     EXPECT_EQ(InitialiseWithFault(call, Fault::kAnswerFailure).size(), kCalls);
+  }
+}
+
+void AnswerScripts(FakeHost& host) {
+  for (const char* name : {"A", "B"}) {
+    host.AnswerText("IniFile::GetEntryName", name);
+    host.AnswerText("IniFile::GetEntryValue", "a script whose name needs memory.mlx");
+    host.AnswerInvocation(0);
+    host.Answer("IniFile::FindEntryLine", 3);
+    host.Answer("File::InsertLine", 1);
+    host.Answer("File::DeleteLine", 1);
+  }
+  host.Answer("IniFile::GetEntryName", 0);
+  host.AnswerText("IniFile::GetEntryName", "C");
+  host.AnswerText("IniFile::GetEntryValue", "a script that runs each time.mlx");
+  host.AnswerInvocation(0);
+  host.Answer("IniFile::GetEntryName", 0);
+}
+
+std::vector<std::string> ActivateWithFault(size_t call, Fault fault) {
+  FakeHost host;
+  AnswerScripts(host);
+  host.FailCall(call, fault);
+  EXPECT_NO_THROW(EXPECT_EQ(ModuleMain(4, 0, nullptr), 1u)) << call;
+  return host.Transcript();
+}
+
+TEST(FaultSweep, ActivateAnswersOneAndClosesTheFileWhateverFails) {
+  constexpr size_t kCalls = 1 + 2 * 10 + 3 + 5 + 3;
+  const std::vector<std::string> calls = ActivateWithFault(~size_t{0}, Fault::kThrowOnce);
+  ASSERT_EQ(calls.size(), kCalls);
+  for (size_t call = 1; call <= kCalls; ++call) {
+    if (IsRelease(calls[call - 1])) continue;
+    for (const Fault fault : {Fault::kThrowOnce, Fault::kThrowFromHere}) {
+      const std::vector<std::string> lines = ActivateWithFault(call, fault);
+      EXPECT_EQ(lines.back(),
+                "Error \"Module command failed: host call " + std::to_string(call) + " failed\"");
+    }
+    const std::vector<std::string> lines = ActivateWithFault(call, Fault::kAnswerFailure);
+    const auto opened = std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return line.starts_with("IniFile(");
+    });
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "~IniFile"), opened) << call;
+    EXPECT_EQ(lines.back(), "~IniFile") << call;
+  }
+}
+
+TEST(FaultSweep, ActivateAnswersOneWhateverMemoryIsLacking) {
+  constexpr size_t kManyAllocations = 10000;
+  for (const bool andLater : {false, true}) {
+    size_t failing = 1;
+    for (size_t allocations = failing; failing <= allocations; ++failing) {
+      ASSERT_LT(failing, kManyAllocations);
+      FakeHost host;
+      AnswerScripts(host);
+      host.FailCall(~size_t{0}, Fault::kAnswerFailure);
+
+      allocationFault = {true, failing, andLater, 0};
+      const uint32_t answer = ModuleMain(4, 0, nullptr);
+      allocationFault.isArmed = false;
+
+      EXPECT_EQ(answer, 1u) << failing;
+      allocations = allocationFault.count;
+    }
+    EXPECT_GT(failing, 10u);
   }
 }
 

@@ -35,17 +35,13 @@ class LookAtPaths : public ::testing::Environment {
   bool hasLooked_ = false;
 };
 
+void AnswerNoScripts(FakeHost& host) {
+  for (int section = 0; section < 2; ++section) host.Answer("IniFile::GetEntryName", 0);
+}
+
 bool pathsWereEmptyAtStart = false;
 [[maybe_unused]] const auto* const lookAtPaths =
     ::testing::AddGlobalTestEnvironment(new LookAtPaths(&pathsWereEmptyAtStart));
-
-void AnswerInitialise(FakeHost& host, int pathCreated) {
-  host.AnswerText("ZelAgentGetDataDir", "C:\\agent\\data\\");
-  host.Answer("PathCreate", pathCreated);
-  host.AnswerText("ZelAgentGetConfigDir", "C:\\agent\\config\\");
-  host.AnswerText("ZelAgentGetConfigDir", "C:\\agent\\config\\");
-  host.AnswerText("CompletePath", "C:\\agent\\bin");
-}
 
 TEST(ModuleMain, ConstructsItsLoggerWhenTheLibraryIsLoaded) {
   EXPECT_THAT(FakeHost::Loggers(),
@@ -171,6 +167,7 @@ TEST(ModuleMain, CommandsWithoutATextLeaveTheBufferAlone) {
   for (const uint32_t command : {2U, 3U, 4U, 5U}) {
     FakeHost host;
     if (command == 3) AnswerInitialise(host, 1);
+    if (command == 4) AnswerNoScripts(host);
     WideText buffer = GuardedBuffer();
 
     EXPECT_EQ(ModuleMain(command, 0, buffer.data()), 1u) << command;
@@ -179,10 +176,20 @@ TEST(ModuleMain, CommandsWithoutATextLeaveTheBufferAlone) {
   }
 }
 
-TEST(ModuleMain, ActivateTraces) {
-  FakeHost host;
-  EXPECT_EQ(ModuleMain(4, 0, nullptr), 1u);
-  EXPECT_THAT(host.Transcript(), ElementsAre("Trace \"Module Activate starting\""));
+TEST(ModuleMain, ActivateTracesBeforeItLooksForScriptsInTheIniFile) {
+  for (const uint32_t argument : {0U, 7U, ~0U}) {
+    FakeHost host;
+    InitialiseModule(host);
+    AnswerNoScripts(host);
+
+    EXPECT_EQ(ModuleMain(4, argument, nullptr), 1u);
+
+    EXPECT_THAT(host.Transcript(), ElementsAre("Trace \"Module Activate starting\"",
+                                               "IniFile(\"C:\\agent\\config\\ZelCoreUtils.ini\")",
+                                               "IniFile::GetEntryName(\"RunOnce\", 1)", "~IniFile",
+                                               "IniFile(\"C:\\agent\\config\\ZelCoreUtils.ini\")",
+                                               "IniFile::GetEntryName(\"Run\", 1)", "~IniFile"));
+  }
 }
 
 TEST(ModuleMain, CleanupOnlyTraces) {

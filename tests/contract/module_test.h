@@ -16,7 +16,7 @@
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr int kActionCount = 13;
+constexpr int kActionCount = 18;
 
 /// What an action answered: its code, and its container as `Describe` prints it.
 struct Outcome {
@@ -60,6 +60,22 @@ inline void RegisterModule(FakeHost& host) {
   host.Answer("ZelAgentGetDebugContext", 77);
   for (int i = 0; i < kActionCount; ++i) host.Answer("ActionDbRegisterAction", 0);
   ModuleMain(1, 0, nullptr);
+  host.ForgetTranscript();
+}
+
+/// Scripts what command Initialise asks for.
+inline void AnswerInitialise(FakeHost& host, int pathCreated = 1) {
+  host.AnswerText("ZelAgentGetDataDir", "C:\\agent\\data\\");
+  host.Answer("PathCreate", pathCreated);
+  host.AnswerText("ZelAgentGetConfigDir", "C:\\agent\\config\\");
+  host.AnswerText("ZelAgentGetConfigDir", "C:\\agent\\config\\");
+  host.AnswerText("CompletePath", "C:\\agent\\bin");
+}
+
+/// Gives the module its paths, and forgets the calls that this took.
+inline void InitialiseModule(FakeHost& host) {
+  AnswerInitialise(host);
+  ModuleMain(3, 0, nullptr);
   host.ForgetTranscript();
 }
 

@@ -27,7 +27,14 @@ auto EveryActionInOrder(const std::string& context) {
       Registered("CoreUtilsWriteFile (string Path, string FileContent)", context),
       Registered("CoreUtilsDirCreate (string Path)", context),
       Registered("CoreUtilsDirRename (string SourcePath, string DestinationPath)", context),
-      Registered("CoreUtilsDirDelete", context), Registered("CoreUtilsFileMD5 ()", context));
+      Registered("CoreUtilsDirDelete", context),
+      Registered("CoreUtilsRunProgram (string Path)", context),
+      Registered("CoreUtilsRunScript (string Name, container Params, boolean CompileOnly)",
+                 context),
+      Registered("CoreUtilsListProcess (container Params)", context),
+      Registered("CoreUtilsInfosProcessAvailable ()", context),
+      Registered("CoreUtilsTerminateProcess (int ProcessID)", context),
+      Registered("CoreUtilsFileMD5 ()", context));
 }
 
 TEST(Registry, PublishesEveryActionInOrderWithTheAgentsContext) {

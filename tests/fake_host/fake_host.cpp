@@ -101,8 +101,20 @@ void FakeHost::AnswerAlways(const std::string& function, int64_t value) {
   standing_[function] = value;
 }
 
-void FakeHost::AnswerText(const std::string& function, const ZelString& text) {
-  answers_[function].push({.text = text});
+void FakeHost::AnswerText(const std::string& function, const ZelString& text, int64_t value) {
+  answers_[function].push({.value = value, .text = text});
+}
+
+void FakeHost::AnswerLaunch(int started, bool failed) {
+  answers_["ExecRedirect"].push({.value = started, .flag = failed});
+}
+
+void FakeHost::AnswerModule(bool loaded, void* handle) {
+  answers_["MarlinContext::LoadFunctionModule"].push({.value = loaded, .pointer = handle});
+}
+
+void FakeHost::AnswerProcesses(std::vector<ProcessInfo> processes) {
+  answers_["ProcessAccess::GetProcessList"].push({.processes = std::move(processes)});
 }
 
 void FakeHost::AnswerBytes(const std::string& function, std::string bytes) {
@@ -305,6 +317,18 @@ void ZelAgentGetDataDir(ZelString& directory) {
 
 void ZelAgentGetConfigDir(ZelString& directory) {
   directory = FakeHost::Current().Ask("ZelAgentGetConfigDir", "").text;
+}
+
+void ZelAgentGetExePath(ZelString& path) {
+  path = FakeHost::Current().Ask("ZelAgentGetExePath", "").text;
+}
+
+void* ZelAgentGetAppHandle() {
+  return reinterpret_cast<void*>(static_cast<uintptr_t>(Ask("ZelAgentGetAppHandle", "")));
+}
+
+void ZelAgentGetProxyPipeName(ZelString& pipeName) {
+  pipeName = FakeHost::Current().Ask("ZelAgentGetProxyPipeName", "").text;
 }
 
 ZelDebugContext* ZelAgentGetDebugContext() {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "libZelCore.h"
+#include "libZelMarlin.h"
 
 /// Prints a container for comparison in tests, with the types of its values:
 /// `{Result: Int32 0, Names: [String "a", String "b"]}`.
@@ -47,8 +48,16 @@ class FakeHost {
   /// What the next directory opened by `OpenDirectory` holds, in this order. To refuse: Answer it
   /// 0.
   void AnswerDirectory(std::vector<DirectoryEntry> entries);
-  /// What the next call of `function` returns or fills in, for those that give a text.
-  void AnswerText(const std::string& function, const ZelString& text);
+  /// What the next call of `function` returns or fills in, for those that give a text; those that
+  /// answer a number besides return `value`, and fill nothing in when it is 0.
+  void AnswerText(const std::string& function, const ZelString& text, int64_t value = 1);
+  /// What the next ExecRedirect returns, and whether it sets its flag.
+  void AnswerLaunch(int started, bool failed);
+  /// What the next MarlinContext::LoadFunctionModule returns, and the handle that it gives; null
+  /// leaves the caller's as it was.
+  void AnswerModule(bool loaded, void* handle);
+  /// What the next ProcessAccess::GetProcessList lists.
+  void AnswerProcesses(std::vector<ProcessInfo> processes);
   /// What the next ActionDbInvokeContainer (or InvokeContainerToMasterWithTempTunnel, when
   /// `function` says so) returns, and what it makes of the container.
   void AnswerInvocation(uint32_t code, std::function<void(ZelContainer&)> change = {},
@@ -94,6 +103,9 @@ class FakeHost {
     std::vector<DirectoryEntry> entries = {};
     bool isDirectory = false;
     std::function<void(ZelContainer&)> change = {};
+    bool flag = false;
+    void* pointer = nullptr;
+    std::vector<ProcessInfo> processes = {};
   };
   static FakeHost& Current();
   /// Notes a call that answers nothing; throws when this call is to fail by throwing.
