@@ -22,7 +22,12 @@ constexpr char kWriteFile[] = "CoreUtilsWriteFile";
 constexpr char kDirCreate[] = "CoreUtilsDirCreate";
 constexpr char kDirRename[] = "CoreUtilsDirRename";
 constexpr char kDirDelete[] = "CoreUtilsDirDelete";
+constexpr char kRunProgram[] = "CoreUtilsRunProgram";
+constexpr char kRunScript[] = "CoreUtilsRunScript";
+constexpr char kListProcess[] = "CoreUtilsListProcess";
+constexpr char kTerminateProcess[] = "CoreUtilsTerminateProcess";
 constexpr char kFileMd5[] = "CoreUtilsFileMD5";
+constexpr char kGetDirectories[] = "AgentGetDirectories";
 
 constexpr uint32_t kSuccess = 0;
 constexpr uint32_t kFailureCode = 1;

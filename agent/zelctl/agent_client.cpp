@@ -7,6 +7,7 @@
 
 #include "agent/libZelCore/json_codec.h"
 #include "agent/zelctl/failure.h"
+#include "agent/zelctl/interruption.h"
 
 namespace {
 
@@ -71,6 +72,11 @@ size_t AppendBody(char* data, size_t size, size_t count, void* target) {
   if (size * count > kMaxReplyBytes - body->size()) return 0;
   body->append(data, size * count);
   return size * count;
+}
+
+/// Called about once a second while a request waits.
+int StopWhenInterrupted(void*, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  return Interruption::IsRequested() ? 1 : 0;
 }
 
 /// "message (code)" of {"error":{"code":...,"message":...}}, or the status alone.
@@ -150,6 +156,8 @@ std::string AgentClient::Request(const std::string& path, const std::string* bod
   curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, connection_->errorText);
   curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, &AppendBody);
   curl_easy_setopt(curl, CURLOPT_WRITEDATA, &reply);
+  curl_easy_setopt(curl, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(curl, CURLOPT_XFERINFOFUNCTION, &StopWhenInterrupted);
 
   curl_easy_setopt(curl, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   curl_easy_setopt(curl, CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));
@@ -174,6 +182,10 @@ std::string AgentClient::Request(const std::string& path, const std::string* bod
 
   connection_->errorText[0] = '\0';
   const CURLcode result = curl_easy_perform(curl);
+  if (result == CURLE_ABORTED_BY_CALLBACK) {
+    throw Failure(ExitStatus::kActionFailed,
+                  "interrupted; what the agent was asked for may go on there");
+  }
   if (result != CURLE_OK) {
     const char* const detail = connection_->errorText;
     throw Failure(ExitStatus::kAgentRefused,

@@ -32,7 +32,7 @@ struct ActionDescription {
 ///
 /// Each request throws `Failure`: kAgentRefused when there is no connection, TLS fails, the
 /// credentials are refused, the agent is at capacity or the answer is not the protocol's; kUsage
-/// when the agent found the request wrong.
+/// when the agent found the request wrong; kActionFailed when an `Interruption` was asked for.
 class AgentClient {
  public:
   /// Throws `Failure` (kUsage) for an address that is none, or that holds credentials.

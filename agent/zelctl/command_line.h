@@ -9,6 +9,8 @@
 #include "agent/zelctl/agent_client.h"
 #include "agent/zelctl/commands.h"
 #include "agent/zelctl/list_command.h"
+#include "agent/zelctl/process_commands.h"
+#include "agent/zelctl/script_command.h"
 
 // The command line of zelctl, as CLI11 takes it apart.
 
@@ -25,6 +27,10 @@ struct Options {
   std::string destination;
   bool recursive = false;
   ListOptions list;
+  RunOptions run;
+  ScriptOptions script;
+  ProcessListOptions processes;
+  std::vector<std::string> ids;
 };
 
 /// What the command line asked for.
@@ -33,6 +39,9 @@ using Command = std::function<Result(Options&)>;
 /// "zelctl: MESSAGE" on standard error, with nothing that could act on a terminal.
 void PrintError(const std::string& message);
 
+/// A message on standard error without a name in front; its lines stay lines.
+void PrintDiagnostic(const std::string& message);
+
 /// A command that is carried out by the agent, for the user that was named. It throws `Failure`
 /// (kUsage) without a user or password.
 Command ForAgent(Result (*run)(AgentClient&, const Options&));
@@ -40,3 +49,11 @@ Command ForAgent(Result (*run)(AgentClient&, const Options&));
 /// Adds the verbs over files and directories; what was asked for goes to `command`. Both pointers
 /// must stay valid until the command line is parsed.
 void AddFileVerbs(CLI::App& app, Options* options, Command* command);
+/// The same for programs, scripts and processes.
+void AddProgramVerbs(CLI::App& app, Options* options, Command* command);
+
+/// Removes "--" and what follows from a command line of the verb that runs a program, and returns
+/// what followed: it belongs to the program as it is, and CLI11 would read meanings into it. Other
+/// command lines stay whole. `app` has all its options.
+std::vector<std::string> TakeProgramArguments(const CLI::App& app,
+                                              std::vector<std::string>* arguments);

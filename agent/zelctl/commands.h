@@ -11,10 +11,13 @@ struct Result {
   std::string text;     ///< for people
   std::string json;     ///< the reply of the agent that decided, as it came
   std::string problem;  ///< what went wrong when the action returned something else than 0
+  /// What is wrong in a text of the user's, as FILE:LINE: MESSAGE; for whom editors look for that,
+  /// it is written without zelctl's name.
+  std::string diagnostic = {};
 };
 
-// The commands of zelctl that are no verbs over files. Each throws `Failure`, which carries the
-// deciding reply, unless it succeeded.
+// The commands of zelctl that are no verbs over files or programs. Each throws `Failure`, which
+// carries the deciding reply, unless it succeeded.
 
 /// `key=text` and `key:=json` as one JSON object. Throws `Failure` (kUsage) that names the
 /// argument.

@@ -35,6 +35,10 @@ void PrintError(const std::string& message) {
   std::fprintf(stderr, "zelctl: %s\n", EscapeForTerminal(message).c_str());
 }
 
+void PrintDiagnostic(const std::string& message) {
+  std::fprintf(stderr, "%s\n", EscapeForTerminal(message, true).c_str());
+}
+
 Command ForAgent(Result (*run)(AgentClient&, const Options&)) {
   return [run](Options& options) {
     if (options.agent.user.empty()) {

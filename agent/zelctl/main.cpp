@@ -83,9 +83,10 @@ ExitStatus RunCommand(const Command& command, Options& options) {
   try {
     const Result result = command(options);
     PrintResult(result.text, result.json, options.json);
-    if (result.problem.empty()) return ExitStatus::kSuccess;
-    PrintError(result.problem);
-    return ExitStatus::kActionFailed;
+    if (!result.diagnostic.empty()) PrintDiagnostic(result.diagnostic);
+    if (!result.problem.empty()) PrintError(result.problem);
+    const bool isGood = result.diagnostic.empty() && result.problem.empty();
+    return isGood ? ExitStatus::kSuccess : ExitStatus::kActionFailed;
   } catch (const Failure& failure) {
     PrintError(failure.what());
     if (options.json) PrintResult("", failure.Reply(), true);
@@ -94,7 +95,8 @@ ExitStatus RunCommand(const Command& command, Options& options) {
 }
 
 ExitStatus Run(int argc, char** argv) {
-  CLI::App app("Commands an agent: its actions by name, and verbs for files over them.", "zelctl");
+  CLI::App app("Commands an agent: its actions by name, and verbs for files and programs.",
+               "zelctl");
   Options options;
   Command command;
   // A path that starts with "/" is no option, on Windows either.
@@ -107,9 +109,11 @@ ExitStatus Run(int argc, char** argv) {
   AddGlobalOptions(app, &options);
   AddProtocolCommands(app, &options, &command);
   AddFileVerbs(app, &options, &command);
+  AddProgramVerbs(app, &options, &command);
   AddAuditCommands(app, &options, &command);
 
   std::vector<std::string> arguments = ProgramArguments(argc, argv);
+  options.run.arguments = TakeProgramArguments(app, &arguments);
   // CLI11 takes them from the back.
   std::reverse(arguments.begin(), arguments.end());
   try {
