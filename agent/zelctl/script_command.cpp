@@ -29,8 +29,10 @@ std::string_view BaseName(std::string_view path) {
 std::string_view WithoutFileAndLine(std::string_view detail, std::string_view baseName) {
   const size_t nameAt = detail.substr(0, detail.find('\n')).find(baseName);
   if (baseName.empty() || nameAt == std::string_view::npos) return detail;
-  // The file may be told with its path, which holds no ": ".
-  if (detail.substr(0, nameAt).find(": ") != std::string_view::npos) return detail;
+  // The file may be told with its path, or with the end of it behind dots.
+  if (nameAt > 0 && std::string_view("/\\.").find(detail[nameAt - 1]) == std::string_view::npos) {
+    return detail;
+  }
   std::string_view rest = detail.substr(nameAt + baseName.size());
   if (!rest.starts_with(':')) return detail;
   rest.remove_prefix(1);
