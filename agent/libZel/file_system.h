@@ -74,6 +74,10 @@ class PendingFile {
   /// lists and times of `source`, on the disk when this returns. The file can be written, even
   /// where the source is marked read-only.
   int CloneFrom(const std::filesystem::path& source);
+  /// Fills the file with `count` bytes and gives it the owner (as far as the agent may give it),
+  /// all permissions and access control lists of `replaced`, on the disk when this returns. Nobody
+  /// else may read it before that.
+  int WriteInPlaceOf(const std::filesystem::path& replaced, const void* bytes, size_t count);
   /// Sets the modification time, in seconds since 1970 (UTC).
   int SetModified(int64_t unixSeconds);
   /// Gives the file its final name. Without `replace` an existing entry is an error, even one that

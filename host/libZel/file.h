@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "libZel/string.h"
+
+class TextLines;
 
 // Files and directories of the machine, and files behind http:// and https:// URLs where said so.
 //
@@ -127,7 +130,9 @@ class File {
   ///
   /// The file is replaced as a whole through a temporary and a rename, with all other bytes as they
   /// were; the text is written in the file's encoding (UTF-8, or UTF-16 after its byte-order mark).
-  /// An object refuses all edits after one that failed: its line numbers no longer hold.
+  /// An object refuses all edits after one that failed: its line numbers no longer hold. It also
+  /// refuses one in a place where the file is not what the object has read of it, if it has.
+  /// Refused as well: files marked read-only, and those of more than 16 MiB.
   int InsertLine(unsigned long line, const ZelString& text);
 
   /// Deletes line `line` (counted from 1) with its line end. 1 on success, else 0; the rest as for
@@ -136,6 +141,9 @@ class File {
 
  protected:
   const ZelString& Path() const { return path_; }
+
+  /// What an object that reads the file has read, with its own edits since; else null.
+  std::shared_ptr<const TextLines> lines_;
 
  private:
   ZelString path_;

@@ -11,12 +11,14 @@
 ///     [section]
 ///     name = value
 ///
-/// as it was when the object was made; a file that is missing or cannot be read has no entries. A
-/// comment is a line that starts with ";" or "#", blanks aside. Blanks around names and values are
-/// dropped, a value is otherwise taken as it stands. Sections and names match whatever their case
-/// (A to Z). A section that stands in the file more than once is one section; of entries of the
-/// same name the first one counts. Lines that are none of these are passed over. The text is UTF-8,
-/// or UTF-16 when a byte-order mark says so.
+/// as it was when the object was made; a file that is missing, cannot be read or has more than
+/// 16 MiB has no entries (the log tells why, unless it is missing). Blanks (spaces and tabs) around
+/// lines, names and values are dropped; a value is otherwise taken as it stands. A comment is a
+/// line that starts with ";" or "#". What stands behind the "]" of a section is passed over, as are
+/// entries in front of the first section and lines that are none of these. Sections and names match
+/// whatever their case (A to Z). A section that stands in the file more than once is one section;
+/// of entries of the same name only the first one counts. The text is UTF-8, or UTF-16 when a
+/// byte-order mark says so.
 ///
 /// Threads: like a standard container. Nothing here throws.
 class IniFile : public File {

@@ -180,6 +180,18 @@ int PendingFile::CloneFrom(const std::filesystem::path& source) {
   return fsync(destination) == 0 ? 0 : errno;
 }
 
+int PendingFile::WriteInPlaceOf(const std::filesystem::path& replaced, const void* bytes,
+                                size_t count) {
+  const int file = implementation_->file.Get();
+  const auto security = SecurityOf(replaced);
+  if (!security) return kErrorNotFound;
+  if (fchmod(file, S_IRUSR | S_IWUSR) != 0) return errno;
+  const int error = Write(bytes, count);
+  if (error != 0) return error;
+  ApplySecurity(*security, file);
+  return fsync(file) == 0 ? 0 : errno;
+}
+
 int PendingFile::SetModified(int64_t unixSeconds) {
   const struct timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(unixSeconds), 0}};
   return futimens(implementation_->file.Get(), times) == 0 ? 0 : errno;

@@ -102,6 +102,21 @@ int PendingFile::CloneFrom(const std::filesystem::path& source) {
   return error == 0 ? Finish(temporary, info) : error;
 }
 
+int PendingFile::WriteInPlaceOf(const std::filesystem::path& replaced, const void* bytes,
+                                size_t count) {
+  const Implementation& self = *implementation_;
+  const auto security = SecurityOf(replaced);
+  if (!security) return kErrorNotFound;
+  ApplySecurity(*security, self.temporary);
+  const int error = Write(bytes, count);
+  if (error != 0) return error;
+  const DWORD attributes = security->attributes | FILE_ATTRIBUTE_ARCHIVE;
+  if (!SetFileAttributesW(self.temporary.c_str(), attributes)) {
+    return static_cast<int>(GetLastError());
+  }
+  return FlushFileBuffers(self.file.Get()) ? 0 : static_cast<int>(GetLastError());
+}
+
 int PendingFile::SetModified(int64_t unixSeconds) {
   const int64_t ticks = kUnixEpochTicks + unixSeconds * kTicksPerSecond;
   const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
