@@ -8,7 +8,9 @@ namespace {
 std::atomic<bool> isRequested = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "signal handlers may set nothing else");
 
-extern "C" void NoteInterruption(int) {
+extern "C" void NoteInterruption(int signal) {
+  // Windows forgets a handler when it calls it.
+  std::signal(signal, &NoteInterruption);
   isRequested = true;
 }
 

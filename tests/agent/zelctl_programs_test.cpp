@@ -53,7 +53,8 @@ class ZelctlPrograms : public testing::Test {
           actions_.push_back(action);
           bodies_.push_back(request.body);
           if (action == interruptedAction_) {
-            std::raise(SIGINT);
+            // Not SIGINT, which is ignored where the tests run in the background.
+            std::raise(SIGTERM);
             interruptedAction_.clear();
             return TestHttpAnswer{200, {}, kGood, 1};
           }

@@ -29,13 +29,14 @@ def machine(tmp_path):
 
 @pytest.fixture
 def installation(tmp_path):
-    """The programs with every DLL beside them, as an installation has them."""
+    """The programs with every library beside them, as an installation has them."""
     directory = tmp_path / "installed"
     directory.mkdir()
     bin_directory = BUILDS["windows"] / "bin"
     libraries = subprocess.run([ROOT / "scripts/windows-deps"], capture_output=True, text=True,
                                check=True).stdout.splitlines()[-1]
-    for source, pattern in ((bin_directory, "zelagent.exe"), (bin_directory, "*.dll"),
+    for source, pattern in ((bin_directory, "zelagent.exe"), (bin_directory, "zelproxy.exe"),
+                            (bin_directory, "zelagent.mlx"), (bin_directory, "*.dll"),
                             (ROOT / libraries / "bin", "*.dll")):
         for file in source.glob(pattern):
             shutil.copy(file, directory)

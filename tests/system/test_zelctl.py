@@ -115,6 +115,11 @@ def test_actions_lists_the_modules_actions_with_their_signatures(agent):
         "CoreUtilsDirCreate (string Path)",
         "CoreUtilsDirRename (string SourcePath, string DestinationPath)",
         "CoreUtilsDirDelete",
+        "CoreUtilsRunProgram (string Path)",
+        "CoreUtilsRunScript (string Name, container Params, boolean CompileOnly)",
+        "CoreUtilsListProcess (container Params)",
+        "CoreUtilsInfosProcessAvailable ()",
+        "CoreUtilsTerminateProcess (int ProcessID)",
         "CoreUtilsFileMD5 ()",
     ]
     assert "CoreUtilsDirDelete" in run(agent, "actions", "dirdel")[1]
