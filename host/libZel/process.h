@@ -11,12 +11,12 @@ struct ProcessInfo {
   uint32_t id = 0;
   uint32_t threadCount = 0;
   uint32_t parentId = 0;
-  ZelString path;  ///< the executable
-  ZelString name;  ///< the executable's file name; of what has none, the system's name for it
+  ZelString path;   ///< the executable
+  ZelString name;   ///< the executable's file name; of what has none, the system's name for it
   ZelString owner;  ///< the account; on Windows "DOMAIN\name"
   /// How much of the machine's processors it uses, in percent (0 to 100), rounded.
   int32_t currentCpu = 0;
-  ZelString totalCpu;  ///< processor time used so far, "H:MM:SS"
+  ZelString totalCpu;         ///< processor time used so far, "H:MM:SS"
   uint64_t virtualBytes = 0;  ///< address space
   uint64_t usedBytes = 0;     ///< physical memory
 };
@@ -38,16 +38,19 @@ class ProcessAccess {
   ProcessAccess(const ProcessAccess&) = delete;
   ProcessAccess& operator=(const ProcessAccess&) = delete;
 
-  /// Starts to measure the processor load, when it was asked for: since the last `Refresh` of this
-  /// process; the first one makes `GetProcessList` wait 100 ms to have something to compare with.
+  /// Chooses what the processor load is measured from, when it was asked for: the last listing with
+  /// loads in this whole agent that is at least 100 ms old, however old; the load is the average
+  /// since then. Only the agent's first listing has none and makes `GetProcessList` wait for 100 ms.
+  /// `GetProcessList` does this itself where it was not done.
   void Refresh();
 
   /// The processes that run now, in the order of their identifiers. Those that end meanwhile or
   /// deny access stay in the list with what is known.
   void GetProcessList(std::vector<ProcessInfo>& list) const;
 
-  /// Ends a process at once: 1 on success, else 0; the reason goes to the library's log. 0, this
-  /// process itself and identifiers of threads are refused.
+  /// Ends a process at once and waits for its end, up to a second: 1 when it has ended, else 0; the
+  /// reason goes to the library's log. 0, this process itself and identifiers of threads are
+  /// refused.
   int TerminateProcessByID(uint32_t id);
 
  private:
