@@ -5,6 +5,7 @@ import ssl
 
 import pytest
 
+from agents import tls_context
 from fleet import Authority
 
 INVOKE_UNREACHABLE = 0x80000004
