@@ -1,7 +1,69 @@
+#include <memory>
+#include <new>
+
+#include "agent/function_module/functions.h"
+#include "agent/function_module/script_container.h"
+#include "agent/function_module/script_text.h"
+#include "agent/libZelMarlin/script_state.h"
 #include "function_module.h"
 
-extern "C" void AddContainerVariable(MarlinContext*, ZelContainer* container) {
-  delete container;
+namespace {
+
+struct ScriptsContainer {
+  ZelString variable;
+  std::unique_ptr<ZelContainer> container;
+};
+
+int AddFunctions(lua_State* L) {
+  constexpr struct {
+    const char* name;
+    void (*push)(lua_State*);
+  } kTables[] = {
+      {"container", PushContainerFunctions},
+      {"action", PushActionFunctions},
+      {"log", PushLogFunctions},
+      {"session", PushSessionFunctions},
+  };
+  for (const auto& table : kTables) {
+    table.push(L);
+    lua_setglobal(L, table.name);
+  }
+  return 0;
 }
 
-extern "C" void SetActionInvokeAddress(decltype(&ActionDbInvokeContainer)) {}
+/// Replaces the handle that the script sees by the container, which the registry holds as well: it
+/// stays although the script may drop the variable.
+int PublishContainer(lua_State* L) {
+  auto& scripts = *static_cast<ScriptsContainer*>(lua_touserdata(L, 1));
+  PushContainer(L, *scripts.container);
+  lua_pushvalue(L, -1);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, scripts.container.get());
+  if (scripts.variable.IsEmpty()) return 0;
+  lua_pushglobaltable(L);
+  PushText(L, scripts.variable.Utf8());
+  lua_pushvalue(L, -3);
+  lua_rawset(L, -3);
+  return 0;
+}
+
+}  // namespace
+
+extern "C" void MarlinModuleOpen(MarlinContext* context) {
+  // A failure is in the log, and the script fails where it uses what is missing.
+  RunInScript(*context, ForScript<AddFunctions>, nullptr);
+}
+
+extern "C" void AddContainerVariable(MarlinContext* context, ZelContainer* container) {
+  ScriptsContainer scripts;
+  scripts.container.reset(container);
+  try {
+    scripts.variable = HandleVariableName(*context, container);
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+  RunInScript(*context, ForScript<PublishContainer>, &scripts);
+}
+
+extern "C" void SetActionInvokeAddress(decltype(&ActionDbInvokeContainer) invoke) {
+  SetActionInvoker(invoke);
+}

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "agent/libZelMarlin/engine_settings.h"
+#include "agent/libZelMarlin/interpreter.h"
+#include "libZelMarlin.h"
+
+/// What a context is made of.
+struct MarlinContext::Implementation {
+  XmlProxyClient* proxy = nullptr;
+  void* appInstance = nullptr;
+  ZelString exePath;
+  ZelString iniDirectory;
+  ZelString iniPath;
+  EngineSettings settings;
+
+  std::vector<std::unique_ptr<Variable>> variables;
+  VarHandle errorLine{"Integer", "ErrLine", 0};
+  ZelString scriptPath;
+  MarlinError error = kMarlinOk;
+  ZelString errorText;
+  ErrorList errors;
+  /// The last member: what finalizers of the script use goes after it.
+  std::unique_ptr<Interpreter> interpreter;
+
+  /// Null for want of memory. Throws nothing.
+  Interpreter* GetInterpreter(MarlinContext& context);
+  VarHandle* FindHandle(const ZelString& name) const;
+  void ForgetError();
+  /// Remembers the error, tells the log of it, and returns 1 on success, else 0.
+  int Conclude(const ScriptResult& result);
+};
