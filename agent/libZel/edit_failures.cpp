@@ -8,7 +8,7 @@ namespace edit_failures {
 namespace {
 
 constexpr size_t kMaxFiles = 64;
-constexpr size_t kMaxLines = 256;
+constexpr size_t kMaxLines = 64;
 
 struct File {
   std::filesystem::path path;

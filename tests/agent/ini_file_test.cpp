@@ -470,7 +470,7 @@ TEST(FailedEdit, HidesEverySectionThatHoldsSuchALine) {
 }
 
 TEST(FailedEdit, IsRememberedWhateverTheNumberOfLines) {
-  constexpr unsigned kLines = 300;
+  constexpr unsigned kLines = 70;
   std::string content;
   for (unsigned i = 0; i < kLines; ++i) content += "[" + std::to_string(i) + "] a\n";
   const Ini ini(content + "[last]\na=\n");
