@@ -1,11 +1,12 @@
 #!/usr/bin/python3
 """Measures the agent beside its peers, in one run, and prints ratios.
 
-Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read]...
+Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps]...
 """
 
 import base64
 import contextlib
+import http.client
 import json
 import os
 import re
@@ -26,6 +27,7 @@ COPY_BYTES = int(os.environ.get("ZEL_BENCH_COPY_BYTES", str(1 << 29)))
 LISTED_FILES = int(os.environ.get("ZEL_BENCH_LISTED_FILES", "100000"))
 DIGEST_BYTES = int(os.environ.get("ZEL_BENCH_DIGEST_BYTES", str(1 << 30)))
 READ_BYTES = 10 << 20
+LISTED_PROCESSES = 300
 PASSWORD = "bench-password"
 
 
@@ -356,8 +358,44 @@ def bench_read(build, directory):
                    "smaller")]
 
 
+@contextlib.contextmanager
+def enough_processes():
+    """As many processes as are to be listed, at least."""
+    running = sum(name.isdecimal() for name in os.listdir("/proc"))
+    started = [subprocess.Popen(["sleep", "600"]) for _ in range(LISTED_PROCESSES - running)]
+    try:
+        yield
+    finally:
+        for process in started:
+            process.kill()
+            process.wait()
+
+
+def bench_ps(build, directory):
+    """The list of the processes beside ps with the same columns."""
+    with enough_processes(), Agent(build, directory / "home") as agent:
+        connection = http.client.HTTPConnection(agent.url.removeprefix("http://"))
+
+        def run_ours():
+            connection.request("POST", "/v1/actions/CoreUtilsListProcess", b"{}", {
+                "Content-Type": "application/json", "Authorization": authorization()})
+            return connection.getresponse().read()
+
+        def run_ps():
+            return subprocess.run(
+                ["ps", "-eo", "user,comm,exe,cputime,pcpu,pid,vsz,rss,ppid,nlwp"],
+                stdout=subprocess.PIPE, check=True).stdout
+
+        assert run_ours().count(b'"ProcessID"') >= LISTED_PROCESSES
+        assert run_ps().count(b"\n") > LISTED_PROCESSES
+        ours, peer = alternate([run_ours, run_ps], 101)
+        connection.close()
+    return [report(f"list of {LISTED_PROCESSES} processes", ours * 1e3, peer * 1e3, "ms", 1,
+                   "smaller")]
+
+
 BENCHES = {"dispatch": bench_dispatch, "copy": bench_copy, "start": bench_start,
-           "listing": bench_listing, "digest": bench_digest, "read": bench_read}
+           "listing": bench_listing, "digest": bench_digest, "read": bench_read, "ps": bench_ps}
 
 
 def main():

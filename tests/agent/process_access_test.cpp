@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -50,7 +49,7 @@ TEST(GetProcessList, TellsAboutThisProcess) {
   EXPECT_NE(own->parentId, 0u);
   EXPECT_GT(own->usedBytes, 100'000u);
   EXPECT_GT(own->virtualBytes, 100'000u);
-  EXPECT_THAT(own->totalCpu.Utf8(), testing::MatchesRegex("[0-9]+:[0-9][0-9]:[0-9][0-9]"));
+  EXPECT_EQ(own->totalCpu.Find(":"), own->totalCpu.GetLength() - 6);
 }
 
 TEST(GetProcessList, CountsTheThreads) {
@@ -114,7 +113,11 @@ TEST(GetProcessList, ShowsTheLoadOfAChildThatComputes) {
 
 TEST(GetProcessList, ShowsNoLoadForAChildThatWaits) {
   const ChildProcess child(ChildProcess::Task::kWait);
-  EXPECT_EQ(Find(ListWithLoads(), child.Id())->currentCpu, 0);
+  // To start it took some time too.
+  const auto deadline = Clock::now() + std::chrono::seconds(60);
+  int32_t load = 100;
+  while (load != 0 && Clock::now() < deadline) load = Find(ListWithLoads(), child.Id())->currentCpu;
+  EXPECT_EQ(load, 0);
 }
 
 TEST(GetProcessList, ShowsNoLoadsUnlessAskedFor) {

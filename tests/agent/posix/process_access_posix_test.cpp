@@ -144,6 +144,15 @@ TEST(TerminateProcessByIDOnPosix, RefusesThreads) {
   EXPECT_EQ(ProcessAccess().TerminateProcessByID(thread.Id()), 0);
 }
 
+TEST(TerminateProcessByIDOnPosix, FailsForWhatHasEndedUnnoticed) {
+  const pid_t id = fork();
+  if (id == 0) _exit(0);
+  siginfo_t info;
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(id), &info, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(ProcessAccess().TerminateProcessByID(static_cast<uint32_t>(id)), 0);
+  waitpid(id, nullptr, 0);
+}
+
 TEST(EndWithoutHandle, RefusesThreads) {
   const WaitingThread thread;
   const Outcome outcome = process_table::EndWithoutHandle(thread.Id());

@@ -161,14 +161,13 @@ Outcome NotEnded(uint32_t id, int error) {
   return IsThread(id) ? FailedBecause("it is a thread, not a process", EINVAL) : OutcomeOf(error);
 }
 
-Outcome WaitForEnd(int handle) {
+bool HasEnded(int handle, int timeoutMs) {
   pollfd waited{handle, POLLIN, 0};
   int count;
   do {
-    count = poll(&waited, 1, kEndTimeoutMs);
+    count = poll(&waited, 1, timeoutMs);
   } while (count < 0 && errno == EINTR);
-  if (count < 0) return OutcomeOf(errno);
-  return count > 0 ? Outcome{} : FailedBecause("it was told to end, but has not after a second");
+  return count > 0;
 }
 
 }  // namespace
@@ -206,8 +205,11 @@ Outcome End(uint32_t id) {
   const UniqueFd handle(pidfd_open(static_cast<pid_t>(id), 0));
   if (!handle && (errno == ENOSYS || errno == EPERM)) return EndWithoutHandle(id);
   if (!handle) return NotEnded(id, errno);
+  // Its parent may not have asked for its end yet.
+  if (HasEnded(handle.Get(), 0)) return FailedBecause("it has ended already");
   if (pidfd_send_signal(handle.Get(), SIGKILL, nullptr, 0) != 0) return OutcomeOf(errno);
-  return WaitForEnd(handle.Get());
+  if (HasEnded(handle.Get(), kEndTimeoutMs)) return {};
+  return FailedBecause("it was told to end, but has not after a second");
 }
 
 }  // namespace process_table

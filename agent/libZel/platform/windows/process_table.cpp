@@ -101,6 +101,10 @@ void AddMemory(HANDLE process, Entry* entry) {
   entry->info.virtualBytes = counters.PrivateUsage;
 }
 
+bool HasEnded(HANDLE process, DWORD timeoutMs) {
+  return WaitForSingleObject(process, timeoutMs) == WAIT_OBJECT_0;
+}
+
 Entry EntryOf(const PROCESSENTRY32W& listed, Owners* owners) {
   Entry entry;
   entry.info.id = listed.th32ProcessID;
@@ -152,10 +156,10 @@ Outcome End(uint32_t id) {
   if (GetProcessId(process.Get()) != id) {
     return FailedBecause("no process has this identifier", ERROR_INVALID_PARAMETER);
   }
-  // One that has ended already, but is still held by somebody, needs no end.
-  if (WaitForSingleObject(process.Get(), 0) == WAIT_OBJECT_0) return {};
+  // Somebody may still hold its handle.
+  if (HasEnded(process.Get(), 0)) return FailedBecause("it has ended already");
   if (!TerminateProcess(process.Get(), 1)) return LastError();
-  if (WaitForSingleObject(process.Get(), kEndTimeoutMs) == WAIT_OBJECT_0) return {};
+  if (HasEnded(process.Get(), kEndTimeoutMs)) return {};
   return FailedBecause("it was told to end, but has not after a second");
 }
 
