@@ -1,21 +1,68 @@
 #include "agent/libZel/proxy_session.h"
 
+#include <utility>
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/proxy_connection.h"
+
+using proxy_protocol::Field;
+using proxy_protocol::Message;
+
 namespace {
 
-constexpr const char* kNotConnected = "the connection to the proxy is not open";
+struct Asked {
+  /// Null when no answer came; then, and when the answer is no success, the outcome says why.
+  std::unique_ptr<Message> reply;
+  Outcome outcome;
+};
+
+Asked Ask(XmlProxyClient& client, const std::string& request, std::vector<Field> fields) {
+  XmlProxyClient::Connection* const connection = client.GetConnection();
+  if (!connection) return {nullptr, FailedBecause("the connection to the proxy is not open")};
+  XmlProxyClient::Connection::Answer answer = connection->Ask(request, std::move(fields));
+  if (!answer.reply) return {nullptr, FailedBecause(answer.error)};
+
+  Outcome outcome;
+  if (answer.reply->code != 0) {
+    const std::string* const reason = answer.reply->Find(proxy_protocol::kReason);
+    outcome = FailedBecause(reason ? *reason : "the proxy gives no reason", answer.reply->code);
+  }
+  return {std::move(answer.reply), std::move(outcome)};
+}
+
+ZelString TextOf(const Message& reply, const char* field) {
+  const std::string* const text = reply.Find(field);
+  return text ? ZelString(*text) : ZelString();
+}
+
+const char* const kWhat = "asking the user-session proxy";
 
 }  // namespace
 
-SessionInfo AskSession(XmlProxyClient& /*client*/) {
-  SessionInfo session;
-  session.outcome = FailedBecause(kNotConnected);
-  return session;
+SessionInfo AskSession(XmlProxyClient& client) {
+  SessionInfo failed;
+  failed.outcome.code = -1;
+  return Guarded(kWhat, failed, [&] {
+    Asked asked = Ask(client, "session", {});
+    SessionInfo session;
+    session.outcome = std::move(asked.outcome);
+    if (!session.outcome) return session;
+    session.userName = TextOf(*asked.reply, "userName");
+    session.sessionId = TextOf(*asked.reply, "sessionId");
+    session.platform = TextOf(*asked.reply, "platform");
+    session.processId = TextOf(*asked.reply, "processId").ToUL(10);
+    session.startedAt = TextOf(*asked.reply, "startedAt").ToInt64(10);
+    return session;
+  });
 }
 
 Outcome RunInSession(XmlProxyClient& client, const ZelString& commandLine) {
   return AskToRun(client, commandLine).outcome;
 }
 
-ProxyOutcome AskToRun(XmlProxyClient& /*client*/, const ZelString& /*commandLine*/) {
-  return {false, FailedBecause(kNotConnected)};
+ProxyOutcome AskToRun(XmlProxyClient& client, const ZelString& commandLine) {
+  return Guarded(kWhat, ProxyOutcome{false, {-1, {}}}, [&] {
+    Asked asked = Ask(client, "run", {{"commandLine", std::string(commandLine.Utf8())}});
+    return ProxyOutcome{asked.reply != nullptr, std::move(asked.outcome)};
+  });
 }

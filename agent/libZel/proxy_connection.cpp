@@ -1,0 +1,42 @@
+#include "agent/libZel/proxy_connection.h"
+
+#include <utility>
+
+#include "agent/proxy_protocol/frame.h"
+
+using namespace proxy_protocol;
+
+XmlProxyClient::Connection::Connection(std::unique_ptr<Channel> channel, uint32_t timeoutMs)
+    : channel_(std::move(channel)), timeoutMs_(timeoutMs) {}
+
+XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Ask(const std::string& request,
+                                                                   std::vector<Field> fields) {
+  if (!channel_) return {nullptr, "the connection to the proxy is broken"};
+  // Taken away for the time being: it comes back when nothing went wrong, exceptions included.
+  std::unique_ptr<Channel> channel = std::exchange(channel_, nullptr);
+  Answer answer = Exchange(*channel, request, std::move(fields));
+  if (answer.reply) channel_ = std::move(channel);
+  return answer;
+}
+
+XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Exchange(Channel& channel,
+                                                                        const std::string& request,
+                                                                        std::vector<Field> fields) {
+  const Deadline deadline = After(std::chrono::milliseconds(timeoutMs_));
+  const Message question{Message::Kind::kRequest, request, ++lastId_, 0, std::move(fields)};
+  const Result sent = Send(channel, question, deadline);
+  // Who turns a caller away says so without reading anything.
+  if (!sent && sent.status != Result::Status::kClosed) return {nullptr, sent.reason};
+
+  Received received = Receive(channel, deadline);
+  if (!received.result) return {nullptr, received.result.reason};
+  Message& reply = received.message;
+  const bool isReply = reply.kind == Message::Kind::kReply;
+  if (isReply && reply.id == 0 && reply.name == kConnection) {
+    const std::string* const reason = reply.Find(kReason);
+    return {nullptr, "the proxy ended the connection: " + (reason ? *reason : "no reason")};
+  }
+  if (!isReply || reply.id != question.id || reply.name != question.name)
+    return {nullptr, "the proxy answered another question"};
+  return {std::make_unique<Message>(std::move(reply)), {}};
+}

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "agent/proxy_protocol/channel.h"
+#include "agent/proxy_protocol/message.h"
+#include "libZel/proxy_client.h"
+
+/// An open connection to a proxy: one question at a time, each with its own deadline.
+struct XmlProxyClient::Connection {
+ public:
+  struct Answer {
+    /// Null when no answer came.
+    std::unique_ptr<proxy_protocol::Message> reply;
+    /// Why not.
+    std::string error;
+  };
+
+  Connection(std::unique_ptr<proxy_protocol::Channel> channel, uint32_t timeoutMs);
+
+  /// Sends the request and waits for its reply. Whatever goes wrong ends the connection, so that no
+  /// late reply is taken for that of another request.
+  Answer Ask(const std::string& request, std::vector<proxy_protocol::Field> fields);
+
+ private:
+  Answer Exchange(proxy_protocol::Channel& channel, const std::string& request,
+                  std::vector<proxy_protocol::Field> fields);
+
+  std::unique_ptr<proxy_protocol::Channel> channel_;
+  const uint32_t timeoutMs_;
+  uint32_t lastId_ = 0;
+};

@@ -1,0 +1,66 @@
+#include "agent/proxy/process.h"
+
+#include <pwd.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace {
+
+// Those that whoever started the program wants to be ignored stay so ("nohup").
+sigset_t StopSignals() {
+  sigset_t signals;
+  ::sigemptyset(&signals);
+  for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+    struct sigaction action {};
+    const bool isIgnored =
+        ::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+    if (!isIgnored) ::sigaddset(&signals, number);
+  }
+  return signals;
+}
+
+}  // namespace
+
+const char* const kPlatformName = "linux";
+
+void PrepareProcess() {
+  ::signal(SIGPIPE, SIG_IGN);
+}
+
+std::vector<std::string> Arguments(int count, char** values) {
+  return {values + (count > 0 ? 1 : 0), values + count};
+}
+
+std::string UserName() {
+  std::vector<char> buffer(4096);
+  passwd entry{};
+  passwd* found = nullptr;
+  const int error = ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found);
+  return error == 0 && found ? found->pw_name : std::to_string(::geteuid());
+}
+
+std::string SessionId() {
+  const char* const session = std::getenv("XDG_SESSION_ID");
+  return session ? session : "";
+}
+
+uint32_t ProcessId() {
+  return static_cast<uint32_t>(::getpid());
+}
+
+// The threads that are made later inherit the mask, so that only `Wait` takes these signals.
+StopRequest::StopRequest() {
+  const sigset_t signals = StopSignals();
+  ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+StopRequest::~StopRequest() = default;
+
+void StopRequest::Wait() {
+  const sigset_t signals = StopSignals();
+  int number = 0;
+  while (::sigwait(&signals, &number) != 0) {
+  }
+}

@@ -1,0 +1,85 @@
+#include "agent/proxy/process.h"
+
+#include <windows.h>
+
+#include <lmcons.h>
+#include <shellapi.h>
+
+#include <atomic>
+#include <system_error>
+
+#include "libZel/string.h"
+
+namespace {
+
+// The system ends the program when the handler of a closing console returns, at the latest after
+// this time of its own choice.
+constexpr DWORD kCloseMs = 5000;
+
+std::atomic<HANDLE> stopEvent{nullptr};
+std::atomic<HANDLE> stoppedEvent{nullptr};
+
+BOOL WINAPI OnConsoleEvent(DWORD event) {
+  SetEvent(stopEvent);
+  const bool isEnding =
+      event == CTRL_CLOSE_EVENT || event == CTRL_LOGOFF_EVENT || event == CTRL_SHUTDOWN_EVENT;
+  if (isEnding) WaitForSingleObject(stoppedEvent, kCloseMs);
+  return TRUE;
+}
+
+[[noreturn]] void Fail(const char* what) {
+  throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
+}
+
+}  // namespace
+
+const char* const kPlatformName = "windows";
+
+void PrepareProcess() {
+  SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
+  // Libraries come from this program's own directory or the system's.
+  SetDllDirectoryW(L"");
+}
+
+std::vector<std::string> Arguments(int, char**) {
+  int count = 0;
+  wchar_t** const values = CommandLineToArgvW(GetCommandLineW(), &count);
+  if (!values) Fail("the command line cannot be read");
+  std::vector<std::string> arguments;
+  for (int i = 1; i < count; ++i) arguments.emplace_back(ZelString(values[i]).Utf8());
+  LocalFree(values);
+  return arguments;
+}
+
+std::string UserName() {
+  wchar_t name[UNLEN + 1] = {};
+  DWORD length = UNLEN + 1;
+  if (!GetUserNameW(name, &length)) return {};
+  return std::string(ZelString(name).Utf8());
+}
+
+std::string SessionId() {
+  DWORD session = 0;
+  if (!ProcessIdToSessionId(GetCurrentProcessId(), &session)) return {};
+  return std::to_string(session);
+}
+
+uint32_t ProcessId() {
+  return GetCurrentProcessId();
+}
+
+StopRequest::StopRequest() {
+  stopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  stoppedEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+  if (!stopEvent || !stoppedEvent) Fail("cannot make an event");
+  SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
+}
+
+// The events live as long as the process: a handler of the console may be waiting for one.
+StopRequest::~StopRequest() {
+  SetEvent(stoppedEvent);
+}
+
+void StopRequest::Wait() {
+  WaitForSingleObject(stopEvent, INFINITE);
+}

@@ -1,0 +1,101 @@
+#include "agent/proxy/proxy_server.h"
+
+#include <exception>
+#include <utility>
+
+#include "agent/proxy_protocol/frame.h"
+
+using namespace proxy_protocol;
+
+namespace {
+
+// Where the system has no connection to give, asking again at once would only keep it busy.
+constexpr std::chrono::milliseconds kPause{100};
+
+}  // namespace
+
+ProxyServer::ProxyServer(std::unique_ptr<Listener> listener, std::shared_ptr<StopSignal> stop,
+                         Handler handler, Log log, const ProxyLimits& limits)
+    : listener_(std::move(listener)),
+      stop_(std::move(stop)),
+      handler_(std::move(handler)),
+      log_(std::move(log)),
+      limits_(limits) {}
+
+ProxyServer::~ProxyServer() = default;
+
+void ProxyServer::Run() {
+  for (;;) {
+    Connected connected = listener_->Accept();
+    if (connected.result.status == Result::Status::kStopped) break;
+    ForgetEnded();
+    if (connected.channel) {
+      Take(std::move(connected.channel));
+      continue;
+    }
+    log_(connected.result.reason);
+    if (stop_->Wait(After(kPause))) break;
+  }
+  // Their channels watch the same signal.
+  for (Connection& connection : connections_) connection.thread.join();
+  connections_.clear();
+}
+
+void ProxyServer::Take(std::unique_ptr<Channel> channel) {
+  if (connections_.size() >= limits_.connections) {
+    EndConnection(*channel, "there are too many connections");
+    return log_("a caller was turned away: there are too many connections");
+  }
+  Connection& connection = connections_.emplace_back();
+  connection.channel = std::move(channel);
+  try {
+    connection.thread = std::thread([this, &connection] {
+      Serve(*connection.channel);
+      connection.channel.reset();
+      connection.hasEnded = true;
+    });
+  } catch (const std::exception& error) {
+    connections_.pop_back();
+    log_(std::string("a connection was dropped: ") + error.what());
+  }
+}
+
+void ProxyServer::ForgetEnded() {
+  connections_.remove_if([](Connection& connection) {
+    if (!connection.hasEnded) return false;
+    connection.thread.join();
+    return true;
+  });
+}
+
+void ProxyServer::Serve(Channel& channel) const {
+  try {
+    for (;;) {
+      Received received = ReceiveNext(channel, After(limits_.idle), limits_.message);
+      if (!received.result) {
+        // What cannot be understood is answered; who has gone or dawdles is not.
+        if (received.result.status == Result::Status::kFailed)
+          EndConnection(channel, received.result.reason);
+        return;
+      }
+      if (received.message.kind != Message::Kind::kRequest)
+        return EndConnection(channel, "a reply came instead of a request");
+      if (!Send(channel, Answer(received.message), After(limits_.message))) return;
+    }
+  } catch (const std::exception&) {
+    // Without memory there is no answer either: the connection ends, the proxy goes on.
+  }
+}
+
+Message ProxyServer::Answer(const Message& request) const {
+  try {
+    return handler_(request);
+  } catch (const std::exception& error) {
+    return FailureOf(request, error.what());
+  }
+}
+
+void ProxyServer::EndConnection(Channel& channel, const std::string& why) const {
+  const Message farewell{Message::Kind::kReply, kConnection, 0, kFailed, {{kReason, why}}};
+  Send(channel, farewell, After(kPause));
+}

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+
+// The way between two processes of one machine: a Unix-domain socket, on Windows a named pipe.
+// Nothing here waits longer than its deadline.
+namespace proxy_protocol {
+
+using Deadline = std::chrono::steady_clock::time_point;
+
+inline Deadline After(std::chrono::milliseconds time) {
+  return std::chrono::steady_clock::now() + time;
+}
+
+/// How reading, writing, connecting ended.
+struct Result {
+  enum class Status { kDone, kClosed, kTooLate, kStopped, kFailed };
+
+  Status status = Status::kDone;
+  /// For the log; empty when done.
+  std::string reason;
+
+  explicit operator bool() const { return status == Status::kDone; }
+};
+
+/// Makes everything stop that waits with it. Once raised it stays so.
+class StopSignal {
+ public:
+  /// Throws std::system_error.
+  StopSignal();
+  ~StopSignal();
+  StopSignal(const StopSignal&) = delete;
+  StopSignal& operator=(const StopSignal&) = delete;
+
+  /// From any thread.
+  void Raise();
+  /// Whether it is raised before `deadline`.
+  bool Wait(Deadline deadline) const;
+
+  struct Handle;
+  const Handle& Get() const { return *handle_; }
+
+ private:
+  std::unique_ptr<Handle> handle_;
+};
+
+/// One end of an open connection. Threads: one at a time. Throws only for want of memory.
+class Channel {
+ public:
+  virtual ~Channel() = default;
+
+  /// Reads exactly `count` bytes.
+  virtual Result Read(void* bytes, size_t count, Deadline deadline) = 0;
+  /// Writes all of them.
+  virtual Result Write(const void* bytes, size_t count, Deadline deadline) = 0;
+};
+
+struct Connected {
+  /// Null on failure.
+  std::unique_ptr<Channel> channel;
+  Result result;
+};
+
+/// Connects to who listens at `pipe`. Fails at once where nobody does, and where the listener is
+/// not whom the pipe belongs to.
+Connected Connect(const std::string& pipe, Deadline deadline);
+
+/// Takes connections.
+class Listener {
+ public:
+  virtual ~Listener() = default;
+
+  /// Waits for the next connection, until `stop` is raised (status kStopped). Callers who may not
+  /// speak to this process are turned away (kFailed, as for errors of the system): the next call
+  /// goes on. The channel watches `stop` too.
+  virtual Connected Accept() = 0;
+};
+
+/// Listens at `pipe`, for this user and the system's administrators alone. Throws
+/// std::runtime_error with a sentence: when another process listens there, for example. What is
+/// made for it is gone with the listener.
+std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop);
+
+/// Where the proxy of this session listens. Throws std::runtime_error where there is no such place.
+std::string DefaultPipe();
+
+}  // namespace proxy_protocol

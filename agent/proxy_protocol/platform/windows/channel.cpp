@@ -1,0 +1,280 @@
+#include "agent/proxy_protocol/channel.h"
+
+#include <windows.h>
+
+#include <sddl.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "libZel/string.h"
+
+namespace proxy_protocol {
+
+struct StopSignal::Handle {
+  HANDLE event;
+};
+
+namespace {
+
+constexpr std::string_view kPipePrefix = R"(\\.\pipe\)";
+constexpr DWORD kBufferBytes = 64 * 1024;
+constexpr DWORD kLongestWaitMs = 0x7FFFFFFF;
+
+std::string ErrorText(DWORD error) {
+  return std::system_category().message(static_cast<int>(error));
+}
+
+struct HandleCloser {
+  void operator()(HANDLE handle) const {
+    if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
+  }
+};
+using OwnedHandle = std::unique_ptr<void, HandleCloser>;
+
+bool IsValid(const OwnedHandle& handle) {
+  return handle && handle.get() != INVALID_HANDLE_VALUE;
+}
+
+OwnedHandle MakeEvent() {
+  OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+  if (!event) {
+    throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
+                            "cannot make an event");
+  }
+  return event;
+}
+
+struct LocalFreer {
+  void operator()(void* memory) const { LocalFree(memory); }
+};
+using LocalMemory = std::unique_ptr<void, LocalFreer>;
+
+Result Failed(const std::string& what, DWORD error) {
+  return {Result::Status::kFailed, what + ": " + ErrorText(error)};
+}
+
+Result TooLate() {
+  return {Result::Status::kTooLate, "no answer in time"};
+}
+
+DWORD RemainingMs(Deadline deadline) {
+  if (deadline == Deadline::max()) return INFINITE;
+  using std::chrono::ceil, std::chrono::milliseconds;
+  const auto left = ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+  return static_cast<DWORD>(std::clamp<int64_t>(left, 0, kLongestWaitMs));
+}
+
+// Waits for an operation that has begun; one that is not done in time is taken back.
+Result Finish(HANDLE pipe, OVERLAPPED* operation, HANDLE stop, Deadline deadline,
+              DWORD* transferred) {
+  const HANDLE watched[] = {operation->hEvent, stop};
+  const DWORD count = stop ? 2 : 1;
+  const DWORD answer = WaitForMultipleObjects(count, watched, FALSE, RemainingMs(deadline));
+  if (answer != WAIT_OBJECT_0) CancelIoEx(pipe, operation);
+  // The system writes into the caller's memory until this returns.
+  const bool isDone = GetOverlappedResult(pipe, operation, transferred, TRUE);
+  const DWORD error = isDone ? ERROR_SUCCESS : GetLastError();
+  if (answer == WAIT_OBJECT_0 + 1) return {Result::Status::kStopped, "stopped"};
+  if (isDone) return {};
+  if (answer == WAIT_TIMEOUT) return TooLate();
+  if (error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED || error == ERROR_NO_DATA)
+    return {Result::Status::kClosed, "the connection was closed"};
+  return Failed("the connection failed", error);
+}
+
+class PipeChannel : public Channel {
+ public:
+  PipeChannel(OwnedHandle pipe, std::shared_ptr<StopSignal> stop)
+      : pipe_(std::move(pipe)), event_(MakeEvent()), stop_(std::move(stop)) {}
+
+  Result Read(void* bytes, size_t count, Deadline deadline) override {
+    return Transfer(static_cast<std::byte*>(bytes), count, deadline,
+                    [this](std::byte* next, DWORD size, OVERLAPPED* operation) {
+                      return ReadFile(pipe_.get(), next, size, nullptr, operation);
+                    });
+  }
+
+  Result Write(const void* bytes, size_t count, Deadline deadline) override {
+    return Transfer(static_cast<const std::byte*>(bytes), count, deadline,
+                    [this](const std::byte* next, DWORD size, OVERLAPPED* operation) {
+                      return WriteFile(pipe_.get(), next, size, nullptr, operation);
+                    });
+  }
+
+ private:
+  template <typename Byte, typename Begin>
+  Result Transfer(Byte* next, size_t count, Deadline deadline, Begin begin) {
+    while (count > 0) {
+      OVERLAPPED operation{};
+      operation.hEvent = event_.get();
+      const auto size = static_cast<DWORD>(std::min<size_t>(count, kBufferBytes));
+      if (!begin(next, size, &operation)) {
+        const DWORD error = GetLastError();
+        if (error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA ||
+            error == ERROR_PIPE_NOT_CONNECTED) {
+          return {Result::Status::kClosed, "the connection was closed"};
+        }
+        if (error != ERROR_IO_PENDING) return Failed("the connection failed", error);
+      }
+      DWORD transferred = 0;
+      const HANDLE stop = stop_ ? stop_->Get().event : nullptr;
+      if (Result result = Finish(pipe_.get(), &operation, stop, deadline, &transferred); !result)
+        return result;
+      next += transferred;
+      count -= transferred;
+    }
+    return {};
+  }
+
+  const OwnedHandle pipe_;
+  const OwnedHandle event_;
+  const std::shared_ptr<StopSignal> stop_;
+};
+
+bool IsPipeName(const std::string& pipe) {
+  return pipe.size() > kPipePrefix.size() && pipe.starts_with(kPipePrefix) &&
+         pipe.find('\0') == pipe.npos;
+}
+
+[[noreturn]] void Refuse(const std::string& pipe, const std::string& why) {
+  throw std::runtime_error("cannot listen at " + pipe + ": " + why);
+}
+
+// The account of this process, as a SID in text form.
+std::wstring OwnSid() {
+  HANDLE opened = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) return {};
+  const OwnedHandle token(opened);
+  DWORD size = 0;
+  GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
+  std::vector<std::byte> user(size);
+  wchar_t* text = nullptr;
+  if (!GetTokenInformation(token.get(), TokenUser, user.data(), size, &size) ||
+      !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &text)) {
+    return {};
+  }
+  const LocalMemory owner(text);
+  return text;
+}
+
+// The system, administrators and this account may call, nobody else.
+LocalMemory AccessRule(const std::string& pipe) {
+  const std::wstring sid = OwnSid();
+  if (sid.empty()) Refuse(pipe, "the account of this process is not known");
+  const std::wstring text = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;" + sid + L")";
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1,
+                                                            &descriptor, nullptr)) {
+    Refuse(pipe, ErrorText(GetLastError()));
+  }
+  return LocalMemory(descriptor);
+}
+
+class PipeListener : public Listener {
+ public:
+  PipeListener(const std::string& pipe, std::shared_ptr<StopSignal> stop)
+      : name_(ZelString(pipe).GetTCHAR()),
+        access_(AccessRule(pipe)),
+        event_(MakeEvent()),
+        stop_(std::move(stop)),
+        next_(MakeInstance(FILE_FLAG_FIRST_PIPE_INSTANCE)) {
+    if (IsValid(next_)) return;
+    const DWORD error = GetLastError();
+    const bool isTaken = error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY;
+    Refuse(pipe, isTaken ? "a proxy is running already" : ErrorText(error));
+  }
+
+  // Somebody can connect at any time: the next instance is there before this one is handed out.
+  Connected Accept() override {
+    if (!IsValid(next_)) next_ = MakeInstance(0);
+    if (!IsValid(next_)) return {nullptr, Failed("making a pipe", GetLastError())};
+
+    Result result = WaitForCaller();
+    if (result.status == Result::Status::kStopped) return {nullptr, std::move(result)};
+    OwnedHandle connected = std::exchange(next_, MakeInstance(0));
+    if (!result) return {nullptr, std::move(result)};
+    return {std::make_unique<PipeChannel>(std::move(connected), stop_), {}};
+  }
+
+ private:
+  OwnedHandle MakeInstance(DWORD flags) const {
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, access_.get(), FALSE};
+    return OwnedHandle(CreateNamedPipeW(
+        name_.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
+        PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
+        PIPE_UNLIMITED_INSTANCES, kBufferBytes, kBufferBytes, 0, &attributes));
+  }
+
+  Result WaitForCaller() const {
+    OVERLAPPED operation{};
+    operation.hEvent = event_.get();
+    if (!ConnectNamedPipe(next_.get(), &operation)) {
+      const DWORD error = GetLastError();
+      if (error == ERROR_PIPE_CONNECTED) return {};
+      if (error != ERROR_IO_PENDING) return Failed("taking a connection", error);
+    }
+    DWORD ignored = 0;
+    return Finish(next_.get(), &operation, stop_->Get().event, Deadline::max(), &ignored);
+  }
+
+  const std::wstring name_;
+  const LocalMemory access_;
+  const OwnedHandle event_;
+  const std::shared_ptr<StopSignal> stop_;
+  OwnedHandle next_;
+};
+
+}  // namespace
+
+StopSignal::StopSignal() : handle_(new Handle{MakeEvent().release()}) {}
+
+StopSignal::~StopSignal() {
+  CloseHandle(handle_->event);
+}
+
+void StopSignal::Raise() {
+  SetEvent(handle_->event);
+}
+
+bool StopSignal::Wait(Deadline deadline) const {
+  return WaitForSingleObject(handle_->event, RemainingMs(deadline)) == WAIT_OBJECT_0;
+}
+
+Connected Connect(const std::string& pipe, Deadline deadline) {
+  if (!IsPipeName(pipe)) {
+    return {nullptr, {Result::Status::kFailed, R"(the name does not begin with \\.\pipe\)"}};
+  }
+  const std::wstring name = ZelString(pipe).GetTCHAR();
+  for (;;) {
+    // The listener may learn who calls; it may not act as the caller.
+    OwnedHandle handle(CreateFileW(
+        name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+        FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+    if (IsValid(handle)) return {std::make_unique<PipeChannel>(std::move(handle), nullptr), {}};
+    const DWORD error = GetLastError();
+    if (error != ERROR_PIPE_BUSY) return {nullptr, Failed("no proxy", error)};
+    const DWORD left = RemainingMs(deadline);
+    // 0 would be the pipe's own default.
+    if (left == 0 || !WaitNamedPipeW(name.c_str(), left)) return {nullptr, TooLate()};
+  }
+}
+
+std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop) {
+  if (!IsPipeName(pipe)) Refuse(pipe, R"(the name does not begin with \\.\pipe\)");
+  return std::make_unique<PipeListener>(pipe, std::move(stop));
+}
+
+std::string DefaultPipe() {
+  DWORD session = 0;
+  if (!ProcessIdToSessionId(GetCurrentProcessId(), &session))
+    throw std::runtime_error("the session is not known: " + ErrorText(GetLastError()));
+  return std::string(kPipePrefix) + "zelproxy-" + std::to_string(session);
+}
+
+}  // namespace proxy_protocol
