@@ -1,5 +1,5 @@
 // The same calls with the same answers, once against the fake host and once against the real
-// library on real files: what the contract tests script is what the host says.
+// libraries on real files: what the contract tests script is what the host says.
 
 #include "tests/contract/host_agreement.h"
 
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "libZel.h"
+#include "libZelMarlin.h"
 
 namespace {
 
@@ -44,13 +45,13 @@ class HostAgreement : public ::testing::Test {
   void MakeDirectory(const std::string& name) const { fs::create_directory(directory_ / name); }
 
   template <typename Call>
-  void ExpectAnswer(const char* function, int64_t answer, Call call) {
+  static void ExpectAnswer(const char* function, int64_t answer, Call call) {
     ScriptAnswer(function, answer);
     EXPECT_EQ(static_cast<int64_t>(call()), answer) << function;
   }
   /// For errors whose number is the system's.
   template <typename Call>
-  void ExpectError(const char* function, Call call) {
+  static void ExpectError(const char* function, Call call) {
     ScriptAnswer(function, -1);
     EXPECT_NE(call(), 0) << function;
   }
@@ -67,6 +68,24 @@ class HostAgreement : public ::testing::Test {
   int Open(const std::string& name) const { return Scripted("FileOpen", 7, FileOpen, In(name)); }
   int Create(const std::string& name) const {
     return Scripted("FileCreate", 8, FileCreate, In(name));
+  }
+  static void ExpectEntry(const IniFile& file, unsigned index, const ZelString& name,
+                          const std::string& value, uint32_t line) {
+    ZelString text;
+    ScriptText("IniFile::GetEntryName", std::string(name.Utf8()));
+    EXPECT_EQ(file.GetEntryName("Run", index, text), 1) << index;
+    EXPECT_EQ(text, name);
+    ScriptText("IniFile::GetEntryValue", value);
+    EXPECT_EQ(file.GetEntryValue("Run", name, text), 1) << index;
+    EXPECT_EQ(text, value);
+    ExpectAnswer("IniFile::FindEntryLine", line, [&] { return file.FindEntryLine("Run", name); });
+  }
+  /// Expects the section to have no entry `index`.
+  static void ExpectNoEntries(const IniFile& file, const ZelString& section, unsigned index) {
+    ZelString name = "before";
+    ExpectAnswer("IniFile::GetEntryName", 0,
+                 [&] { return file.GetEntryName(section, index, name); });
+    EXPECT_EQ(name, "before");
   }
   /// Reads into a buffer of `room` bytes and expects these.
   static void ExpectRead(int handle, uint32_t room, const std::string& bytes) {
@@ -284,6 +303,121 @@ TEST_F(HostAgreement, OnDirectoriesThatAreRead) {
 
   std::sort(names.begin(), names.end());
   EXPECT_EQ(names, (std::vector<std::string>{".", "..", "a.txt", "d"}));
+}
+
+TEST_F(HostAgreement, OnTheVersionOfTheSystem) {
+  ScriptText("OSVersion::GetFullVersion", "010.000.19045");
+  const ZelString version = OSVersion::GetFullVersion();
+  ScriptAnswer("OSVersion::GetMajorVersion", 10);
+  const uint32_t major = OSVersion::GetMajorVersion();
+
+  ASSERT_EQ(version.GetLength(), 13u);
+  EXPECT_EQ(version.SubString(3, 1), ".");
+  EXPECT_EQ(version.SubString(7, 1), ".");
+  EXPECT_EQ(version.SubString(0, 3).ToUL(10), major);
+  EXPECT_GE(version, OSVersion::FULL_VERSION_WINDOWS_XP);
+  EXPECT_GT(major, OSVersion::MAJOR_MICROSOFT_WINDOWS_NT);
+}
+
+TEST_F(HostAgreement, OnEntriesOfIniFiles) {
+  WriteFile("a.ini", "[Run]\r\n; C=z.mlx\r\nA=x.mlx\r\nB = y.mlx\r\n[Other]\r\nD=1\r\n");
+  const IniFile file(In("a.ini"));
+
+  ExpectEntry(file, 1, "A", "x.mlx", 3);
+  ExpectEntry(file, 2, "B", "y.mlx", 4);
+  ExpectNoEntries(file, "Run", 3);
+  ExpectNoEntries(file, "RunOnce", 1);
+  ExpectNoEntries(IniFile(In("no.ini")), "Run", 1);
+}
+
+TEST_F(HostAgreement, OnEntriesThatAreMissing) {
+  WriteFile("a.ini", "[Run]\r\nA=x.mlx\r\n");
+  const IniFile file(In("a.ini"));
+  ZelString value = "before";
+
+  ExpectAnswer("IniFile::GetEntryValue", 0,
+               [&] { return file.GetEntryValue("Run", "B", value, "default"); });
+  EXPECT_EQ(value, "default");
+  ExpectAnswer("IniFile::FindEntryLine", 0, [&] { return file.FindEntryLine("Run", "B"); });
+  ExpectAnswer("IniFile::FindEntryLine", 0, [&] { return file.FindEntryLine("Other", "A"); });
+}
+
+TEST_F(HostAgreement, OnEntriesThatAreCommentedOut) {
+  WriteFile("a.ini", "[Run]\r\nA=x.mlx\r\nB=y.mlx\r\n");
+  {
+    IniFile file(In("a.ini"));
+    ExpectAnswer("File::InsertLine", 1, [&] { return file.InsertLine(2, "; A=x.mlx\r\n"); });
+    ExpectAnswer("File::DeleteLine", 1, [&] { return file.DeleteLine(3); });
+  }
+  ExpectEntry(IniFile(In("a.ini")), 1, "B", "y.mlx", 3);
+
+  IniFile missing(In("no.ini"));
+  ExpectAnswer("File::InsertLine", 0, [&] { return missing.InsertLine(7, "; A=x.mlx\r\n"); });
+  ExpectAnswer("File::DeleteLine", 0, [&] { return missing.DeleteLine(8); });
+}
+
+TEST_F(HostAgreement, OnProgramsAndProcessesThatAreNotThere) {
+  bool failed = false;
+  ExpectAnswer("ExecRedirect", 0, [&] {
+    return ExecRedirect("\"" + In("no program") + "\" ", failed, nullptr, "", "", "", 0, false,
+                        false, nullptr, false, nullptr);
+  });
+  EXPECT_FALSE(failed);
+
+  ProcessAccess access;
+  ExpectAnswer("ProcessAccess::TerminateProcessByID", 0,
+               [&] { return access.TerminateProcessByID(0); });
+}
+
+TEST_F(HostAgreement, OnAProxyThatIsNotThere) {
+  XmlProxyClient client;
+  ExpectAnswer("XmlProxyClient::Initialise", 0, [&] {
+    return client.Initialise(In("no proxy"), 100, XmlProxyClient::kUserSession);
+  });
+  EXPECT_EQ(client.GetConnection(), nullptr);
+}
+
+TEST_F(HostAgreement, OnScriptsThatAreNotThere) {
+  MarlinContext context(nullptr);
+
+  ExpectAnswer("MarlinContext::CompileScriptFile", 0,
+               [&] { return context.CompileScriptFile(In("no.mlx")); });
+  ExpectAnswer("MarlinContext::GetContextError", kMarlinNotReadable,
+               [&] { return context.GetContextError(); });
+  ScriptAnswer("MarlinContext::GetVariable", 1);
+  const VarHandle* const line = context.GetVariable("ErrLine", kVarListGlobal);
+  ASSERT_NE(line, nullptr);
+  ExpectAnswer("VarHandle::GetIntegerValue", 0, [&] { return line->GetIntegerValue(); });
+  ScriptAnswer("MarlinContext::GetVariable", 0);
+  EXPECT_EQ(context.GetVariable("NoSuchVariable", kVarListGlobal), nullptr);
+}
+
+TEST_F(HostAgreement, OnFunctionModulesThatAreNotThere) {
+  MarlinContext context(nullptr);
+  context.SetExePath(In("zelagent"));
+  context.SetIniDir(In(""));
+  ZelString module = "no such module.mlx";
+  void* handle = nullptr;
+
+  ExpectAnswer("MarlinContext::LoadFunctionModule", 0,
+               [&] { return context.LoadFunctionModule(module, "", &handle); });
+
+  EXPECT_EQ(handle, nullptr);
+}
+
+TEST_F(HostAgreement, OnThePartsOfPaths) {
+  PathParser parser;
+  parser.LoadPath("C:\\scripts/sub\\job.one.mlx");
+  EXPECT_EQ(parser.GetDrive(), "C:");
+  EXPECT_EQ(parser.GetDir(), "\\scripts/sub\\");
+  EXPECT_EQ(parser.GetFileName(), "job.one.mlx");
+  EXPECT_EQ(parser.GetFileNameWithoutExt(), "job.one");
+
+  // Nothing of the path before stays.
+  parser.LoadPath("job");
+  EXPECT_EQ(parser.GetDrive(), "");
+  EXPECT_EQ(parser.GetDir(), "");
+  EXPECT_EQ(parser.GetFileName(), "job");
 }
 
 TEST_F(HostAgreement, OnDirectoriesThatCannotBeRead) {
