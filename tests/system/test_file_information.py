@@ -16,9 +16,12 @@ ACCESS_REFUSED = 12
 WINE_PROGRAMS = pathlib.Path("/usr/lib/x86_64-linux-gnu/wine/x86_64-windows")
 PRODUCTS = {
     "zelagent.exe": "zelagent.exe",
+    "zelagent.mlx": "zelagent.mlx",
     "zelctl.exe": "zelctl.exe",
+    "zelproxy.exe": "zelproxy.exe",
     "libZel.dll": "libZel.dll",
     "libZelCore.dll": "libZelCore.dll",
+    "libZelMarlin.dll": "libZelMarlin.dll",
     "modules/ZelCoreUtils.dll": "ZelCoreUtils.dll",
 }
 
