@@ -360,9 +360,9 @@ def bench_read(build, directory):
 
 @contextlib.contextmanager
 def enough_processes():
-    """As many processes as are to be listed, at least."""
+    """As many processes as are to be listed, and some more: others may end meanwhile."""
     running = sum(name.isdecimal() for name in os.listdir("/proc"))
-    started = [subprocess.Popen(["sleep", "600"]) for _ in range(LISTED_PROCESSES - running)]
+    started = [subprocess.Popen(["sleep", "600"]) for _ in range(LISTED_PROCESSES + 50 - running)]
     try:
         yield
     finally:
@@ -390,7 +390,7 @@ def bench_ps(build, directory):
         assert run_ps().count(b"\n") > LISTED_PROCESSES
         ours, peer = alternate([run_ours, run_ps], 101)
         connection.close()
-    return [report(f"list of {LISTED_PROCESSES} processes", ours * 1e3, peer * 1e3, "ms", 1,
+    return [report(f"list of over {LISTED_PROCESSES} processes", ours * 1e3, peer * 1e3, "ms", 1,
                    "smaller")]
 
 

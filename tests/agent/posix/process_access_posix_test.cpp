@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "agent/libZel/platform/posix/process_files.h"
+#include "agent/libZel/process_table.h"
 #include "libZel/process.h"
 #include "tests/agent/child_process.h"
 #include "tests/agent/temporary_directory.h"
@@ -34,6 +36,21 @@ ProcessInfo Listed(pid_t id) {
   const auto found = std::ranges::find(list, static_cast<uint32_t>(id), &ProcessInfo::id);
   EXPECT_NE(found, list.end()) << id;
   return found == list.end() ? ProcessInfo() : *found;
+}
+
+// Lists until the child's load is what is expected: on a busy machine that may take some turns.
+bool HasLoad(const ChildProcess& child, bool expected) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  ProcessAccess processes(ProcessAccess::PROC_ACCESS_ALL_AVAILABLE_AND_COMPUTE_CPU);
+  std::vector<ProcessInfo> list;
+  while (std::chrono::steady_clock::now() < deadline) {
+    processes.Refresh();
+    processes.GetProcessList(list);
+    const auto listed = std::ranges::find(list, child.Id(), &ProcessInfo::id);
+    if (listed == list.end()) return false;
+    if ((listed->currentCpu > 0) == expected) return true;
+  }
+  return false;
 }
 
 // A child that runs `prepare`, tells that it has, and then waits; ended with the object.
@@ -69,6 +86,24 @@ class PreparedChild {
  private:
   pid_t id_ = 0;
 };
+
+// Wine tells the caller's own processor time for other processes: their loads are not tested there.
+TEST(GetProcessListOnPosix, ShowsTheLoadOfAChildThatComputes) {
+  const ChildProcess child(ChildProcess::Task::kCompute);
+  EXPECT_TRUE(HasLoad(child, true));
+
+  std::vector<process_table::Entry> entries;
+  ASSERT_TRUE(process_table::Read(&entries));
+  const auto entry = std::ranges::find(
+      entries, child.Id(), [](const process_table::Entry& each) { return each.info.id; });
+  ASSERT_NE(entry, entries.end());
+  EXPECT_GT(entry->cpuMicroseconds, 0u);
+}
+
+TEST(GetProcessListOnPosix, ShowsNoLoadForAChildThatWaits) {
+  const ChildProcess child(ChildProcess::Task::kWait);
+  EXPECT_TRUE(HasLoad(child, false));
+}
 
 TEST(GetProcessListOnPosix, NamesTheUser) {
   const passwd* const user = getpwuid(geteuid());

@@ -5,6 +5,7 @@
 #include <psapi.h>
 #include <tlhelp32.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <string_view>
@@ -98,7 +99,8 @@ void AddMemory(HANDLE process, Entry* entry) {
     return;
   }
   entry->info.usedBytes = counters.WorkingSetSize;
-  entry->info.virtualBytes = counters.PrivateUsage;
+  // They are the same; Windows 7 fills only the first, Wine only the second.
+  entry->info.virtualBytes = std::max<uint64_t>(counters.PrivateUsage, counters.PagefileUsage);
 }
 
 bool HasEnded(HANDLE process, DWORD timeoutMs) {
