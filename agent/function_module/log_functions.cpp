@@ -14,7 +14,13 @@ ZelString CheckLine(lua_State* L) {
   luaL_checkstring(L, 1);
   lua_pushvalue(L, lua_upvalueindex(1));
   lua_insert(L, 1);
-  lua_call(L, lua_gettop(L) - 1, 1);
+  const int status = lua_pcall(L, lua_gettop(L) - 1, 1, 0);
+  if (status == LUA_ERRMEM) RaiseMemoryError(L);
+  if (status != LUA_OK) {
+    // Its own place is not in the script, ours is.
+    const char* const reason = lua_tostring(L, -1);
+    luaL_error(L, "%s", reason != nullptr ? reason : "an error without a text");
+  }
   return TextAt(L, -1).SubString(0, kMostLineBytes);
 }
 
