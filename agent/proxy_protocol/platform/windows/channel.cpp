@@ -176,6 +176,13 @@ LocalMemory AccessRule(const std::string& pipe) {
   return LocalMemory(descriptor);
 }
 
+// Whether a process has made a pipe of that name. The listener's own flag is what decides; Wine
+// does not know it.
+bool Exists(const std::wstring& name) {
+  constexpr DWORD kWaitMs = 1;
+  return WaitNamedPipeW(name.c_str(), kWaitMs) || GetLastError() != ERROR_FILE_NOT_FOUND;
+}
+
 class PipeListener : public Listener {
  public:
   PipeListener(const std::string& pipe, std::shared_ptr<StopSignal> stop)
@@ -267,6 +274,7 @@ Connected Connect(const std::string& pipe, Deadline deadline) {
 
 std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop) {
   if (!IsPipeName(pipe)) Refuse(pipe, R"(the name does not begin with \\.\pipe\)");
+  if (Exists(ZelString(pipe).GetTCHAR())) Refuse(pipe, "a proxy is running already");
   return std::make_unique<PipeListener>(pipe, std::move(stop));
 }
 
