@@ -2,7 +2,10 @@
 
 #include "tests/fake_host/fake_host.h"
 
+#include <memory>
+
 #include "tests/contract/module_test.h"
+#include "tests/fake_host/fake_function_module.h"
 
 namespace {
 
@@ -116,6 +119,71 @@ TEST(FakeHost, ShowsEveryArgumentOfAnInvocation) {
                               address + ", 5, 6, true)",
                           "InvokeContainerToMasterWithTempTunnel(\"Do\", {N: Int32 1}, null, "
                           "null, ~0, 2)"));
+}
+
+TEST(FakeHost, FillsNoTextInWithTheAnswerZero) {
+  FakeHost host;
+  host.AnswerText("IniFile::GetEntryName", "A", 7);
+  host.AnswerText("IniFile::GetEntryName", "B", 0);
+  const IniFile file("C:/a.ini");
+  ZelString name;
+
+  EXPECT_EQ(file.GetEntryName("Run", 1, name), 7);
+  EXPECT_EQ(name, "A");
+  EXPECT_EQ(file.GetEntryName("Run", 2, name), 0);
+  EXPECT_EQ(name, "A");
+}
+
+TEST(FakeHost, TellsAConnectedClientFromOthers) {
+  FakeHost host;
+  host.Answer("XmlProxyClient::Initialise", 1);
+  MarlinContext context(nullptr);
+  XmlProxyClient connected;
+  XmlProxyClient unconnected;
+  connected.Initialise("pipe", 5, 1);
+  host.ForgetTranscript();
+
+  for (XmlProxyClient* client : {&connected, &unconnected}) context.SetXmlProxyClient(client);
+  context.SetXmlProxyClient(nullptr);
+
+  EXPECT_THAT(host.Transcript(), ElementsAre("MarlinContext::SetXmlProxyClient(client of \"pipe\")",
+                                             "MarlinContext::SetXmlProxyClient(unconnected client)",
+                                             "MarlinContext::SetXmlProxyClient(null)"));
+}
+
+TEST(FakeHost, TellsTheContainerOfAVariableFromOthersThatAreEqual) {
+  FakeHost host;
+  MarlinContext context(nullptr);
+  auto container = std::make_unique<ZelContainer>();
+  auto variable = std::make_unique<VarHandle>("ContainerHandle", "Mine", 0);
+  variable->SetHandleValue(container.get());
+  context.AddVariable(variable.release(), kVarListGlobal);
+  host.ForgetTranscript();
+
+  NoteAddContainerVariable(&context, container.release());
+  NoteAddContainerVariable(&context, std::make_unique<ZelContainer>().release());
+  NoteAddContainerVariable(nullptr, std::make_unique<ZelContainer>().release());
+  NoteSetActionInvokeAddress(nullptr);
+
+  EXPECT_THAT(host.Transcript(), ElementsAre("AddContainerVariable(\"Mine\", {})",
+                                             "AddContainerVariable(no variable, {})",
+                                             "AddContainerVariable(unknown context, {})",
+                                             "SetActionInvokeAddress(another function)"));
+}
+
+TEST(FakeHost, ComplainsOfAnErrorListThatIsNotTheContexts) {
+  std::vector<std::string> complaints;
+  FakeHost host;
+  host.ComplainTo([&](const std::string& what) { complaints.push_back(what); });
+  host.AnswerText("ErrorList::GetErrorName", "NAME");
+  host.AnswerText("ErrorList::GetErrorName", "NAME");
+  const MarlinContext context(nullptr);
+
+  context.GetErrorList().GetErrorName(1);
+  EXPECT_THAT(complaints, IsEmpty());
+  ErrorList().GetErrorName(1);
+
+  EXPECT_THAT(complaints, ElementsAre("the error list is not the context's own"));
 }
 
 TEST(Describe, ShowsEveryTypeAndLists) {
