@@ -1,0 +1,203 @@
+"""CoreUtilsRunProgram: programs in the agent's context, and in the user's by way of zelproxy."""
+
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import tempfile
+import threading
+import time
+import uuid
+
+import pytest
+
+from agents import STOP_TIMEOUT_S, START_TIMEOUT_S, clean_environment, program
+
+FAILURE = 1
+ACCESS_REFUSED = 12
+WAIT_S = 30
+SHELL = {"linux": "/bin/sh", "windows": r"C:\windows\system32\cmd.exe"}
+
+
+@pytest.fixture
+def directory():
+    """A directory whose path is short and holds no blanks."""
+    path = pathlib.Path(tempfile.mkdtemp(prefix="zelrun"))
+    yield path
+    shutil.rmtree(path)
+
+
+def script(agent, linux, windows):
+    """Parameters of the shell that run one of two scripts."""
+    return f'-c "{linux}"' if agent.platform == "linux" else f"/c {windows}"
+
+
+def eventually(what, message):
+    """The first true value of `what`, which a program that was started brings about."""
+    deadline = time.monotonic() + WAIT_S
+    while time.monotonic() < deadline:
+        if value := what():
+            return value
+        time.sleep(0.02)
+    raise AssertionError(message)
+
+
+def content(file):
+    """The text of a file that a program leaves, when it holds a whole line."""
+    return eventually(lambda: file.exists() and file.read_text().endswith("\n") and
+                      file.read_text(), f"{file} did not appear").strip()
+
+
+class Proxy:
+    """A zelproxy with a variable in its environment."""
+
+    def __init__(self, platform, directory, **environment):
+        self.platform = platform
+        name = f"zelproxy-test-{uuid.uuid4().hex[:12]}"
+        self.pipe = (rf"\\.\pipe\{name}" if platform == "windows" else str(directory / name))
+        self.process = subprocess.Popen(
+            program(platform, "zelproxy") + ["--pipe", self.pipe],
+            env=clean_environment(**environment), stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        timer = threading.Timer(START_TIMEOUT_S, self.process.kill)
+        timer.start()
+        line = self.process.stdout.readline().decode().strip()
+        timer.cancel()
+        if line != "zelproxy ready: " + self.pipe:
+            self.kill()
+            raise AssertionError((line, self.process.stderr.read()))
+
+    def stop(self):
+        self.process.send_signal(signal.SIGINT if self.platform == "windows" else signal.SIGTERM)
+        return self.process.wait(STOP_TIMEOUT_S)
+
+    def kill(self):
+        if self.process.poll() is None:
+            self.process.kill()
+            self.process.wait()
+
+
+@pytest.fixture
+def make_proxy(platform, directory):
+    made = []
+
+    def make(**environment):
+        made.append(Proxy(platform, directory, **environment))
+        return made[-1]
+
+    yield make
+    for one in made:
+        one.kill()
+
+
+def make_agent_with(make_agent, pipe):
+    agent = make_agent(f"[proxy]\npipe = {pipe}\n")
+    agent.add_users()
+    return agent.start()
+
+
+def test_a_program_runs_and_leaves_a_file(agent, directory):
+    file = directory / "left behind"
+    code, container = agent.call(
+        "CoreUtilsRunProgram", Path=SHELL[agent.platform],
+        Parameters=script(agent, f"echo ran > '{file}'", f'echo ran> "{agent.path(file)}"'))
+    assert (code, container) == (0, {})
+    assert content(file) == "ran"
+
+
+def test_a_missing_program_answers_1(agent, directory):
+    code, container = agent.call("CoreUtilsRunProgram", Path=agent.path(directory / "missing.exe"))
+    assert (code, container) == (FAILURE, {})
+    assert "missing.exe" in agent.log()
+
+
+def test_who_may_not_write_the_program_may_not_run_it(agent, directory):
+    file = directory / "file"
+    code, _ = agent.call(
+        "CoreUtilsRunProgram", user="visitor", Path=SHELL[agent.platform],
+        Parameters=script(agent, f"echo ran > {file}", f"echo ran> {agent.path(file)}"))
+    assert code == ACCESS_REFUSED
+    assert not file.exists()
+
+
+def test_the_proxy_runs_it_in_its_own_environment(make_agent, make_proxy, directory):
+    proxy = make_proxy(ZEL_TEST_VARIABLE="from-the-session")
+    agent = make_agent_with(make_agent, proxy.pipe)
+    file = directory / "file"
+
+    for in_session, expected in ((True, "from-the-session"), (False, "")):
+        file.unlink(missing_ok=True)
+        code, container = agent.call(
+            "CoreUtilsRunProgram", Path=SHELL[agent.platform], ProgramContext=in_session,
+            Parameters=script(agent, f"echo =$ZEL_TEST_VARIABLE > {file}",
+                              f"set ZEL_TEST_>{agent.path(file)} & echo end>>{agent.path(file)}"))
+        assert (code, container) == (0, {}), agent.describe()
+        eventually(lambda: file.exists() and file.read_text().endswith("\n") and
+                   (agent.platform == "linux" or "end" in file.read_text()), "no file")
+        assert ("from-the-session" in file.read_text()) == bool(expected)
+
+    code, container = agent.call("CoreUtilsRunProgram", ProgramContext=True,
+                                 Path=agent.path(directory / "missing.exe"))
+    assert (code, container) == (FAILURE, {})
+    assert agent.stop() == 0
+    assert proxy.stop() == 0
+    assert agent.platform == "windows" or not pathlib.Path(proxy.pipe).exists()
+
+
+def test_without_a_proxy_nothing_runs_in_the_users_session(platform, make_agent, directory):
+    pipe = {"linux": str(directory / "none"), "windows": r"\\.\pipe\zel-no-such-proxy"}[platform]
+    agent = make_agent_with(make_agent, pipe)
+    code, container = agent.call("CoreUtilsRunProgram", Path=SHELL[agent.platform],
+                                 Parameters="-c true", ProgramContext=True)
+    assert (code, container) == (FAILURE, {})
+    assert "cannot be asked" in agent.log()
+    assert agent.stop() == 0
+
+
+def test_there_is_one_proxy_at_a_place(platform, make_proxy):
+    proxy = make_proxy()
+    second = subprocess.run(program(platform, "zelproxy") + ["--pipe", proxy.pipe],
+                            stdin=subprocess.DEVNULL, capture_output=True, timeout=WAIT_S)
+    assert second.returncode == 1
+    assert b"a proxy is running already" in second.stderr
+    assert proxy.process.poll() is None
+
+
+def test_the_proxy_tells_its_version(platform):
+    done = subprocess.run(program(platform, "zelproxy") + ["--version"], stdin=subprocess.DEVNULL,
+                          capture_output=True, timeout=WAIT_S)
+    assert (done.returncode, done.stdout.split()[0]) == (0, b"zelproxy")
+
+
+def test_a_proxy_that_was_killed_gives_way_to_the_next(make_proxy, platform, directory):
+    first = make_proxy()
+    first.kill()
+    second = subprocess.Popen(program(platform, "zelproxy") + ["--pipe", first.pipe],
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
+    try:
+        assert second.stdout.readline().decode().strip() == "zelproxy ready: " + first.pipe
+    finally:
+        second.kill()
+        second.wait()
+
+
+@pytest.mark.parametrize("platform", ["linux"], indirect=True)
+def test_programs_inherit_nothing_and_stay_no_zombies(agent, directory):
+    file = directory / "file"
+    fifo = directory / "fifo"
+    os.mkfifo(fifo)
+    code, _ = agent.call("CoreUtilsRunProgram", Path="/bin/sh",
+                         Parameters=f'-c "echo $$ > {file}; read line < {fifo}"')
+    assert code == 0
+    process = int(content(file))
+    handles = {entry.name: os.readlink(entry) for entry in pathlib.Path(
+        f"/proc/{process}/fd").iterdir() if not os.readlink(entry) == str(fifo)}
+    assert set(handles.values()) == {"/dev/null"}, handles
+    assert os.getsid(process) == process
+    status = pathlib.Path(f"/proc/{process}/status").read_text()
+    assert f"PPid:\t{agent.process.pid}\n" in status
+    assert "SigBlk:\t0000000000000000\n" in status
+
+    fifo.write_text("go\n")
+    eventually(lambda: not pathlib.Path(f"/proc/{process}").exists(), "a zombie is left")
