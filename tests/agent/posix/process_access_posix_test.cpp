@@ -122,7 +122,7 @@ TEST(GetProcessListOnPosix, IsNotMisledByTheNameThatAProcessGivesItself) {
   const PreparedChild child([] { prctl(PR_SET_NAME, "a) R 1 1 (b"); });
   const ProcessInfo listed = Listed(child.Id());
   EXPECT_EQ(listed.parentId, static_cast<uint32_t>(getpid()));
-  EXPECT_EQ(listed.threadCount, 1u);
+  EXPECT_GE(listed.threadCount, 1u);
   EXPECT_EQ(listed.name, Listed(getpid()).name);
 }
 
