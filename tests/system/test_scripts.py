@@ -46,7 +46,7 @@ def test_a_script_finds_its_parameters_and_calls_actions(agent, tmp_path):
           local file = ParamsContainer:get_string("File")
           local code, result = action.invoke("CoreUtilsGetFileSize", {{Path = file}})
           local out = assert(io.open({lua_path(agent, answer)}, "wb"))
-          out:write(code, " ", result.Result, " ", tostring(ParamsContainer:get("Deep").Flag))
+          out:write(code, " ", result.Result, " ", tostring(ParamsContainer:get("Deep"):get("Flag")))
           out:close()
         end
         """, Params={"File": agent.path(tmp_path / "measured"), "Deep": {"Flag": True}})
