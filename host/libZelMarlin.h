@@ -57,16 +57,16 @@ class Stack {};
 /// What can go wrong with a script.
 enum MarlinError : int {
   kMarlinOk = 0,
-  kMarlinNotReadable = 1,  ///< the script file cannot be read, or is too large
-  kMarlinNotText = 2,      ///< it is compiled code or in an encoding that is not supported
-  kMarlinSyntax = 3,       ///< it is not well-formed
-  kMarlinNoProcedure = 4,  ///< it has no procedure of the name to be run
-  kMarlinRuntime = 5,      ///< an error was raised while it ran
-  kMarlinMemory = 6,       ///< it needed more memory than it may have
-  kMarlinInstructions = 7, ///< it ran for more instructions than it may
-  kMarlinDepth = 8,        ///< scripts run by scripts are nested too deep
-  kMarlinExit = 9,         ///< it ended itself with a failure
-  kMarlinInternal = 10,    ///< the engine failed
+  kMarlinNotReadable = 1,   ///< the script file cannot be read, or is too large
+  kMarlinNotText = 2,       ///< it is compiled code or in an encoding that is not supported
+  kMarlinSyntax = 3,        ///< it is not well-formed
+  kMarlinNoProcedure = 4,   ///< it has no procedure of the name to be run
+  kMarlinRuntime = 5,       ///< an error was raised while it ran
+  kMarlinMemory = 6,        ///< it needed more memory than it may have
+  kMarlinInstructions = 7,  ///< it ran for more instructions than it may
+  kMarlinDepth = 8,         ///< scripts run by scripts are nested too deep
+  kMarlinExit = 9,          ///< it ended itself with a failure
+  kMarlinInternal = 10,     ///< the engine failed
 };
 
 /// Names and texts of error codes.

@@ -54,8 +54,8 @@ ResultCode CoreUtilsListProcess(ZelContainer* params) {
 }
 
 ResultCode CoreUtilsInfosProcessAvailable(ZelContainer* params) {
-  for (const char* column : {kOwner, kName, kPath, kTotalCpu, kCurrentCpu, kId, kMemoryVirtual,
-                             kMemoryUsed}) {
+  for (const char* column :
+       {kOwner, kName, kPath, kTotalCpu, kCurrentCpu, kId, kMemoryVirtual, kMemoryUsed}) {
     params->SetBool(column, true, kNoIndex);
   }
 
