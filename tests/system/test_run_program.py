@@ -182,6 +182,39 @@ def test_a_proxy_that_was_killed_gives_way_to_the_next(make_proxy, platform, dir
         second.wait()
 
 
+ASK = """
+import socket, sys
+document = b'<message kind="request" name="session" id="1"/>'
+with socket.socket(socket.AF_UNIX) as client:
+    client.connect(sys.argv[1])
+    try:
+        client.sendall(len(document).to_bytes(4, "big") + document)
+        answer = client.recv(65536)
+    except (BrokenPipeError, ConnectionResetError):
+        answer = b""
+sys.exit(0 if b"userName" in answer else 3 if not answer else 4)
+"""
+
+
+@pytest.mark.parametrize("platform", ["linux"], indirect=True)
+def test_the_proxy_turns_other_users_away(make_proxy, directory):
+    """Even where they could reach the socket. Needs root."""
+    proxy = make_proxy()
+    assert os.stat(proxy.pipe).st_mode & 0o777 == 0o600
+    directory.chmod(0o755)
+    os.chmod(proxy.pipe, 0o666)
+
+    def ask(**options):
+        return subprocess.run(["/usr/bin/python3", "-c", ASK, proxy.pipe], timeout=WAIT_S,
+                              cwd="/", **options).returncode
+
+    assert ask() == 0
+    assert ask(user=65534, group=65534, extra_groups=[]) == 3
+    assert ask() == 0
+    proxy.stop()
+    assert b"turned away: user 65534" in proxy.process.stderr.read()
+
+
 @pytest.mark.parametrize("platform", ["linux"], indirect=True)
 def test_programs_inherit_nothing_and_stay_no_zombies(agent, directory):
     file = directory / "file"
