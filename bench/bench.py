@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Measures the agent beside its peers, in one run, and prints ratios.
 
-Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps]...
+Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps|script]...
 """
 
 import base64
@@ -394,8 +394,60 @@ def bench_ps(build, directory):
                    "smaller")]
 
 
+def raw_call(connection, url, action, parameters):
+    """One call over an open connection, with as little of this program's own time as can be."""
+    body = json.dumps(parameters).encode()
+    request = (f"POST /v1/actions/{action} HTTP/1.1\r\nHost: {url.removeprefix('http://')}\r\n"
+               f"Content-Type: application/json\r\nAuthorization: {authorization()}\r\n"
+               f"Content-Length: {len(body)}\r\n\r\n").encode() + body
+
+    def call():
+        connection.sendall(request)
+        reply = connection.recv(65536)
+        assert b'"code":0,' in reply, reply
+
+    return call
+
+
+def spawn(*command):
+    def run():
+        status = os.waitpid(os.posix_spawn(command[0], command, os.environ), 0)[1]
+        assert status == 0
+    return run
+
+
+def bench_script(build, directory):
+    """An empty script through the action beside empty programs of Lua and Python as processes, and
+    a script that invokes an action many times."""
+    calls = 100000
+    with Agent(build, directory / "home") as agent:
+        scripts = directory / "home/data/ZelCoreUtils"
+        (scripts / "empty.mlx").write_text("function main() end\n")
+        (scripts / "calls.mlx").write_text(
+            "function main()\n"
+            f"  for i = 1, {calls} do\n"
+            '    assert(action.invoke("CoreUtilsInfosProcessAvailable") == 0)\n'
+            "  end\n"
+            "end\n")
+        host, port = agent.url.removeprefix("http://").split(":")
+        with socket.create_connection((host, int(port)), 600) as connection:
+            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+
+            def run(name):
+                return raw_call(connection, agent.url, "CoreUtilsRunScript", {"Name": name})
+
+            ours, lua, python = alternate(
+                [run("empty.mlx"), spawn("/usr/bin/lua5.4", "-e", ""),
+                 spawn("/usr/bin/python3", "-c", "")], 201)
+            invoking = seconds_of(run("calls.mlx"))
+    print(f"empty program of python3: {python * 1e3:.1f} ms")
+    print(f"script that invokes an action {calls} times: {calls / invoking:,.0f} calls/s")
+    return [report("empty script", ours * 1e3, lua * 1e3, "ms", 0.2, "smaller")]
+
+
 BENCHES = {"dispatch": bench_dispatch, "copy": bench_copy, "start": bench_start,
-           "listing": bench_listing, "digest": bench_digest, "read": bench_read, "ps": bench_ps}
+           "listing": bench_listing, "digest": bench_digest, "read": bench_read, "ps": bench_ps,
+           "script": bench_script}
 
 
 def main():
