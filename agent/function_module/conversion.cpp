@@ -63,7 +63,7 @@ class FromScript {
 };
 
 void FromScript::Count(size_t bytes) {
-  if (!memory_.Add(bytes)) throw std::bad_alloc();
+  if (!memory_.Add(L_, bytes)) throw std::bad_alloc();
 }
 
 void FromScript::Enter(const void* table, const std::string& path) {

@@ -36,11 +36,11 @@ size_t MeasureContainer(const ZelContainer& container) {
 }
 
 void ScriptContainer::Reserve(lua_State* L, size_t bytes) {
-  if (memory.Bytes() > 2 * measuredBytes + kSmallBytes || !memory.Add(bytes)) {
+  if (memory.Bytes() > 2 * measuredBytes + kSmallBytes || !memory.Add(L, bytes)) {
     // Values that were replaced have been counted, too: look at what is there.
     measuredBytes = MeasureContainer(container);
     memory.Set(std::min(memory.Bytes(), measuredBytes));
-    if (!memory.Add(bytes)) RaiseMemoryError(L);
+    if (!memory.Add(L, bytes)) RaiseMemoryError(L);
   }
 }
 

@@ -143,10 +143,10 @@ void* Interpreter::Allocate(void* self, void* block, size_t oldSize, size_t newS
   return moved;
 }
 
-bool Interpreter::AddMemory(size_t bytes) {
+bool Interpreter::AddMemory(lua_State* L, size_t bytes) {
   const auto fits = [&] { return usedBytes_ + bytes <= settings_.memoryBytes; };
   // What holds this memory may be garbage by now.
-  if (!fits()) lua_gc(state_, LUA_GCCOLLECT);
+  if (!fits()) lua_gc(L, LUA_GCCOLLECT);
   if (!fits()) return false;
   usedBytes_ += bytes;
   return true;
@@ -390,8 +390,8 @@ ScriptMemory::~ScriptMemory() {
   interpreter_.ChangeMemory(bytes_, 0);
 }
 
-bool ScriptMemory::Add(size_t bytes) {
-  if (!interpreter_.AddMemory(bytes)) return false;
+bool ScriptMemory::Add(lua_State* L, size_t bytes) {
+  if (!interpreter_.AddMemory(L, bytes)) return false;
   bytes_ += bytes;
   return true;
 }

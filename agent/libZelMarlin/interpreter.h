@@ -67,7 +67,7 @@ class Interpreter {
   void CountCoroutine(lua_State* L);
 
   /// Counts memory beside the interpreter's own; see `ScriptMemory`.
-  bool AddMemory(size_t bytes);
+  bool AddMemory(lua_State* L, size_t bytes);
   void ChangeMemory(size_t from, size_t to) { usedBytes_ = usedBytes_ - from + to; }
   void NoteMemoryRefused() { memoryRefused_ = true; }
 

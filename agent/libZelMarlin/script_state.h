@@ -48,8 +48,9 @@ class ScriptMemory {
   ScriptMemory(const ScriptMemory&) = delete;
   ScriptMemory& operator=(const ScriptMemory&) = delete;
 
-  /// Counts `bytes` more. False, with nothing counted, when the script would have more than it may.
-  bool Add(size_t bytes);
+  /// Counts `bytes` more. False, with nothing counted, when the script would have more than it may
+  /// even without its garbage, which is collected then: `L` is the coroutine that runs.
+  bool Add(lua_State* L, size_t bytes);
   /// Counts `bytes` in all from now on, whatever the limit says.
   void Set(size_t bytes);
   size_t Bytes() const { return bytes_; }

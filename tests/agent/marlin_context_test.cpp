@@ -266,6 +266,10 @@ TEST_F(LimitsTest, DoNotCountContainersThatAreGone) {
   EXPECT_TRUE(RunMain("local s = string.rep('x', 1e6) local c = container.new() "
                       "for i = 1, 100 do c:set_string('k', s) container.new({a = s}) end")
                   .succeeded);
+  EXPECT_TRUE(RunMain("local s = string.rep('x', 1e6) coroutine.wrap(function() "
+                      "for i = 1, 100 do local c = container.new({a = s}) "
+                      "setmetatable({}, {__gc = function() return c end}) end end)()")
+                  .succeeded);
 }
 
 TEST_F(LimitsTest, EndDeepRecursionWithAnError) {
