@@ -1,12 +1,16 @@
 """Fixtures: agents of both platforms."""
 
+import pathlib
+import shutil
 import signal
 import subprocess
+import tempfile
 
 import pytest
 
 from agents import Agent, agent_path, copy_modules, tls_context
 from fleet import Authority
+from proxy import Proxy
 
 PLATFORMS = ("linux", "windows")
 
@@ -91,3 +95,24 @@ def make_member(tmp_path, authority):
     yield make
     for agent in made:
         agent.kill()
+
+
+@pytest.fixture
+def short_directory():
+    """A directory whose path is short and holds no blanks."""
+    path = pathlib.Path(tempfile.mkdtemp(prefix="zelrun"))
+    yield path
+    shutil.rmtree(path)
+
+
+@pytest.fixture
+def make_proxy(platform, short_directory):
+    made = []
+
+    def make(**environment):
+        made.append(Proxy(platform, short_directory, **environment))
+        return made[-1]
+
+    yield make
+    for one in made:
+        one.kill()

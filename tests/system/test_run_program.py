@@ -2,30 +2,18 @@
 
 import os
 import pathlib
-import shutil
-import signal
 import subprocess
-import tempfile
-import threading
 import time
-import uuid
 
 import pytest
 
-from agents import STOP_TIMEOUT_S, START_TIMEOUT_S, clean_environment, program
+from agents import program
+from proxy import make_agent_with
 
 FAILURE = 1
 ACCESS_REFUSED = 12
 WAIT_S = 30
 SHELL = {"linux": "/bin/sh", "windows": r"C:\windows\system32\cmd.exe"}
-
-
-@pytest.fixture
-def directory():
-    """A directory whose path is short and holds no blanks."""
-    path = pathlib.Path(tempfile.mkdtemp(prefix="zelrun"))
-    yield path
-    shutil.rmtree(path)
 
 
 def script(agent, linux, windows):
@@ -49,56 +37,8 @@ def content(file):
                       file.read_text(), f"{file} did not appear").strip()
 
 
-class Proxy:
-    """A zelproxy with a variable in its environment."""
-
-    def __init__(self, platform, directory, **environment):
-        self.platform = platform
-        name = f"zelproxy-test-{uuid.uuid4().hex[:12]}"
-        self.pipe = (rf"\\.\pipe\{name}" if platform == "windows" else str(directory / name))
-        self.process = subprocess.Popen(
-            program(platform, "zelproxy") + ["--pipe", self.pipe],
-            env=clean_environment(**environment), stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        timer = threading.Timer(START_TIMEOUT_S, self.process.kill)
-        timer.start()
-        line = self.process.stdout.readline().decode().strip()
-        timer.cancel()
-        if line != "zelproxy ready: " + self.pipe:
-            self.kill()
-            raise AssertionError((line, self.process.stderr.read()))
-
-    def stop(self):
-        self.process.send_signal(signal.SIGINT if self.platform == "windows" else signal.SIGTERM)
-        return self.process.wait(STOP_TIMEOUT_S)
-
-    def kill(self):
-        if self.process.poll() is None:
-            self.process.kill()
-            self.process.wait()
-
-
-@pytest.fixture
-def make_proxy(platform, directory):
-    made = []
-
-    def make(**environment):
-        made.append(Proxy(platform, directory, **environment))
-        return made[-1]
-
-    yield make
-    for one in made:
-        one.kill()
-
-
-def make_agent_with(make_agent, pipe):
-    agent = make_agent(f"[proxy]\npipe = {pipe}\n")
-    agent.add_users()
-    return agent.start()
-
-
-def test_a_program_runs_and_leaves_a_file(agent, directory):
-    file = directory / "left behind"
+def test_a_program_runs_and_leaves_a_file(agent, short_directory):
+    file = short_directory / "left behind"
     code, container = agent.call(
         "CoreUtilsRunProgram", Path=SHELL[agent.platform],
         Parameters=script(agent, f"echo ran > '{file}'", f'echo ran> "{agent.path(file)}"'))
@@ -106,14 +46,14 @@ def test_a_program_runs_and_leaves_a_file(agent, directory):
     assert content(file) == "ran"
 
 
-def test_a_missing_program_answers_1(agent, directory):
-    code, container = agent.call("CoreUtilsRunProgram", Path=agent.path(directory / "missing.exe"))
+def test_a_missing_program_answers_1(agent, short_directory):
+    code, container = agent.call("CoreUtilsRunProgram", Path=agent.path(short_directory / "missing.exe"))
     assert (code, container) == (FAILURE, {})
     assert "missing.exe" in agent.log()
 
 
-def test_who_may_not_write_the_program_may_not_run_it(agent, directory):
-    file = directory / "file"
+def test_who_may_not_write_the_program_may_not_run_it(agent, short_directory):
+    file = short_directory / "file"
     code, _ = agent.call(
         "CoreUtilsRunProgram", user="visitor", Path=SHELL[agent.platform],
         Parameters=script(agent, f"echo ran > {file}", f"echo ran> {agent.path(file)}"))
@@ -121,10 +61,10 @@ def test_who_may_not_write_the_program_may_not_run_it(agent, directory):
     assert not file.exists()
 
 
-def test_the_proxy_runs_it_in_its_own_environment(make_agent, make_proxy, directory):
+def test_the_proxy_runs_it_in_its_own_environment(make_agent, make_proxy, short_directory):
     proxy = make_proxy(ZEL_TEST_VARIABLE="from-the-session")
     agent = make_agent_with(make_agent, proxy.pipe)
-    file = directory / "file"
+    file = short_directory / "file"
 
     # cmd leaves the name of a variable that is not set as it stands.
     unset = {"linux": "=", "windows": "=%ZEL_TEST_VARIABLE%"}[agent.platform]
@@ -138,15 +78,15 @@ def test_the_proxy_runs_it_in_its_own_environment(make_agent, make_proxy, direct
         assert content(file) == expected
 
     code, container = agent.call("CoreUtilsRunProgram", ProgramContext=True,
-                                 Path=agent.path(directory / "missing.exe"))
+                                 Path=agent.path(short_directory / "missing.exe"))
     assert (code, container) == (FAILURE, {})
     assert agent.stop() == 0
     assert proxy.stop() == 0
     assert agent.platform == "windows" or not pathlib.Path(proxy.pipe).exists()
 
 
-def test_without_a_proxy_nothing_runs_in_the_users_session(platform, make_agent, directory):
-    pipe = {"linux": str(directory / "none"), "windows": r"\\.\pipe\zel-no-such-proxy"}[platform]
+def test_without_a_proxy_nothing_runs_in_the_users_session(platform, make_agent, short_directory):
+    pipe = {"linux": str(short_directory / "none"), "windows": r"\\.\pipe\zel-no-such-proxy"}[platform]
     agent = make_agent_with(make_agent, pipe)
     code, container = agent.call("CoreUtilsRunProgram", Path=SHELL[agent.platform],
                                  Parameters="-c true", ProgramContext=True)
@@ -170,7 +110,7 @@ def test_the_proxy_tells_its_version(platform):
     assert (done.returncode, done.stdout.split()[0]) == (0, b"zelproxy")
 
 
-def test_a_proxy_that_was_killed_gives_way_to_the_next(make_proxy, platform, directory):
+def test_a_proxy_that_was_killed_gives_way_to_the_next(make_proxy, platform, short_directory):
     first = make_proxy()
     first.kill()
     second = subprocess.Popen(program(platform, "zelproxy") + ["--pipe", first.pipe],
@@ -197,11 +137,11 @@ sys.exit(0 if b"userName" in answer else 3 if not answer else 4)
 
 
 @pytest.mark.parametrize("platform", ["linux"], indirect=True)
-def test_the_proxy_turns_other_users_away(make_proxy, directory):
+def test_the_proxy_turns_other_users_away(make_proxy, short_directory):
     """Even where they could reach the socket. Needs root."""
     proxy = make_proxy()
     assert os.stat(proxy.pipe).st_mode & 0o777 == 0o600
-    directory.chmod(0o755)
+    short_directory.chmod(0o755)
     os.chmod(proxy.pipe, 0o666)
 
     def ask(**options):
@@ -216,9 +156,9 @@ def test_the_proxy_turns_other_users_away(make_proxy, directory):
 
 
 @pytest.mark.parametrize("platform", ["linux"], indirect=True)
-def test_programs_inherit_nothing_and_stay_no_zombies(agent, directory):
-    file = directory / "file"
-    fifo = directory / "fifo"
+def test_programs_inherit_nothing_and_stay_no_zombies(agent, short_directory):
+    file = short_directory / "file"
+    fifo = short_directory / "fifo"
     os.mkfifo(fifo)
     code, _ = agent.call("CoreUtilsRunProgram", Path="/bin/sh",
                          Parameters=f'-c "echo $$ > {file}; read line < {fifo}"')

@@ -2,8 +2,11 @@
 
 import itertools
 import json
+import time
 
 import pytest
+
+from proxy import make_agent_with
 
 PAIRS = list(itertools.product(("linux", "windows"), repeat=2))
 
@@ -156,6 +159,39 @@ def test_a_script_that_runs_itself_ends_with_a_clear_error(agent, tmp_path):
     assert code == 1
     assert 2 <= len(depth.read_text()) <= 64
     assert "MARLIN_ERROR_DEPTH" in agent.log()
+
+
+def test_a_script_reaches_the_users_session(make_agent, make_proxy, short_directory):
+    proxy = make_proxy()
+    agent = make_agent_with(make_agent, proxy.pipe)
+    answer, ran = short_directory / "answer", short_directory / "ran"
+    command = {"linux": f"/bin/touch {ran}",
+               "windows": f"C:\\windows\\system32\\cmd.exe /c echo x> {agent.path(ran)}"}
+    code, container = run(agent, "session.mlx", f"""
+        function main()
+          assert(session.connected())
+          local info = assert(session.info())
+          assert(session.run({json.dumps(command[agent.platform])}))
+          local started, why = session.run("no-such-program-anywhere")
+          assert(not started and #why > 0)
+          local out = io.open({lua_path(agent, answer)}, "wb")
+          out:write(info.platform, " ", info.user)
+          out:close()
+        end
+        """)
+    assert code == 0, container
+    assert answer.read_text().split()[0] == agent.platform
+    assert len(answer.read_text().split()) == 2
+    deadline = time.monotonic() + 30
+    while not ran.exists() and time.monotonic() < deadline:
+        time.sleep(0.02)
+    assert ran.exists()
+
+    assert proxy.stop() == 0
+    code, container = run(agent, "alone.mlx",
+                          "function main() assert(not session.connected()) end")
+    assert code == 0, container
+    assert agent.stop() == 0
 
 
 def test_scripts_are_for_administrators(agent):
