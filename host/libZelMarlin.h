@@ -67,6 +67,7 @@ enum MarlinError : int {
   kMarlinDepth = 8,         ///< scripts run by scripts are nested too deep
   kMarlinExit = 9,          ///< it ended itself with a failure
   kMarlinInternal = 10,     ///< the engine failed
+  kMarlinInterrupted = 11,  ///< it was ended because the agent stops
 };
 
 /// Names and texts of error codes.

@@ -27,6 +27,8 @@ constexpr std::array kErrors{
     ErrorEntry{kMarlinDepth, "MARLIN_ERROR_DEPTH", "Scripts run by scripts are nested too deep"},
     ErrorEntry{kMarlinExit, "MARLIN_ERROR_EXIT", "The script has ended itself with a failure"},
     ErrorEntry{kMarlinInternal, "MARLIN_ERROR_INTERNAL", "The script engine has failed"},
+    ErrorEntry{kMarlinInterrupted, "MARLIN_ERROR_INTERRUPTED",
+               "The script was ended because the agent stops"},
 };
 constexpr ErrorEntry kUnknown{kMarlinInternal, "MARLIN_ERROR_UNKNOWN",
                               "The script engine knows no such error"};

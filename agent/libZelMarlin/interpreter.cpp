@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "agent/libZel/debug_context.h"
+#include "agent/libZelMarlin/interruption.h"
 #include "agent/libZelMarlin/script_libraries.h"
 #include "agent/libZelMarlin/script_state.h"
 #include "libZel/path.h"
@@ -23,6 +24,7 @@ constexpr size_t kMostTextBytes = 8192;
 /// How many calls are looked at for the line in the script.
 constexpr int kMostLevels = 1000;
 constexpr const char* kMemoryMessage = "not enough memory";
+constexpr const char* kInterruptedMessage = "the agent stops";
 constexpr uint64_t kMib = 1024 * 1024;
 
 /// The registry's key of the compiled script.
@@ -108,9 +110,10 @@ Interpreter::~Interpreter() {
   if (end_ == End::kExit || end_ == End::kExitWithFailure) end_ = End::kNone;
   const bool wasEnded = IsEnding();
   lua_close(state_);
-  if (!wasEnded && end_ == End::kInstructions) {
-    LibraryLog().WarningWithNL("%s: its finalizers were ended: too many instructions",
-                               scriptName_.c_str());
+  if (!wasEnded && (end_ == End::kInstructions || end_ == End::kInterruption)) {
+    LibraryLog().WarningWithNL(
+        "%s: its finalizers were ended: %s", scriptName_.c_str(),
+        end_ == End::kInstructions ? "too many instructions" : kInterruptedMessage);
   }
 }
 
@@ -174,6 +177,7 @@ void Interpreter::CountHook(lua_State* L, lua_Debug*) {
 
 void Interpreter::Count(lua_State* L, uint64_t instructions) {
   if (IsEnding()) GoOnEnding(L);
+  if (ScriptsAreInterrupted()) EndScript(L, End::kInterruption, kInterruptedMessage);
   instructions_ += instructions;
   if (settings_.instructions == 0 || instructions_ <= settings_.instructions) return;
   EndScript(L, End::kInstructions,
@@ -260,10 +264,15 @@ ScriptResult Interpreter::RunProtected(lua_CFunction body, void* argument) {
   return RunLimited(body, argument);
 }
 
+MarlinError Interpreter::ErrorOfEnd() const {
+  if (end_ == End::kInstructions) return kMarlinInstructions;
+  return end_ == End::kInterruption ? kMarlinInterrupted : kMarlinExit;
+}
+
 ScriptResult Interpreter::ResultOf(int status) {
   ScriptResult result = std::exchange(pending_, {});
   if (IsEnding()) {
-    result.error = end_ == End::kInstructions ? kMarlinInstructions : kMarlinExit;
+    result.error = ErrorOfEnd();
     result.text = endReason_;
     if (end_ == End::kExit) result = {};
     return result;
@@ -286,9 +295,10 @@ void Interpreter::ResetLimits() {
   instructions_ = 0;
   end_ = End::kNone;
   endReason_.clear();
-  const uint64_t limit = settings_.instructions;
-  const auto interval = static_cast<int>(std::min<uint64_t>(limit, kCountInterval));
-  lua_sethook(state_, limit != 0 ? CountHook : nullptr, limit != 0 ? LUA_MASKCOUNT : 0, interval);
+  // Without a limit as well: the script may be interrupted.
+  const uint64_t limit = settings_.instructions != 0 ? settings_.instructions : kCountInterval;
+  lua_sethook(state_, CountHook, LUA_MASKCOUNT,
+              static_cast<int>(std::min<uint64_t>(limit, kCountInterval)));
 }
 
 void Interpreter::SetScriptPath(const ZelString& path) {
@@ -359,6 +369,9 @@ int Interpreter::RunScript(lua_State* L) {
 
 ScriptResult Interpreter::Run(const ZelString& procedure) {
   ResetLimits();
+  if (ScriptsAreInterrupted()) {
+    return {kMarlinInterrupted, scriptName_ + ": " + kInterruptedMessage, 0, {}};
+  }
   RunArguments run{.procedure = &procedure};
   ScriptResult result = RunLimited(ForScript<RunScript>, &run);
   if (result.error != kMarlinOk || IsEnding()) return result;

@@ -56,7 +56,7 @@ class Interpreter {
   MarlinContext& Context() const { return context_; }
 
   /// What a script cannot go on after, whatever it catches.
-  enum class End { kNone, kInstructions, kExit, kExitWithFailure };
+  enum class End { kNone, kInstructions, kInterruption, kExit, kExitWithFailure };
   [[noreturn]] void EndScript(lua_State* L, End end, const std::string& reason);
   /// Raises the script's end again where it has been caught.
   [[noreturn]] void GoOnEnding(lua_State* L);
@@ -85,6 +85,7 @@ class Interpreter {
   bool Open();
   void ResetLimits();
   void Count(lua_State* L, uint64_t instructions);
+  MarlinError ErrorOfEnd() const;
   ScriptResult RunLimited(lua_CFunction body, void* argument);
   ScriptResult ResultOf(int status);
   void DescribeError(lua_State* L);

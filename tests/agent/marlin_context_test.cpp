@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "agent/libZelMarlin/interruption.h"
 #include "tests/agent/script_test.h"
 
 namespace {
@@ -32,7 +34,7 @@ TEST_F(MarlinContextTest, NamesEachError) {
   EXPECT_EQ(errors.GetErrorText(kMarlinSyntax), ZelString("The script is not well-formed"));
   EXPECT_EQ(errors.GetErrorName(99), ZelString("MARLIN_ERROR_UNKNOWN"));
   std::vector<std::string> names;
-  for (int code = kMarlinOk; code <= kMarlinInternal; ++code) {
+  for (int code = kMarlinOk; code <= kMarlinInterrupted; ++code) {
     const std::string name(errors.GetErrorName(code).Utf8());
     EXPECT_EQ(std::count(names.begin(), names.end(), name), 0) << name;
     EXPECT_NE(name, "MARLIN_ERROR_UNKNOWN");
@@ -315,6 +317,88 @@ TEST_F(LimitsTest, EndNestedScripts) {
   Find<SetActionInvokeAddressFunction>(library, "SetActionInvokeAddress")(RunAgain);
   const ScriptEnd end = RunFile(context, path);
   EXPECT_EQ(end.text, "5 5 8 a script that runs scripts may do so 3 levels deep");
+}
+
+// Interruption.
+
+/// Scripts that call the action "Ready" are interrupted by another thread while they go on.
+class InterruptionTest : public ScriptTest {
+ protected:
+  InterruptionTest() { isReady_ = false; }
+  ~InterruptionTest() override { AllowScripts(); }
+
+  static uint32_t Ready(const ZelString*, const ZelString&, const ZelString&, ZelContainer*, void*,
+                        uint32_t, uint32_t, bool) {
+    isReady_ = true;
+    isReady_.notify_one();
+    return 0;
+  }
+
+  ScriptEnd RunInterrupted(const std::string& body) const {
+    const ZelString path =
+        Write("job.mlx", "function main() action.invoke('Ready'); " + body + " end");
+    isReady_ = false;
+    AllowScripts();
+    MarlinContext context(nullptr);
+    Prepare(context);
+    ZelString module = "zelagent.mlx";
+    void* library = nullptr;
+    context.LoadFunctionModule(module, "", &library);
+    Find<SetActionInvokeAddressFunction>(library, "SetActionInvokeAddress")(Ready);
+    std::thread stopping([] {
+      isReady_.wait(false);
+      InterruptScripts();
+    });
+    const ScriptEnd end = RunFile(context, path);
+    Ready(nullptr, {}, {}, nullptr, nullptr, 0, 0, false);
+    stopping.join();
+    return end;
+  }
+
+ private:
+  static inline std::atomic<bool> isReady_;
+};
+
+TEST_F(InterruptionTest, EndsLoopsWhateverCatchesThem) {
+  const std::string loop = "function() while true do end end";
+  for (const char* const settings : {"", "[limits]\ninstructions = 0\n"}) {
+    WriteSettings(settings);
+    for (const std::string& body : std::vector<std::string>{
+             "(" + loop + ")()", "while true do pcall(" + loop + ") end",
+             "while true do xpcall(" + loop + ", " + loop + ") end",
+             "while true do coroutine.resume(coroutine.create(" + loop + ")) end",
+             "while true do coroutine.wrap(function() end)() end",
+             "local x <close> = setmetatable({}, {__close = " + loop + "}) while true do end",
+             "setmetatable({}, {__gc = " + loop + "}) collectgarbage() while true do end"}) {
+      const ScriptEnd end = RunInterrupted(body + " print('on')");
+      EXPECT_EQ(end.code, kMarlinInterrupted) << body << ": " << end.text;
+    }
+  }
+  EXPECT_FALSE(IsLogged(": on"));
+  EXPECT_TRUE(IsLogged("MARLIN_ERROR_INTERRUPTED: job.mlx:1: the agent stops")) << Log();
+}
+
+TEST_F(InterruptionTest, EndsScriptsThatAreStartedAfterwards) {
+  InterruptScripts();
+  const ScriptEnd end = RunText("print('chunk') function main() print('main') end");
+  EXPECT_EQ(end.code, kMarlinInterrupted);
+  EXPECT_EQ(end.text, "job.mlx: the agent stops");
+  EXPECT_FALSE(IsLogged("chunk"));
+  AllowScripts();
+  EXPECT_TRUE(RunMain("").succeeded);
+}
+
+TEST_F(InterruptionTest, EndsFinalizersOfAScriptThatIsClosed) {
+  const ZelString path = Write("job.mlx",
+                               "function main() x = setmetatable({}, {__gc = function() "
+                               "print('starts') while true do end end}) end");
+  {
+    MarlinContext context(nullptr);
+    Prepare(context);
+    EXPECT_TRUE(RunFile(context, path).succeeded);
+    InterruptScripts();
+  }
+  EXPECT_TRUE(IsLogged("its finalizers were ended: the agent stops")) << Log();
 }
 
 // Settings.

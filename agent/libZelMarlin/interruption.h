@@ -1,0 +1,15 @@
+#pragma once
+
+// Ends scripts from outside, for a process that stops. Any thread may call, also while scripts run;
+// nothing here throws or waits.
+
+/// All scripts of this process end soon with `kMarlinInterrupted`, whatever they catch: those that
+/// run, and those that are started from now on before anything of them runs. A script that is in a
+/// call that takes long (`os.execute`, `io.read`, an action) ends when the call returns.
+void InterruptScripts();
+
+/// Scripts that are started from now on run again.
+void AllowScripts();
+
+/// Whether scripts are to end.
+bool ScriptsAreInterrupted();
