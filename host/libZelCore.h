@@ -20,7 +20,7 @@ uint32_t ActionDbRegisterAction(const ZelString& signature, ActionHandler handle
 /// Runs an action on this agent or another one and waits for it.
 ///
 /// `targetAgent`    the other agent's identifier, or null for this agent; with a non-empty
-///                  address it is only noted in the log
+///                  address it is only noted in the log, without one it must name this agent
 /// `targetAddress`  the other agent's URL (http://host:port or https://host:port); empty for this
 ///                  agent
 /// `action`         the name, without parameter list

@@ -217,7 +217,7 @@ class HostFunctions {
     if (!core) return kInvokeNotConfigured;
     ZelContainer unused;
     if (!parameters) parameters = &unused;
-    if (address.IsEmpty()) return core->actions.Invoke(action.Utf8(), parameters);
+    if (address.IsEmpty()) return InvokeHere(*core, agent, action, parameters);
 
     const RemoteResult result = core->remote.Invoke(
         std::string(address.Utf8()), std::string(action.Utf8()), parameters, timeoutMs);
@@ -226,6 +226,15 @@ class HostFunctions {
                               agent ? *agent : ZelString(), address, result.error.c_str());
     }
     return result.code;
+  }
+
+  static uint32_t InvokeHere(AgentCore::Implementation& core, const ZelString* agent,
+                             const ZelString& action, ZelContainer* parameters) {
+    const bool isHere = !agent || agent->IsEmpty() || agent->Utf8() == core.settings.agentName;
+    if (isHere) return core.actions.Invoke(action.Utf8(), parameters);
+    CoreLog().WarningWithNL("Action %S on agent \"%S\" did not run: no address is given for it",
+                            action, *agent);
+    return kInvokeNotConfigured;
   }
 
   static uint32_t InvokeMaster(const ZelString& action, ZelContainer* parameters,

@@ -5,6 +5,8 @@
 #include <boost/beast/http/impl/basic_parser.ipp>
 #include <charconv>
 
+#include "agent/libZelCore/invocation_depth.h"
+
 namespace http = boost::beast::http;
 
 namespace {
@@ -30,6 +32,7 @@ void HttpRequest::Clear() {
   }
   Empty(&body, kKeptBodyBytes);
   contentLength.reset();
+  invocationDepth = 0;
   isHttp10 = false;
   isChunked = false;
   expectsContinue = false;
@@ -80,6 +83,8 @@ void HttpRequestParser::on_field_impl(http::field name, StringView nameText, Str
       request_->expectsContinue = true;
       return;
     default:
+      if (boost::beast::iequals(nameText, kInvocationDepthField))
+        request_->invocationDepth = ParseInvocationDepth({value.data(), value.size()});
       return;
   }
 }

@@ -16,6 +16,7 @@ struct HttpRequest {
   std::string contentType;
   std::string body;
   std::optional<uint64_t> contentLength;
+  uint32_t invocationDepth = 0;  ///< what another agent says of it, see invocation_depth.h
   bool isHttp10 = false;
   bool isChunked = false;
   bool expectsContinue = false;

@@ -13,6 +13,7 @@
 #include <limits>
 
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/json_codec.h"
 #include "agent/libZelCore/parameter_types.h"
 
@@ -457,6 +458,8 @@ void HttpSession::RunAction() {
     ZelContainer parameters;
     if (!PrepareParameters(&parameters)) return;
 
+    const bool isAgent = caller_.kind == Caller::Kind::kAgent;
+    const InvocationDepth depth(isAgent ? request_.invocationDepth : 0);
     const uint32_t code = shared_->actions.Invoke(action_, &parameters);
     if (shared_->audit) shared_->audit({caller_, action_, requestId_, code});
     CoreLog().DetailWithNL("Request %s of %s from %s: %s returned %u", requestId_.c_str(),

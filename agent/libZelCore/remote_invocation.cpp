@@ -9,6 +9,7 @@
 
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/credentials.h"
+#include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/json_codec.h"
 
 namespace {
@@ -188,6 +189,10 @@ RemoteResult RemoteInvoker::Invoke(const std::string& addressText, const std::st
             "fleet credentials do not leave this machine without TLS ([fleet] allow_plain = no)"};
   }
 
+  const uint32_t depth = InvocationDepth::Current() + 1;
+  if (depth > kMaxInvocationDepth)
+    return {kInvokeRefused, "agents have handed it on to each other too often"};
+
   InitialiseOnce();
   const Easy easy(curl_easy_init());
   if (!easy) return {kInvokeUnreachable, "libcurl gives no handle"};
@@ -202,6 +207,8 @@ RemoteResult RemoteInvoker::Invoke(const std::string& addressText, const std::st
   EncodeContainer(*parameters, &body);
   Headers headers(curl_slist_append(nullptr, "Content-Type: application/json"));
   if (headers) curl_slist_append(headers.get(), "Expect:");
+  const std::string depthField = kInvocationDepthField + (": " + std::to_string(depth));
+  if (headers) curl_slist_append(headers.get(), depthField.c_str());
 
   Reply reply;
   char reason[CURL_ERROR_SIZE] = "";

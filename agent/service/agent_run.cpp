@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "agent/libZelMarlin/interruption.h"
 #include "agent/service/module_host.h"
 #include "agent/service/process.h"
 
@@ -17,6 +18,8 @@ void RunAgent(const AgentOptions& options, const std::filesystem::path& modules,
   onReady(core.Serve());
 
   stop.Wait();
+  // An action that runs a script ends only with it.
+  InterruptScripts();
   core.StopServing();
   host.Stop();
 }

@@ -69,7 +69,7 @@ TEST_F(AgentCoreTest, TellsModulesItsProgramAndCallersItsDirectories) {
   ZelString program, data, config, answer;
   ZelAgentGetExePath(program);
   EXPECT_EQ(FileExists(program), 1) << program.Utf8();
-  EXPECT_NE(program.Find("libzelcore_tests"), ZelString::kNotFound);
+  EXPECT_NE(program.Find("core_tests"), ZelString::kNotFound);
   ZelAgentGetDataDir(data);
   ZelAgentGetConfigDir(config);
 
@@ -81,6 +81,19 @@ TEST_F(AgentCoreTest, TellsModulesItsProgramAndCallersItsDirectories) {
   EXPECT_EQ(answer, data);
   EXPECT_TRUE(request.GetString("ConfigDirectory", &answer, kNoIndex));
   EXPECT_EQ(answer, config);
+}
+
+TEST_F(AgentCoreTest, RunsNothingHereThatIsMeantForAnotherAgent) {
+  Configure("[agent]\nname = pc-1\n");
+  const AgentCore core(Options());
+  const auto invoke = [](const ZelString& agent) {
+    ZelContainer request;
+    return ActionDbInvokeContainer(&agent, "", "AgentGetDirectories", &request, nullptr, ~0U, ~0U,
+                                   false);
+  };
+  EXPECT_EQ(invoke("pc-1"), 0u);
+  EXPECT_EQ(invoke(""), 0u);
+  EXPECT_EQ(invoke("pc-2"), kInvokeNotConfigured);
 }
 
 TEST_F(AgentCoreTest, NamesTheProxyOfItsConfiguration) {

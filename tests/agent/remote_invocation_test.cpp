@@ -9,6 +9,7 @@
 
 #include "agent/libZelCore/action_pool.h"
 #include "agent/libZelCore/http_server.h"
+#include "agent/libZelCore/invocation_depth.h"
 #include "tests/agent/temporary_directory.h"
 #include "tests/agent/test_certificates.h"
 #include "tests/agent/test_http_server.h"
@@ -48,6 +49,8 @@ class Peer {
         nullptr);
     actions_.Register(
         "Fail", [](ZelContainer*) -> uint32_t { return 0xFFFFFFFE; }, nullptr);
+    actions_.Register(
+        "Depth", [](ZelContainer*) -> uint32_t { return InvocationDepth::Current(); }, nullptr);
     actions_.Register(
         "Wait",
         [this](ZelContainer*) -> uint32_t {
@@ -135,6 +138,31 @@ TEST(RemoteInvocation, ReturnsTheActionsOwnCodeUpToAllBits) {
 TEST(RemoteInvocation, KnowsAnUnknownActionWhateverItsName) {
   const Peer peer;
   ExpectNotRun(CallerSettings(), peer.Url(), kInvokeUnknownAction, "Nothing");
+}
+
+TEST(RemoteInvocation, TellsHowManyCameBeforeItAndEndsARing) {
+  const auto depthThere = [] {
+    const Peer peer;
+    ZelContainer answer;
+    return RemoteInvoker(CallerSettings()).Invoke(peer.Url(), "Depth", &answer, ~0U).code;
+  };
+  EXPECT_EQ(depthThere(), 1u);
+  {
+    const InvocationDepth depth(kMaxInvocationDepth - 1);
+    EXPECT_EQ(depthThere(), kMaxInvocationDepth);
+  }
+  EXPECT_EQ(depthThere(), 1u);
+
+  const Peer peer;
+  const InvocationDepth depth(kMaxInvocationDepth);
+  EXPECT_THAT(ExpectNotRun(CallerSettings(), peer.Url(), kInvokeRefused), HasSubstr("too often"));
+}
+
+TEST(RemoteInvocation, TakesADepthThatIsNoNumberForTheLargest) {
+  EXPECT_EQ(ParseInvocationDepth("0"), 0u);
+  EXPECT_EQ(ParseInvocationDepth("3"), 3u);
+  for (const char* text : {"", "-1", "x", "1x", "17", "99999999999"})
+    EXPECT_EQ(ParseInvocationDepth(text), kMaxInvocationDepth) << text;
 }
 
 TEST(RemoteInvocation, IsRefusedWithAnotherFleetsSecret) {

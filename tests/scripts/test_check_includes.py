@@ -184,7 +184,8 @@ def test_an_action_without_contract_tests_is_told(tree):
 
 
 def test_an_action_without_a_system_test_is_told_once_there_are_system_tests(tree):
-    write(tree, "tests/system/test_files.py", "call('CoreUtilsCopyFile')\n")
+    write(tree, "tests/system/test_files.py",
+          "call('CoreUtilsCopyFile')\nassert names == ['CoreUtilsDirDelete']\n")
     assert check(tree) == [
         "module/registry.cpp:5: CoreUtilsDirDelete is not called in tests/system"
     ]

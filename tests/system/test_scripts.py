@@ -1,7 +1,9 @@
 """CoreUtilsRunScript: scripts that the agent runs."""
 
+import http.client
 import itertools
 import json
+import threading
 import time
 
 import pytest
@@ -31,6 +33,14 @@ def write_script(agent, name, text):
 def run(agent, name, text, **parameters):
     """(code, container) of a script."""
     return agent.call("CoreUtilsRunScript", Name=write_script(agent, name, text), **parameters)
+
+
+def call_and_ignore(agent, name):
+    """For a call that the agent's end may cut off."""
+    try:
+        agent.call("CoreUtilsRunScript", Name=name)
+    except (OSError, http.client.HTTPException, AssertionError):
+        pass
 
 
 def error_of(agent, name, text):
@@ -141,6 +151,50 @@ def test_a_runaway_script_ends(make_agent):
         assert "MARLIN_ERROR_INSTRUCTIONS" in lines[0], body
         assert line == 2
     assert agent.stop() == 0
+
+
+def test_the_agent_stops_while_a_script_runs_for_ever(make_agent, tmp_path):
+    agent = make_agent()
+    agent.add_users()
+    agent.start()
+    started = tmp_path / "started"
+    write_script(agent, "endless.mlx", f"""
+        function main()
+          io.open({lua_path(agent, started)}, "w"):close()
+          while true do pcall(function() while true do end end) end
+        end
+        """)
+    caller = threading.Thread(target=call_and_ignore, args=(agent, "endless.mlx"))
+    caller.start()
+    deadline = time.monotonic() + 30
+    while not started.exists() and time.monotonic() < deadline:
+        time.sleep(0.02)
+    assert started.exists()
+    assert agent.stop() == 0
+    caller.join()
+    assert "MARLIN_ERROR_INTERRUPTED" in agent.log() or "interrupted" in agent.log()
+
+
+def test_a_ring_of_agents_ends(make_member, platform, tmp_path):
+    first, second = make_member(platform), make_member(platform)
+    rounds = tmp_path / "rounds"
+    rounds.write_text("")
+    text = f"""
+        function main()
+          local out = io.open({lua_path(first, rounds)}, "a") out:write("x") out:close()
+          local here, there = ParamsContainer:get_string("Here"), ParamsContainer:get_string("There")
+          local code = action.invoke("CoreUtilsRunScript",
+            {{Name = "ring.mlx", Params = {{Here = there, There = here}}}}, there)
+          if code ~= 0 then error(string.format("%#x", code)) end
+        end
+        """
+    write_script(second, "ring.mlx", text)
+    code, container = run(first, "ring.mlx", text,
+                          Params={"Here": first.url, "There": second.url})
+    assert code == 1
+    assert len(rounds.read_text()) == 17
+    assert "too often" in first.log() + second.log()
+    assert first.stop() == 0 and second.stop() == 0
 
 
 def test_a_script_that_runs_itself_ends_with_a_clear_error(agent, tmp_path):
