@@ -18,13 +18,13 @@ bool Refuse(const ZelString& pipe, const ZelString& reason) {
 bool Open(const ZelString& pipe, uint32_t timeoutMs,
           std::unique_ptr<XmlProxyClient::Connection>* connection) {
   if (pipe.IsEmpty()) return Refuse(pipe, "nobody is logged on, or no proxy runs");
-  Connected connected =
-      Connect(std::string(pipe.Utf8()), After(std::chrono::milliseconds(timeoutMs)));
+  const Deadline deadline = After(std::chrono::milliseconds(timeoutMs));
+  Connected connected = Connect(std::string(pipe.Utf8()), deadline);
   if (!connected.channel) return Refuse(pipe, connected.result.reason);
 
   auto opened =
       std::make_unique<XmlProxyClient::Connection>(std::move(connected.channel), timeoutMs);
-  const auto answer = opened->Ask("session", {});
+  const auto answer = opened->Ask("session", {}, deadline);
   if (!answer.reply) return Refuse(pipe, answer.error);
   if (answer.reply->code != 0) return Refuse(pipe, "it does not tell its session");
   *connection = std::move(opened);

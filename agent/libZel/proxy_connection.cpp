@@ -11,18 +11,24 @@ XmlProxyClient::Connection::Connection(std::unique_ptr<Channel> channel, uint32_
 
 XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Ask(const std::string& request,
                                                                    std::vector<Field> fields) {
+  return Ask(request, std::move(fields), After(std::chrono::milliseconds(timeoutMs_)));
+}
+
+XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Ask(const std::string& request,
+                                                                   std::vector<Field> fields,
+                                                                   Deadline deadline) {
   if (!channel_) return {nullptr, "the connection to the proxy is broken"};
   // Taken away for the time being: it comes back when nothing went wrong, exceptions included.
   std::unique_ptr<Channel> channel = std::exchange(channel_, nullptr);
-  Answer answer = Exchange(*channel, request, std::move(fields));
+  Answer answer = Exchange(*channel, request, std::move(fields), deadline);
   if (answer.reply) channel_ = std::move(channel);
   return answer;
 }
 
 XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Exchange(Channel& channel,
                                                                         const std::string& request,
-                                                                        std::vector<Field> fields) {
-  const Deadline deadline = After(std::chrono::milliseconds(timeoutMs_));
+                                                                        std::vector<Field> fields,
+                                                                        Deadline deadline) {
   const Message question{Message::Kind::kRequest, request, ++lastId_, 0, std::move(fields)};
   const Result sent = Send(channel, question, deadline);
   // Who turns a caller away says so without reading anything.

@@ -9,7 +9,7 @@
 #include "agent/proxy_protocol/message.h"
 #include "libZel/proxy_client.h"
 
-/// An open connection to a proxy: one question at a time, each with its own deadline.
+/// An open connection to a proxy: one question at a time.
 struct XmlProxyClient::Connection {
  public:
   struct Answer {
@@ -19,15 +19,18 @@ struct XmlProxyClient::Connection {
     std::string error;
   };
 
+  /// `timeoutMs` is for each question that has no deadline of its own.
   Connection(std::unique_ptr<proxy_protocol::Channel> channel, uint32_t timeoutMs);
 
   /// Sends the request and waits for its reply. Whatever goes wrong ends the connection, so that no
   /// late reply is taken for that of another request.
   Answer Ask(const std::string& request, std::vector<proxy_protocol::Field> fields);
+  Answer Ask(const std::string& request, std::vector<proxy_protocol::Field> fields,
+             proxy_protocol::Deadline deadline);
 
  private:
   Answer Exchange(proxy_protocol::Channel& channel, const std::string& request,
-                  std::vector<proxy_protocol::Field> fields);
+                  std::vector<proxy_protocol::Field> fields, proxy_protocol::Deadline deadline);
 
   std::unique_ptr<proxy_protocol::Channel> channel_;
   const uint32_t timeoutMs_;

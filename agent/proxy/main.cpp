@@ -31,7 +31,10 @@ void Serve(const std::string& pipe) {
   ProxyServer server(
       proxy_protocol::Listen(pipe, stop), stop,
       [&](const Message& request) { return AnswerRequest(request, session); }, Log);
-  std::thread serving([&] { server.Run(); });
+  std::thread serving([&] {
+    server.Run();
+    stopRequest.Raise();  // where the server ended by itself
+  });
   std::printf("zelproxy ready: %s\n", pipe.c_str());
   std::fflush(stdout);
 

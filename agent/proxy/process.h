@@ -20,8 +20,9 @@ std::string SessionId();
 extern const char* const kPlatformName;
 uint32_t ProcessId();
 
-/// Waits until the system or a person asks the program to end (SIGTERM, SIGINT, SIGHUP; Ctrl-C, the
-/// console's closing). One at a time, made before the process has other threads.
+/// Waits until the system, a person or the program itself asks the program to end (SIGTERM, SIGINT,
+/// SIGHUP; Ctrl-C, the console's closing). One at a time, made before the process has other
+/// threads.
 class StopRequest {
  public:
   StopRequest();
@@ -30,4 +31,6 @@ class StopRequest {
   StopRequest& operator=(const StopRequest&) = delete;
 
   void Wait();
+  /// Asks for the end, from any thread.
+  void Raise();
 };

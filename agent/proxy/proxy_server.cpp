@@ -34,6 +34,7 @@ void ProxyServer::Run() {
       continue;
     }
     log_(connected.result.reason);
+    if (connected.result.status == Result::Status::kClosed) stop_->Raise();
     if (stop_->Wait(After(kPause))) break;
   }
   // Their channels watch the same signal.

@@ -28,7 +28,8 @@ class ProxyServer {
   /// Takes lines for the person who runs the program, from the thread in `Run`.
   using Log = std::function<void(const std::string& line)>;
 
-  /// `stop` is the listener's: what raises it makes `Run` return.
+  /// `stop` is the listener's: what raises it makes `Run` return. `Run` raises it when its listener
+  /// has lost the pipe.
   ProxyServer(std::unique_ptr<proxy_protocol::Listener> listener,
               std::shared_ptr<proxy_protocol::StopSignal> stop, Handler handler, Log log,
               const ProxyLimits& limits = {});
@@ -36,7 +37,8 @@ class ProxyServer {
   ProxyServer(const ProxyServer&) = delete;
   ProxyServer& operator=(const ProxyServer&) = delete;
 
-  /// Serves until the stop. Then all connections are closed. Once.
+  /// Serves until the stop, or until the listener has lost its pipe: then nobody can come any more,
+  /// as at the end of the session. Then all connections are closed. Once.
   void Run();
 
  private:

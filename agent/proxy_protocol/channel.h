@@ -73,16 +73,22 @@ class Listener {
  public:
   virtual ~Listener() = default;
 
-  /// Waits for the next connection, until `stop` is raised (status kStopped). Callers who may not
-  /// speak to this process are turned away (kFailed, as for errors of the system): the next call
-  /// goes on. The channel watches `stop` too.
+  /// Waits for the next connection, until `stop` is raised (status kStopped) or nobody can come any
+  /// more because the pipe is not there as it was made (kClosed). Callers who may not speak to this
+  /// process are turned away (kFailed, as for errors of the system): the next call goes on. The
+  /// channel watches `stop` too.
   virtual Connected Accept() = 0;
 };
 
+/// How often a listener looks whether its pipe is still there, by default.
+constexpr std::chrono::milliseconds kLookInterval = std::chrono::seconds(5);
+
 /// Listens at `pipe`, for this user and the system's administrators alone. Throws
 /// std::runtime_error with a sentence: when another process listens there, for example. What is
-/// made for it is gone with the listener.
-std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop);
+/// made for it is gone with the listener. On Windows nobody can take a pipe away from its listener,
+/// which does not look therefore.
+std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop,
+                                 std::chrono::milliseconds lookInterval = kLookInterval);
 
 /// Where the proxy of this session listens. Throws std::runtime_error where there is no such place.
 std::string DefaultPipe();

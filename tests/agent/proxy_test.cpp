@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "agent/libZel/proxy_connection.h"
 #include "agent/libZel/proxy_session.h"
 #include "agent/proxy_protocol/frame.h"
 #include "libZel/proxy_client.h"
@@ -249,6 +250,21 @@ TEST(XmlProxyClient, WaitsNoLongerThanItShould) {
     const auto start = steady_clock::now();
     EXPECT_FALSE(CanInitialise(pipe, 100));
     EXPECT_GE(steady_clock::now() - start, milliseconds(100));
+    EXPECT_LT(steady_clock::now() - start, seconds(20));
+  }
+}
+
+// The first question shares the deadline of the connecting before it.
+TEST(XmlProxyClientConnection, WaitsForAQuestionsOwnDeadline) {
+  const StrangeListener silent(
+      [](Channel&, const StopSignal& stop) { stop.Wait(Deadline::max()); });
+  for (const milliseconds time : {milliseconds(0), kShort}) {
+    XmlProxyClient::Connection connection(Connect(silent.Pipe(), After(kLong)).channel, 600000);
+    const auto start = steady_clock::now();
+    const auto answer = connection.Ask("session", {}, After(time));
+    EXPECT_FALSE(answer.reply);
+    EXPECT_EQ(answer.error, "no answer in time");
+    EXPECT_GE(steady_clock::now() - start, time);
     EXPECT_LT(steady_clock::now() - start, seconds(20));
   }
 }

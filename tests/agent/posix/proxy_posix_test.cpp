@@ -5,8 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <functional>
+#include <future>
 #include <stdexcept>
 
 #include "libZel/proxy_client.h"
@@ -34,6 +38,21 @@ std::string WhyNotListen(const std::string& path) {
   } catch (const std::runtime_error& error) {
     return error.what();
   }
+}
+
+// Whether a server ends by itself after what is done to its socket, before a deadline that no
+// healthy machine needs.
+bool EndsAfter(const std::function<void(const std::string& path)>& change) {
+  const TestPipe pipe;
+  const auto stop = std::make_shared<StopSignal>();
+  ProxyServer server(
+      Listen(pipe.Name(), stop, std::chrono::milliseconds(1)), stop,
+      [](const Message& request) { return ReplyTo(request); }, [](const std::string&) {});
+  const auto running = std::async(std::launch::async, [&] { server.Run(); });
+  change(pipe.Name());
+  const bool hasEnded = running.wait_for(std::chrono::seconds(60)) == std::future_status::ready;
+  stop->Raise();
+  return hasEnded;
 }
 
 bool CanInitialise(const std::string& path) {
@@ -100,6 +119,31 @@ TEST(ProxySocket, IsNotFollowedThroughALink) {
   const TemporaryDirectory directory;
   std::filesystem::create_symlink(proxy.Pipe(), directory.Native("link"));
   EXPECT_FALSE(CanInitialise(directory.Native("link")));
+}
+
+TEST(ProxyServer, EndsWhenItsSocketHasGone) {
+  EXPECT_TRUE(EndsAfter([](const std::string& path) { std::filesystem::remove(path); }));
+  EXPECT_TRUE(EndsAfter([](const std::string& path) {
+    std::filesystem::remove_all(std::filesystem::path(path).parent_path());
+  })) << "with its directory, as at the end of a session";
+  EXPECT_TRUE(EndsAfter([](const std::string& path) {
+    std::filesystem::rename(path, path + ".away");
+    WriteFile(path, "another file");
+  }));
+}
+
+TEST(ProxyServer, LeavesItsSuccessorAlone) {
+  const TestPipe pipe;
+  const std::string lock = pipe.Name() + ".lock";
+  const auto stop = std::make_shared<StopSignal>();
+  std::unique_ptr<Listener> first = Listen(pipe.Name(), stop, std::chrono::milliseconds(1));
+  std::filesystem::remove(pipe.Name());
+  std::filesystem::remove(lock);
+  const std::unique_ptr<Listener> second = Listen(pipe.Name(), stop);
+  EXPECT_EQ(first->Accept().result.status, Result::Status::kClosed);
+  first.reset();
+  EXPECT_TRUE(std::filesystem::is_socket(pipe.Name()));
+  EXPECT_TRUE(std::filesystem::exists(lock));
 }
 
 TEST(ProxySocket, BelongsToItsListener) {

@@ -8,10 +8,14 @@
 
 namespace {
 
+// The program's own, whatever the others are set to.
+constexpr int kOwnSignal = SIGUSR1;
+
 // Those that whoever started the program wants to be ignored stay so ("nohup").
 sigset_t StopSignals() {
   sigset_t signals;
   ::sigemptyset(&signals);
+  ::sigaddset(&signals, kOwnSignal);
   for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
     struct sigaction action {};
     const bool isIgnored =
@@ -63,4 +67,8 @@ void StopRequest::Wait() {
   int number = 0;
   while (::sigwait(&signals, &number) != 0) {
   }
+}
+
+void StopRequest::Raise() {
+  ::kill(::getpid(), kOwnSignal);
 }

@@ -83,3 +83,7 @@ StopRequest::~StopRequest() {
 void StopRequest::Wait() {
   WaitForSingleObject(stopEvent, INFINITE);
 }
+
+void StopRequest::Raise() {
+  SetEvent(stopEvent);
+}

@@ -161,6 +161,16 @@ std::optional<uid_t> PeerOf(int socket) {
   return peer.uid;
 }
 
+bool IsSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+// Whether `path` names this file; false when that cannot be told.
+bool Names(const std::string& path, const struct stat& file) {
+  struct stat now {};
+  return ::lstat(path.c_str(), &now) == 0 && IsSame(now, file);
+}
+
 [[noreturn]] void Refuse(const std::string& path, const std::string& why) {
   throw std::runtime_error("cannot listen at " + path + ": " + why);
 }
@@ -177,7 +187,9 @@ class ListenLock {
     while (!Take(socket)) {
     }
   }
-  ~ListenLock() { ::unlink(path_.c_str()); }
+  ~ListenLock() {
+    if (IsNamed()) ::unlink(path_.c_str());
+  }
   ListenLock(const ListenLock&) = delete;
   ListenLock& operator=(const ListenLock&) = delete;
 
@@ -191,10 +203,13 @@ class ListenLock {
       if (errno == EWOULDBLOCK) RefuseSecond(socket);
       Refuse(socket, path_ + ": " + ErrorText(errno));
     }
+    return IsNamed();
+  }
+
+  // Others may have removed the file, and another process may have made its own.
+  bool IsNamed() const {
     struct stat held {};
-    struct stat named {};
-    return ::fstat(file_.Get(), &held) == 0 && ::lstat(path_.c_str(), &named) == 0 &&
-           held.st_dev == named.st_dev && held.st_ino == named.st_ino;
+    return ::fstat(file_.Get(), &held) == 0 && Names(path_, held);
   }
 
   const std::string path_;
@@ -218,8 +233,8 @@ void RemoveStale(const std::string& path, const sockaddr_un& address) {
 class SocketListener : public Listener {
  public:
   SocketListener(const std::string& path, const sockaddr_un& address,
-                 std::shared_ptr<StopSignal> stop)
-      : path_(path), lock_(path), stop_(std::move(stop)) {
+                 std::shared_ptr<StopSignal> stop, std::chrono::milliseconds lookInterval)
+      : path_(path), lock_(path), stop_(std::move(stop)), lookInterval_(lookInterval) {
     RemoveStale(path, address);
     socket_ = MakeSocket();
     // The file takes over the mode of its socket: at no moment may others connect, and the umask,
@@ -237,14 +252,11 @@ class SocketListener : public Listener {
   }
 
   ~SocketListener() override {
-    struct stat now {};
-    const bool isOurs = ::lstat(path_.c_str(), &now) == 0 && now.st_dev == file_.st_dev &&
-                        now.st_ino == file_.st_ino;
-    if (isOurs) ::unlink(path_.c_str());
+    if (Names(path_, file_)) ::unlink(path_.c_str());
   }
 
   Connected Accept() override {
-    const Result ready = WaitFor(socket_.Get(), POLLIN, stop_->Get().descriptor, Deadline::max());
+    const Result ready = WaitForCaller();
     if (!ready) return {nullptr, ready};
     Descriptor socket(::accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) return {nullptr, Failed("taking a connection", errno)};
@@ -257,9 +269,25 @@ class SocketListener : public Listener {
   }
 
  private:
+  // The system does not tell who listens that the socket's file has gone.
+  Result WaitForCaller() const {
+    for (;;) {
+      Result ready = WaitFor(socket_.Get(), POLLIN, stop_->Get().descriptor, After(lookInterval_));
+      if (ready.status != Result::Status::kTooLate) return ready;
+      if (IsGone()) return {Result::Status::kClosed, path_ + " was removed or replaced"};
+    }
+  }
+
+  bool IsGone() const {
+    struct stat now {};
+    if (::lstat(path_.c_str(), &now) == 0) return !IsSame(now, file_);
+    return errno == ENOENT || errno == ENOTDIR;
+  }
+
   const std::string path_;
   const ListenLock lock_;
   const std::shared_ptr<StopSignal> stop_;
+  const std::chrono::milliseconds lookInterval_;
   Descriptor socket_;
   struct stat file_ {};
 };
@@ -302,10 +330,11 @@ Connected Connect(const std::string& pipe, Deadline deadline) {
   return {std::make_unique<SocketChannel>(std::move(socket), nullptr), {}};
 }
 
-std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop) {
+std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop,
+                                 std::chrono::milliseconds lookInterval) {
   const std::optional<sockaddr_un> address = AddressOf(pipe);
   if (!address) Refuse(pipe, "the name is too long or no full path");
-  return std::make_unique<SocketListener>(pipe, *address, std::move(stop));
+  return std::make_unique<SocketListener>(pipe, *address, std::move(stop), lookInterval);
 }
 
 std::string DefaultPipe() {

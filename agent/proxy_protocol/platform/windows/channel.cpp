@@ -272,7 +272,8 @@ Connected Connect(const std::string& pipe, Deadline deadline) {
   }
 }
 
-std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop) {
+std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop,
+                                 std::chrono::milliseconds /*lookInterval*/) {
   if (!IsPipeName(pipe)) Refuse(pipe, R"(the name does not begin with \\.\pipe\)");
   if (Exists(ZelString(pipe).GetTCHAR())) Refuse(pipe, "a proxy is running already");
   return std::make_unique<PipeListener>(pipe, std::move(stop));
