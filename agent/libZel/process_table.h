@@ -29,8 +29,8 @@ uint32_t ProcessorCount();
 /// Of this process.
 uint32_t OwnIdentifier();
 
-/// Ends a process at once and waits until it has ended, up to a second. Fails for identifiers of
-/// threads and for those that no process has.
+/// Ends a process at once and waits until it has ended, up to a second. Fails, without waiting, for
+/// identifiers of threads, for those that no process has, and for what the system lets nobody end.
 Outcome End(uint32_t id);
 
 }  // namespace process_table

@@ -18,11 +18,20 @@ TEST(ParseProcessStat, FindsEachField) {
   const ProcessStat stat = ParseProcessStat(kLine);
   EXPECT_EQ(stat.command, "sleep");
   EXPECT_EQ(stat.parentId, 77u);
+  EXPECT_FALSE(stat.isKernelThread);
   EXPECT_EQ(stat.threadCount, 3u);
   EXPECT_EQ(stat.cpuTicks, 55u);
   EXPECT_EQ(stat.startTicks, 98765u);
   EXPECT_EQ(stat.virtualBytes, 2539520u);
   EXPECT_EQ(stat.residentPages, 400u);
+}
+
+TEST(ParseProcessStat, KnowsTheKernelsThreads) {
+  const ProcessStat stat = ParseProcessStat(
+      "2 (kthreadd) S 0 0 0 0 -1 2129984 0 0 0 0 0 0 0 0 20 0 1 0 9 0 0 18446744073709551615 0\n");
+  EXPECT_TRUE(stat.isKernelThread);
+  EXPECT_EQ(stat.command, "kthreadd");
+  EXPECT_EQ(stat.virtualBytes, 0u);
 }
 
 TEST(ParseProcessStat, TakesCommandsWithBlanksParenthesesAndLineEnds) {

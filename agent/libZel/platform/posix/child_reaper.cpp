@@ -1,7 +1,7 @@
 #include "agent/libZel/platform/posix/child_reaper.h"
 
-#include <poll.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -16,10 +16,15 @@ namespace {
 
 constexpr int kLookAgainMs = 500;
 
-int MakeWakeUp() {
-  const int descriptor = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+int Checked(int descriptor, const char* what) {
+  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), what);
   return descriptor;
+}
+
+bool Add(int events, int descriptor) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  return ::epoll_ctl(events, EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
 // Since Linux 5.3; the descriptor is closed in programs by itself.
@@ -58,12 +63,16 @@ ChildReaper& ChildReaper::Instance() {
   return reaper;
 }
 
-ChildReaper::ChildReaper() : wakeUp_(MakeWakeUp()) {
+ChildReaper::ChildReaper()
+    : wakeUp_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), events_(::epoll_create1(EPOLL_CLOEXEC)) {
   const NoSignals noSignals;
   try {
+    Checked(wakeUp_, "eventfd");
+    Checked(events_, "epoll_create1");
+    if (!Add(events_, wakeUp_)) Checked(-1, "epoll_ctl");
     thread_ = std::thread([this] { Run(); });
   } catch (...) {
-    ::close(wakeUp_);
+    Close();
     throw;
   }
 }
@@ -75,7 +84,13 @@ ChildReaper::~ChildReaper() {
   }
   Wake();
   thread_.join();
-  ::close(wakeUp_);
+  for (const Child& child : arrived_) Forget(child);
+  Close();
+}
+
+void ChildReaper::Close() const {
+  if (wakeUp_ >= 0) ::close(wakeUp_);
+  if (events_ >= 0) ::close(events_);
 }
 
 void ChildReaper::Wake() const {
@@ -84,52 +99,55 @@ void ChildReaper::Wake() const {
   [[maybe_unused]] const ssize_t written = ::write(wakeUp_, &one, sizeof one);
 }
 
-void ChildReaper::Watch(pid_t child) noexcept {
+int ChildReaper::OpenWatched(pid_t child) const {
   const int descriptor = OpenProcess(child);
+  if (descriptor < 0 || Add(events_, descriptor)) return descriptor;
+  ::close(descriptor);
+  return -1;
+}
+
+void ChildReaper::Watch(pid_t child) noexcept {
   try {
+    std::list<Child> one{{child, -1}};
+    one.front().descriptor = OpenWatched(child);
     const std::lock_guard lock(mutex_);
-    arrived_.push_back({child, descriptor});
+    arrived_.splice(arrived_.end(), one);
   } catch (const std::exception&) {
     // No memory: better a zombie than an agent that ends.
-    if (descriptor >= 0) ::close(descriptor);
   }
   Wake();
 }
 
-void ChildReaper::WaitForNews(const std::vector<Child>& children) const {
-  std::vector<pollfd> watched{{wakeUp_, POLLIN, 0}};
-  int timeoutMs = -1;
-  for (const Child& child : children) {
-    if (child.descriptor >= 0) {
-      watched.push_back({child.descriptor, POLLIN, 0});
-    } else {
-      timeoutMs = kLookAgainMs;
-    }
-  }
-  ::poll(watched.data(), watched.size(), timeoutMs);
+void ChildReaper::Forget(const Child& child) const {
+  if (child.descriptor < 0) return;
+  // Closing alone would not do while a program that is just being started holds a copy.
+  ::epoll_ctl(events_, EPOLL_CTL_DEL, child.descriptor, nullptr);
+  ::close(child.descriptor);
+}
+
+void ChildReaper::WaitForNews(const std::list<Child>& children) const {
+  const bool areAllWatched =
+      std::ranges::all_of(children, [](const Child& child) { return child.descriptor >= 0; });
+  epoll_event event;
+  ::epoll_wait(events_, &event, 1, areAllWatched ? -1 : kLookAgainMs);
   uint64_t count;
   [[maybe_unused]] const ssize_t read = ::read(wakeUp_, &count, sizeof count);
 }
 
 void ChildReaper::Run() {
-  std::vector<Child> children;
+  std::list<Child> children;
   for (;;) {
     {
       const std::lock_guard lock(mutex_);
+      children.splice(children.end(), arrived_);
       if (isStopping_) break;
-      children.insert(children.end(), arrived_.begin(), arrived_.end());
-      arrived_.clear();
     }
-    std::erase_if(children, [](const Child& child) {
+    std::erase_if(children, [this](const Child& child) {
       if (!HasEnded(child.id)) return false;
-      if (child.descriptor >= 0) ::close(child.descriptor);
+      Forget(child);
       return true;
     });
     WaitForNews(children);
   }
-  const std::lock_guard lock(mutex_);
-  children.insert(children.end(), arrived_.begin(), arrived_.end());
-  for (const Child& child : children) {
-    if (child.descriptor >= 0) ::close(child.descriptor);
-  }
+  for (const Child& child : children) Forget(child);
 }

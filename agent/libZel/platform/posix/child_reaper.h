@@ -2,12 +2,13 @@
 
 #include <sys/types.h>
 
+#include <list>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 /// Takes leave of the programs that this library has started, so that none of them stays behind as
-/// a zombie. It waits for these children alone: others belong to whoever started them.
+/// a zombie. It waits for these children alone: others belong to whoever started them. Its thread
+/// needs no memory, so that nothing can be thrown there.
 ///
 /// Threads: `Watch` may be called by any number at once.
 class ChildReaper {
@@ -16,8 +17,8 @@ class ChildReaper {
   /// unloaded. Throws std::system_error.
   static ChildReaper& Instance();
 
-  /// Takes over a child of this process. Never fails: a child that cannot be watched is looked at
-  /// from time to time.
+  /// Takes over a child of this process. A child that cannot be watched is looked at from time to
+  /// time; without the memory to remember it, it stays a zombie.
   void Watch(pid_t child) noexcept;
 
   ~ChildReaper();
@@ -27,18 +28,22 @@ class ChildReaper {
  private:
   struct Child {
     pid_t id;
-    /// Becomes readable when the child ends; -1 where the system has no such thing.
+    /// Tells `events_` when the child ends; -1 where the system has no such thing.
     int descriptor;
   };
 
   ChildReaper();
   void Wake() const;
   void Run();
-  void WaitForNews(const std::vector<Child>& children) const;
+  void WaitForNews(const std::list<Child>& children) const;
+  int OpenWatched(pid_t child) const;
+  void Forget(const Child& child) const;
+  void Close() const;
 
   const int wakeUp_;
+  const int events_;
   std::mutex mutex_;
-  std::vector<Child> arrived_;
+  std::list<Child> arrived_;
   bool isStopping_ = false;
   std::thread thread_;
 };

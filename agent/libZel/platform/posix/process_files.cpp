@@ -4,6 +4,8 @@
 
 namespace {
 
+// The kernel's PF_KTHREAD.
+constexpr uint32_t kKernelThread = 0x00200000;
 constexpr std::string_view kBlanks = " \t\n";
 
 // 0 for what is no number or too large.
@@ -28,6 +30,9 @@ void SetField(int field, std::string_view word, ProcessStat* stat) {
   switch (field) {
     case 4:
       stat->parentId = NumberOf<uint32_t>(word);
+      break;
+    case 9:
+      stat->isKernelThread = (NumberOf<uint32_t>(word) & kKernelThread) != 0;
       break;
     case 14:
     case 15:

@@ -13,6 +13,8 @@ struct ProcessStat {
   /// parentheses.
   std::string_view command;
   uint32_t parentId = 0;
+  /// Of the kernel itself: nothing ends it.
+  bool isKernelThread = false;
   uint32_t threadCount = 0;
   /// In user and kernel mode, in ticks of the clock.
   uint64_t cpuTicks = 0;
@@ -35,7 +37,8 @@ uint32_t ThreadGroupOf(std::string_view status);
 namespace process_table {
 
 /// `End` for kernels that give no handles of processes: between the look whether `id` is a process
-/// and its end another one could take the identifier over. Does not wait.
+/// and its end another one could take the identifier over. Does not wait. `id` is none of those
+/// that `End` refuses at once.
 Outcome EndWithoutHandle(uint32_t id);
 
 }  // namespace process_table

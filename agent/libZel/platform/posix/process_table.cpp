@@ -31,6 +31,8 @@ namespace process_table {
 namespace {
 
 constexpr int kEndTimeoutMs = 1000;
+// The first process of the system, or of the container that this one runs in.
+constexpr uint32_t kFirstProcess = 1;
 
 struct CloseDirectory {
   void operator()(DIR* stream) const { closedir(stream); }
@@ -149,12 +151,22 @@ class Reader {
   std::array<char, PATH_MAX> link_;
 };
 
-bool IsThread(uint32_t id) {
+// What a file of /proc/ID begins with, as `read` understands it.
+template <typename Read>
+auto ReadOf(uint32_t id, const char* file, Read read) {
   const UniqueFd directory(open("/proc", O_PATH | O_DIRECTORY | O_CLOEXEC));
   std::array<char, 4096> buffer;
-  const uint32_t process =
-      ThreadGroupOf(ReadStart(directory.Get(), ProcessPath(id).File("/status"), &buffer));
+  return read(ReadStart(directory.Get(), ProcessPath(id).File(file), &buffer));
+}
+
+bool IsThread(uint32_t id) {
+  const uint32_t process = ReadOf(id, "/status", ThreadGroupOf);
   return process != 0 && process != id;
+}
+
+bool IsKernelThread(uint32_t id) {
+  return ReadOf(id, "/stat",
+                [](std::string_view line) { return ParseProcessStat(line).isKernelThread; });
 }
 
 Outcome NotEnded(uint32_t id, int error) {
@@ -200,6 +212,9 @@ Outcome EndWithoutHandle(uint32_t id) {
 Outcome End(uint32_t id) {
   // The system calls would read larger ones as negative: groups of processes.
   if (id > INT_MAX) return OutcomeOf(ESRCH);
+  // The kernel takes the signal for these and drops it: there is nothing to wait for.
+  if (id == kFirstProcess) return FailedBecause("the first process cannot be ended", EPERM);
+  if (IsKernelThread(id)) return FailedBecause("it belongs to the kernel", EPERM);
   // A handle goes on to mean the same process when the identifier is given to another. There are
   // none for threads.
   const UniqueFd handle(pidfd_open(static_cast<pid_t>(id), 0));

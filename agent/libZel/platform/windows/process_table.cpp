@@ -99,7 +99,7 @@ void AddMemory(HANDLE process, Entry* entry) {
     return;
   }
   entry->info.usedBytes = counters.WorkingSetSize;
-  // They are the same; Windows 7 fills only the first, Wine only the second.
+  // They mean the same, but not every system fills both.
   entry->info.virtualBytes = std::max<uint64_t>(counters.PrivateUsage, counters.PagefileUsage);
 }
 
