@@ -16,9 +16,10 @@ struct ProcessInfo {
   ZelString owner;  ///< the account; on Windows "DOMAIN\name"
   /// How much of the machine's processors it uses, in percent (0 to 100), rounded.
   int32_t currentCpu = 0;
-  ZelString totalCpu;         ///< processor time used so far, "H:MM:SS"
-  uint64_t virtualBytes = 0;  ///< address space
-  uint64_t usedBytes = 0;     ///< physical memory
+  ZelString totalCpu;  ///< processor time used so far, "H:MM:SS"
+  /// Address space; on Windows the private memory that is committed.
+  uint64_t virtualBytes = 0;
+  uint64_t usedBytes = 0;  ///< physical memory
 };
 
 /// The processes of this machine. Throws nothing.
@@ -40,8 +41,8 @@ class ProcessAccess {
 
   /// Chooses what the processor load is measured from, when it was asked for: the last listing with
   /// loads in this whole agent that is at least 100 ms old, however old; the load is the average
-  /// since then. Only the agent's first listing has none and makes `GetProcessList` wait for 100 ms.
-  /// `GetProcessList` does this itself where it was not done.
+  /// since then. Only the agent's first listing has none and makes `GetProcessList` wait for 100
+  /// ms. `GetProcessList` does this itself where it was not done.
   void Refresh();
 
   /// The processes that run now, in the order of their identifiers. Those that end meanwhile or
@@ -49,8 +50,8 @@ class ProcessAccess {
   void GetProcessList(std::vector<ProcessInfo>& list) const;
 
   /// Ends a process at once and waits for its end, up to a second: 1 when it has ended, else 0; the
-  /// reason goes to the library's log. 0, this process itself and identifiers of threads are
-  /// refused.
+  /// reason goes to the library's log. 0, this process itself, identifiers of threads and what the
+  /// system lets nobody end (on Linux the kernel's threads and process 1) are refused at once.
   int TerminateProcessByID(uint32_t id);
 
  private:
