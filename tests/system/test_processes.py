@@ -14,24 +14,24 @@ NUMBERS = ("ProcessCurrentCpu", "ProcessMemoryVirtual", "ProcessMemoryUsed", "Pr
 COLUMNS = {**{key: str for key in TEXTS}, **{key: int for key in NUMBERS}}
 
 
-def call(agent, action, **parameters):
-    """(code, container), the latter without what the agent adds about the caller: these actions
-    clear nothing."""
-    code, container = agent.call(action, **parameters)
+def without_caller(reply):
+    """The reply without what the agent tells the action about the caller: these actions clear
+    nothing."""
+    code, container = reply
     assert container.pop("DACurrentConsoleUser") == "admin"
     assert container.pop("HttpProtocolRequestInfo")["HttpProtocolRequestUser"] == "admin"
     return code, container
 
 
 def rows(agent):
-    code, container = call(agent, "CoreUtilsListProcess")
+    code, container = without_caller(agent.call("CoreUtilsListProcess"))
     assert (code, list(container)) == (0, ["Values"])
     return container["Values"]
 
 
 def terminate(agent, value):
     """The code of an end of processes, whose parameters travel back."""
-    code, container = call(agent, "CoreUtilsTerminateProcess", ProcessID=value)
+    code, container = without_caller(agent.call("CoreUtilsTerminateProcess", ProcessID=value))
     assert container == {"ProcessID": value}
     return code
 
@@ -100,7 +100,8 @@ def test_each_process_has_ten_columns_and_the_agent_is_among_them(agent, childre
 
 
 def test_a_list_keeps_what_was_sent(agent):
-    code, container = call(agent, "CoreUtilsListProcess", Before="kept", Number=7)
+    code, container = without_caller(
+        agent.call("CoreUtilsListProcess", Before="kept", Number=7))
     assert code == 0
     assert list(container) == ["Before", "Number", "Values"]
     assert (container["Before"], container["Number"]) == ("kept", 7)
@@ -108,7 +109,8 @@ def test_a_list_keeps_what_was_sent(agent):
 
 
 def test_every_column_is_available(agent):
-    assert call(agent, "CoreUtilsInfosProcessAvailable") == (0, dict.fromkeys(COLUMNS, True))
+    reply = without_caller(agent.call("CoreUtilsInfosProcessAvailable"))
+    assert reply == (0, dict.fromkeys(COLUMNS, True))
 
 
 def test_one_call_ends_decimal_and_hexadecimal_identifiers(agent, children):
@@ -140,7 +142,7 @@ def test_the_agent_ends_neither_itself_nor_what_is_no_identifier(agent, children
 
 
 def test_without_identifiers_nothing_has_to_be_done(agent):
-    assert call(agent, "CoreUtilsTerminateProcess") == (0, {})
+    assert without_caller(agent.call("CoreUtilsTerminateProcess")) == (0, {})
 
 
 def test_numbers_are_refused(agent, children):

@@ -122,6 +122,16 @@ def test_a_proxy_that_was_killed_gives_way_to_the_next(make_proxy, platform, sho
         second.wait()
 
 
+@pytest.mark.parametrize("platform", ["linux"], indirect=True)
+def test_the_proxy_ends_when_its_socket_has_gone(make_proxy, short_directory):
+    """As at the end of a session; it looks from time to time."""
+    proxy = make_proxy()
+    for file in short_directory.iterdir():
+        file.unlink()
+    assert proxy.process.wait(WAIT_S) == 0
+    assert b"was removed or replaced" in proxy.process.stderr.read()
+
+
 ASK = """
 import socket, sys
 document = b'<message kind="request" name="session" id="1"/>'
