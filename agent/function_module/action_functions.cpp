@@ -46,10 +46,7 @@ Target CheckTarget(lua_State* L, int index) {
 ZelContainer CheckParameters(lua_State* L, int index) {
   if (lua_isnoneornil(L, index)) return {};
   if (const ScriptContainer* const object = ContainerAt(L, index)) return object->container;
-  luaL_argexpected(L, lua_istable(L, index), index, "table or container");
-  ZelContainer parameters;
-  AddTable(L, index, &parameters);
-  return parameters;
+  return CheckWholeContainer(L, index);
 }
 
 int Invoke(lua_State* L) {

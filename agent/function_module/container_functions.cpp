@@ -129,18 +129,9 @@ bool WriteBool(lua_State* L, ScriptContainer& object, const ZelString& key, uint
   return object.container.SetBool(key, lua_toboolean(L, 3) != 0, index);
 }
 
-/// A container made of the object or table at `index`.
-ZelContainer CheckContainerOrTable(lua_State* L, int index) {
-  if (const ScriptContainer* const object = ContainerAt(L, index)) return object->container;
-  luaL_argexpected(L, lua_istable(L, index), index, "table or container");
-  ZelContainer made;
-  AddTable(L, index, &made);
-  return made;
-}
-
 bool WriteContainer(lua_State* L, ScriptContainer& object, const ZelString& key, uint32_t index) {
-  const ZelContainer value = CheckContainerOrTable(L, 3);
-  object.Reserve(L, 2 * kValueBytes + key.GetLength() + MeasureContainer(value));
+  const ZelContainer value = CheckNestedContainer(L, 3, key, index != kNoIndex);
+  object.Reserve(L, 2 * kValueBytes + key.GetLength() + MeasureContainer(value).bytes);
   return object.container.SetContainer(key, value, index);
 }
 
@@ -149,7 +140,7 @@ bool WriteAny(lua_State* L, ScriptContainer& object, const ZelString& key, uint3
   // Tried apart first: what cannot be converted changes nothing, and what it takes is known.
   ZelContainer tried;
   SetValue(L, 3, &tried, key, kNoIndex);
-  object.Reserve(L, MeasureContainer(tried));
+  object.Reserve(L, MeasureContainer(tried).bytes);
   return SetValue(L, 3, &object.container, key, index);
 }
 
@@ -171,7 +162,7 @@ int New(lua_State* L) {
     PushContainer(L, {});
     return 1;
   }
-  PushContainer(L, CheckContainerOrTable(L, 1));
+  PushContainer(L, CheckWholeContainer(L, 1));
   return 1;
 }
 
@@ -183,6 +174,7 @@ int CountValues(lua_State* L) {
 
 int Remove(lua_State* L) {
   ScriptContainer& object = CheckContainer(L, 1);
+  CountWork(L, object.container.CountKeys());
   lua_pushboolean(L, object.container.Remove(CheckText(L, 2)) ? 1 : 0);
   return 1;
 }
@@ -197,6 +189,7 @@ int Clear(lua_State* L) {
 
 int Keys(lua_State* L) {
   const ZelContainer& container = CheckContainer(L, 1).container;
+  CountWork(L, container.CountKeys());
   lua_newtable(L);
   for (size_t i = 0; i < container.CountKeys(); ++i) {
     PushText(L, container.EntryAt(i).Key());
@@ -254,6 +247,7 @@ int CountKeys(lua_State* L) {
 int IsEqual(lua_State* L) {
   const ScriptContainer* const a = ContainerAt(L, 1);
   const ScriptContainer* const b = ContainerAt(L, 2);
+  if (a != nullptr) CountWork(L, MeasureContainer(a->container).parts);
   lua_pushboolean(L, a != nullptr && b != nullptr && a->container == b->container ? 1 : 0);
   return 1;
 }

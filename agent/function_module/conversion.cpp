@@ -16,7 +16,7 @@
 namespace {
 
 /// As deep as texts of the agent's protocol may be nested.
-constexpr int kMostLevels = 32;
+constexpr size_t kMostLevels = 32;
 /// Stack slots that one level of a conversion uses.
 constexpr int kSlotsPerLevel = 8;
 
@@ -28,9 +28,10 @@ bool FitsInt32(lua_Integer number) {
 /// One conversion of a script's values.
 class FromScript {
  public:
-  explicit FromScript(lua_State* L) : L_(L), memory_(L) {}
+  /// `levelsAround` tells how deep in others the values are going to be.
+  FromScript(lua_State* L, size_t levelsAround) : L_(L), memory_(L), levelsAround_(levelsAround) {}
 
-  void AddTable(int table, const std::string& path, ZelContainer* container);
+  ZelContainer ContainerFrom(int value, const std::string& path);
   bool SetValue(int value, const std::string& path, ZelContainer* container, const ZelString& key,
                 uint32_t index);
 
@@ -47,11 +48,12 @@ class FromScript {
   }
 
   void Count(size_t bytes);
+  void AddTable(int table, const std::string& path, ZelContainer* container);
+  void CheckLevels(size_t more, const std::string& path) const;
   void Enter(const void* table, const std::string& path);
   void Leave() { open_.pop_back(); }
   std::vector<std::string> TextKeys(int table, const std::string& path);
   lua_Integer IntegerAt(int value, const std::string& path) const;
-  ZelContainer ContainerFrom(int value, const std::string& path);
   ListFacts LookAtList(int table, lua_Integer count, const std::string& path);
   bool SetList(int table, const std::string& path, ZelContainer* container, const ZelString& key);
   bool SetInteger(lua_Integer number, bool isInt32, ZelContainer* container, const ZelString& key,
@@ -59,18 +61,24 @@ class FromScript {
 
   lua_State* L_;
   ScriptMemory memory_;
+  size_t levelsAround_;
   std::vector<const void*> open_;
 };
 
 void FromScript::Count(size_t bytes) {
+  CountWork(L_, 1);
   if (!memory_.Add(L_, bytes)) throw std::bad_alloc();
+}
+
+void FromScript::CheckLevels(size_t more, const std::string& path) const {
+  if (levelsAround_ + open_.size() + more > kMostLevels) Refuse(path, "is nested too deep");
 }
 
 void FromScript::Enter(const void* table, const std::string& path) {
   if (std::find(open_.begin(), open_.end(), table) != open_.end()) {
     Refuse(path, "is a table that holds itself");
   }
-  if (open_.size() >= kMostLevels) Refuse(path, "is nested too deep");
+  CheckLevels(1, path);
   luaL_checkstack(L_, kSlotsPerLevel, "too many tables within tables");
   open_.push_back(table);
 }
@@ -121,7 +129,10 @@ bool FromScript::SetInteger(lua_Integer number, bool isInt32, ZelContainer* cont
 
 ZelContainer FromScript::ContainerFrom(int value, const std::string& path) {
   if (const ScriptContainer* const object = ContainerAt(L_, value)) {
-    Count(MeasureContainer(object->container));
+    const ContainerMeasure measure = MeasureContainer(object->container);
+    Count(measure.bytes);
+    CountWork(L_, measure.parts);
+    CheckLevels(static_cast<size_t>(measure.levels), path);
     return object->container;
   }
   ZelContainer nested;
@@ -132,6 +143,7 @@ ZelContainer FromScript::ContainerFrom(int value, const std::string& path) {
 bool FromScript::SetValue(int value, const std::string& path, ZelContainer* container,
                           const ZelString& key, uint32_t index) {
   Count(kValueBytes);
+  CountWork(L_, path.size() / kValueBytes);
   switch (lua_type(L_, value)) {
     case LUA_TSTRING:
       Count(lua_rawlen(L_, value));
@@ -230,6 +242,7 @@ void PushValue(lua_State* L, const ZelContainer::Entry& entry, size_t index, int
 /// With a negative level nested containers are objects.
 void PushValues(lua_State* L, const ZelContainer::Entry& entry, int level) {
   if (!entry.IsList()) return PushValue(L, entry, 0, level);
+  CountWork(L, entry.Count());
   lua_createtable(L, static_cast<int>(std::min<size_t>(entry.Count(), 1 << 20)), 0);
   for (size_t i = 0; i < entry.Count(); ++i) {
     PushValue(L, entry, i, level);
@@ -240,6 +253,7 @@ void PushValues(lua_State* L, const ZelContainer::Entry& entry, int level) {
 void PushLevel(lua_State* L, const ZelContainer& container, int level) {
   constexpr int kMostLevelsToPush = 1000;
   if (level > kMostLevelsToPush) throw std::length_error("the container is nested too deep");
+  CountWork(L, container.CountKeys());
   luaL_checkstack(L, kSlotsPerLevel, "too many containers within containers");
   lua_createtable(L, 0, static_cast<int>(std::min<size_t>(container.CountKeys(), 1 << 20)));
   for (size_t i = 0; i < container.CountKeys(); ++i) {
@@ -248,6 +262,16 @@ void PushLevel(lua_State* L, const ZelContainer& container, int level) {
     PushValues(L, entry, level);
     lua_rawset(L, -3);
   }
+}
+
+/// The container that is written to, and its list.
+size_t LevelsAround(bool isInList) {
+  return isInList ? 2 : 1;
+}
+
+void CheckType(lua_State* L, int index) {
+  const bool fits = lua_istable(L, index) || ContainerAt(L, index) != nullptr;
+  luaL_argexpected(L, fits, index, "table or container");
 }
 
 /// Runs a conversion; what is wrong with a value becomes an error of the script about `argument`.
@@ -267,19 +291,24 @@ auto Converting(lua_State* L, int argument, Operation operation) {
 
 }  // namespace
 
-void AddTable(lua_State* L, int index, ZelContainer* container) {
-  const int table = lua_absindex(L, index);
-  Converting(L, index, [&] {
-    FromScript(L).AddTable(table, "", container);
-    return true;
+ZelContainer CheckNestedContainer(lua_State* L, int index, const ZelString& key, bool isInList) {
+  CheckType(L, index);
+  return Converting(L, index, [&] {
+    return FromScript(L, LevelsAround(isInList)).ContainerFrom(index, std::string(key.Utf8()));
   });
+}
+
+ZelContainer CheckWholeContainer(lua_State* L, int index) {
+  CheckType(L, index);
+  return Converting(L, index, [&] { return FromScript(L, 0).ContainerFrom(index, ""); });
 }
 
 bool SetValue(lua_State* L, int index, ZelContainer* container, const ZelString& key,
               uint32_t listIndex) {
   const int value = lua_absindex(L, index);
   return Converting(L, index, [&] {
-    return FromScript(L).SetValue(value, std::string(key.Utf8()), container, key, listIndex);
+    FromScript conversion(L, LevelsAround(listIndex != kNoIndex));
+    return conversion.SetValue(value, std::string(key.Utf8()), container, key, listIndex);
   });
 }
 

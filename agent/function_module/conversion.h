@@ -14,8 +14,16 @@
 // Anything else is an error of the script that names the key. Tables are looked at without their
 // metatables.
 
-/// Adds the values of the table at `index` to `container`. The argument `index` is named in errors.
-void AddTable(lua_State* L, int index, ZelContainer* container);
+// Tables, sequences and containers within each other count together: a container is nested up to 32
+// levels deep, as texts of the agent's protocol are.
+
+/// A container made of the table or container object at `index`, which is going to be the value
+/// under `key` of another container, or one of its list. An error of the script about the argument
+/// `index` for other values.
+ZelContainer CheckNestedContainer(lua_State* L, int index, const ZelString& key, bool isInList);
+
+/// A container made of the table or container object at `index`, which stands for itself.
+ZelContainer CheckWholeContainer(lua_State* L, int index);
 
 /// Writes the value at `index` under `key`, as the single value (`kNoIndex`) or one of its list.
 /// False, with nothing written, where the container refuses it.

@@ -1,5 +1,4 @@
 #include <memory>
-#include <new>
 
 #include "agent/function_module/functions.h"
 #include "agent/function_module/script_container.h"
@@ -10,8 +9,9 @@
 namespace {
 
 struct ScriptsContainer {
-  ZelString variable;
-  std::unique_ptr<ZelContainer> container;
+  /// Null when no variable stands for it.
+  const VarHandle* variable;
+  ZelContainer* container;
 };
 
 int AddFunctions(lua_State* L) {
@@ -34,13 +34,13 @@ int AddFunctions(lua_State* L) {
 /// Replaces the handle that the script sees by the container, which the registry holds as well: it
 /// stays although the script may drop the variable.
 int PublishContainer(lua_State* L) {
-  auto& scripts = *static_cast<ScriptsContainer*>(lua_touserdata(L, 1));
-  PushContainer(L, *scripts.container);
+  const auto& scripts = *static_cast<const ScriptsContainer*>(TakeArgument(L));
+  PushOutsideContainer(L, *scripts.container);
   lua_pushvalue(L, -1);
-  lua_rawsetp(L, LUA_REGISTRYINDEX, scripts.container.get());
-  if (scripts.variable.IsEmpty()) return 0;
+  lua_rawsetp(L, LUA_REGISTRYINDEX, scripts.container);
+  if (scripts.variable == nullptr) return 0;
   lua_pushglobaltable(L);
-  PushText(L, scripts.variable.Utf8());
+  PushText(L, scripts.variable->GetVarName().Utf8());
   lua_pushvalue(L, -3);
   lua_rawset(L, -3);
   return 0;
@@ -49,18 +49,18 @@ int PublishContainer(lua_State* L) {
 }  // namespace
 
 extern "C" void MarlinModuleOpen(MarlinContext* context) {
-  // A failure is in the log, and the script fails where it uses what is missing.
+  // A failure is in the log, and the script does not run.
   RunInScript(*context, ForScript<AddFunctions>, nullptr);
 }
 
 extern "C" void AddContainerVariable(MarlinContext* context, ZelContainer* container) {
-  ScriptsContainer scripts;
-  scripts.container.reset(container);
-  try {
-    scripts.variable = HandleVariableName(*context, container);
-  } catch (const std::bad_alloc&) {
+  if (container == nullptr) return;
+  VarHandle* const variable = FindHandleVariable(*context, container);
+  if (!KeepContainer(*context, std::unique_ptr<ZelContainer>(container))) {
+    if (variable != nullptr) variable->SetHandleValue(nullptr);
     return;
   }
+  ScriptsContainer scripts{variable, container};
   RunInScript(*context, ForScript<PublishContainer>, &scripts);
 }
 

@@ -10,47 +10,75 @@ namespace {
 constexpr const char* kTypeName = "container";
 constexpr size_t kSmallBytes = 1024 * 1024;
 
-size_t MeasureValue(const ZelContainer::Entry& entry, size_t index) {
-  if (entry.Type() == ZelValueType::kString) return kValueBytes + entry.StringAt(index).size();
-  if (entry.Type() == ZelValueType::kContainer) {
-    return kValueBytes + MeasureContainer(entry.ContainerAt(index));
-  }
-  return kValueBytes;
+ContainerMeasure MeasureValue(const ZelContainer::Entry& entry, size_t index) {
+  if (entry.Type() == ZelValueType::kString)
+    return {kValueBytes + entry.StringAt(index).size(), 1, 0};
+  if (entry.Type() != ZelValueType::kContainer) return {kValueBytes, 1, 0};
+  ContainerMeasure nested = MeasureContainer(entry.ContainerAt(index));
+  nested.bytes += kValueBytes;
+  ++nested.parts;
+  return nested;
 }
 
+/// Finalizers of the script that run later may still have the object: it is no container then.
 int Destroy(lua_State* L) {
-  static_cast<ScriptContainer*>(lua_touserdata(L, 1))->~ScriptContainer();
+  ScriptContainer* const object = ContainerAt(L, 1);
+  if (object == nullptr) return 0;
+  lua_pushnil(L);
+  lua_setmetatable(L, 1);
+  object->~ScriptContainer();
   return 0;
+}
+
+template <typename... Arguments>
+ScriptContainer& PushObject(lua_State* L, Arguments&... arguments) {
+  void* const place = lua_newuserdatauv(L, sizeof(ScriptContainer), 0);
+  auto& made = *new (place) ScriptContainer(L, arguments...);
+  luaL_setmetatable(L, kTypeName);
+  return made;
 }
 
 }  // namespace
 
-size_t MeasureContainer(const ZelContainer& container) {
-  size_t bytes = 0;
+ContainerMeasure MeasureContainer(const ZelContainer& container) {
+  ContainerMeasure measure;
   for (size_t i = 0; i < container.CountKeys(); ++i) {
     const ZelContainer::Entry entry = container.EntryAt(i);
-    bytes += kValueBytes + entry.Key().size();
-    for (size_t j = 0; j < entry.Count(); ++j) bytes += MeasureValue(entry, j);
+    const int around = entry.IsList() ? 2 : 1;
+    measure.bytes += kValueBytes + entry.Key().size();
+    ++measure.parts;
+    for (size_t j = 0; j < entry.Count(); ++j) {
+      const ContainerMeasure value = MeasureValue(entry, j);
+      measure.bytes += value.bytes;
+      measure.parts += value.parts;
+      measure.levels = std::max(measure.levels, around + value.levels);
+    }
   }
-  return bytes;
+  return measure;
 }
 
 void ScriptContainer::Reserve(lua_State* L, size_t bytes) {
   if (memory.Bytes() > 2 * measuredBytes + kSmallBytes || !memory.Add(L, bytes)) {
     // Values that were replaced have been counted, too: look at what is there.
-    measuredBytes = MeasureContainer(container);
+    measuredBytes = MeasureContainer(container).bytes;
     memory.Set(std::min(memory.Bytes(), measuredBytes));
     if (!memory.Add(L, bytes)) RaiseMemoryError(L);
   }
 }
 
-ScriptContainer& PushContainer(lua_State* L, const ZelContainer& container) {
-  void* const place = lua_newuserdatauv(L, sizeof(ScriptContainer), 0);
-  auto& made = *new (place) ScriptContainer(L);
-  luaL_setmetatable(L, kTypeName);
-  made.Reserve(L, MeasureContainer(container));
+void PushContainer(lua_State* L, const ZelContainer& container) {
+  const ContainerMeasure measure = MeasureContainer(container);
+  CountWork(L, measure.parts);
+  ScriptContainer& made = PushObject(L);
+  made.Reserve(L, measure.bytes);
   made.container = container;
-  return made;
+}
+
+void PushOutsideContainer(lua_State* L, ZelContainer& container) {
+  const size_t bytes = MeasureContainer(container).bytes;
+  ScriptContainer& made = PushObject(L, container);
+  if (!made.memory.Add(L, bytes)) RaiseMemoryError(L);
+  made.measuredBytes = bytes;
 }
 
 ScriptContainer* ContainerAt(lua_State* L, int index) {

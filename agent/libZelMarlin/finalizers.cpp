@@ -33,6 +33,7 @@ void TellOfError(lua_State* L, lua_State* finalizer) {
 int Finalize(lua_State* L) {
   Interpreter& interpreter = Interpreter::Of(L);
   lua_settop(L, 1);
+  if (luaL_testudata(L, 1, kGuardian) == nullptr) return 0;
   lua_getiuservalue(L, 1, 1);
   if (interpreter.IsEnding() || !lua_istable(L, 2)) return 0;
   ForgetGuardian(L, 2);

@@ -88,7 +88,7 @@ int OpenLibraries(lua_State* L) {
 }
 
 int PublishDirectory(lua_State* L) {
-  SetScriptDirectory(L, *static_cast<const std::string*>(lua_touserdata(L, 1)));
+  SetScriptDirectory(L, *static_cast<const std::string*>(TakeArgument(L)));
   return 0;
 }
 
@@ -253,11 +253,18 @@ ScriptResult Interpreter::RunLimited(lua_CFunction body, void* argument) {
   if (lua_checkstack(state_, 8) == 0) return ResultOf(LUA_ERRMEM);
   lua_pushcfunction(state_, ForScript<OnError>);
   lua_pushcfunction(state_, body);
-  lua_pushlightuserdata(state_, argument);
-  const int status = lua_pcall(state_, 1, 0, top + 1);
+  argument_ = argument;
+  const int status = lua_pcall(state_, 0, 0, top + 1);
+  argument_ = nullptr;
   ScriptResult result = ResultOf(status);
   lua_settop(state_, top);
   return result;
+}
+
+void* Interpreter::TakeArgument(lua_State* L) {
+  void* const argument = std::exchange(argument_, nullptr);
+  if (argument == nullptr) luaL_error(L, "this function is not for scripts");
+  return argument;
 }
 
 ScriptResult Interpreter::RunProtected(lua_CFunction body, void* argument) {
@@ -312,7 +319,7 @@ void Interpreter::SetScriptPath(const ZelString& path) {
 }
 
 int Interpreter::PublishHandle(lua_State* L) {
-  const auto& handle = *static_cast<const HandleArguments*>(lua_touserdata(L, 1));
+  const auto& handle = *static_cast<const HandleArguments*>(::TakeArgument(L));
   lua_pushglobaltable(L);
   lua_pushlstring(L, handle.name->Utf8().data(), handle.name->Utf8().size());
   if (handle.value != nullptr) {
@@ -330,7 +337,7 @@ ScriptResult Interpreter::SetHandle(const ZelString& name, void* value, int32_t 
 }
 
 int Interpreter::CompileScript(lua_State* L) {
-  auto& script = *static_cast<CompileArguments*>(lua_touserdata(L, 1));
+  auto& script = *static_cast<CompileArguments*>(::TakeArgument(L));
   const int status =
       luaL_loadbufferx(L, script.text->data(), script.text->size(), script.chunkName->c_str(), "t");
   if (status == LUA_ERRMEM) RaiseMemoryError(L);
@@ -355,7 +362,7 @@ ScriptResult Interpreter::Compile(const std::string& text) {
 }
 
 int Interpreter::RunScript(lua_State* L) {
-  auto& run = *static_cast<RunArguments*>(lua_touserdata(L, 1));
+  auto& run = *static_cast<RunArguments*>(::TakeArgument(L));
   run.isCompiled = lua_rawgetp(L, LUA_REGISTRYINDEX, &kCompiledScript) != LUA_TNIL;
   if (!run.isCompiled) return 0;
   lua_call(L, 0, 0);
@@ -389,6 +396,14 @@ const char* ScriptName(lua_State* L) {
 
 MarlinContext& ContextOf(lua_State* L) {
   return Interpreter::Of(L).Context();
+}
+
+void* TakeArgument(lua_State* L) {
+  return Interpreter::Of(L).TakeArgument(L);
+}
+
+void CountWork(lua_State* L, size_t steps) {
+  Interpreter::Of(L).Count(L, steps);
 }
 
 void RaiseMemoryError(lua_State* L) {

@@ -45,7 +45,7 @@ class Interpreter {
   /// Runs what was compiled, and then its global function `procedure`. An end by `os.exit` is a
   /// success or `kMarlinExit`.
   ScriptResult Run(const ZelString& procedure);
-  /// Runs `body` with `argument` as a light userdata at index 1.
+  /// Runs `body`, which gets `argument` by `TakeArgument`.
   ScriptResult RunProtected(lua_CFunction body, void* argument);
 
   // What functions of scripts use.
@@ -54,6 +54,10 @@ class Interpreter {
     return **static_cast<Interpreter**>(lua_getextraspace(L));
   }
   MarlinContext& Context() const { return context_; }
+  /// See `TakeArgument` of functions.
+  void* TakeArgument(lua_State* L);
+  /// Counts work that is done for the script as if it were instructions of its own. May end it.
+  void Count(lua_State* L, uint64_t instructions);
 
   /// What a script cannot go on after, whatever it catches.
   enum class End { kNone, kInstructions, kInterruption, kExit, kExitWithFailure };
@@ -84,7 +88,6 @@ class Interpreter {
 
   bool Open();
   void ResetLimits();
-  void Count(lua_State* L, uint64_t instructions);
   MarlinError ErrorOfEnd() const;
   ScriptResult RunLimited(lua_CFunction body, void* argument);
   ScriptResult ResultOf(int status);
@@ -101,6 +104,8 @@ class Interpreter {
 
   uint64_t usedBytes_ = 0;
   bool memoryRefused_ = false;
+  /// For the function that is about to run; no value of the script, which could pass another one.
+  void* argument_ = nullptr;
   uint64_t instructions_ = 0;
   End end_ = End::kNone;
   std::string endReason_;

@@ -87,6 +87,12 @@ void MarlinContext::Implementation::ForgetError() {
   errorLine.SetIntegerValue(0);
 }
 
+void MarlinContext::Implementation::FailSetup(MarlinError code, std::string text) noexcept {
+  if (setupError != kMarlinOk) return;
+  setupError = code;
+  setupErrorText = std::move(text);
+}
+
 int MarlinContext::Implementation::Conclude(const ScriptResult& result) {
   ForgetError();
   if (result.error == kMarlinOk) return 1;
@@ -163,15 +169,19 @@ ZelString MarlinContext::GetIniPath() const {
 void MarlinContext::AddVariable(Variable* variable, enum_VarListType /*list*/) {
   std::unique_ptr<Variable> owned(variable);
   if (owned == nullptr) return;
-  Guarded("Adding a variable to a script", 0, [&] {
-    Implementation& self = *implementation_;
+  Implementation& self = *implementation_;
+  const bool isAdded = Guarded("Adding a variable to a script", false, [&] {
     self.variables.push_back(std::move(owned));
     const auto* const handle = dynamic_cast<const VarHandle*>(self.variables.back().get());
+    if (handle == nullptr) return true;
     Interpreter* const interpreter = self.GetInterpreter(*this);
-    if (handle == nullptr || interpreter == nullptr) return 0;
-    return self.Conclude(interpreter->SetHandle(handle->GetVarName(), handle->GetHandleValue(),
-                                                handle->GetIntegerValue()));
+    if (interpreter == nullptr) return false;
+    const ScriptResult result = interpreter->SetHandle(
+        handle->GetVarName(), handle->GetHandleValue(), handle->GetIntegerValue());
+    if (result.error != kMarlinOk) self.FailSetup(result.error, result.text);
+    return true;
   });
+  if (!isAdded) self.FailSetup(kMarlinMemory, {});
 }
 
 VarHandle* MarlinContext::GetVariable(const ZelString& name, enum_VarListType /*list*/) {
@@ -209,6 +219,9 @@ int MarlinContext::RunProcedure(const ZelString& name, Stack* /*stack*/) {
   ConcludeWithoutMemory(*implementation_);
   return Guarded("Running a script", 0, [&] {
     Implementation& self = *implementation_;
+    if (self.setupError != kMarlinOk) {
+      return self.Conclude({self.setupError, self.setupErrorText, 0, {}});
+    }
     if (runningScripts >= self.settings.depth) {
       const std::string limit = std::to_string(self.settings.depth);
       return self.Conclude(
@@ -236,26 +249,40 @@ const ErrorList& MarlinContext::GetErrorList() const {
 }
 
 bool RunInScript(MarlinContext& context, lua_CFunction body, void* argument) noexcept {
-  return Guarded("Adding functions to a script", false, [&] {
-    Interpreter* const interpreter = context.GetImplementation().GetInterpreter(context);
+  MarlinContext::Implementation& self = context.GetImplementation();
+  const bool isDone = Guarded("Adding functions to a script", false, [&] {
+    Interpreter* const interpreter = self.GetInterpreter(context);
     if (interpreter == nullptr) {
       LibraryLog().ErrorWithNL("There is no memory for the interpreter of a script");
       return false;
     }
     const ScriptResult result = interpreter->RunProtected(body, argument);
     if (result.error == kMarlinOk) return true;
+    self.FailSetup(result.error, result.text);
     LibraryLog().ErrorWithNL("Functions could not be added to a script: %S",
                              ZelString(result.text));
     return false;
   });
+  // Unless the error is known already.
+  if (!isDone) self.FailSetup(kMarlinMemory, {});
+  return isDone;
 }
 
-ZelString HandleVariableName(const MarlinContext& context, const void* object) {
+bool KeepContainer(MarlinContext& context, std::unique_ptr<ZelContainer> container) noexcept {
+  MarlinContext::Implementation& self = context.GetImplementation();
+  const bool isKept = Guarded("Keeping the parameters of a script", false, [&] {
+    self.containers.push_back(std::move(container));
+    return true;
+  });
+  if (!isKept) self.FailSetup(kMarlinMemory, {});
+  return isKept;
+}
+
+VarHandle* FindHandleVariable(const MarlinContext& context, const void* object) noexcept {
+  if (object == nullptr) return nullptr;
   for (const auto& variable : context.GetImplementation().variables) {
-    const auto* const handle = dynamic_cast<const VarHandle*>(variable.get());
-    if (handle != nullptr && object != nullptr && handle->GetHandleValue() == object) {
-      return handle->GetVarName();
-    }
+    auto* const handle = dynamic_cast<VarHandle*>(variable.get());
+    if (handle != nullptr && handle->GetHandleValue() == object) return handle;
   }
-  return {};
+  return nullptr;
 }

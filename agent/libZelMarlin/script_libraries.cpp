@@ -7,6 +7,7 @@
 #include <array>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <string_view>
 #include <system_error>
 
@@ -20,7 +21,20 @@
 namespace {
 
 constexpr size_t kMostPrintedBytes = 65536;
-const int kOriginal = lua_upvalueindex(1);
+
+/// Functions of Lua's libraries that ours call. They are in the registry, out of the reach of
+/// scripts, under the addresses of these.
+enum Original : size_t {
+  kLoad,
+  kCloseCoroutine,
+  kQueryLocale,
+  kGetInfo,
+  kGetLocal,
+  kGetUpvalue,
+  kUpvalueId,
+  kOriginalCount
+};
+constexpr std::array<char, kOriginalCount> kOriginals{};
 
 std::string_view TextAt(lua_State* L, int index) {
   size_t length = 0;
@@ -183,12 +197,19 @@ int WrapCoroutine(lua_State* L) {
 }
 
 /// Calls the original, and passes the script's end on if it was caught there.
+template <Original kWhich>
 int CallOriginal(lua_State* L) {
-  lua_pushvalue(L, kOriginal);
+  lua_rawgetp(L, LUA_REGISTRYINDEX, &kOriginals[kWhich]);
   lua_insert(L, 1);
   lua_call(L, lua_gettop(L) - 1, LUA_MULTRET);
   PassEndOn(L);
   return lua_gettop(L);
+}
+
+/// Keeps the function `name` of the table on top for `CallOriginal`.
+void KeepOriginal(lua_State* L, const char* name, Original original) {
+  lua_getfield(L, -1, name);
+  lua_rawsetp(L, LUA_REGISTRYINDEX, &kOriginals[original]);
 }
 
 // Texts of programs, never compiled ones.
@@ -203,7 +224,7 @@ int Load(lua_State* L) {
   if (lua_gettop(L) < 3) lua_settop(L, 3);
   lua_pushstring(L, TextMode(L, 3));
   lua_replace(L, 3);
-  return CallOriginal(L);
+  return CallOriginal<kLoad>(L);
 }
 
 /// Pushes the compiled file, or false and why not. `environment` is the index of its environment,
@@ -340,8 +361,53 @@ int GetMetatable(lua_State* L) {
 
 /// The locale belongs to the whole process.
 int SetLocale(lua_State* L) {
-  if (lua_isnoneornil(L, 1)) return CallOriginal(L);
+  if (lua_isnoneornil(L, 1)) return CallOriginal<kQueryLocale>(L);
   luaL_checkstring(L, 1);
+  luaL_pushfail(L);
+  return 1;
+}
+
+// Looking into functions. What the engine's own functions work with stays hidden: functions that
+// are not made for scripts, and values that would get around the limits.
+
+/// Adds to the level among the arguments, if there is one, the call of the original.
+void PassLevelOn(lua_State* L) {
+  const int place = lua_isthread(L, 1) ? 2 : 1;
+  if (place == 2 && lua_tothread(L, 1) != L) return;
+  int isLevel = 0;
+  const lua_Integer level = lua_tointegerx(L, place, &isLevel);
+  if (isLevel == 0 || level < 0 || level >= std::numeric_limits<int>::max()) return;
+  lua_pushinteger(L, level + 1);
+  lua_replace(L, place);
+}
+
+int GetInfo(lua_State* L) {
+  PassLevelOn(L);
+  CallOriginal<kGetInfo>(L);
+  if (!lua_istable(L, -1)) return 1;
+  if (lua_getfield(L, -1, "func") == LUA_TFUNCTION && lua_iscfunction(L, -1) != 0) {
+    lua_pushnil(L);
+    lua_setfield(L, -3, "func");
+  }
+  lua_pop(L, 1);
+  return 1;
+}
+
+/// Only variables that have names: the other places of a stack may still hold what a function of
+/// the engine has left there.
+int GetLocal(lua_State* L) {
+  PassLevelOn(L);
+  const int count = CallOriginal<kGetLocal>(L);
+  const bool isNamed = lua_type(L, 1) == LUA_TSTRING && !TextAt(L, 1).ends_with("temporary)");
+  if (isNamed) return count;
+  luaL_pushfail(L);
+  return 1;
+}
+
+template <Original kWhich>
+int LookAtUpvalue(lua_State* L) {
+  luaL_checktype(L, 1, LUA_TFUNCTION);
+  if (lua_iscfunction(L, 1) == 0) return CallOriginal<kWhich>(L);
   luaL_pushfail(L);
   return 1;
 }
@@ -349,15 +415,23 @@ int SetLocale(lua_State* L) {
 /// Of the debug library stays what looks and changes nothing. Its other functions could take off
 /// limits, change what the agent's own functions rely on, or wait for a person.
 void ChangeDebugLibrary(lua_State* L) {
-  constexpr std::array kKept{"traceback", "getinfo", "getlocal", "getupvalue", "upvalueid"};
+  constexpr std::array<luaL_Reg, 6> kFunctions{{
+      {"getinfo", ForScript<GetInfo>},
+      {"getlocal", ForScript<GetLocal>},
+      {"getmetatable", ForScript<GetMetatable>},
+      {"getupvalue", ForScript<LookAtUpvalue<kGetUpvalue>>},
+      {"upvalueid", ForScript<LookAtUpvalue<kUpvalueId>>},
+      {nullptr, nullptr},
+  }};
   lua_getglobal(L, LUA_DBLIBNAME);
-  lua_createtable(L, 0, kKept.size() + 1);
-  for (const char* const name : kKept) {
-    lua_getfield(L, -2, name);
-    lua_setfield(L, -2, name);
-  }
-  lua_pushcfunction(L, ForScript<GetMetatable>);
-  lua_setfield(L, -2, "getmetatable");
+  KeepOriginal(L, "getinfo", kGetInfo);
+  KeepOriginal(L, "getlocal", kGetLocal);
+  KeepOriginal(L, "getupvalue", kGetUpvalue);
+  KeepOriginal(L, "upvalueid", kUpvalueId);
+  lua_createtable(L, 0, kFunctions.size());
+  lua_getfield(L, -2, "traceback");
+  lua_setfield(L, -2, "traceback");
+  luaL_setfuncs(L, kFunctions.data(), 0);
   luaL_getsubtable(L, LUA_REGISTRYINDEX, LUA_LOADED_TABLE);
   lua_pushvalue(L, -2);
   lua_setfield(L, -2, LUA_DBLIBNAME);
@@ -366,11 +440,10 @@ void ChangeDebugLibrary(lua_State* L) {
   lua_pop(L, 1);
 }
 
-/// Replaces functions of the table on top; each new one has the original as its upvalue.
+/// Replaces functions of the table on top.
 void Replace(lua_State* L, std::initializer_list<luaL_Reg> functions) {
   for (const luaL_Reg& function : functions) {
-    lua_getfield(L, -1, function.name);
-    lua_pushcclosure(L, function.func, 1);
+    lua_pushcfunction(L, function.func);
     lua_setfield(L, -2, function.name);
   }
 }
@@ -385,6 +458,7 @@ void OpenScriptLibraries(lua_State* L) {
   PrepareFinalizers(L);
 
   lua_pushglobaltable(L);
+  KeepOriginal(L, "load", kLoad);
   Replace(L, {{"print", ForScript<Print>},
               {"pcall", ForScript<ProtectedCall>},
               {"xpcall", ForScript<ProtectedCallWithHandler>},
@@ -394,11 +468,13 @@ void OpenScriptLibraries(lua_State* L) {
               {"getmetatable", ForScript<GetMetatable>},
               {"setmetatable", ForScript<SetMetatable>}});
   lua_getfield(L, -1, LUA_COLIBNAME);
+  KeepOriginal(L, "close", kCloseCoroutine);
   Replace(L, {{"create", ForScript<CreateCoroutine>},
               {"resume", ForScript<ResumeCoroutine>},
               {"wrap", ForScript<WrapCoroutine>},
-              {"close", ForScript<CallOriginal>}});
+              {"close", ForScript<CallOriginal<kCloseCoroutine>>}});
   lua_getfield(L, -2, LUA_OSLIBNAME);
+  KeepOriginal(L, "setlocale", kQueryLocale);
   Replace(L, {{"exit", ForScript<Exit>}, {"setlocale", ForScript<SetLocale>}});
   lua_pop(L, 3);
   ChangePackageLibrary(L);

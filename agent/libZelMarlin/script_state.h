@@ -6,8 +6,10 @@
 #include <cstddef>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <new>
 
+#include "libZel/container.h"
 #include "libZelMarlin.h"
 
 // What a function module adds functions to scripts with. A module may export
@@ -21,10 +23,19 @@ class Interpreter;
 
 using MarlinModuleOpenFunction = void (*)(MarlinContext* context);
 
-/// Runs `body` in the context's interpreter, which is made if need be, with `argument` as a light
-/// userdata at index 1 of an otherwise empty stack. False when it raised an error, or when there is
-/// no interpreter for want of memory; the reason is in the library's log. Throws nothing.
+/// Runs `body` in the context's interpreter, which is made if need be, on an empty stack. False
+/// when it raised an error, or when there is no interpreter for want of memory: the reason is in
+/// the library's log, and the context runs no procedure, but fails with that error.
 bool RunInScript(MarlinContext& context, lua_CFunction body, void* argument) noexcept;
+
+/// The argument of `RunInScript`, for its body, which takes it before anything of a script can run.
+/// An error of the script where there is none, so that scripts can call the body without harm.
+void* TakeArgument(lua_State* L);
+
+/// Keeps `container` for as long as the context lives, its script's finalizers included. False
+/// for want of memory: it is gone then, and the context runs no procedure, but fails with
+/// `kMarlinMemory`.
+bool KeepContainer(MarlinContext& context, std::unique_ptr<ZelContainer> container) noexcept;
 
 /// The context that a function runs in; coroutines belong to their context.
 MarlinContext& ContextOf(lua_State* L);
@@ -32,9 +43,12 @@ MarlinContext& ContextOf(lua_State* L);
 /// The script's file name, for lines of the log; "script" before it is known.
 const char* ScriptName(lua_State* L);
 
-/// The name of the handle variable that stands for `object`; empty when there is none. Throws only
-/// for want of memory.
-ZelString HandleVariableName(const MarlinContext& context, const void* object);
+/// The handle variable that stands for `object`; null when there is none.
+VarHandle* FindHandleVariable(const MarlinContext& context, const void* object) noexcept;
+
+/// Counts work that a function does in proportion to what it was given, as that many instructions
+/// of the script. May end the script.
+void CountWork(lua_State* L, size_t steps);
 
 /// Raises the error that tells of too little memory.
 [[noreturn]] void RaiseMemoryError(lua_State* L);

@@ -132,6 +132,84 @@ TEST_F(FunctionModuleTest, RefusesValuesThatNoContainerHolds) {
   ExpectError("container.new{a = {b = print}}", "(the value of 'a.b' is a function)");
 }
 
+TEST_F(FunctionModuleTest, NestsTablesAndContainersUpTo32Levels) {
+  // Each step wraps the value once; what has 31 levels fits into a container once more.
+  for (const char* const step :
+       {"v = {k = v}", "v = container.new{k = v}", "local c = container.new() c:set('k', v) v = c",
+        "local c = container.new() c:set_container('k', v) v = c",
+        "v = i % 2 == 0 and {k = v} or container.new{k = v}"}) {
+    const std::string nest =
+        std::string("local v = container.new() for i = 1, 30 do ") + step + " end ";
+    ExpectSuccess(nest + R"(
+      local c = container.new()
+      c:set('k', v) c:set_container('k', v)
+      assert(not pcall(c.set, c, 'l', {v}) and not pcall(c.set, c, 'l', v, 0))
+      assert(not pcall(c.set_container, c, 'l', v, 0) and #c == 1)
+      assert(action.invoke('Do', {k = v}) == 0 and action.invoke('Do', v) == 0))");
+    for (const char* const write :
+         {"c:set('key', {a = v})", "c:set('key', container.new{a = v})", "c:set('list', v, 0)",
+          "c:set_container('key', {a = v})", "c:set_container('list', v, 0)",
+          "container.new{a = {b = v}}", "action.invoke('Do', {a = {b = v}})",
+          "local d = container.new{a = v} c:set('key', d)",
+          "local d = container.new{a = v} c:set_container('key', d)",
+          "local d = container.new{a = v} container.new{key = d}",
+          "local d = container.new{a = v} action.invoke('Do', {key = d})",
+          "local d = container.new{a = v} coroutine.wrap(function() c:set('key', d) end)()"}) {
+      const ScriptEnd end = RunMain(nest + "local c = container.new() " + write);
+      EXPECT_EQ(end.code, kMarlinRuntime) << step << ": " << write;
+      EXPECT_TRUE(end.text.find("(the value of '") != std::string::npos &&
+                  end.text.find("is nested too deep)") != std::string::npos)
+          << end.text;
+    }
+  }
+  ExpectError("local v = {} for i = 1, 31 do v = {k = v} end c:set('key', v)",
+              "the value of 'key.k.k.k");
+  ExpectError(
+      "local v = container.new() for i = 1, 30 do v = container.new{k = v} end "
+      "c:set('key', {a = v})",
+      "the value of 'key.a' is nested too deep");
+}
+
+TEST_F(FunctionModuleTest, WrapsContainersWithoutEndOnlyAsDeepAsAllowed) {
+  ExpectSuccess(R"(
+    for _, wrap in ipairs{function(v) return container.new{k = v} end,
+                          function(v) return container.new{k = {k = {k = v}}} end,
+                          function(v) local c = container.new() c:set('k', {k = {v}}) return c end,
+                          function(v) local c = container.new() c:set_container('k', v) return c end} do
+      local v, steps = container.new(), 0
+      while steps < 200000 do
+        local ok, wrapped = pcall(wrap, v)
+        if not ok then break end
+        v, steps = wrapped, steps + 1
+      end
+      assert(steps <= 31 and v == container.new(v) and v:to_table())
+    end)");
+}
+
+TEST_F(FunctionModuleTest, LeavesNoContainerToFinalizersThatRunLater) {
+  // Objects that were made later are finalized earlier.
+  ExpectSuccess(R"(
+    Last = setmetatable({}, {__gc = function()
+      print('the end', pcall(Get, C, 'k'), C == C, pcall(tostring, C))
+      local made = container.new{k = 1} print('made', made:get('k'))
+    end})
+    C = container.new{k = 'value'} Get = C.get)");
+  EXPECT_TRUE(IsLogged("made\\x091")) << Log();
+  EXPECT_TRUE(IsLogged("the end\\x09false")) << Log();
+}
+
+TEST_F(FunctionModuleTest, WorksOnTheContainerThatTheVariableStandsFor) {
+  const ZelString path = Write("job.mlx", "function main() ParamsContainer:set('Answer', 42) end");
+  MarlinContext context(nullptr);
+  Prepare(context, SomeOfEach());
+  EXPECT_TRUE(RunFile(context, path).succeeded);
+  const auto* const container = static_cast<const ZelContainer*>(
+      context.GetVariable("ParamsContainer", kVarListGlobal)->GetHandleValue());
+  ZelContainer expected = SomeOfEach();
+  expected.SetInt32("Answer", 42, kNoIndex);
+  EXPECT_EQ(*container, expected);
+}
+
 TEST_F(FunctionModuleTest, ChangesNothingWhereAValueIsRefused) {
   ExpectSuccess(R"(
     local c = container.new{list = {1, 2}}

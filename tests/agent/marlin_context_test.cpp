@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "agent/libZelMarlin/interruption.h"
+#include "agent/libZelMarlin/script_state.h"
 #include "tests/agent/script_test.h"
 
 namespace {
@@ -262,6 +263,165 @@ TEST_F(LimitsTest, LetAScriptGoOnWithLessMemory) {
   EXPECT_TRUE(RunMain("assert(not pcall(string.rep, 'x', 1e8)) "
                       "for i = 1, 100 do assert(#string.rep('x', 1e6) == 1e6) end")
                   .succeeded);
+}
+
+TEST_F(LimitsTest, HideTheFunctionsOfTheEngine) {
+  const ScriptEnd end = RunText(R"(
+    local function functions_of(name, t, seen)
+      if seen[t] then return end
+      seen[t] = true
+      for key, value in pairs(t) do
+        if type(value) == 'table' then functions_of(name .. '.' .. tostring(key), value, seen) end
+        if type(value) == 'function' and value ~= main then
+          for i = 1, 3 do
+            assert(select('#', debug.getupvalue(value, i)) == 1, name .. '.' .. key)
+            assert(debug.getupvalue(value, i) == nil and debug.upvalueid(value, i) == nil)
+          end
+          assert(debug.getlocal(value, 1) == nil)
+        end
+      end
+    end
+    -- Every function that is on the stack, and every value of it that is shown.
+    local function look(...)
+      for level = 0, 20 do
+        local call = debug.getinfo(level)
+        if not call then break end
+        assert(call.what ~= 'C' or call.func == nil)
+        for _, what in ipairs{'f', 'nSf', 'fL'} do
+          local func = debug.getinfo(level, what).func
+          assert(func == nil or call.what ~= 'C')
+        end
+        for i = 1, 100 do
+          local name, value = debug.getlocal(level, i)
+          if not name then break end
+          assert(call.what ~= 'C' and not name:find('temporary'), name)
+        end
+      end
+      return ...
+    end
+    function main()
+      functions_of('_G', _G, {})
+      for _, f in ipairs{coroutine.wrap(look), string.gmatch('a', 'a'), io.lines(), pairs(ParamsContainer)} do
+        assert(debug.getupvalue(f, 1) == nil and debug.upvalueid(f, 1) == nil)
+      end
+      local x = 5
+      local function own() return x end
+      assert(debug.getupvalue(own, 1) == 'x' and debug.upvalueid(own, 1))
+      assert(select(2, debug.getlocal(1, 1)) == 5 and debug.getlocal(1, 1) == 'x')
+      assert(debug.getlocal(look, 1) == nil and debug.getinfo(1, 'f').func == main)
+      local this = coroutine.running()
+      assert(debug.getinfo(this, 1, 'f').func == main and debug.getlocal(this, 1, 1) == 'x')
+      assert(debug.getinfo(0).name == 'getinfo' and debug.getinfo(-1) == nil)
+      assert(debug.getinfo(1, 'l').currentline == 47 and not pcall(debug.getlocal, 5000, 1))
+      assert(not debug.getinfo(0x7fffffff) and not pcall(debug.getinfo))
+
+      look()
+      assert(pcall(look)) assert(xpcall(look, print)) xpcall(error, look)
+      coroutine.wrap(look)() assert(coroutine.resume(coroutine.create(look)))
+      assert(load(function() look() end)) load('return ...')(look())
+      local text = setmetatable({}, {__tostring = function() return look('t') end,
+                                     __index = function() return look(7) end,
+                                     __add = look, __close = look, __gc = look})
+      print(text) log.print('%s', text)
+      load('local x = 1') local y = text.x + text
+      table.sort({3, 2, 1}, function(a, b) look() return a < b end)
+      string.gsub('abc', '.', look)
+      do local closed <close> = text end
+      text = nil collectgarbage()
+      local waiting = coroutine.create(function() pcall(coroutine.yield) end)
+      coroutine.resume(waiting)
+      for level = 0, 3 do
+        local call = debug.getinfo(waiting, level)
+        assert(not call or call.what ~= 'C' or call.func == nil)
+        for i = 1, 5 do
+          local name = call and debug.getlocal(waiting, level, i)
+          assert(not name or not name:find('temporary'), name)
+        end
+      end
+    end)");
+  EXPECT_TRUE(end.succeeded) << end.text;
+}
+
+TEST_F(LimitsTest, AreNotEscapedByWayOfReplacedFunctions) {
+  for (const char* const name : {"os.exit", "load", "getmetatable", "setmetatable", "pcall",
+                                 "coroutine.close", "coroutine.wrap", "debug.getinfo"}) {
+    const std::string f(name);
+    for (const std::string& attempt :
+         {"local _, x = debug.getupvalue(" + f + ", 1) x(7)",
+          "local ok, _, x = pcall(debug.getupvalue, " + f + ", 1) x(7)",
+          "coroutine.wrap(function() local _, x = debug.getupvalue(" + f + ", 1) x(7) end)()"}) {
+      const ScriptEnd end = RunMain(attempt);
+      EXPECT_EQ(end.code, kMarlinRuntime) << attempt;
+      EXPECT_NE(end.text.find("attempt to call a nil value (local 'x')"), std::string::npos)
+          << end.text;
+    }
+  }
+}
+
+TEST_F(LimitsTest, LeaveNothingOfTheEngineToBeCalledAgain) {
+  // Whatever of the stack can be had, in a run, in its coroutines and its finalizers.
+  const std::string attempt =
+      "for level = 0, 9 do local call = debug.getinfo(level, 'fS') "
+      "if call and call.func and call.what == 'C' then pcall(call.func, io.stdout) "
+      "pcall(call.func, 5) pcall(call.func) end end";
+  const ScriptEnd end = RunText(
+      "local busy = false local function try() if busy then return end busy = true " + attempt +
+      " busy = false end try() function main() try() coroutine.wrap(try)() pcall(try) "
+      "setmetatable({}, {__gc = try}) collectgarbage() x = setmetatable({}, {__gc = try}) end");
+  EXPECT_TRUE(end.succeeded) << end.text;
+}
+
+int TakeNothing(lua_State* L) {
+  TakeArgument(L);
+  return 0;
+}
+
+int CallWithoutArgument(lua_State* L) {
+  const auto& value = *static_cast<const int*>(TakeArgument(L));
+  lua_pushcfunction(L, TakeNothing);
+  lua_pushlightuserdata(L, L);
+  const int status = lua_pcall(L, 1, 0, 0);
+  return luaL_error(L, "%d %d %s", value, status, lua_tostring(L, -1));
+}
+
+TEST_F(LimitsTest, GiveTheArgumentOfTheEngineOnlyOnce) {
+  MarlinContext context(nullptr);
+  int value = 42;
+  EXPECT_FALSE(RunInScript(context, CallWithoutArgument, &value));
+  EXPECT_TRUE(IsLogged("42 2 this function is not for scripts")) << Log();
+}
+
+TEST_F(LimitsTest, CountTheValuesOfContainers) {
+  for (const char* const body :
+       {"local t = {} for i = 1, 100 do t[i] = i end local c = container.new{l = "
+        "t} "
+        "for i = 1, 1500 do local d = container.new(c) end",
+        "local c = container.new() for i = 0, 999 do c:set_int32('l', i, i) end "
+        "for i = 1, 220 do c:get('l', 0) local t = c:to_table() end",
+        "local c = container.new() for i = 1, 1000 do c:set_int32('k' .. i, i) end "
+        "for i = 1, 220 do c:set_container('n', c) c:remove('n') end"}) {
+    EXPECT_EQ(RunMain(body).code, kMarlinInstructions) << body;
+  }
+}
+
+TEST_F(LimitsTest, RunNothingWhereTheParametersNeedMoreMemory) {
+  ZelContainer parameters;
+  parameters.SetString("Large", std::string(9 * 1024 * 1024, 'x'), kNoIndex);
+  const ZelString path = Write("job.mlx", "print('ran') function main() print('ran') end");
+  MarlinContext context(nullptr);
+  Prepare(context, parameters);
+  const ScriptEnd end = RunFile(context, path);
+  EXPECT_EQ(end.code, kMarlinMemory);
+  EXPECT_NE(end.text.find("not enough memory (it may have 8 MiB)"), std::string::npos) << end.text;
+  EXPECT_FALSE(IsLogged("ran"));
+  Stack stack;
+  EXPECT_EQ(context.RunProcedure("main", &stack), 0);
+  EXPECT_EQ(context.GetContextError(), kMarlinMemory);
+
+  // What the variable stands for is there all the same.
+  const auto* const container = static_cast<const ZelContainer*>(
+      context.GetVariable("ParamsContainer", kVarListGlobal)->GetHandleValue());
+  EXPECT_EQ(*container, parameters);
 }
 
 TEST_F(LimitsTest, DoNotCountContainersThatAreGone) {
