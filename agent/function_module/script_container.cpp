@@ -3,7 +3,9 @@
 #include <lauxlib.h>
 
 #include <algorithm>
+#include <memory>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -38,6 +40,14 @@ ScriptContainer& PushObject(lua_State* L, Arguments&... arguments) {
   return made;
 }
 
+/// An object that needs no finalizer: the context destroys what it holds.
+ScriptContainer& PushKept(lua_State* L) {
+  auto container = std::make_unique<ZelContainer>();
+  ZelContainer& kept = *container;
+  if (!KeepContainer(ContextOf(L), std::move(container))) RaiseMemoryError(L);
+  return PushObject(L, kept);
+}
+
 }  // namespace
 
 ContainerMeasure MeasureContainer(const ZelContainer& container) {
@@ -69,7 +79,7 @@ void ScriptContainer::Reserve(lua_State* L, size_t bytes) {
 void PushContainer(lua_State* L, const ZelContainer& container) {
   const ContainerMeasure measure = MeasureContainer(container);
   CountWork(L, measure.parts);
-  ScriptContainer& made = PushObject(L);
+  ScriptContainer& made = IsClosing(L) ? PushKept(L) : PushObject(L);
   made.Reserve(L, measure.bytes);
   made.container = container;
 }

@@ -109,6 +109,7 @@ Interpreter::~Interpreter() {
   // A script that has ended itself may still tidy up; one that was ended may not.
   if (end_ == End::kExit || end_ == End::kExitWithFailure) end_ = End::kNone;
   const bool wasEnded = IsEnding();
+  isClosing_ = true;
   lua_close(state_);
   if (!wasEnded && (end_ == End::kInstructions || end_ == End::kInterruption)) {
     LibraryLog().WarningWithNL(
@@ -400,6 +401,10 @@ MarlinContext& ContextOf(lua_State* L) {
 
 void* TakeArgument(lua_State* L) {
   return Interpreter::Of(L).TakeArgument(L);
+}
+
+bool IsClosing(lua_State* L) {
+  return Interpreter::Of(L).IsClosing();
 }
 
 void CountWork(lua_State* L, size_t steps) {

@@ -67,6 +67,7 @@ class Interpreter {
   /// Has the end raised at the next instruction of `L`, where it cannot be raised at once.
   static void StopSoon(lua_State* L);
   bool IsEnding() const { return end_ != End::kNone; }
+  bool IsClosing() const { return isClosing_; }
   /// Counts what making a coroutine stands for: it starts to count at 0.
   void CountCoroutine(lua_State* L);
 
@@ -108,6 +109,7 @@ class Interpreter {
   void* argument_ = nullptr;
   uint64_t instructions_ = 0;
   End end_ = End::kNone;
+  bool isClosing_ = false;
   std::string endReason_;
   std::string warning_;
   /// What the error under way is; filled in where it is raised, with the calls still there.

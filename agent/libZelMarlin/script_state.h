@@ -46,6 +46,9 @@ const char* ScriptName(lua_State* L);
 /// The handle variable that stands for `object`; null when there is none.
 VarHandle* FindHandleVariable(const MarlinContext& context, const void* object) noexcept;
 
+/// Whether the last finalizers of the script run. What is made from now on is not finalized.
+bool IsClosing(lua_State* L);
+
 /// Counts work that a function does in proportion to what it was given, as that many instructions
 /// of the script. May end the script.
 void CountWork(lua_State* L, size_t steps);
