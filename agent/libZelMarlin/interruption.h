@@ -5,8 +5,8 @@
 
 /// All scripts of this process end soon with `kMarlinInterrupted`, whatever they catch: those that
 /// run, and those that are started from now on before anything of them runs. A script that is in a
-/// call that takes long (`os.execute`, `io.read`, a pattern that tries many ways, an action) ends when
-/// the call returns.
+/// call of a library (`os.execute`, `io.read`, a pattern that tries many ways, an action) ends when
+/// the call returns, so that there is no bound: wait for scripts with a timeout.
 void InterruptScripts();
 
 /// Scripts that are started from now on run again.
