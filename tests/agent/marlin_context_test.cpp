@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -481,42 +480,34 @@ TEST_F(LimitsTest, EndNestedScripts) {
 
 // Interruption.
 
-/// Scripts that call the action "Ready" are interrupted by another thread while they go on.
+/// The action "Stop" has another thread interrupt all scripts while the one that called goes on.
 class InterruptionTest : public ScriptTest {
  protected:
-  InterruptionTest() { isReady_ = false; }
   ~InterruptionTest() override { AllowScripts(); }
 
-  static uint32_t Ready(const ZelString*, const ZelString&, const ZelString&, ZelContainer*, void*,
-                        uint32_t, uint32_t, bool) {
-    isReady_ = true;
-    isReady_.notify_one();
+  static uint32_t Stop(const ZelString*, const ZelString&, const ZelString&, ZelContainer*, void*,
+                       uint32_t, uint32_t, bool) {
+    stopping_ = std::thread(InterruptScripts);
     return 0;
   }
 
   ScriptEnd RunInterrupted(const std::string& body) const {
     const ZelString path =
-        Write("job.mlx", "function main() action.invoke('Ready'); " + body + " end");
-    isReady_ = false;
+        Write("job.mlx", "function main() action.invoke('Stop'); " + body + " end");
     AllowScripts();
     MarlinContext context(nullptr);
     Prepare(context);
     ZelString module = "zelagent.mlx";
     void* library = nullptr;
     context.LoadFunctionModule(module, "", &library);
-    Find<SetActionInvokeAddressFunction>(library, "SetActionInvokeAddress")(Ready);
-    std::thread stopping([] {
-      isReady_.wait(false);
-      InterruptScripts();
-    });
+    Find<SetActionInvokeAddressFunction>(library, "SetActionInvokeAddress")(Stop);
     const ScriptEnd end = RunFile(context, path);
-    Ready(nullptr, {}, {}, nullptr, nullptr, 0, 0, false);
-    stopping.join();
+    if (stopping_.joinable()) stopping_.join();
     return end;
   }
 
  private:
-  static inline std::atomic<bool> isReady_;
+  static inline std::thread stopping_;
 };
 
 TEST_F(InterruptionTest, EndsLoopsWhateverCatchesThem) {
