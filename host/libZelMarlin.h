@@ -10,8 +10,8 @@ class XmlProxyClient;
 
 // The script engine. Scripts are written in Lua 5.4 with its standard libraries; docs/scripting.md
 // tells how. For want of memory, constructors and functions that store or return a text throw
-// std::bad_alloc, other than those of `MarlinContext` that prepare, compile or run a script. Nothing
-// else is thrown.
+// std::bad_alloc, other than those of `MarlinContext` that prepare, compile or run a script.
+// Nothing else is thrown.
 
 // NOLINTBEGIN(readability-identifier-naming): the library's own names
 enum enum_VarListType : int {
