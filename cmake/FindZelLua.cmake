@@ -1,7 +1,7 @@
 # Lua 5.4 compiled as C++: its errors are exceptions, so that the objects of functions that raise one
 # are destroyed. Defines the target zel_lua.
 find_path(ZelLua_INCLUDE_DIR lua.h PATH_SUFFIXES lua5.4)
-find_library(ZelLua_LIBRARY NAMES lua5.4-c++ lua54)
+find_library(ZelLua_LIBRARY NAMES lua5.4-c++ lua-c++ lua54)
 
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(ZelLua REQUIRED_VARS ZelLua_LIBRARY ZelLua_INCLUDE_DIR)

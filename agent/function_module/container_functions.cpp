@@ -205,8 +205,11 @@ int Type(lua_State* L) {
     lua_pushnil(L);
     return 1;
   }
-  lua_pushstring(L, TypeName(entry->Type()));
-  lua_pushboolean(L, entry->IsList() ? 1 : 0);
+  // Pushing a text may run a finalizer of the script, which may change the container.
+  const char* const type = TypeName(entry->Type());
+  const bool isList = entry->IsList();
+  lua_pushstring(L, type);
+  lua_pushboolean(L, isList ? 1 : 0);
   return 2;
 }
 

@@ -54,6 +54,8 @@ class FromScript {
   void Leave() { open_.pop_back(); }
   std::vector<std::string> TextKeys(int table, const std::string& path);
   lua_Integer IntegerAt(int value, const std::string& path) const;
+  static std::string PlaceInList(const std::string& path, lua_Integer i);
+  lua_Integer ElementAt(int value, const std::string& path, lua_Integer i) const;
   ListFacts LookAtList(int table, lua_Integer count, const std::string& path);
   bool SetList(int table, const std::string& path, ZelContainer* container, const ZelString& key);
   bool SetInteger(lua_Integer number, bool isInt32, ZelContainer* container, const ZelString& key,
@@ -121,6 +123,17 @@ lua_Integer FromScript::IntegerAt(int value, const std::string& path) const {
   return number;
 }
 
+std::string FromScript::PlaceInList(const std::string& path, lua_Integer i) {
+  return path + "[" + std::to_string(i) + "]";
+}
+
+/// The name of the place, which may be long, is made only where it may be needed.
+lua_Integer FromScript::ElementAt(int value, const std::string& path, lua_Integer i) const {
+  if (lua_isinteger(L_, value)) return lua_tointeger(L_, value);
+  CountWork(L_, path.size() / kValueBytes);
+  return IntegerAt(value, PlaceInList(path, i));
+}
+
 bool FromScript::SetInteger(lua_Integer number, bool isInt32, ZelContainer* container,
                             const ZelString& key, uint32_t index) {
   if (isInt32) return container->SetInt32(key, static_cast<int32_t>(number), index);
@@ -184,12 +197,12 @@ FromScript::ListFacts FromScript::LookAtList(int table, lua_Integer count,
   if (keyCount != count) Refuse(path, "is a list with gaps");
 
   ListFacts facts;
+  CountWork(L_, static_cast<size_t>(count));
   for (lua_Integer i = 1; i <= count; ++i) {
     const int type = lua_rawgeti(L_, table, i) == LUA_TUSERDATA ? LUA_TTABLE : lua_type(L_, -1);
     if (i > 1 && type != facts.type) Refuse(path, "is a list of values of several types");
     facts.type = type;
-    const std::string place = path + "[" + std::to_string(i) + "]";
-    if (type == LUA_TNUMBER && !FitsInt32(IntegerAt(-1, place))) facts.fitsInt32 = false;
+    if (type == LUA_TNUMBER && !FitsInt32(ElementAt(-1, path, i))) facts.fitsInt32 = false;
     lua_pop(L_, 1);
   }
   return facts;
@@ -202,15 +215,14 @@ bool FromScript::SetList(int table, const std::string& path, ZelContainer* conta
   const ListFacts facts = LookAtList(table, count, path);
   container->Remove(key);
   for (lua_Integer i = 1; i <= count; ++i) {
-    const std::string place = path + "[" + std::to_string(i) + "]";
     const auto index = static_cast<uint32_t>(i - 1);
     lua_rawgeti(L_, table, i);
     const int value = lua_gettop(L_);
     if (facts.type == LUA_TNUMBER) {
       Count(kValueBytes);
-      SetInteger(IntegerAt(value, place), facts.fitsInt32, container, key, index);
+      SetInteger(ElementAt(value, path, i), facts.fitsInt32, container, key, index);
     } else {
-      SetValue(value, place, container, key, index);
+      SetValue(value, PlaceInList(path, i), container, key, index);
     }
     lua_pop(L_, 1);
   }

@@ -39,8 +39,10 @@ SharedSample EarlierSample() {
   const SampleTime now = Clock::now();
   SharedSample sample = History().Earlier(now);
   if (sample) return sample;
-  sample = std::make_shared<const ProcessSample>(now, ReadAscending());
-  History().Add(sample);
+  std::vector<Entry> entries = ReadAscending();
+  const bool failed = entries.empty();
+  sample = std::make_shared<const ProcessSample>(now, std::move(entries));
+  if (!failed) History().Add(sample);
   return sample;
 }
 
@@ -54,7 +56,8 @@ std::vector<Entry> ListWithLoads(const ProcessSample& earlier) {
   WaitUntilOldEnough(earlier);
   const SampleTime now = Clock::now();
   std::vector<Entry> entries = ReadAscending();
-  History().Add(std::make_shared<const ProcessSample>(now, entries));
+  // After a listing that failed, everything would seem to have begun since.
+  if (!entries.empty()) History().Add(std::make_shared<const ProcessSample>(now, entries));
 
   const uint32_t processors = process_table::ProcessorCount();
   for (Entry& entry : entries) {

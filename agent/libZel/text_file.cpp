@@ -92,7 +92,10 @@ class LineEdit {
     outcome = ReadTextFile(target, &bytes);
     if (!outcome) return outcome;
     const auto current = std::make_shared<const TextLines>(std::move(bytes));
-    if (known_ && known_->Line(line_) != current->Line(line_)) return HasChanged();
+    if (known_ && known_->Line(line_) != current->Line(line_)) {
+      basis_ = nullptr;  // nothing is known to be unchangeable in the file as it is now
+      return HasChanged();
+    }
     basis_ = current;
     if (file_system::IsReadOnly(target)) return FailedBecause("the file is read-only");
     return Write(target, *current, change);

@@ -53,6 +53,15 @@ int ResumeCoroutine(lua_State* L) {
   return count + 1;
 }
 
+/// Closes a coroutine that has failed, counted among the calls of `L`.
+int CloseCoroutine([[maybe_unused]] lua_State* L, lua_State* coroutine) {
+#if LUA_VERSION_RELEASE_NUM >= 50406
+  return lua_closethread(coroutine, L);
+#else
+  return lua_resetthread(coroutine);
+#endif
+}
+
 int CallWrapped(lua_State* L) {
   lua_State* const coroutine = lua_tothread(L, lua_upvalueindex(1));
   const int count = ResumeWith(L, coroutine, lua_gettop(L));
@@ -65,7 +74,7 @@ int CallWrapped(lua_State* L) {
       lua_pushvalue(L, -1);
       lua_xmove(L, coroutine, 1);
     }
-    if (lua_resetthread(coroutine) != LUA_OK) lua_xmove(coroutine, L, 1);
+    if (CloseCoroutine(L, coroutine) != LUA_OK) lua_xmove(coroutine, L, 1);
     PassEndOn(L);
   }
   if (status != LUA_ERRMEM && lua_type(L, -1) == LUA_TSTRING) {

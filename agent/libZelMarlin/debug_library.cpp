@@ -39,7 +39,7 @@ int GetInfo(lua_State* L) {
 int GetLocal(lua_State* L) {
   PassLevelOn(L);
   const int count = CallOriginal<kGetLocal>(L);
-  const bool isNamed = lua_type(L, 1) == LUA_TSTRING && !TextAt(L, 1).ends_with("temporary)");
+  const bool isNamed = lua_type(L, 1) == LUA_TSTRING && !BytesAt(L, 1).ends_with("temporary)");
   if (isNamed) return count;
   luaL_pushfail(L);
   return 1;

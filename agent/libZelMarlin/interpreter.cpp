@@ -36,7 +36,7 @@ std::string Bounded(std::string text) {
   return text + "...";
 }
 
-std::string TextAt(lua_State* L, int index) {
+std::string BytesAt(lua_State* L, int index) {
   size_t length = 0;
   const char* const text = lua_tolstring(L, index, &length);
   return text != nullptr ? std::string(text, length) : std::string();
@@ -60,7 +60,7 @@ std::string ErrorText(lua_State* L, int index) {
     return std::string("(the error object is a ") + luaL_typename(L, index) + " value)";
   }
   luaL_tolstring(L, index, nullptr);
-  return TextAt(L, -1);
+  return BytesAt(L, -1);
 }
 
 struct HandleArguments {
@@ -234,7 +234,7 @@ int Interpreter::LineInMessage(const std::string& text) const {
 void Interpreter::DescribeError(lua_State* L) {
   std::string text = Bounded(ErrorText(L, 1));
   luaL_traceback(L, L, nullptr, 1);
-  pending_.trace = Bounded(TextAt(L, -1));
+  pending_.trace = Bounded(BytesAt(L, -1));
   pending_.line = LineInScript(L);
   pending_.text = std::move(text);
   pending_.error = kMarlinRuntime;
@@ -344,7 +344,7 @@ int Interpreter::CompileScript(lua_State* L) {
   if (status == LUA_ERRMEM) RaiseMemoryError(L);
   if (status != LUA_OK) {
     script.isRefused = true;
-    script.message = Bounded(TextAt(L, -1));
+    script.message = Bounded(BytesAt(L, -1));
     return 0;
   }
   lua_rawsetp(L, LUA_REGISTRYINDEX, &kCompiledScript);

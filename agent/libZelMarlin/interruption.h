@@ -9,7 +9,7 @@
 /// the call returns, so that there is no bound: wait for scripts with a timeout.
 void InterruptScripts();
 
-/// Scripts that are started from now on run again.
+/// Scripts that are started from now on run again. For tests: an agent that stops does not go on.
 void AllowScripts();
 
 /// Whether scripts are to end.

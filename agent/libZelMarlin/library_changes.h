@@ -41,7 +41,7 @@ void Replace(lua_State* L, std::initializer_list<luaL_Reg> functions);
 /// Raises the script's end again where it was caught.
 void PassEndOn(lua_State* L);
 
-std::string_view TextAt(lua_State* L, int index);
+std::string_view BytesAt(lua_State* L, int index);
 
 /// The function `getmetatable` of scripts.
 int GetMetatable(lua_State* L);

@@ -28,14 +28,14 @@ int Load(lua_State* L) {
 /// Pushes the compiled file, or false and why not. `environment` is the index of its environment,
 /// or 0.
 bool PushFile(lua_State* L, const char* mode, int environment) {
-  const ZelString path(TextAt(L, 1));
+  const ZelString path(BytesAt(L, 1));
   const ScriptSource source = ReadScriptSource(path);
   if (source.error != kMarlinOk) {
     const std::string_view reason = source.reason.Utf8();
     lua_pushlstring(L, reason.data(), reason.size());
     return false;
   }
-  const std::string chunkName = "@" + std::string(TextAt(L, 1));
+  const std::string chunkName = "@" + std::string(BytesAt(L, 1));
   const int status =
       luaL_loadbufferx(L, source.text.data(), source.text.size(), chunkName.c_str(), mode);
   if (status != LUA_OK) return false;
@@ -106,7 +106,7 @@ int SearchModule(lua_State* L) {
   }
   std::string path;
   std::string tried;
-  const bool isFound = FindModule(name, TextAt(L, -1), &path, &tried);
+  const bool isFound = FindModule(name, BytesAt(L, -1), &path, &tried);
   lua_settop(L, 0);
   const std::string& answer = isFound ? path : tried;
   lua_pushlstring(L, answer.data(), answer.size());

@@ -26,7 +26,7 @@ int Print(lua_State* L) {
   for (int i = 1; i <= count; ++i) {
     luaL_tolstring(L, i, nullptr);
     if (i > 1) line += '\t';
-    line += TextAt(L, -1).substr(0, kMostPrintedBytes - std::min(line.size(), kMostPrintedBytes));
+    line += BytesAt(L, -1).substr(0, kMostPrintedBytes - std::min(line.size(), kMostPrintedBytes));
     lua_pop(L, 1);
   }
   LibraryLog().PrintWithNL("%s: %S", ScriptName(L), ZelString(line));
@@ -124,7 +124,7 @@ void PassEndOn(lua_State* L) {
   if (interpreter.IsEnding()) interpreter.GoOnEnding(L);
 }
 
-std::string_view TextAt(lua_State* L, int index) {
+std::string_view BytesAt(lua_State* L, int index) {
   size_t length = 0;
   const char* const text = lua_tolstring(L, index, &length);
   return {text, length};

@@ -25,21 +25,27 @@ ProxyServer::ProxyServer(std::unique_ptr<Listener> listener, std::shared_ptr<Sto
 ProxyServer::~ProxyServer() = default;
 
 void ProxyServer::Run() {
-  for (;;) {
-    Connected connected = listener_->Accept();
-    if (connected.result.status == Result::Status::kStopped) break;
-    ForgetEnded();
-    if (connected.channel) {
-      Take(std::move(connected.channel));
-      continue;
-    }
-    log_(connected.result.reason);
-    if (connected.result.status == Result::Status::kClosed) stop_->Raise();
-    if (stop_->Wait(After(kPause))) break;
-  }
+  while (ServeNext()) continue;
   // Their channels watch the same signal.
   for (Connection& connection : connections_) connection.thread.join();
   connections_.clear();
+}
+
+bool ProxyServer::ServeNext() {
+  try {
+    Connected connected = listener_->Accept();
+    if (connected.result.status == Result::Status::kStopped) return false;
+    ForgetEnded();
+    if (connected.channel) {
+      Take(std::move(connected.channel));
+      return true;
+    }
+    log_(connected.result.reason);
+    if (connected.result.status == Result::Status::kClosed) stop_->Raise();
+  } catch (const std::exception&) {
+    // Without memory or handles this caller is lost; the next one may be served.
+  }
+  return !stop_->Wait(After(kPause));
 }
 
 void ProxyServer::Take(std::unique_ptr<Channel> channel) {

@@ -48,6 +48,8 @@ class ProxyServer {
     std::thread thread;
   };
 
+  /// False when the stop was raised.
+  bool ServeNext();
   void Take(std::unique_ptr<proxy_protocol::Channel> channel);
   void Serve(proxy_protocol::Channel& channel) const;
   proxy_protocol::Message Answer(const proxy_protocol::Message& request) const;

@@ -64,8 +64,8 @@ struct Connected {
   Result result;
 };
 
-/// Connects to who listens at `pipe`. Fails at once where nobody does, and where the listener is
-/// not whom the pipe belongs to.
+/// Connects to who listens at `pipe`. Fails at once where nobody does and, but for Windows, which
+/// does not tell, where the listener is not whom the pipe belongs to.
 Connected Connect(const std::string& pipe, Deadline deadline);
 
 /// Takes connections.

@@ -442,6 +442,15 @@ TEST_F(LimitsTest, EndDeepRecursionWithAnError) {
                     "return string.gsub('x', 'x', g) end g()")
                 .code,
             kMarlinRuntime);
+  // Closing a coroutine that failed runs the script's code again.
+  EXPECT_EQ(RunMain("local f\n"
+                    "f = function() return coroutine.wrap(function()\n"
+                    "  local x <close> = setmetatable({}, {__close = function() f() end})\n"
+                    "  error('no luck')\n"
+                    "end)() end\n"
+                    "f()")
+                .code,
+            kMarlinRuntime);
 }
 
 /// Runs the script again from within an action.

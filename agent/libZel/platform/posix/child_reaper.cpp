@@ -23,7 +23,8 @@ int Checked(int descriptor, const char* what) {
 
 bool Add(int events, int descriptor) {
   epoll_event event{};
-  event.events = EPOLLIN;
+  // Told once: a child that a debugger has not let go yet would keep the thread busy otherwise.
+  event.events = EPOLLIN | EPOLLET;
   return ::epoll_ctl(events, EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
@@ -58,6 +59,7 @@ class NoSignals {
 
 }  // namespace
 
+// Destroyed with the library: nobody may start programs any more when that goes.
 ChildReaper& ChildReaper::Instance() {
   static ChildReaper reaper;
   return reaper;
