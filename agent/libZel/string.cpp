@@ -9,8 +9,6 @@
 
 namespace {
 
-constexpr uint32_t kByteEscapeBase = 0xDC00;
-
 /// A high and a low surrogate that meet as neighbours form one character in WTF-8.
 void AppendJoining(std::string_view tail, std::string* text) {
   constexpr size_t kSurrogateBytes = 3;

@@ -9,49 +9,11 @@ namespace {
 
 using std::string_view_literals::operator""sv;
 
-constexpr uint32_t kByteEscapeBase = 0xDC00;
 constexpr size_t kUnitBytes = 2;
 
 void SwapBytes(std::string* units) {
   for (size_t i = 0; i + 1 < units->size(); i += kUnitBytes)
     std::swap((*units)[i], (*units)[i + 1]);
-}
-
-// Bytes that are no character become lone surrogates; three bytes that would stand for a surrogate
-// are none either, so that each byte can be told again.
-std::string EscapeBytes(std::string_view bytes) {
-  std::string text;
-  text.reserve(bytes.size() + bytes.size() / 8);
-  while (!bytes.empty()) {
-    uint32_t codePoint = 0;
-    size_t length = DecodeWtf8(bytes, &codePoint);
-    if (length == 0 || IsSurrogate(codePoint)) {
-      codePoint = kByteEscapeBase + static_cast<unsigned char>(bytes[0]);
-      length = 1;
-    }
-    AppendWtf8(codePoint, &text);
-    bytes.remove_prefix(length);
-  }
-  return text;
-}
-
-// The other way: lone surrogates that stand for bytes become these again.
-std::string UnescapeBytes(std::string_view text) {
-  constexpr uint32_t kFirst = kByteEscapeBase + 0x80;
-  constexpr uint32_t kLast = kByteEscapeBase + 0xFF;
-  std::string bytes;
-  bytes.reserve(text.size());
-  while (!text.empty()) {
-    uint32_t codePoint = 0;
-    const size_t length = DecodeWtf8(text, &codePoint);
-    if (codePoint >= kFirst && codePoint <= kLast) {
-      bytes.push_back(static_cast<char>(codePoint - kByteEscapeBase));
-    } else {
-      bytes.append(text.substr(0, length));
-    }
-    text.remove_prefix(length);
-  }
-  return bytes;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "agent/libZel/wtf8.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
@@ -84,4 +85,41 @@ bool IsUtf8(std::string_view bytes) {
     bytes.remove_prefix(length);
   }
   return true;
+}
+
+std::string EscapeBytes(std::string_view bytes) {
+  std::string text;
+  text.reserve(bytes.size() + bytes.size() / 8);
+  while (!bytes.empty()) {
+    uint32_t codePoint = 0;
+    size_t length = DecodeWtf8(bytes, &codePoint);
+    if (length == 0 || IsSurrogate(codePoint)) {
+      codePoint = kByteEscapeBase + static_cast<unsigned char>(bytes[0]);
+      length = 1;
+    }
+    AppendWtf8(codePoint, &text);
+    bytes.remove_prefix(length);
+  }
+  return text;
+}
+
+std::string UnescapeBytes(std::string_view wtf8, bool* isWhole) {
+  if (IsUtf8(wtf8)) return std::string(wtf8);
+  constexpr uint32_t kFirst = kByteEscapeBase + 0x80;
+  constexpr uint32_t kLast = kByteEscapeBase + 0xFF;
+  std::string bytes;
+  bytes.reserve(wtf8.size());
+  while (!wtf8.empty()) {
+    uint32_t codePoint = 0;
+    const size_t length = DecodeWtf8(wtf8, &codePoint);
+    const size_t taken = std::max<size_t>(length, 1);
+    if (length > 0 && codePoint >= kFirst && codePoint <= kLast) {
+      bytes.push_back(static_cast<char>(codePoint - kByteEscapeBase));
+    } else {
+      if (isWhole && (length == 0 || IsSurrogate(codePoint))) *isWhole = false;
+      bytes.append(wtf8.substr(0, taken));
+    }
+    wtf8.remove_prefix(taken);
+  }
+  return bytes;
 }

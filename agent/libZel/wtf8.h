@@ -30,3 +30,15 @@ void AppendWtf8(uint32_t codePoint, std::string* text);
 
 /// Whether `bytes` are UTF-8 throughout: shortest forms, no surrogates.
 bool IsUtf8(std::string_view bytes);
+
+/// What a byte that belongs to no character is added to: 0xDC80 to 0xDCFF are lone surrogates.
+constexpr uint32_t kByteEscapeBase = 0xDC00;
+
+/// Any bytes as WTF-8: one that belongs to no character becomes a lone surrogate U+DC80..U+DCFF.
+/// Three bytes that would stand for a surrogate are no character either, so that `UnescapeBytes`
+/// gives exactly the bytes back.
+std::string EscapeBytes(std::string_view bytes);
+
+/// The other way: the surrogates U+DC80..U+DCFF become the bytes that they stand for. Whatever else
+/// is not UTF-8 is copied as it is; `*isWhole`, unless null, is set to false then.
+std::string UnescapeBytes(std::string_view wtf8, bool* isWhole = nullptr);

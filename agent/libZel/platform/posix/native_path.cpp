@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr uint32_t kByteEscapeBase = 0xDC00;
-
 std::map<char, std::string>& DriveMap() {
   static std::map<char, std::string> drives{{'C', "/"}};
   return drives;
@@ -30,41 +28,14 @@ const bool platform_path::kSlashesNameShares = false;
 const bool platform_path::kRootsHaveDrives = false;
 
 std::optional<std::string> BytesOf(std::string_view wtf8) {
-  if (IsUtf8(wtf8)) return std::string(wtf8);
-  std::string bytes;
-  bytes.reserve(wtf8.size());
-  while (!wtf8.empty()) {
-    uint32_t codePoint = 0;
-    const size_t length = DecodeWtf8(wtf8, &codePoint);
-    if (length == 0) return std::nullopt;
-    if (codePoint >= kByteEscapeBase + 0x80 && codePoint <= kByteEscapeBase + 0xFF) {
-      bytes.push_back(static_cast<char>(codePoint - kByteEscapeBase));
-    } else if (IsSurrogate(codePoint)) {
-      return std::nullopt;
-    } else {
-      bytes.append(wtf8.substr(0, length));
-    }
-    wtf8.remove_prefix(length);
-  }
+  bool isWhole = true;
+  std::string bytes = UnescapeBytes(wtf8, &isWhole);
+  if (!isWhole) return std::nullopt;
   return bytes;
 }
 
 ZelString TextOfBytes(std::string_view bytes) {
-  if (IsUtf8(bytes)) return ZelString(bytes);
-  std::string text;
-  text.reserve(bytes.size() * 3);
-  while (!bytes.empty()) {
-    uint32_t codePoint = 0;
-    size_t length = DecodeWtf8(bytes, &codePoint);
-    // Surrogates are not UTF-8 either: kept as such, they would be taken for the bytes they escape.
-    if (length == 0 || IsSurrogate(codePoint)) {
-      codePoint = kByteEscapeBase + static_cast<unsigned char>(bytes[0]);
-      length = 1;
-    }
-    AppendWtf8(codePoint, &text);
-    bytes.remove_prefix(length);
-  }
-  return ZelString(text);
+  return IsUtf8(bytes) ? ZelString(bytes) : ZelString(EscapeBytes(bytes));
 }
 
 ZelString platform_path::WorkingDirectory() {
