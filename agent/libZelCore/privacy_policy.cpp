@@ -30,6 +30,17 @@ ZelString WithoutQuotes(const ZelString& path) {
   return isQuoted ? path.SubString(1, length - 2) : path;
 }
 
+bool StartsWithSeparator(const ZelString& text) {
+  return text.StartsWith("/") || text.StartsWith("\\");
+}
+
+/// Whether the path leads to the same place whatever the working directory is.
+bool IsRooted(const ZelString& path) {
+  ZelString drive, directory;
+  SplitPath(path, &drive, &directory, nullptr, nullptr);
+  return StartsWithSeparator(directory) || StartsWithSeparator(drive);
+}
+
 bool MatchesBelow(std::string_view directory, std::string_view rest, std::string_view path) {
   if (!path.starts_with(directory)) return false;
   path.remove_prefix(directory.size());
@@ -108,6 +119,11 @@ bool PrivacyPolicy::IsGranted(const ZelString& name, std::string_view login, boo
   if (path.Find("\"") != ZelString::kNotFound) {
     // Taken as a command line, it would name another file than taken as a path.
     CoreLog().WarningWithNL("Access refused to \"%S\": it holds a double quote", path);
+    return false;
+  }
+  if (!IsRooted(path)) {
+    // A program would be looked for along the search path, not where the rules look.
+    CoreLog().WarningWithNL("Access refused to \"%S\": it is no full path", path);
     return false;
   }
   for (const CanonicalPath& canonical : {Canonical(native.path), CanonicalEntry(native.path)}) {

@@ -16,8 +16,8 @@
 ///
 /// A path is judged by what it leads to, with every link resolved, and where its last name is a
 /// link, by where that stands as well: both must be granted. What cannot be resolved is refused.
-/// Double quotes around a path do not count; one with a double quote inside is refused to those who
-/// have a rule.
+/// Double quotes around a path do not count; one with a double quote inside, and one that is not
+/// full, are refused to those who have a rule.
 ///
 /// Threads: any number may ask at once.
 class PrivacyPolicy {

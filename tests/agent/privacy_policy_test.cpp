@@ -83,6 +83,18 @@ TEST_F(PrivacyPolicyFiles, LookThroughQuotesAroundAPathAndRefuseOthers) {
   EXPECT_TRUE(policy_.IsGranted("\"" + Path("data/open.txt") + "\"", "bob", false));
 }
 
+TEST_F(PrivacyPolicyFiles, RefusePathsThatAreNotFull) {
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(directory_.Native() / "data");
+  EXPECT_FALSE(MayBobRead("open.txt"));
+  EXPECT_FALSE(MayBobWrite("sh"));
+  EXPECT_FALSE(MayBobRead("./open.txt"));
+  EXPECT_FALSE(MayBobRead("C:open.txt"));
+  EXPECT_TRUE(MayBobRead(Path("data/open.txt")));
+  EXPECT_TRUE(PrivacyPolicy({}, RoleOf).IsGranted("open.txt", "root", false)) << "without a rule";
+  std::filesystem::current_path(before);
+}
+
 TEST(PathPattern, MatchesOneNameWithOneStarAndAnyDepthWithTwo) {
   EXPECT_TRUE(MatchesPathPattern("*.txt", "a.txt"));
   EXPECT_FALSE(MatchesPathPattern("*.txt", "a/b.txt"));
