@@ -12,7 +12,6 @@
 /// What a context is made of.
 struct MarlinContext::Implementation {
   XmlProxyClient* proxy = nullptr;
-  void* appInstance = nullptr;
   ZelString exePath;
   ZelString iniDirectory;
   ZelString iniPath;

@@ -123,9 +123,8 @@ XmlProxyClient* MarlinContext::GetXmlProxyClient() const {
   return implementation_->proxy;
 }
 
-void MarlinContext::SetAppInstance(void* instance) {
-  implementation_->appInstance = instance;
-}
+// Function modules reach the agent through its libraries: nothing needs the handle.
+void MarlinContext::SetAppInstance(void* /*instance*/) {}
 
 void MarlinContext::SetExePath(const ZelString& path) {
   Guarded("Telling a script of the executable", 0, [&] {

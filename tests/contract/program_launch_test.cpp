@@ -48,6 +48,19 @@ TEST_F(RunProgram, AsksThePolicyAndThenStartsTheProgramWithTheseArguments) {
                           Launch("\"C:\\Program Files\\x.exe\" /s /q \"a b\"", "pipe", "true")));
 }
 
+TEST_F(RunProgram, ClearsTheContainerBeforeTheLaunch) {
+  ZelContainer params = Texts({{"Path", kPath}, {"Other", "x"}});
+  size_t keysAtLaunch = 99;
+  AnswerAllowed();
+  host.AnswerLaunch(1, false, [&] { keysAtLaunch = params.CountKeys(); });
+
+  for (const FakeHost::Registration& row : host.Registrations()) {
+    if (row.signature == "CoreUtilsRunProgram (string Path)") row.handler(&params);
+  }
+
+  EXPECT_EQ(keysAtLaunch, 0u);
+}
+
 TEST_F(RunProgram, TakesAbsentParametersAsEmptyAndTheAgentsOwnContext) {
   AnswerVerdict(host, kWritable);
   host.AnswerText("ZelAgentGetProxyPipeName", "");

@@ -105,8 +105,9 @@ void FakeHost::AnswerText(const std::string& function, const ZelString& text, in
   answers_[function].push({.value = value, .text = text});
 }
 
-void FakeHost::AnswerLaunch(int started, bool failed) {
-  answers_["ExecRedirect"].push({.value = started, .flag = failed});
+void FakeHost::AnswerLaunch(int started, bool failed, std::function<void()> meanwhile) {
+  answers_["ExecRedirect"].push(
+      {.value = started, .meanwhile = std::move(meanwhile), .flag = failed});
 }
 
 void FakeHost::AnswerModule(bool loaded, void* handle) {

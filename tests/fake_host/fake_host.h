@@ -51,8 +51,8 @@ class FakeHost {
   /// What the next call of `function` returns or fills in, for those that give a text; those that
   /// answer a number besides return `value`, and fill nothing in when it is 0.
   void AnswerText(const std::string& function, const ZelString& text, int64_t value = 1);
-  /// What the next ExecRedirect returns, and whether it sets its flag.
-  void AnswerLaunch(int started, bool failed);
+  /// What the next ExecRedirect returns, and whether it sets its flag; it calls `meanwhile`.
+  void AnswerLaunch(int started, bool failed, std::function<void()> meanwhile = {});
   /// What the next MarlinContext::LoadFunctionModule returns, and the handle that it gives; null
   /// leaves the caller's as it was.
   void AnswerModule(bool loaded, void* handle);
@@ -103,6 +103,7 @@ class FakeHost {
     std::vector<DirectoryEntry> entries = {};
     bool isDirectory = false;
     std::function<void(ZelContainer&)> change = {};
+    std::function<void()> meanwhile = {};
     bool flag = false;
     void* pointer = nullptr;
     std::vector<ProcessInfo> processes = {};

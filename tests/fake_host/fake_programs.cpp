@@ -24,6 +24,7 @@ int ExecRedirect(const ZelString& commandLine, bool& failed, XmlProxyClient* pro
            Quote(reserved1), Quote(reserved2), std::to_string(reserved3), Flag(reserved4),
            Flag(inUserSession), Pointer(reserved5), Flag(reserved6), Pointer(exitCode));
   const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("ExecRedirect", arguments);
+  if (answer.meanwhile) answer.meanwhile();
   if (answer.flag) failed = true;
   return static_cast<int>(answer.value);
 }
