@@ -22,7 +22,9 @@ uint32_t ActionDbRegisterAction(const ZelString& signature, ActionHandler handle
 /// `targetAgent`    the other agent's identifier, or null for this agent; with a non-empty
 ///                  address it is only noted in the log, without one it must name this agent
 /// `targetAddress`  the other agent's URL (http://host:port or https://host:port); empty for this
-///                  agent
+///                  agent. It may carry an agent's name and HTTP password
+///                  (http://NAME:PW@host:port). Where `AgentSecuritySslForceSecCli` says so, http
+///                  is https too
 /// `action`         the name, without parameter list
 /// `parameters`     its parameters; the results come back in it. Left as it was when the action
 ///                  could not be invoked
@@ -59,6 +61,26 @@ void ZelAgentGetConfigDir(ZelString& directory);
 void ZelAgentGetExePath(ZelString& path);
 /// The agent's handle of itself: on Windows the module handle of its executable, else null.
 void* ZelAgentGetAppHandle();
+/// This agent's name in its fleet.
+void ZelAgentGetName(ZelString& name);
+/// Takes an agent's name and gives back the password by which agents of the fleet know it; empty
+/// without a fleet.
+void ZelAgentGetHttpPassword(ZelString& nameThenPassword);
+/// How this agent uses TLS with other agents: "_DB_SSL_HTTPS_SEND_" when it speaks it,
+/// "_DB_SSL_HTTPS_SENDANDRECEIVE_" when it speaks and expects it,
+/// "_DB_SSL_HTTPS_SENDANDRECEIVEEXT_" when it also expects a certificate of the other side,
+/// "_DB_SSL_HTTPS_NONE_" otherwise.
+void ZelAgentGetSecurity(ZelString& setting);
+
+/// Whether connections to other agents must use TLS, and what for: the context is owned by the core
+/// and valid until it stops. Null when the fleet's certificate authority is not configured.
+bool AgentSecuritySslForceSecCli();
+SslContext* AgentSecuritySslCliCtxAcquire();
+/// Whether requests to other agents must carry a proof (PAC), and what for: the context is owned by
+/// the core and valid until it stops. Null without a fleet secret.
+bool AgentSecurityPacForceSecCli();
+PacContext* AgentSecurityPacShrCtxAcquire();
+
 /// Where the proxy of the logged-on user's session listens; empty when there is none. Ask anew each
 /// time: sessions come and go.
 void ZelAgentGetProxyPipeName(ZelString& pipeName);

@@ -26,6 +26,22 @@ using HMODULE = void*;
 using FARPROC = void (*)();
 
 // NOLINTBEGIN(readability-identifier-naming): the system's own names
+struct SYSTEMTIME {
+  WORD wYear;
+  WORD wMonth;
+  WORD wDayOfWeek;
+  WORD wDay;
+  WORD wHour;
+  WORD wMinute;
+  WORD wSecond;
+  WORD wMilliseconds;
+};
+/// 100-nanosecond steps since 1601-01-01 00:00 UTC.
+struct FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+};
+
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
 
@@ -79,6 +95,11 @@ BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* len
 
 /// The function that a loaded library exports under `name`; null when there is none.
 FARPROC GetProcAddress(HMODULE library, const char* name);
+
+/// Converts a date of the Gregorian calendar and a time of day, both UTC; the day of the week is
+/// not looked at. 0, with `*fileTime` as it was, for a year before 1601 or after 30827 or anything
+/// that the calendar or the clock does not have.
+BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, FILETIME* fileTime);
 
 }  // extern "C"
 

@@ -1,6 +1,7 @@
 #include "module/direct_access.h"
 
 #include "module/action.h"
+#include "module/invocation.h"
 #include "module/module.h"
 
 bool IsAccessAllowed(const ZelString& path, const ZelString& login, bool forReading) {
@@ -11,8 +12,7 @@ bool IsAccessAllowed(const ZelString& path, const ZelString& login, bool forRead
   request.SetString("Name", path, kNoIndex);
   request.SetString("Login", login, kNoIndex);
   request.SetString("Access", forReading ? "Read" : "Write", kNoIndex);
-  const uint32_t code =
-      ActionDbInvokeContainer(nullptr, "", "PrivacyCheck", &request, nullptr, ~0U, ~0U, false);
+  const uint32_t code = InvokeHere("PrivacyCheck", &request);
   if (code != kSuccess) return false;
 
   int32_t verdict = 0;

@@ -13,6 +13,10 @@
 #include "actions/programs/process_list.h"
 #include "actions/programs/program_launch.h"
 #include "actions/programs/script_runner.h"
+#include "actions/relay/archive_extraction.h"
+#include "actions/relay/backup_restore.h"
+#include "actions/relay/relay_upload.h"
+#include "actions/relay/web_start.h"
 #include "module/action.h"
 #include "module/module.h"
 
@@ -60,6 +64,12 @@ constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsInfosProcessAvailable ()", CoreUtilsInfosProcessAvailable},
     {"CoreUtilsTerminateProcess (int ProcessID)", CoreUtilsTerminateProcess},
     {"CoreUtilsFileMD5 ()", CoreUtilsFileMD5},
+    {"CoreUtilsCopyFileToRelay ()", CoreUtilsCopyFileToRelay},
+    {"CoreUtilsRestoreBackupFromRelay ()", CoreUtilsRestoreBackupFromRelay},
+    {"CoreUtilsRestoreBackup ()", CoreUtilsRestoreBackup},
+    {"CoreUtilsExtractFile ()", CoreUtilsExtractFile},
+    {"CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)", CoreUtilsConfigureJWS},
+    {"CoreUtilsGetMasterAttachmentsPath", CoreUtilsGetMasterAttachmentsPath},
 });
 
 constexpr bool NamesAreUnique() {
@@ -71,7 +81,7 @@ constexpr bool NamesAreUnique() {
   return true;
 }
 
-static_assert(kActions.size() == 18);
+static_assert(kActions.size() == 24);
 static_assert(NamesAreUnique());
 
 /// What the core calls for a row: the handler, behind a wall that no exception passes.

@@ -1,6 +1,7 @@
 #include "module/startup_scripts.h"
 
 #include "libZelCore.h"
+#include "module/invocation.h"
 #include "module/module.h"
 
 namespace {
@@ -22,7 +23,7 @@ bool ReadEntry(const ZelString& section, unsigned index, Entry* entry) {
 void RunScript(const ZelString& script) {
   ZelContainer params;
   params.SetString("Name", script, kNoIndex);
-  ActionDbInvokeContainer(nullptr, "", "CoreUtilsRunScript", &params, nullptr, ~0U, ~0U, false);
+  InvokeHere("CoreUtilsRunScript", &params);
 }
 
 void CommentOut(const ZelString& section, const Entry& entry) {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "module/direct_access.h"
+#include "module/invocation.h"
 #include "module/module.h"
 #include "windows_api.h"
 
@@ -80,8 +81,7 @@ ZelString ApplicationOf(const ZelString& originalFileName, int32_t sizeBytes) {
   query.SetInt32(kFileSize, sizeBytes, kNoIndex);
   // Agents match by name and size; they expect the key without a digest in it.
   query.SetString(kFileChecksum, "", kNoIndex);
-  const uint32_t code =
-      ActionDbInvokeContainer(nullptr, "", "GetApplicationInfo", &query, nullptr, ~0U, ~0U, false);
+  const uint32_t code = InvokeHere("GetApplicationInfo", &query);
   return code == kSuccess ? ReadString(query, "Name") : originalFileName;
 }
 

@@ -96,3 +96,7 @@ void CloseDirectory(DIR* directory) {
     return 0;
   });
 }
+
+ZelVector<ZelString> DirListFiles(const ZelString&, bool, bool, bool) {
+  return {};
+}

@@ -77,3 +77,7 @@ int UrlParseInet::CanHandleUrl(const ZelString& text) {
   const size_t at = authority.rfind('@');
   return IsHostAndPort(at == authority.npos ? authority : authority.substr(at + 1)) ? 1 : 0;
 }
+
+int UrlParseInet::LoadUrl(const ZelString&) {
+  return 0;
+}

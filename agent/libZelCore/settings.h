@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/libZel/archive_limits.h"
 #include "libZel/debug.h"
 
 /// One rule of the privacy policy, see docs/configuration.md.
@@ -16,6 +17,12 @@ struct PrivacyRule {
   bool mayRead = false;
   bool mayWrite = false;
 };
+
+/// How TLS is used with other agents.
+enum class SslUse { kNone, kSend, kSendAndReceive, kSendAndReceiveExt };
+
+/// How proofs of requests (PAC) are used with other agents.
+enum class PacUse { kNone, kSend, kSendAndReceive };
 
 /// The agent's configuration, read from config/zelagent.ini. Every member has its documented
 /// default; docs/configuration.md describes each key.
@@ -49,9 +56,26 @@ struct Settings {
   // [fleet]
   std::string fleetSecret;  ///< read from the file named by `secret_file`; empty: no fleet
   std::filesystem::path fleetCaFile;
-  uint32_t remoteTimeoutMs = 30000;
+  uint32_t remoteTimeoutMs = 24 * 60 * 60 * 1000;
   uint32_t connectTimeoutMs = 10000;
   bool fleetAllowPlain = false;  ///< send fleet credentials without TLS beyond loopback
+
+  // [security]
+  SslUse ssl = SslUse::kNone;  ///< default: kSendAndReceive where [http] tls is on
+  PacUse pac = PacUse::kNone;
+  uint32_t pacWindowMs = 300000;  ///< how far the clocks of two agents may differ
+
+  // [relay]
+  std::string relayHost;  ///< the agent's parent; empty: none
+  uint16_t relayPort = 0;
+  std::string relayGuid;             ///< default: the host
+  uint32_t aliasSilenceMs = 600000;  ///< how long an alias outlives the last sign of its owner
+  uint32_t stallTimeoutMs = 30000;   ///< how long an upload may bring next to nothing
+  uint32_t maxUploads = 32;
+  uint64_t maxUploadBytes = uint64_t{1} << 40;
+
+  // [archives]
+  ArchiveLimits archiveLimits;
 
   // [master]
   std::string masterAddress;

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "libZel/string.h"
+#include "libZel/vector.h"
 
 // The entries of a directory, one after the other. The names are the customary ones; this header
 // and the system's <dirent.h> cannot be included together.
@@ -38,3 +39,9 @@ dirent* ReadDirectory(DIR* directory);
 
 /// Ends the reading and frees `directory`, which may be null.
 void CloseDirectory(DIR* directory);
+
+/// The entries of `directory`, sorted by name: their full paths with `withPath`, else their names;
+/// files alone with `filesOnly`; with everything below it, unless `recursive` is false (links are
+/// not followed). Empty, with a warning in the library's log, when it cannot be read. Never throws.
+ZelVector<ZelString> DirListFiles(const ZelString& directory, bool recursive, bool withPath,
+                                  bool filesOnly);

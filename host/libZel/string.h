@@ -74,6 +74,7 @@ class ZelString {
   void Remove(size_t position, size_t count);
   /// Up to `count` bytes from `position`; empty when `position` lies past the end.
   ZelString SubString(size_t position, size_t count = kNotFound) const;
+  ZelString GetSubstring(size_t position, size_t count) const { return SubString(position, count); }
   /// Position of the first occurrence of `text` at or after `from`, or `kNotFound`.
   size_t Find(const ZelString& text, size_t from = 0) const;
 
@@ -86,7 +87,8 @@ class ZelString {
   bool EndsWith(const char* suffix, bool ignoreCase = false) const;
 
   /// The number at the start of the text (after blanks) in `base` 2 to 36; base 0 recognises the
-  /// prefixes 0x and 0. Without digits 0; beyond the range the largest (smallest) value.
+  /// prefix 0x, and 0 for octal unless a digit 8 or 9 follows ("08" is eight). Without digits 0;
+  /// beyond the range the largest (smallest) value.
   uint32_t ToUL(int base) const;
   int64_t ToInt64(int base) const;
   static ZelString FromInt64(int64_t value);

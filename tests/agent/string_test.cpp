@@ -163,6 +163,9 @@ TEST(ZelString, ReadsNumbers) {
   EXPECT_EQ(ZelString(" 42x").ToUL(10), 42u);
   EXPECT_EQ(ZelString("0x1F").ToUL(0), 31u);
   EXPECT_EQ(ZelString("017").ToUL(0), 15u);
+  EXPECT_EQ(ZelString("08").ToUL(0), 8u);
+  EXPECT_EQ(ZelString("09").ToUL(0), 9u);
+  EXPECT_EQ(ZelString("07x8").ToUL(0), 7u);
   EXPECT_EQ(ZelString("017").ToUL(10), 17u);
   EXPECT_EQ(ZelString("ff").ToUL(16), 255u);
   EXPECT_EQ(ZelString("99999999999").ToUL(10), std::numeric_limits<uint32_t>::max());

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+
+#include "module/action.h"
+
+// What moving a file from this agent to another one takes: who this agent is, a temporary alias of
+// the other one's HTTP service, and an upload into it.
+
+/// This agent as others know it.
+struct Sender {
+  ZelString name;
+  ZelString password;
+  ZelString ipAddress;
+  /// "address:port", for the log.
+  ZelString endpoint;
+};
+
+/// Asks the agent for its address and port. What it does not tell stays empty, and 0.
+void ReadEndpoint(Sender* sender);
+
+/// Asks the agent for its name and its HTTP password.
+void ReadCredentials(Sender* sender);
+
+/// "backup" and the seconds since 1970-01-01 as a signed 32-bit number: two transfers of one second
+/// share a name.
+ZelString MakeAliasName();
+
+/// "\" becomes "/".
+void UseForwardSlashes(ZelString* path);
+
+/// Appends "/" unless `path` ends with one.
+void EndWithSlash(ZelString* path);
+
+/// A client with this agent's log and, where the agent's settings ask for them, TLS and PAC.
+class TransferClient {
+ public:
+  TransferClient(const ZelString& user, const ZelString& password);
+
+  /// Sends the file `path` to `resource` of the agent at `host`; 0, or what went wrong. `agent` is
+  /// its identity, or null.
+  int Send(const ZelString& path, const ZelString* agent, const ZelString& host, uint32_t port,
+           const ZelString& resource);
+
+ private:
+  HttpClient client_;
+};

@@ -1,0 +1,6 @@
+#include "agent/libZel/archive_limits.h"
+
+void SetArchiveLimits(const ArchiveLimits&) {}
+ArchiveLimits GetArchiveLimits() {
+  return {};
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+#include <vector>
+
+/// A list.
+template <typename Value>
+using ZelVector = std::vector<Value>;
