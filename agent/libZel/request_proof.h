@@ -31,14 +31,15 @@ struct ProvenRequest {
 };
 
 /// The value of the field Authorization, dated now. `bodySha256` is in lower-case hexadecimal
-/// digits.
+/// digits. Throws std::runtime_error when the system gives no random numbers.
 std::string MakeProof(const PacContext& context, const ProvenRequest& request,
                       std::string_view bodySha256);
 
-/// Nothing for a field of another scheme or form.
+/// Nothing for a field of another scheme or form: names, their order and the number of digits are
+/// as above, names of agents are 1 to 64 letters, digits, ".", "-" and "_".
 std::optional<RequestProof> ParseProof(std::string_view authorization);
 
 /// Whether the proof was made under `fleetSecret` for this request, in constant time. Its date and
-/// whether it was seen before are for the caller to judge.
+/// whether it was seen before are for the caller to judge. False with an empty secret.
 bool IsProofOf(const RequestProof& proof, const ProvenRequest& request,
                std::string_view fleetSecret);
