@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -11,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/libZelCore/canonical_path.h"
 #include "libZel/string.h"
 
 /// Directories of this machine into which others may store files over HTTP for a while, under the
@@ -21,6 +23,7 @@
 class AliasTable {
  public:
   using Clock = std::chrono::steady_clock;
+  using Now = std::function<Clock::time_point()>;
 
   struct Alias {
     std::string owner;  ///< "agent/NAME", a console user's login, or empty for this agent itself
@@ -37,28 +40,34 @@ class AliasTable {
     std::chrono::milliseconds expiresIn{0};
   };
 
-  /// No alias leads into `home`, the agent's own directory, other than below `data`.
+  /// No alias leads into `home`, the agent's own directory, other than below `data`. An alias whose
+  /// owner has been silent for more than `longestSilence` goes away, unless an upload is under way.
+  /// `now` tells the time.
   AliasTable(std::filesystem::path home, std::filesystem::path data,
-             std::chrono::milliseconds longestSilence);
+             std::chrono::milliseconds longestSilence, Now now = Clock::now);
+  ~AliasTable();
 
-  /// Empty on success, else what is wrong with the alias. The same name with the same directory
-  /// again counts, and must be deleted as often.
+  /// Empty on success, else what is wrong with the alias, a sentence. The directory is a full path
+  /// and need not exist yet. The same name with the same directory again counts, and must be
+  /// deleted as often; it is temporary only when it was so each time.
   std::string Add(const Alias& alias);
   /// False when the owner has no alias of this name.
   bool Delete(const std::string& owner, const std::string& name);
   /// A sign of life of the owner.
   void Hear(const std::string& owner);
 
-  /// An upload under way; while it lives its alias does not expire.
+  /// An upload under way; while it lives its alias does not expire. It must not outlive the table.
   class Upload {
    public:
     virtual ~Upload() = default;
-    /// Where the file goes; looked up and judged anew when the upload began.
+    /// Where the file goes, with every link resolved; looked up and judged anew when the upload
+    /// began. It may not exist.
     virtual const std::filesystem::path& Directory() const = 0;
     /// The file is there: a temporary alias goes away.
     virtual void Complete() = 0;
   };
-  /// Null when the owner has no such alias or it may not be used any more; `*problem` says why.
+  /// Null when the owner has no such alias or it may not be used any more; `*problem` says why, a
+  /// sentence.
   std::unique_ptr<Upload> BeginUpload(const std::string& owner, const std::string& name,
                                       std::string* problem);
 
@@ -67,13 +76,24 @@ class AliasTable {
 
  private:
   struct Entry;
+  class RunningUpload;
   using Key = std::pair<std::string, std::string>;
+  using Entries = std::map<Key, std::shared_ptr<Entry>>;
 
+  CanonicalPath Judge(const ZelString& directory) const;
+  bool IsOwn(const std::string& canonical) const;
+  std::string AddJudged(const Alias& alias, const CanonicalPath& directory);
+  bool HasExpired(const Entry& entry, Clock::time_point now) const;
   void DropExpired(Clock::time_point now);
+  Entries::iterator Expire(Entries::iterator position);
+  std::shared_ptr<Entry> Find(const Key& key);
+  void EndUpload(Entry& entry);
+  void Remove(const std::shared_ptr<Entry>& entry);
 
   const std::filesystem::path home_;
   const std::filesystem::path data_;
   const std::chrono::milliseconds longestSilence_;
+  const Now now_;
   std::mutex mutex_;
-  std::map<Key, std::shared_ptr<Entry>> entries_;
+  Entries entries_;
 };

@@ -34,13 +34,6 @@ bool StartsWithSeparator(const ZelString& text) {
   return text.StartsWith("/") || text.StartsWith("\\");
 }
 
-/// Whether the path leads to the same place whatever the working directory is.
-bool IsRooted(const ZelString& path) {
-  ZelString drive, directory;
-  SplitPath(path, &drive, &directory, nullptr, nullptr);
-  return StartsWithSeparator(directory) || StartsWithSeparator(drive);
-}
-
 bool MatchesBelow(std::string_view directory, std::string_view rest, std::string_view path) {
   if (!path.starts_with(directory)) return false;
   path.remove_prefix(directory.size());
@@ -51,6 +44,12 @@ bool MatchesBelow(std::string_view directory, std::string_view rest, std::string
 }
 
 }  // namespace
+
+bool IsRooted(const ZelString& path) {
+  ZelString drive, directory;
+  SplitPath(path, &drive, &directory, nullptr, nullptr);
+  return StartsWithSeparator(directory) || StartsWithSeparator(drive);
+}
 
 bool MatchesPathPattern(std::string_view pattern, std::string_view text) {
   // reachable[i]: the part of the pattern read so far matches the first i characters of the text.

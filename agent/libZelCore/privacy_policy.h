@@ -53,3 +53,6 @@ class PrivacyPolicy {
 /// Whether a text matches a pattern in which "*" stands for any text without "/" and "**" for any
 /// text. Takes time in proportion to the product of both lengths at worst.
 bool MatchesPathPattern(std::string_view pattern, std::string_view text);
+
+/// Whether the path leads to the same place whatever the working directory is.
+bool IsRooted(const ZelString& path);
