@@ -269,6 +269,11 @@ std::optional<BasicCredential> ParseBasic(std::string_view header) {
 
 }  // namespace
 
+std::string OwnerText(const Caller& caller) {
+  const bool isAgent = caller.kind == Caller::Kind::kAgent;
+  return isAgent ? std::string(kAgentPrefix) + caller.login : caller.login;
+}
+
 UserStore::UserStore(std::filesystem::path file) : file_(std::move(file)) {}
 
 void UserStore::Add(const std::string& login, const std::string& role, std::string_view password) {

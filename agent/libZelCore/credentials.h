@@ -19,6 +19,9 @@ struct Caller {
   std::string address;  ///< of the connection, without port
 };
 
+/// How a caller is named as owner of something: "agent/NAME", or the login.
+std::string OwnerText(const Caller& caller);
+
 /// Console users: logins, roles and scrypt-hashed passwords (RFC 7914) in config/users. One line
 /// for each user, "login:role:scrypt$N$r$p$salt$key" with salt and key in hexadecimal; lines that
 /// start with "#" and empty ones are kept as they are. The file is looked at a few times a second

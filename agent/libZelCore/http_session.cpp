@@ -459,7 +459,7 @@ void HttpSession::RunAction() {
     if (!PrepareParameters(&parameters)) return;
 
     const bool isAgent = caller_.kind == Caller::Kind::kAgent;
-    const InvocationDepth depth(isAgent ? request_.invocationDepth : 0);
+    const InvocationContext context(isAgent ? request_.invocationDepth : 0, OwnerText(caller_));
     const uint32_t code = shared_->actions.Invoke(action_, &parameters);
     if (shared_->audit) shared_->audit({caller_, action_, requestId_, code});
     CoreLog().DetailWithNL("Request %s of %s from %s: %s returned %u", requestId_.c_str(),

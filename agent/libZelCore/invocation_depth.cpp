@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
 
 namespace {
 
-thread_local uint32_t depthOfThread = 0;
+// A pointer, because what needs a destructor lives too long on threads of mingw's.
+thread_local const InvocationContext* contextOfThread = nullptr;
 
 }  // namespace
 
@@ -17,14 +19,20 @@ uint32_t ParseInvocationDepth(std::string_view value) {
   return isNumber ? std::min(depth, kMaxInvocationDepth) : kMaxInvocationDepth;
 }
 
-InvocationDepth::InvocationDepth(uint32_t depth) : before_(depthOfThread) {
-  depthOfThread = depth;
+InvocationContext::InvocationContext(uint32_t depth, std::string owner)
+    : depth_(depth), owner_(std::move(owner)), before_(contextOfThread) {
+  contextOfThread = this;
 }
 
-InvocationDepth::~InvocationDepth() {
-  depthOfThread = before_;
+InvocationContext::~InvocationContext() {
+  contextOfThread = before_;
 }
 
-uint32_t InvocationDepth::Current() {
-  return depthOfThread;
+uint32_t InvocationContext::CurrentDepth() {
+  return contextOfThread ? contextOfThread->depth_ : 0;
+}
+
+const std::string& InvocationContext::CurrentOwner() {
+  static const std::string kNobody;
+  return contextOfThread ? contextOfThread->owner_ : kNobody;
 }

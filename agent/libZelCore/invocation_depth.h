@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 // Agents that invoke actions on each other in a ring (by scripts, say) would go on until every
@@ -15,17 +16,23 @@ constexpr uint32_t kMaxInvocationDepth = 16;
 /// What a field's value says; the largest depth for one that is no number.
 uint32_t ParseInvocationDepth(std::string_view value);
 
-/// While it exists, the depth of whatever runs on this thread.
-class InvocationDepth {
+/// While it exists, what is known about whatever runs on this thread. One in the other hides the
+/// outer one.
+class InvocationContext {
  public:
-  explicit InvocationDepth(uint32_t depth);
-  ~InvocationDepth();
-  InvocationDepth(const InvocationDepth&) = delete;
-  InvocationDepth& operator=(const InvocationDepth&) = delete;
+  /// `owner` is who invoked it: "agent/NAME", a console user's login, or empty for this agent.
+  explicit InvocationContext(uint32_t depth, std::string owner = {});
+  ~InvocationContext();
+  InvocationContext(const InvocationContext&) = delete;
+  InvocationContext& operator=(const InvocationContext&) = delete;
 
   /// 0 for what no other agent has asked for.
-  static uint32_t Current();
+  static uint32_t CurrentDepth();
+  /// Empty for what this agent does by itself. Valid while this context lasts.
+  static const std::string& CurrentOwner();
 
  private:
-  const uint32_t before_;
+  const uint32_t depth_;
+  const std::string owner_;
+  const InvocationContext* const before_;
 };

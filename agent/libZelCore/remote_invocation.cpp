@@ -189,7 +189,7 @@ RemoteResult RemoteInvoker::Invoke(const std::string& addressText, const std::st
             "fleet credentials do not leave this machine without TLS ([fleet] allow_plain = no)"};
   }
 
-  const uint32_t depth = InvocationDepth::Current() + 1;
+  const uint32_t depth = InvocationContext::CurrentDepth() + 1;
   if (depth > kMaxInvocationDepth)
     return {kInvokeRefused, "agents have handed it on to each other too often"};
 

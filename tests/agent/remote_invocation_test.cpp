@@ -50,7 +50,8 @@ class Peer {
     actions_.Register(
         "Fail", [](ZelContainer*) -> uint32_t { return 0xFFFFFFFE; }, nullptr);
     actions_.Register(
-        "Depth", [](ZelContainer*) -> uint32_t { return InvocationDepth::Current(); }, nullptr);
+        "Depth", [](ZelContainer*) -> uint32_t { return InvocationContext::CurrentDepth(); },
+        nullptr);
     actions_.Register(
         "Wait",
         [this](ZelContainer*) -> uint32_t {
@@ -148,13 +149,13 @@ TEST(RemoteInvocation, TellsHowManyCameBeforeItAndEndsARing) {
   };
   EXPECT_EQ(depthThere(), 1u);
   {
-    const InvocationDepth depth(kMaxInvocationDepth - 1);
+    const InvocationContext context(kMaxInvocationDepth - 1);
     EXPECT_EQ(depthThere(), kMaxInvocationDepth);
   }
   EXPECT_EQ(depthThere(), 1u);
 
   const Peer peer;
-  const InvocationDepth depth(kMaxInvocationDepth);
+  const InvocationContext context(kMaxInvocationDepth);
   EXPECT_THAT(ExpectNotRun(CallerSettings(), peer.Url(), kInvokeRefused), HasSubstr("too often"));
 }
 
