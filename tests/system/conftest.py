@@ -9,7 +9,7 @@ import tempfile
 import pytest
 
 from agents import Agent, agent_path, copy_modules, tls_context
-from fleet import Authority
+from fleet import Authority, Fleet
 from proxy import Proxy
 
 PLATFORMS = ("linux", "windows")
@@ -62,6 +62,14 @@ def small_disk(tmp_path):
 @pytest.fixture(scope="session")
 def authority(tmp_path_factory):
     return Authority(tmp_path_factory.mktemp("authority") / "ca")
+
+
+@pytest.fixture(scope="session")
+def fleet(tmp_path_factory, authority):
+    """Makes the members of a fleet and keeps pairs of a device and its relay."""
+    made = Fleet(tmp_path_factory.mktemp("fleet"), authority)
+    yield made
+    assert made.end() == []
 
 
 @pytest.fixture

@@ -1,0 +1,97 @@
+"""A proxy in front of an agent that spoils uploads: it cuts, half-closes or stalls them."""
+
+import contextlib
+import select
+import socket
+import struct
+import threading
+
+PIECE = 16 * 1024
+WAIT_S = 30
+
+
+class CuttingProxy:
+    """Passes on what it gets, until a connection that began with PUT has brought `after` bytes.
+
+    `fault`: None (nothing happens), "cut" (reset in both directions), "half-close" (the agent sees
+    the end, the client nothing) or "stall" (nothing is passed on any more)."""
+
+    def __init__(self, upstream):
+        self.upstream = upstream
+        self.fault = None
+        self.after = 0
+        #: Set when the fault has come about.
+        self.struck = threading.Event()
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self._open = []
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def address(self):
+        return self._listener.getsockname()
+
+    def strike(self, fault, after):
+        self.fault, self.after = fault, after
+        self.struck.clear()
+
+    def close(self):
+        self._listener.close()
+        for one in self._open:
+            with contextlib.suppress(OSError):
+                one.close()
+
+    def _accept(self):
+        with contextlib.suppress(OSError):
+            while True:
+                client, _ = self._listener.accept()
+                threading.Thread(target=self._serve, args=(client,), daemon=True).start()
+
+    def _serve(self, client):
+        try:
+            agent = socket.create_connection(self.upstream, WAIT_S)
+        except OSError:
+            client.close()
+            return
+        self._open += [client, agent]
+        with client, agent, contextlib.suppress(OSError):
+            self._pass_on(client, agent)
+
+    def _pass_on(self, client, agent):
+        """One thread for both directions: a socket that another one waits on would not close."""
+        is_upload, passed = None, 0
+        listening = {client, agent}
+        while listening:
+            ready, _, _ = select.select(list(listening), [], [])
+            if agent in ready:
+                data = agent.recv(PIECE)
+                if not data:
+                    return
+                client.sendall(data)
+            if client not in ready:
+                continue
+            data = client.recv(PIECE)
+            if not data:
+                agent.shutdown(socket.SHUT_WR)
+                listening.discard(client)
+                continue
+            if is_upload is None:
+                is_upload = data.startswith(b"PUT ")
+            if is_upload and self.fault and passed + len(data) >= self.after:
+                agent.sendall(data[:self.after - passed])
+                listening.discard(client)
+                if self._strike(client, agent):
+                    return
+                continue
+            agent.sendall(data)
+            passed += len(data)
+
+    def _strike(self, client, agent):
+        """Whether the connection is gone."""
+        fault, self.fault = self.fault, None
+        if fault == "cut":
+            for one in (client, agent):
+                one.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                one.close()
+        if fault == "half-close":
+            agent.shutdown(socket.SHUT_WR)
+        self.struck.set()
+        return fault == "cut"
