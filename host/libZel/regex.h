@@ -5,8 +5,8 @@
 
 // Regular expressions with Perl's syntax. Patterns and texts are taken as bytes of UTF-8: "." is
 // any byte but CR and LF, and a class of characters beyond ASCII does not work. A pattern that is
-// malformed matches nothing, and so does one whose search would take unreasonably long; either is a
-// warning in the library's log. Nothing here throws; any number of threads may call at once.
+// malformed matches nothing, and so does one whose search would take unreasonably long (about a
+// second) or too much memory. Nothing here throws; any number of threads may call at once.
 
 /// Whether `pattern` matches anywhere in `text`. `flags` is 0.
 bool MatchRegex(const ZelString& text, const ZelString& pattern, int flags);
@@ -18,7 +18,8 @@ int PcreReplace(ZelString* text, const ZelString& pattern, const ZelString& repl
 
 /// Whether `pattern` matches anywhere in `subject`: 1, and `captures` becomes the texts of its
 /// groups in order (empty for one that took no part); or 0, and `captures` becomes empty. `start`
-/// is where the search begins, in bytes; `ignoreCase` compares the letters A to Z without regard to
-/// case; with `multiLine` "^" and "$" also match at the lines' ends.
+/// is where the search begins, in bytes (outside of the text nothing matches); `ignoreCase`
+/// compares the letters A to Z without regard to case; with `multiLine` "^" and "$" also match at
+/// the lines' ends.
 int FindPcre(const ZelString& subject, const ZelString& pattern, ZelVector<ZelString>& captures,
              int start, int ignoreCase, int multiLine);
