@@ -110,6 +110,15 @@ void FakeHost::AnswerLaunch(int started, bool failed, std::function<void()> mean
       {.value = started, .meanwhile = std::move(meanwhile), .flag = failed});
 }
 
+void FakeHost::AnswerWork(const std::string& function, int64_t value,
+                          std::function<void()> meanwhile) {
+  answers_[function].push({.value = value, .meanwhile = std::move(meanwhile)});
+}
+
+void FakeHost::AnswerList(const std::string& function, std::vector<ZelString> list) {
+  answers_[function].push({.list = std::move(list)});
+}
+
 void FakeHost::AnswerModule(bool loaded, void* handle) {
   answers_["MarlinContext::LoadFunctionModule"].push({.value = loaded, .pointer = handle});
 }

@@ -53,6 +53,10 @@ class FakeHost {
   void AnswerText(const std::string& function, const ZelString& text, int64_t value = 1);
   /// What the next ExecRedirect returns, and whether it sets its flag; it calls `meanwhile`.
   void AnswerLaunch(int started, bool failed, std::function<void()> meanwhile = {});
+  /// What the next call of `function` returns, one that takes a while; it calls `meanwhile`.
+  void AnswerWork(const std::string& function, int64_t value, std::function<void()> meanwhile);
+  /// What the next call of `function` lists, for those that give texts.
+  void AnswerList(const std::string& function, std::vector<ZelString> list);
   /// What the next MarlinContext::LoadFunctionModule returns, and the handle that it gives; null
   /// leaves the caller's as it was.
   void AnswerModule(bool loaded, void* handle);
@@ -107,6 +111,7 @@ class FakeHost {
     bool flag = false;
     void* pointer = nullptr;
     std::vector<ProcessInfo> processes = {};
+    std::vector<ZelString> list = {};
   };
   static FakeHost& Current();
   /// Notes a call that answers nothing; throws when this call is to fail by throwing.
