@@ -3,207 +3,27 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <optional>
-#include <set>
+#include <utility>
 
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/ini_reader.h"
-#include "agent/libZelCore/remote_invocation.h"
+#include "agent/libZelCore/settings_keys.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr size_t kMaxNameLength = 64;
-constexpr size_t kMinSecretLength = 16;
-constexpr uint64_t kDayMs = 24ull * 60 * 60 * 1000;
-
-struct Target {
-  Settings& settings;
-  const fs::path& directory;
-  std::vector<std::string>& warnings;
-};
-
-/// Takes a value over; returns what is wrong with it, or nothing.
-using Setter = std::function<std::string(Target&, const std::string& value)>;
-
-struct Key {
-  const char* section;
-  const char* name;
-  Setter set;
-};
-
-bool IsNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-         c == '-' || c == '_';
-}
-
-std::string_view TrimBlanks(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-std::string FileText(const fs::path& file) {
-  return std::string(FromNativePath(file).Utf8());
-}
-
-fs::path FileName(const Target& target, const std::string& value) {
-  return target.directory / fs::path(std::u8string(value.begin(), value.end()));
-}
-
-template <typename Number>
-Setter NumberKey(Number Settings::*member, uint64_t lowest, uint64_t highest) {
-  return [=](Target& target, const std::string& value) -> std::string {
-    uint64_t number = 0;
-    const char* const end = value.data() + value.size();
-    const auto parsed = std::from_chars(value.data(), end, number);
-    const bool isNumber = parsed.ec == std::errc() && parsed.ptr == end;
-    if (!isNumber || number < lowest || number > highest) {
-      return "is not a number from " + std::to_string(lowest) + " to " + std::to_string(highest);
-    }
-    target.settings.*member = static_cast<Number>(number);
-    return {};
-  };
-}
-
-Setter TextKey(std::string Settings::*member) {
-  return [=](Target& target, const std::string& value) -> std::string {
-    target.settings.*member = value;
-    return {};
-  };
-}
-
-Setter FlagKey(bool Settings::*member) {
-  return [=](Target& target, const std::string& value) -> std::string {
-    if (value != "yes" && value != "no") return "is neither yes nor no";
-    target.settings.*member = value == "yes";
-    return {};
-  };
-}
-
-Setter FileKey(fs::path Settings::*member) {
-  return [=](Target& target, const std::string& value) -> std::string {
-    target.settings.*member = value.empty() ? fs::path() : FileName(target, value);
-    return {};
-  };
-}
-
-std::string SetAgentName(Target& target, const std::string& value) {
-  const bool isName = !value.empty() && value.size() <= kMaxNameLength &&
-                      std::all_of(value.begin(), value.end(), IsNameCharacter);
-  if (!isName) return "is not a name of 1 to 64 letters, digits, \".\", \"-\" and \"_\"";
-  target.settings.agentName = value;
-  return {};
-}
-
-std::string SetBindAddress(Target& target, const std::string& value) {
-  const bool isAddress =
-      !value.empty() && value.find_first_not_of("0123456789abcdefABCDEF.:%") == std::string::npos;
-  if (!isAddress) return "is not an IPv4 or IPv6 address";
-  target.settings.bindAddress = value;
-  return {};
-}
-
-std::string SetCodePage(Target& target, const std::string& value) {
-  const std::string error = NumberKey(&Settings::codePage, 1, 65535)(target, value);
-  if (!error.empty()) return error;
-  if (!core_platform::IsKnownCodePage(target.settings.codePage))
-    return "is no code page that this system knows";
-  return {};
-}
-
-std::string SetSecretFile(Target& target, const std::string& value) {
-  if (value.empty()) return {};
-  const fs::path file = FileName(target, value);
-  std::ifstream stream(file, std::ios::binary);
-  std::string secret{std::istreambuf_iterator<char>(stream), {}};
-  if (!stream.is_open() || stream.bad()) return "names a file that cannot be read";
-  while (!secret.empty() && (secret.back() == '\n' || secret.back() == '\r')) secret.pop_back();
-  if (secret.size() < kMinSecretLength) return "names a file with fewer than 16 characters";
-  if (core_platform::OthersMayRead(file)) {
-    target.warnings.push_back("the fleet secret " + FileText(file) +
-                              " can be read by other accounts of this machine");
-  }
-  target.settings.fleetSecret = std::move(secret);
-  return {};
-}
-
-/// "NAME, NAME, ..."; nothing stands for no action.
-std::string SetAdministratorsOnly(Target& target, const std::string& value) {
-  std::vector<std::string> actions;
-  for (std::string_view rest = value; !TrimBlanks(rest).empty();) {
-    const size_t comma = std::min(rest.find(','), rest.size());
-    const std::string_view name = TrimBlanks(rest.substr(0, comma));
-    if (name.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter))
-      return "is not a list of actions' names with commas between them";
-    actions.emplace_back(name);
-    rest.remove_prefix(std::min(comma + 1, rest.size()));
-  }
-  std::sort(actions.begin(), actions.end());
-  target.settings.administratorsOnly = std::move(actions);
-  return {};
-}
-
-std::string SetMasterAddress(Target& target, const std::string& value) {
-  if (!value.empty()) {
-    if (const std::string error = CheckAgentAddress(value); !error.empty()) return error;
-  }
-  target.settings.masterAddress = value;
-  return {};
-}
-
-std::string SetLogLevel(Target& target, const std::string& value) {
-  constexpr const char* kLevels[] = {"error", "warning", "print", "trace", "detail"};
-  const auto found = std::find(std::begin(kLevels), std::end(kLevels), value);
-  if (found == std::end(kLevels)) return "is none of error, warning, print, trace, detail";
-  target.settings.logLevel = static_cast<ZelDebugLevel>(found - std::begin(kLevels));
-  return {};
-}
-
-const std::vector<Key>& Keys() {
-  static const std::vector<Key> keys = {
-      {"agent", "name", SetAgentName},
-      {"system", "code_page", SetCodePage},
-      {"http", "address", SetBindAddress},
-      {"http", "port", NumberKey(&Settings::port, 0, 65535)},
-      {"http", "tls", FlagKey(&Settings::tls)},
-      {"http", "certificate", FileKey(&Settings::certificateFile)},
-      {"http", "private_key", FileKey(&Settings::privateKeyFile)},
-      {"http", "allow_plain", FlagKey(&Settings::allowPlainRemote)},
-      {"http", "max_body_bytes", NumberKey(&Settings::maxBodyBytes, 1024, 1ull << 30)},
-      {"http", "max_connections", NumberKey(&Settings::maxConnections, 1, 1000000)},
-      {"http", "request_timeout_ms", NumberKey(&Settings::requestTimeoutMs, 100, kDayMs)},
-      {"http", "idle_timeout_ms", NumberKey(&Settings::idleTimeoutMs, 100, kDayMs)},
-      {"http", "credential_memory_ms", NumberKey(&Settings::credentialMemoryMs, 0, kDayMs)},
-      {"actions", "max_threads", NumberKey(&Settings::maxThreads, 1, 4096)},
-      {"actions", "max_queued", NumberKey(&Settings::maxQueued, 0, 1000000)},
-      {"actions", "administrators_only", SetAdministratorsOnly},
-      {"fleet", "secret_file", SetSecretFile},
-      {"fleet", "ca", FileKey(&Settings::fleetCaFile)},
-      {"fleet", "timeout_ms", NumberKey(&Settings::remoteTimeoutMs, 1, kDayMs)},
-      {"fleet", "connect_timeout_ms", NumberKey(&Settings::connectTimeoutMs, 1, kDayMs)},
-      {"fleet", "allow_plain", FlagKey(&Settings::fleetAllowPlain)},
-      {"master", "address", SetMasterAddress},
-      {"proxy", "pipe", TextKey(&Settings::proxyPipe)},
-      {"log", "level", SetLogLevel},
-      {"log", "rotate_bytes", NumberKey(&Settings::logRotateBytes, 4096, 1ull << 40)},
-      {"log", "kept_files", NumberKey(&Settings::logKeptFiles, 1, 1000)},
-  };
-  return keys;
-}
 
 bool IsOpenSection(std::string_view section) {
   return section == "drives" || section == "privacy";
 }
 
 bool IsSection(std::string_view section) {
-  return IsOpenSection(section) || std::any_of(Keys().begin(), Keys().end(), [&](const Key& key) {
-           return section == key.section;
-         });
+  return IsOpenSection(section) ||
+         std::any_of(SettingsKeys().begin(), SettingsKeys().end(),
+                     [&](const SettingsKey& key) { return section == key.section; });
 }
 
 // The number of single-character changes between two short words.
@@ -239,7 +59,7 @@ std::string Line(size_t line) {
 
 void WarnOfUnknownSections(const IniDocument& document, std::vector<std::string>* warnings) {
   std::vector<std::string_view> known = {"drives", "privacy"};
-  for (const Key& key : Keys()) known.push_back(key.section);
+  for (const SettingsKey& key : SettingsKeys()) known.push_back(key.section);
   for (const IniSection& section : document.sections) {
     if (IsSection(section.name)) continue;
     warnings->push_back(Line(section.line) + "unknown section [" + std::string(section.name) + "]" +
@@ -307,23 +127,36 @@ class Interpreter {
       if (IsSection(entry.section)) ReadEntry(entry);
     }
     for (auto& [number, rule] : rules_) result_.settings.privacyRules.push_back(std::move(rule));
+    Complete();
     CheckTogether();
-    if (result_.settings.agentName.empty()) result_.settings.agentName = DefaultName();
-    if (result_.settings.drives.empty()) result_.settings.drives = {{'C', "/"}};
   }
 
   SettingsResult Take() { return std::move(result_); }
 
  private:
+  // What is not set follows from what is.
+  void Complete() {
+    Settings& settings = result_.settings;
+    // Relays are called by http addresses: a fleet with certificates speaks TLS all the same.
+    const bool speaksTls = settings.tls && !settings.fleetCaFile.empty();
+    if (!ssl_ && speaksTls) settings.ssl = SslUse::kSendAndReceive;
+    if (settings.relayGuid.empty()) settings.relayGuid = settings.relayHost;
+    if (result_.settings.agentName.empty()) result_.settings.agentName = DefaultName();
+    if (result_.settings.drives.empty()) result_.settings.drives = {{'C', "/"}};
+  }
+
   void ReadEntry(const IniEntry& entry) {
     if (entry.section == "drives") return Note(entry, SetDrive(entry, &result_.settings));
     if (entry.section == "privacy") return ReadRule(entry);
 
+    if (entry.section == "security" && entry.key == "ssl") ssl_ = entry;
+    if (entry.section == "security" && entry.key == "pac") pac_ = entry;
+
     std::vector<std::string_view> known;
-    for (const Key& key : Keys()) {
+    for (const SettingsKey& key : SettingsKeys()) {
       if (entry.section != key.section) continue;
       if (entry.key == key.name) {
-        Target target{result_.settings, directory_, result_.warnings};
+        SettingsTarget target{result_.settings, directory_, result_.warnings};
         return Note(entry, key.set(target, std::string(entry.value)));
       }
       known.push_back(key.name);
@@ -347,11 +180,23 @@ class Interpreter {
     if (settings.tls && (settings.certificateFile.empty() || settings.privateKeyFile.empty())) {
       result_.errors.push_back("[http] tls = yes needs certificate and private_key");
     }
+    if (ssl_ && settings.ssl != SslUse::kNone) CheckSsl(settings);
+    if (pac_ && settings.pac != PacUse::kNone && settings.fleetSecret.empty())
+      Note(*pac_, "needs [fleet] secret_file");
+  }
+
+  void CheckSsl(const Settings& settings) {
+    if (settings.fleetCaFile.empty()) Note(*ssl_, "needs [fleet] ca");
+    if (settings.ssl != SslUse::kSend && !settings.tls) Note(*ssl_, "needs [http] tls = yes");
+    const bool hasCertificate =
+        !settings.certificateFile.empty() && !settings.privateKeyFile.empty();
+    if (settings.ssl == SslUse::kSendAndReceiveExt && !hasCertificate)
+      Note(*ssl_, "needs [http] certificate and private_key");
   }
 
   // A computer's name may hold characters that an agent's may not.
   static std::string DefaultName() {
-    std::string name = core_platform::HostName().substr(0, kMaxNameLength);
+    std::string name = core_platform::HostName().substr(0, kMaxAgentNameLength);
     std::replace_if(
         name.begin(), name.end(), [](char c) { return !IsNameCharacter(c); }, '-');
     return name.empty() ? "agent" : name;
@@ -373,6 +218,8 @@ class Interpreter {
   const fs::path& directory_;
   SettingsResult result_;
   std::map<uint32_t, PrivacyRule> rules_;
+  std::optional<IniEntry> ssl_;  ///< where these are set
+  std::optional<IniEntry> pac_;
 };
 
 }  // namespace
@@ -390,6 +237,6 @@ SettingsResult LoadSettings(const fs::path& iniFile) {
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   SettingsResult result = ParseSettings(text, iniFile.parent_path());
   if (isThere && (!stream.is_open() || stream.bad() || fs::is_directory(iniFile, error)))
-    result.errors.push_back("cannot read " + FileText(iniFile));
+    result.errors.push_back("cannot read " + std::string(FromNativePath(iniFile).Utf8()));
   return result;
 }

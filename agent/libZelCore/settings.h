@@ -51,7 +51,15 @@ struct Settings {
   uint32_t maxThreads = 64;
   uint32_t maxQueued = 1024;
   /// Actions that console users need the role "administrator" for; sorted.
-  std::vector<std::string> administratorsOnly = {"CoreUtilsRunScript", "CoreUtilsTerminateProcess"};
+  std::vector<std::string> administratorsOnly = {"CoreUtilsConfigureJWS",
+                                                 "CoreUtilsCopyFileToRelay",
+                                                 "CoreUtilsExtractFile",
+                                                 "CoreUtilsRestoreBackup",
+                                                 "CoreUtilsRestoreBackupFromRelay",
+                                                 "CoreUtilsRunScript",
+                                                 "CoreUtilsTerminateProcess",
+                                                 "HttpProtocolAddAlias",
+                                                 "HttpProtocolDeleteAlias"};
 
   // [fleet]
   std::string fleetSecret;  ///< read from the file named by `secret_file`; empty: no fleet
@@ -61,12 +69,12 @@ struct Settings {
   bool fleetAllowPlain = false;  ///< send fleet credentials without TLS beyond loopback
 
   // [security]
-  SslUse ssl = SslUse::kNone;  ///< default: kSendAndReceive where [http] tls is on
+  SslUse ssl = SslUse::kNone;  ///< default: kSendAndReceive where [http] tls is on and a ca set
   PacUse pac = PacUse::kNone;
   uint32_t pacWindowMs = 300000;  ///< how far the clocks of two agents may differ
 
   // [relay]
-  std::string relayHost;  ///< the agent's parent; empty: none
+  std::string relayHost;  ///< the agent's parent, IPv6 in brackets; empty: none
   uint16_t relayPort = 0;
   std::string relayGuid;             ///< default: the host
   uint32_t aliasSilenceMs = 600000;  ///< how long an alias outlives the last sign of its owner

@@ -25,9 +25,18 @@ TEST(Settings, AreTheDefaultsWithoutAFile) {
   EXPECT_FALSE(result.settings.agentName.empty());
   EXPECT_EQ(result.settings.drives.at('C'), "/");
   EXPECT_EQ(result.settings.codePage, 1252u);
-  EXPECT_THAT(result.settings.administratorsOnly,
-              ElementsAre("CoreUtilsRunScript", "CoreUtilsTerminateProcess"));
+  EXPECT_THAT(
+      result.settings.administratorsOnly,
+      ElementsAre("CoreUtilsConfigureJWS", "CoreUtilsCopyFileToRelay", "CoreUtilsExtractFile",
+                  "CoreUtilsRestoreBackup", "CoreUtilsRestoreBackupFromRelay", "CoreUtilsRunScript",
+                  "CoreUtilsTerminateProcess", "HttpProtocolAddAlias", "HttpProtocolDeleteAlias"));
   EXPECT_EQ(result.settings.proxyPipe, "");
+  EXPECT_EQ(result.settings.remoteTimeoutMs, 86400000u);
+  EXPECT_EQ(result.settings.ssl, SslUse::kNone);
+  EXPECT_EQ(result.settings.pac, PacUse::kNone);
+  EXPECT_EQ(result.settings.relayHost, "");
+  EXPECT_EQ(result.settings.relayGuid, "");
+  EXPECT_TRUE(result.settings.archiveLimits.windowsNames);
 }
 
 TEST(Settings, TakeActionsForAdministratorsInAnyOrder) {
@@ -52,7 +61,12 @@ TEST(Settings, TakeEveryKeyOver) {
       "[actions]\nmax_threads = 3\nmax_queued = 0\nadministrators_only = X\n"
       "[proxy]\npipe = /run/zelproxy.sock\n"
       "[fleet]\nsecret_file = secret\nca = ca.pem\ntimeout_ms = 5\nconnect_timeout_ms = 6\n"
-      "allow_plain = yes\n[master]\naddress = https://master:7460\n"
+      "allow_plain = yes\n"
+      "[security]\nssl = send\npac = send_and_receive\npac_window_ms = 1000\n"
+      "[relay]\nparent = relay.example.net:7460\nparent_guid = {1}\nalias_silence_ms = 1001\n"
+      "stall_timeout_ms = 102\nmax_uploads = 3\nmax_upload_bytes = 1152921504606846976\n"
+      "[archives]\nmax_entries = 4294967295\nmax_bytes = 5\nmax_ratio = 6\nnames = "
+      "any\n[master]\naddress = https://master:7460\n"
       "[log]\nlevel = detail\nrotate_bytes = 4096\nkept_files = 2\n",
       directory.Native());
   EXPECT_THAT(result.errors, IsEmpty());
@@ -80,6 +94,20 @@ TEST(Settings, TakeEveryKeyOver) {
   EXPECT_EQ(settings.remoteTimeoutMs, 5u);
   EXPECT_EQ(settings.connectTimeoutMs, 6u);
   EXPECT_TRUE(settings.fleetAllowPlain);
+  EXPECT_EQ(settings.ssl, SslUse::kSend);
+  EXPECT_EQ(settings.pac, PacUse::kSendAndReceive);
+  EXPECT_EQ(settings.pacWindowMs, 1000u);
+  EXPECT_EQ(settings.relayHost, "relay.example.net");
+  EXPECT_EQ(settings.relayPort, 7460);
+  EXPECT_EQ(settings.relayGuid, "{1}");
+  EXPECT_EQ(settings.aliasSilenceMs, 1001u);
+  EXPECT_EQ(settings.stallTimeoutMs, 102u);
+  EXPECT_EQ(settings.maxUploads, 3u);
+  EXPECT_EQ(settings.maxUploadBytes, 1ull << 60);
+  EXPECT_EQ(settings.archiveLimits.maxEntries, 4294967295u);
+  EXPECT_EQ(settings.archiveLimits.maxBytes, 5u);
+  EXPECT_EQ(settings.archiveLimits.maxRatio, 6u);
+  EXPECT_FALSE(settings.archiveLimits.windowsNames);
   EXPECT_EQ(settings.masterAddress, "https://master:7460");
   EXPECT_EQ(settings.logLevel, ZelDebugLevel::kDetail);
   EXPECT_EQ(settings.logRotateBytes, 4096u);
@@ -108,6 +136,26 @@ TEST(Settings, RefuseEachUnusableValueNamingItsLine) {
                            "[master]\naddress = http://u:p@x",
                            "[master]\naddress = https://x/path",
                            "[log]\nlevel = loud",
+                           "[security]\nssl = yes",
+                           "[security]\nssl =",
+                           "[security]\nssl = send",
+                           "[security]\npac = receive",
+                           "[security]\npac = send",
+                           "[security]\npac_window_ms = 0",
+                           "[relay]\nparent = relay",
+                           "[relay]\nparent = :7460",
+                           "[relay]\nparent = relay:0",
+                           "[relay]\nparent = relay:65536",
+                           "[relay]\nparent = http://relay:7460",
+                           "[relay]\nparent = a:b@relay:7460",
+                           "[relay]\nparent = ::1:7460",
+                           "[relay]\nparent = [relay]:7460",
+                           "[relay]\nparent = [::1]",
+                           "[relay]\nmax_uploads = 0",
+                           "[archives]\nmax_entries = 4294967296",
+                           "[archives]\nmax_bytes = 0",
+                           "[archives]\nmax_ratio = much",
+                           "[archives]\nnames = linux",
                            "[fleet]\nsecret_file = none",
                            "[drives]\nCC = /x",
                            "[system]\ncode_page = utf-8",
@@ -141,6 +189,52 @@ TEST(Settings, RefuseAKeyThatIsSetTwiceAndOneOutsideAnySection) {
 
 TEST(Settings, RefuseTlsWithoutACertificate) {
   EXPECT_EQ(Parse("[http]\ntls = yes\n").errors.size(), 1u);
+}
+
+constexpr const char* kServesTls = "[http]\ntls = yes\ncertificate = c\nprivate_key = k\n";
+
+TEST(Settings, UseTlsWithOtherAgentsWhereTheyHaveCertificatesAndAnAuthority) {
+  const auto ssl = [](const std::string& text) { return Parse(text).settings.ssl; };
+  const std::string serves = kServesTls;
+  EXPECT_EQ(ssl(serves), SslUse::kNone);
+  EXPECT_EQ(ssl("[fleet]\nca = ca\n"), SslUse::kNone);
+  EXPECT_EQ(ssl(serves + "[fleet]\nca = ca\n"), SslUse::kSendAndReceive);
+  EXPECT_EQ(ssl("[fleet]\nca = ca\n[security]\nssl = send\n" + serves), SslUse::kSend);
+  EXPECT_EQ(ssl(serves + "[fleet]\nca = ca\n[security]\nssl = none\n"), SslUse::kNone);
+  EXPECT_EQ(ssl(serves + "[fleet]\nca = ca\n[security]\nssl = send_and_receive_ext\n"),
+            SslUse::kSendAndReceiveExt);
+}
+
+TEST(Settings, SayWhatTheUseOfTlsNeedsNamingTheLine) {
+  const auto errors = [](const std::string& text) { return Parse(text).errors; };
+  EXPECT_THAT(errors("[security]\nssl = send\n"),
+              ElementsAre("line 2: [security] ssl = send: needs [fleet] ca"));
+  EXPECT_THAT(errors("[fleet]\nca = ca\n[security]\nssl = send_and_receive\n"),
+              ElementsAre("line 4: [security] ssl = send_and_receive: needs [http] tls = yes"));
+  EXPECT_THAT(errors(std::string(kServesTls) + "[security]\nssl = send_and_receive_ext\n"),
+              ElementsAre("line 6: [security] ssl = send_and_receive_ext: needs [fleet] ca"));
+  EXPECT_THAT(
+      errors("[security]\nssl = send_and_receive_ext\n[fleet]\nca = ca\n[http]\ntls = yes\n"),
+      ElementsAre(HasSubstr("tls = yes needs"),
+                  "line 2: [security] ssl = send_and_receive_ext: needs [http] certificate and "
+                  "private_key"));
+  EXPECT_THAT(errors("[security]\npac = send\n"),
+              ElementsAre("line 2: [security] pac = send: needs [fleet] secret_file"));
+  EXPECT_THAT(errors("[security]\nssl = none\npac = none\n"), IsEmpty());
+}
+
+TEST(Settings, TakeTheRelayByNameAndByAddress) {
+  const auto relay = [](const std::string& parent) {
+    const SettingsResult result = Parse("[relay]\nparent = " + parent + "\n");
+    EXPECT_THAT(result.errors, IsEmpty()) << parent;
+    return result.settings;
+  };
+  EXPECT_EQ(relay("relay-1.example.net:80").relayHost, "relay-1.example.net");
+  EXPECT_EQ(relay("192.0.2.7:65535").relayPort, 65535);
+  EXPECT_EQ(relay("[2001:db8::7]:7460").relayHost, "[2001:db8::7]");
+  EXPECT_EQ(relay("[2001:db8::7]:7460").relayPort, 7460);
+  EXPECT_EQ(relay("192.0.2.7:7460").relayGuid, "192.0.2.7") << "without another identity";
+  EXPECT_EQ(relay("").relayHost, "");
 }
 
 TEST(Settings, RefuseAShortFleetSecret) {
