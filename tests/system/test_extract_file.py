@@ -63,9 +63,8 @@ class Arena:
         self.archive.write_bytes(data)
         self.destination.mkdir(parents=True, exist_ok=True)
         before, log = self.surroundings(), len(agent.log())
-        assert extract(agent, self.archive, self.destination) == (FAILURE, {
-            "FilePath": agent.path(self.archive), "DestinationPath": agent.path(self.destination),
-            "ErrorCode": FAILURE})
+        code, container = extract(agent, self.archive, self.destination)
+        assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
         assert self.surroundings() == before
         assert LOG_LINE in agent.log()[log:]
         came_out = self.came_out()

@@ -121,6 +121,12 @@ def test_actions_lists_the_modules_actions_with_their_signatures(agent):
         "CoreUtilsInfosProcessAvailable ()",
         "CoreUtilsTerminateProcess (int ProcessID)",
         "CoreUtilsFileMD5 ()",
+        "CoreUtilsCopyFileToRelay ()",
+        "CoreUtilsRestoreBackupFromRelay ()",
+        "CoreUtilsRestoreBackup ()",
+        "CoreUtilsExtractFile ()",
+        "CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)",
+        "CoreUtilsGetMasterAttachmentsPath",
     ]
     assert "CoreUtilsDirDelete" in run(agent, "actions", "dirdel")[1]
 

@@ -1,0 +1,244 @@
+"""CoreUtilsRestoreBackupFromRelay and CoreUtilsRestoreBackup: backups come back."""
+
+import os
+import random
+import subprocess
+import zipfile
+
+import pytest
+
+from cutting_proxy import CuttingProxy
+from fleet import aliases
+from test_relay_transfer import LOST, MIB, PAIRS, SUCCESS, FAILURE, new_log, wait_for
+
+OLD_TIME = 1_000_000_000
+
+
+@pytest.fixture(scope="module", params=PAIRS, ids=" ".join)
+def pair(fleet, request):
+    return fleet.pair(*request.param)
+
+
+@pytest.fixture(scope="module")
+def plain_pair(fleet, platform):
+    return fleet.pair("plain", platform, platform)
+
+
+class Backups:
+    """A relay's directory of backups and the place where a device wants its own."""
+
+    def __init__(self, directory):
+        self.kept = directory / "kept"
+        self.kept.mkdir()
+        self.restored = directory / "restored"
+
+    def add(self, name, content=None):
+        (self.kept / name).write_bytes(os.urandom(2 * MIB + 5) if content is None else content)
+        return (self.kept / name).read_bytes()
+
+    def add_directory(self, name):
+        directory = self.kept / name
+        for number, file in enumerate(["plain.txt", "größe 日本.txt", "inner/deep/file.bin"]):
+            path = directory / file
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_bytes(os.urandom(300_000 * number + 7))
+            os.utime(path, (OLD_TIME + number * 100, OLD_TIME + number * 100))
+        (directory / "empty directory").mkdir()
+        (directory / "empty file").write_bytes(b"")
+        return {path.relative_to(directory).as_posix(): path.read_bytes()
+                for path in directory.rglob("*") if path.is_file()}
+
+    def arrived(self):
+        return {path.name: path.read_bytes() for path in self.restored.iterdir()} \
+            if self.restored.exists() else {}
+
+    def restore(self, device, relay, name, last=False, back_to=None):
+        """What the device answers that asks the relay for its backup."""
+        host, port = relay.address()
+        own_host, own_port = back_to or device.address()
+        return device.call("CoreUtilsRestoreBackupFromRelay", HostName=host, HttpPort=port, Values={
+            "SourcePath": relay.path(self.kept), "DestinationPath": device.path(self.restored),
+            "Name": name, "Last": last, "HostName": own_host, "HttpPort": own_port})
+
+
+@pytest.fixture
+def backups(tmp_path):
+    return Backups(tmp_path)
+
+
+def slashes(text):
+    return text.replace("\\", "/")
+
+
+def test_CoreUtilsRestoreBackupFromRelay_brings_the_newest(pair, backups):
+    device, relay = pair
+    for name in ("db_20240101.zip", "db_20241231.zip", "db_20250229.zip", "db_20251301.zip",
+                 "db_20250931.zip", "other_20260101.zip", "db_2026.zip", "db_19991231.zip"):
+        backups.add(name, name.encode())
+    newest = backups.add("db_20250131.zip")
+
+    (code, container), log = new_log(relay, lambda: backups.restore(device, relay, "db", True))
+
+    assert code == SUCCESS, (device.log()[-1500:], log)
+    assert container == {"Name": slashes(device.path(backups.restored)) + "/db_20250131.zip",
+                         "ErrorCode": 0}
+    assert backups.arrived() == {"db_20250131.zip": newest}, log
+    assert (backups.kept / "db_20250131.zip").read_bytes() == newest
+    assert aliases(device) == []
+    assert "copying file " in log and "Deleting alias backup" in log
+
+
+def test_CoreUtilsRestoreBackup_packs_a_directory_and_deletes_the_archive(pair, backups):
+    device, relay = pair
+    content = backups.add_directory("db_20250131")
+    code, container = backups.restore(device, relay, "db", True)
+    assert (code, container["ErrorCode"]) == (SUCCESS, 0)
+    assert container["Name"].endswith("/restored/db_20250131.zip")
+    assert list(backups.arrived()) == ["db_20250131.zip"]
+    with zipfile.ZipFile(backups.restored / "db_20250131.zip") as archive:
+        assert archive.testzip() is None
+        assert {name: archive.read(name) for name in archive.namelist()
+                if not name.endswith("/")} == content
+    assert sorted(os.listdir(backups.kept)) == ["db_20250131"]
+
+
+def test_CoreUtilsRestoreBackup_called_on_the_relay_itself(plain_pair, backups):
+    device, relay = plain_pair
+    content = backups.add("one.zip")
+    host, port = device.address()
+    code, container = relay.call(
+        "CoreUtilsRestoreBackup", SourcePath=relay.path(backups.kept),
+        DestinationPath=device.path(backups.restored), Name="one.zip", Last=False, HostName=host,
+        HttpPort=port)
+    assert (code, container) == (SUCCESS, {
+        "Name": slashes(device.path(backups.restored)) + "/one.zip", "ErrorCode": 0})
+    assert backups.arrived() == {"one.zip": content}
+    assert (backups.kept / "one.zip").exists()
+
+
+def test_what_is_packed_unpacks_everywhere(plain_pair, backups, tmp_path):
+    device, relay = plain_pair
+    content = backups.add_directory("tree")
+    assert backups.restore(device, relay, "tree")[0] == SUCCESS
+    archive = backups.restored / "tree.zip"
+    for check in (["unzip", "-t"], ["7z", "t"], ["bsdtar", "-tf"]):
+        done = subprocess.run([*check, str(archive)], capture_output=True)
+        assert done.returncode == 0, (check, done.stdout, done.stderr)
+
+    target = tmp_path / "unzipped"
+    subprocess.run(["unzip", "-q", str(archive), "-d", str(target)], check=True,
+                   env=dict(os.environ, LC_ALL="C.UTF-8"))
+    assert {path.relative_to(target).as_posix(): path.read_bytes()
+            for path in target.rglob("*") if path.is_file()} == content
+    assert (target / "empty directory").is_dir()
+    assert abs((target / "inner/deep/file.bin").stat().st_mtime - OLD_TIME - 200) <= 2
+
+    again = tmp_path / "by the agent"
+    assert device.call("CoreUtilsExtractFile", FilePath=device.path(archive),
+                       DestinationPath=device.path(again))[0] == SUCCESS
+    assert {path.relative_to(again).as_posix(): path.read_bytes()
+            for path in again.rglob("*") if path.is_file()} == content
+
+
+def test_links_are_not_packed(plain_pair, backups, tmp_path):
+    device, relay = plain_pair
+    content = backups.add_directory("tree")
+    (tmp_path / "secret").write_bytes(b"secret")
+    (backups.kept / "tree/link").symlink_to(tmp_path / "secret")
+    (backups.kept / "tree/loop").symlink_to(backups.kept)
+    assert backups.restore(device, relay, "tree")[0] == SUCCESS
+    with zipfile.ZipFile(backups.restored / "tree.zip") as archive:
+        assert {name for name in archive.namelist() if not name.endswith("/")} == set(content)
+
+
+def test_an_archive_beside_a_directory_of_its_name_is_sent_and_deleted(plain_pair, backups):
+    device, relay = plain_pair
+    backups.add_directory("db_20250131")
+    content = backups.add("db_20250131.zip")
+    code, container = backups.restore(device, relay, "db_20250131")
+    assert (code, container["ErrorCode"]) == (SUCCESS, 0)
+    assert backups.arrived() == {"db_20250131.zip": content}
+    assert sorted(os.listdir(backups.kept)) == ["db_20250131"]
+
+
+def test_no_backup_that_matches_is_told_by_the_log_alone(plain_pair, backups):
+    device, relay = plain_pair
+    backups.add("other_20250131.zip")
+    (code, container), log = new_log(relay, lambda: backups.restore(device, relay, "db", True))
+    assert (code, container) == (SUCCESS, {
+        "Name": slashes(device.path(backups.restored)) + "/", "ErrorCode": 0})
+    assert backups.arrived() == {}
+    assert LOST in log
+    assert sorted(os.listdir(backups.kept)) == ["other_20250131.zip"]
+
+
+def test_a_backup_that_is_not_there_fails(plain_pair, backups):
+    device, relay = plain_pair
+    (code, container), log = new_log(relay, lambda: backups.restore(device, relay, "none"))
+    assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
+    assert "Failed to find the zip file to restore: " in log
+    assert "Failed to call action CoreUtilsRestoreBackup on relay" in device.log()
+
+
+def test_an_archive_that_is_not_there_is_told_by_the_log_alone(plain_pair, backups):
+    device, relay = plain_pair
+    (code, _), log = new_log(relay, lambda: backups.restore(device, relay, "none.zip"))
+    assert (code, LOST in log) == (SUCCESS, True)
+    assert backups.arrived() == {}
+
+
+def test_a_device_that_cannot_be_reached(plain_pair, backups):
+    device, relay = plain_pair
+    backups.add("one.zip")
+    (code, container), log = new_log(
+        relay, lambda: backups.restore(device, relay, "one.zip", back_to=("127.0.0.1", 1)))
+    assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
+    assert "Failed to add alias backup" in log
+
+
+def test_two_devices_restore_from_one_relay(fleet, backups, tmp_path):
+    device, relay = fleet.pair("plain", "linux", "linux")
+    second = fleet.make("windows", "second", parent=relay.address())
+    content = backups.add("one.zip")
+    others = Backups.__new__(Backups)
+    others.kept, others.restored = backups.kept, tmp_path / "second"
+    assert backups.restore(device, relay, "one.zip")[0] == SUCCESS
+    assert others.restore(second, relay, "one.zip")[0] == SUCCESS
+    assert backups.arrived() == others.arrived() == {"one.zip": content}
+    assert second.stop() == 0
+
+
+POINTS = random.Random(20250502).sample(range(1, 2 * MIB), 4)
+
+
+@pytest.mark.parametrize("after", POINTS)
+def test_a_restore_that_is_cut_leaves_nothing(plain_pair, backups, after):
+    device, relay = plain_pair
+    content = backups.add("one.zip")
+    proxy = CuttingProxy(device.address())
+    proxy.strike("cut", after)
+    (code, _), log = new_log(
+        relay, lambda: backups.restore(device, relay, "one.zip", back_to=proxy.address()))
+    assert proxy.struck.is_set()
+    assert (code, LOST in log) == (SUCCESS, True)
+    wait_for(lambda: backups.arrived() == {}, 5)
+    wait_for(lambda: aliases(device) == [], 5)
+
+    assert backups.restore(device, relay, "one.zip", back_to=proxy.address())[0] == SUCCESS
+    assert backups.arrived() == {"one.zip": content}
+    proxy.close()
+
+
+def test_progress_is_told(plain_pair, backups):
+    device, relay = plain_pair
+    backups.add("progress.zip")
+    assert backups.restore(device, relay, "progress.zip")[0] == SUCCESS
+    size = 2 * MIB + 5
+    sent = [row for row in relay.call("AgentGetProgress")[1]["Values"]
+            if row["Name"].endswith("progress.zip")]
+    received = [row for row in device.call("AgentGetProgress")[1]["Values"]
+                if row["Name"].endswith("progress.zip")]
+    for rows, kind in ((sent, "send"), (received, "receive")):
+        row = rows[-1]
+        assert (row["Kind"], row["DoneBytes"], row["TotalBytes"], row["Running"],
+                row["Failure"]) == (kind, size, size, False, "")
