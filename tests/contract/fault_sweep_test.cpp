@@ -373,7 +373,7 @@ Outcome RunShortOfMemory(const Case& test, size_t failing, bool andLater, size_t
   host.FailCall(~size_t{0}, Fault::kAnswerFailure);
   ActionHandler handler = nullptr;
   for (const FakeHost::Registration& row : host.Registrations()) {
-    if (row.signature.starts_with(test.action)) handler = row.handler;
+    if (NameOf(row) == test.action) handler = row.handler;
   }
   ZelContainer params = test.params;
 

@@ -79,10 +79,15 @@ inline void InitialiseModule(FakeHost& host) {
   host.ForgetTranscript();
 }
 
+/// The action's name, without parameter list.
+inline std::string NameOf(const FakeHost::Registration& row) {
+  return row.signature.substr(0, row.signature.find(' '));
+}
+
 /// Runs a registered action as the core does: through the handler that it was given.
 inline Outcome RunAction(const FakeHost& host, const std::string& action, ZelContainer params) {
   for (const FakeHost::Registration& row : host.Registrations()) {
-    if (row.signature.substr(0, row.signature.find(' ')) != action) continue;
+    if (NameOf(row) != action) continue;
     const ResultCode code = row.handler(&params);
     return {code, Describe(params)};
   }

@@ -256,7 +256,7 @@ TEST_F(TerminateProcess, ReadsDecimalHexadecimalAndOctal) {
   const std::pair<const char*, const char*> cases[] = {
       {"16", "16"},    {"0x10", "16"}, {"0X1f", "31"},
       {"010", "8"},    {"0", "0"},     {" 12", "12"},
-      {"12abc", "12"}, {"08", "0"},    {"", "0"},
+      {"12abc", "12"}, {"08", "8"},    {"", "0"},
       {"sh.exe", "0"}, {"%u", "0"},    {"4294967295", "4294967295"},
       {"-5", "0"},     {"-0x10", "0"}, {"99999999999", "4294967295"}};
   for (const auto& [text, id] : cases) {

@@ -34,7 +34,13 @@ auto EveryActionInOrder(const std::string& context) {
       Registered("CoreUtilsListProcess (container Params)", context),
       Registered("CoreUtilsInfosProcessAvailable ()", context),
       Registered("CoreUtilsTerminateProcess (int ProcessID)", context),
-      Registered("CoreUtilsFileMD5 ()", context));
+      Registered("CoreUtilsFileMD5 ()", context),
+      Registered("CoreUtilsCopyFileToRelay ()", context),
+      Registered("CoreUtilsRestoreBackupFromRelay ()", context),
+      Registered("CoreUtilsRestoreBackup ()", context),
+      Registered("CoreUtilsExtractFile ()", context),
+      Registered("CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)", context),
+      Registered("CoreUtilsGetMasterAttachmentsPath", context));
 }
 
 TEST(Registry, PublishesEveryActionInOrderWithTheAgentsContext) {
