@@ -1,18 +1,198 @@
 #include "libZel/archive.h"
 
-struct GenericArchive::Implementation {};
-GenericArchive::GenericArchive(const ZelString&, enum_ArchiveKind) {}
-GenericArchive::~GenericArchive() = default;
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/file_checks.h"
+#include "agent/libZel/last_extraction.h"
+#include "agent/libZel/output_tree.h"
+#include "agent/libZel/progress.h"
+#include "agent/libZel/zip_names.h"
+#include "agent/libZel/zip_reader.h"
+#include "agent/libZel/zip_writer.h"
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+void Warn(const char* what, const ZelString& path, const ZelString& reason) {
+  LibraryLog().WarningWithNL("%S of %S failed: %S", what, path, reason);
+}
+
+uint64_t SizeOf(const std::vector<ZipEntry>& entries) {
+  uint64_t sum = 0;
+  for (const ZipEntry& entry : entries) sum += std::min(entry.sizeBytes, UINT64_MAX - sum);
+  return sum;
+}
+
+}  // namespace
+
+struct GenericArchive::Implementation {
+  Implementation(const ZelString& archivePath, enum_ArchiveKind archiveKind)
+      : path(archivePath), kind(archiveKind) {}
+
+  ZipReader* Reader();
+  Outcome OpenReader();
+  Outcome Extract(size_t index, const ZelString& target);
+  Outcome OpenTree(const ZelString& target, const Names& names);
+  Outcome Pack(const ZelString& directory, int level, ProgressCallback callback);
+  void Finish();
+
+  const ZelString path;
+  const enum_ArchiveKind kind;
+
+  // Of reading. Without a reader the archive was tried and cannot be read.
+  bool isOpened = false;
+  std::unique_ptr<ZipReader> reader;
+  file_system::OutputTree tree;
+  // What `tree` was opened for.
+  std::optional<std::string> root;
+  uint64_t refusedCount = 0;
+
+  // Of packing.
+  std::unique_ptr<ZipWriter> writer;
+
+  std::unique_ptr<Progress> progress;
+};
+
+Outcome GenericArchive::Implementation::OpenReader() {
+  if (kind != kArchiveZip) return FailedBecause("its kind is not known");
+  const NativePath native = ToNativeFile(path);
+  if (!native) return InvalidName(native);
+  reader = std::make_unique<ZipReader>();
+  return reader->Open(native.path, GetArchiveLimits());
+}
+
+ZipReader* GenericArchive::Implementation::Reader() {
+  if (isOpened) return reader.get();
+  isOpened = true;
+  const Outcome outcome = OpenReader();
+  if (!outcome) {
+    reader.reset();
+    Warn("reading of the archive", path, outcome.reason);
+  }
+  return reader.get();
+}
+
+// The entries of one archive mostly go to one directory.
+Outcome GenericArchive::Implementation::OpenTree(const ZelString& target, const Names& names) {
+  std::string wanted = zip_names::RootOf(target.Utf8(), names);
+  if (wanted.empty()) return FailedBecause("the target does not end with its name");
+  if (root == wanted) return {};
+  root.reset();
+  const NativePath native = ToNativePath(ZelString(wanted));
+  if (!native) return InvalidName(native);
+  const int error = tree.Open(native.path);
+  if (error == 0) root = std::move(wanted);
+  return OutcomeOf(error);
+}
+
+Outcome GenericArchive::Implementation::Extract(size_t index, const ZelString& target) {
+  if (const char* reason = reader->ReasonToRefuse(index)) {
+    return FailedBecause(reason, file_system::kErrorInvalidName);
+  }
+  const ZelString& name = reader->Entries()[index].name;
+  const Outcome outcome = OpenTree(target, zip_names::Split(name.Utf8()));
+  if (!outcome) return outcome;
+  uint64_t writtenBytes = 0;
+  const Outcome extracted = reader->Extract(index, &tree, &writtenBytes);
+  progress->Add(writtenBytes);
+  return extracted;
+}
+
+Outcome GenericArchive::Implementation::Pack(const ZelString& directory, int level,
+                                             ProgressCallback callback) {
+  if (kind != kArchiveZip) return FailedBecause("its kind is not known");
+  if (writer || isOpened) return FailedBecause("it is in use already");
+  const NativePath archive = ToNativeFile(path);
+  if (!archive) return InvalidName(archive);
+  const NativePath source = ToNativePath(directory);
+  if (!source) return InvalidName(source);
+  writer = std::make_unique<ZipWriter>();
+  uint64_t doneBytes = 0;
+  progress = std::make_unique<Progress>(Progress::Kind::kPack, path, 0);
+  return writer->Pack(source.path, archive.path, level, [&](uint64_t step, uint64_t total) {
+    progress->SetTotal(total);
+    progress->Add(step);
+    doneBytes += step;
+    if (callback != nullptr) callback(doneBytes, total);
+  });
+}
+
+void GenericArchive::Implementation::Finish() {
+  if (writer && writer->IsComplete()) {
+    const int error = writer->Commit();
+    if (error != 0) Warn("packing", path, file_system::ErrorText(error));
+    progress->Finish(error == 0 ? ZelString() : file_system::ErrorText(error));
+  } else if (!writer && progress) {
+    progress->Finish(refusedCount == 0 ? ZelString()
+                                       : ZelString::FromInt64(static_cast<int64_t>(refusedCount)) +
+                                             " entries did not come out");
+  }
+}
+
+GenericArchive::GenericArchive(const ZelString& path, enum_ArchiveKind kind)
+    : implementation_(std::make_unique<Implementation>(path, kind)) {}
+
+GenericArchive::~GenericArchive() {
+  ForgetExtraction(this);
+  Guarded("~GenericArchive", 0, [this] {
+    implementation_->Finish();
+    return 0;
+  });
+}
+
 uint32_t GenericArchive::GetFileCount() {
-  return 1;
+  return Guarded("GetFileCount", uint32_t{1}, [this] {
+    const ZipReader* const reader = implementation_->Reader();
+    return reader == nullptr ? 1 : static_cast<uint32_t>(reader->Entries().size());
+  });
 }
-ZelString GenericArchive::GetEntryPath(uint32_t) {
-  return {};
+
+ZelString GenericArchive::GetEntryPath(uint32_t index) {
+  return Guarded("GetEntryPath", ZelString(), [&] {
+    const ZipReader* const reader = implementation_->Reader();
+    if (reader == nullptr || index == 0 || index > reader->Entries().size()) return ZelString();
+    return reader->Entries()[index - 1].name;
+  });
 }
-int GenericArchive::ExtractEntry(uint32_t, const ZelString&) {
-  return -1;
+
+int GenericArchive::ExtractEntry(uint32_t index, const ZelString& target) {
+  RememberExtraction(this, target, false);
+  return Guarded("ExtractEntry", -1, [&] {
+    Implementation& self = *implementation_;
+    const ZipReader* const reader = self.Reader();
+    if (reader == nullptr || index == 0 || index > reader->Entries().size()) return -1;
+    if (!self.progress) {
+      self.progress = std::make_unique<Progress>(Progress::Kind::kExtract, self.path,
+                                                 SizeOf(reader->Entries()));
+    }
+    const Outcome outcome = self.Extract(index - 1, target);
+    if (outcome) {
+      RememberExtraction(this, target, true);
+    } else {
+      ++self.refusedCount;
+      LibraryLog().WarningWithNL("entry \"%S\" of %S does not come out: %S",
+                                 reader->Entries()[index - 1].name, self.path, outcome.reason);
+    }
+    return outcome.code;
+  });
 }
-int GenericArchive::AddDirectory(const ZelString&, int, int, const ZelString&, const ZelString&,
-                                 int, ProgressCallback) {
-  return -1;
+
+int GenericArchive::AddDirectory(const ZelString& directory, int recursive, int flags,
+                                 const ZelString& prefix, const ZelString& pattern, int level,
+                                 ProgressCallback progress) {
+  return Guarded("AddDirectory", -1, [&] {
+    const bool isKnown = recursive == 1 && flags == 0 && prefix.IsEmpty() && pattern.IsEmpty();
+    const Outcome outcome = isKnown ? implementation_->Pack(directory, level, progress)
+                                    : FailedBecause("its options are not supported");
+    if (!outcome) {
+      LibraryLog().WarningWithNL("packing of %S into %S failed: %S", directory,
+                                 implementation_->path, outcome.reason);
+    }
+    return outcome.code;
+  });
 }

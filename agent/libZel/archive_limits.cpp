@@ -1,6 +1,20 @@
 #include "agent/libZel/archive_limits.h"
 
-void SetArchiveLimits(const ArchiveLimits&) {}
+#include <mutex>
+
+namespace {
+
+std::mutex mutex;
+ArchiveLimits current;
+
+}  // namespace
+
+void SetArchiveLimits(const ArchiveLimits& limits) {
+  const std::lock_guard lock(mutex);
+  current = limits;
+}
+
 ArchiveLimits GetArchiveLimits() {
-  return {};
+  const std::lock_guard lock(mutex);
+  return current;
 }

@@ -4,6 +4,7 @@
 #include "agent/libZel/file_checks.h"
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/http_file.h"
+#include "agent/libZel/last_extraction.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/outcome.h"
 #include "libZel/url.h"
@@ -121,6 +122,8 @@ Status StatusOf(const ZelString& path) {
 int FileExists(const ZelString& path) {
   return Guarded("FileExists", 0, [&] {
     if (IsUrl(path)) return PropertiesOf(path).presence == Presence::kExists ? 1 : 0;
+    const std::optional<bool> cameOut = LastExtractionTo(path);
+    if (cameOut) return *cameOut && StatusOf(path).kind != Kind::kMissing ? 1 : 0;
     const Kind kind = StatusOf(path).kind;
     return kind == Kind::kFile || kind == Kind::kOther ? 1 : 0;
   });

@@ -67,6 +67,8 @@ class PendingFile {
   /// Creates the file, empty. `destination` need not exist, its directory must. Once only.
   int Create(const std::filesystem::path& destination);
   int Write(const void* bytes, size_t count);
+  /// Writes at a place of the file; not to be mixed with `Write`.
+  int WriteAt(uint64_t offset, const void* bytes, size_t count);
   /// Fills the file with the content of `source`, a regular file, and takes over its modification
   /// time and permissions. Nobody else may read it before that.
   int CopyFrom(const std::filesystem::path& source);

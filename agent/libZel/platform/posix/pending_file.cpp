@@ -151,6 +151,20 @@ int PendingFile::Write(const void* bytes, size_t count) {
   return WriteAll(implementation_->file.Get(), static_cast<const char*>(bytes), count);
 }
 
+int PendingFile::WriteAt(uint64_t offset, const void* bytes, size_t count) {
+  const char* next = static_cast<const char*>(bytes);
+  while (count > 0) {
+    const ssize_t written =
+        pwrite(implementation_->file.Get(), next, count, static_cast<off_t>(offset));
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return errno;
+    next += written;
+    offset += static_cast<uint64_t>(written);
+    count -= static_cast<size_t>(written);
+  }
+  return 0;
+}
+
 int PendingFile::CopyFrom(const std::filesystem::path& source) {
   const int destination = implementation_->file.Get();
   UniqueFd input;

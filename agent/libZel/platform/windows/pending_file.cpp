@@ -81,6 +81,15 @@ int PendingFile::Write(const void* bytes, size_t count) {
   return 0;
 }
 
+int PendingFile::WriteAt(uint64_t offset, const void* bytes, size_t count) {
+  LARGE_INTEGER place;
+  place.QuadPart = static_cast<LONGLONG>(offset);
+  if (!SetFilePointerEx(implementation_->file.Get(), place, nullptr, FILE_BEGIN)) {
+    return static_cast<int>(GetLastError());
+  }
+  return Write(bytes, count);
+}
+
 int PendingFile::CopyFrom(const std::filesystem::path& source) {
   Implementation& self = *implementation_;
   self.file.Close();

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace file_system {
+
+/// What a file gets beside its content.
+struct OutputAttributes {
+  /// In nanoseconds since 1970 (UTC).
+  std::optional<int64_t> modifiedNs;
+  /// Permission bits 0777 of POSIX; without them those of a new file.
+  std::optional<uint32_t> permissions;
+  /// Nobody may write it.
+  bool isReadOnly = false;
+};
+
+/// A directory that files and directories are put into. Below it no link is followed, whoever puts
+/// one there meanwhile. Names are WTF-8 without separators; functions return an error number, or 0.
+/// For one thread at once.
+class OutputTree {
+ public:
+  using Names = std::vector<std::string>;
+
+  /// Whether the system can store only names that Windows can.
+  static const bool kStoresWindowsNamesOnly;
+
+  OutputTree();
+  ~OutputTree();
+  OutputTree(const OutputTree&) = delete;
+  OutputTree& operator=(const OutputTree&) = delete;
+
+  /// Makes the directory where it is missing, with its parents. Links that lead to it are followed.
+  int Open(const std::filesystem::path& root);
+  /// Makes the directory, and what is missing of its parents. One that exists is fine.
+  /// `permissions` are a new directory's own; its owner may always enter and write it.
+  int MakeDirectory(const Names& names, std::optional<uint32_t> permissions);
+
+  /// Begins a file, and makes its directory. It has a name of its own until `Commit`; what is not
+  /// committed is removed by the next `Create` and by the destructor. `permissions` as above.
+  int Create(const Names& names, std::optional<uint32_t> permissions);
+  int Write(const void* bytes, size_t count);
+  /// Gives the file its attributes and its name, in place of a file that has it.
+  int Commit(const OutputAttributes& attributes);
+  /// Removes the file that was begun, if any.
+  void Discard();
+
+ private:
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
+
+}  // namespace file_system

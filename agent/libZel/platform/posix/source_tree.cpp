@@ -1,0 +1,95 @@
+#include "agent/libZel/source_tree.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string_view>
+
+#include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
+
+namespace file_system {
+namespace {
+
+struct Close {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+SourceEntry EntryOf(const char* name, const struct stat& info) {
+  constexpr int64_t kNsPerSecond = 1'000'000'000;
+  SourceEntry entry;
+  entry.name = name;
+  entry.archiveName = name;
+  entry.kind = S_ISREG(info.st_mode)   ? SourceEntry::Kind::kFile
+               : S_ISDIR(info.st_mode) ? SourceEntry::Kind::kDirectory
+               : S_ISLNK(info.st_mode) ? SourceEntry::Kind::kLink
+                                       : SourceEntry::Kind::kOther;
+  entry.sizeBytes = static_cast<uint64_t>(info.st_size);
+  entry.modifiedNs = info.st_mtim.tv_sec * kNsPerSecond + info.st_mtim.tv_nsec;
+  entry.mode = info.st_mode;
+  return entry;
+}
+
+}  // namespace
+
+const bool kSourcesHaveModes = true;
+
+int ListSource(const std::filesystem::path& directory, std::vector<SourceEntry>* entries) {
+  const std::unique_ptr<DIR, Close> stream(opendir(directory.c_str()));
+  if (!stream) return errno;
+  for (;;) {
+    errno = 0;
+    const dirent* const found = readdir(stream.get());
+    if (found == nullptr) return errno;
+    const std::string_view name = found->d_name;
+    if (name == "." || name == "..") continue;
+    struct stat info;
+    if (fstatat(dirfd(stream.get()), found->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0) {
+      entries->push_back(EntryOf(found->d_name, info));
+    } else if (errno != ENOENT) {
+      return errno;
+    }
+  }
+}
+
+struct SourceFile::Implementation {
+  UniqueFd file;
+  uint64_t sizeBytes = 0;
+};
+
+SourceFile::SourceFile() : implementation_(std::make_unique<Implementation>()) {}
+SourceFile::~SourceFile() = default;
+
+int SourceFile::Open(const std::filesystem::path& path) {
+  // A pipe without a writer must not hold us up before it is known for what it is.
+  UniqueFd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file) return errno;
+  struct stat info;
+  if (fstat(file.Get(), &info) != 0) return errno;
+  if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
+  implementation_->sizeBytes = static_cast<uint64_t>(info.st_size);
+  implementation_->file = std::move(file);
+  return 0;
+}
+
+uint64_t SourceFile::SizeBytes() const {
+  return implementation_->sizeBytes;
+}
+
+int SourceFile::Read(void* buffer, size_t count, size_t* done) {
+  *done = 0;
+  while (*done < count) {
+    const ssize_t got =
+        read(implementation_->file.Get(), static_cast<char*>(buffer) + *done, count - *done);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errno;
+    if (got == 0) break;
+    *done += static_cast<size_t>(got);
+  }
+  return 0;
+}
+
+}  // namespace file_system

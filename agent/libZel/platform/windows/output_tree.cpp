@@ -1,0 +1,184 @@
+#include "agent/libZel/output_tree.h"
+
+#include <windows.h>
+
+#include <algorithm>
+
+#include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/windows/move_over.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "libZel/string.h"
+
+namespace file_system {
+namespace {
+
+constexpr int kMaxNameAttempts = 100;
+constexpr int64_t kUnixEpochTicks = 116444736000000000;
+constexpr int64_t kNsPerTick = 100;
+constexpr size_t kMaxWriteBytes = size_t{1} << 30;
+
+// Holds a directory, so that neither it nor its parents can be replaced; links are refused.
+int Hold(const std::wstring& path, UniqueHandle* directory) {
+  UniqueHandle handle(CreateFileW(
+      path.c_str(), FILE_LIST_DIRECTORY, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+      FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  if (!handle) return static_cast<int>(GetLastError());
+  BY_HANDLE_FILE_INFORMATION info;
+  if (!GetFileInformationByHandle(handle.Get(), &info)) return static_cast<int>(GetLastError());
+  if ((info.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return ERROR_DIRECTORY;
+  if ((info.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return ERROR_CANT_ACCESS_FILE;
+  *directory = std::move(handle);
+  return 0;
+}
+
+int Enter(const std::wstring& path, UniqueHandle* directory) {
+  if (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
+    // Some systems refuse to make what is there, for other reasons first.
+    const DWORD error = GetLastError();
+    if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) return static_cast<int>(error);
+  }
+  return Hold(path, directory);
+}
+
+// A read-only file keeps its name against others.
+int MoveOverReadOnly(const std::wstring& source, const std::wstring& destination) {
+  const int error = MoveOver(source, destination);
+  if (error == 0) return 0;
+  const DWORD attributes = GetFileAttributesW(destination.c_str());
+  constexpr DWORD kBoth = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY;
+  if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & kBoth) != FILE_ATTRIBUTE_READONLY) {
+    return error;
+  }
+  SetFileAttributesW(destination.c_str(), attributes & ~FILE_ATTRIBUTE_READONLY);
+  const int secondError = MoveOver(source, destination);
+  if (secondError != 0) SetFileAttributesW(destination.c_str(), attributes);
+  return secondError;
+}
+
+}  // namespace
+
+const bool OutputTree::kStoresWindowsNamesOnly = true;
+
+struct OutputTree::Implementation {
+  int EnterAll(const Names& names, size_t count) {
+    if (current && currentNames.size() == count &&
+        std::equal(currentNames.begin(), currentNames.end(), names.begin())) {
+      return 0;
+    }
+    std::wstring path = root;
+    UniqueHandle directory;
+    for (size_t i = 0; i < count; ++i) {
+      path += L'\\';
+      path += ZelString(names[i]).GetTCHAR();
+      // The parent is held until its child is.
+      UniqueHandle next;
+      const int error = Enter(path, &next);
+      if (error != 0) return error;
+      directory = std::move(next);
+    }
+    if (count == 0) {
+      // A drive's root is a directory only with its separator.
+      directory = UniqueHandle(CreateFileW((path + L'\\').c_str(), FILE_LIST_DIRECTORY,
+                                           FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr));
+      if (!directory) return static_cast<int>(GetLastError());
+    }
+    currentNames.assign(names.begin(), names.begin() + static_cast<ptrdiff_t>(count));
+    currentPath = std::move(path);
+    current = std::move(directory);
+    return 0;
+  }
+
+  // Without a closing separator.
+  std::wstring root;
+  UniqueHandle current;
+  std::wstring currentPath;
+  Names currentNames;
+  UniqueHandle file;
+  std::wstring temporary;
+  std::wstring destination;
+};
+
+OutputTree::OutputTree() : implementation_(std::make_unique<Implementation>()) {}
+OutputTree::~OutputTree() {
+  Discard();
+}
+
+int OutputTree::Open(const std::filesystem::path& root) {
+  std::error_code error;
+  if (!std::filesystem::is_directory(root, error)) {
+    std::filesystem::create_directories(root, error);
+    if (error && !std::filesystem::is_directory(root)) return error.value();
+  }
+  implementation_->root = root.native();
+  while (implementation_->root.ends_with(L'\\')) implementation_->root.pop_back();
+  return 0;
+}
+
+int OutputTree::MakeDirectory(const Names& names, std::optional<uint32_t> /*permissions*/) {
+  return implementation_->EnterAll(names, names.size());
+}
+
+int OutputTree::Create(const Names& names, std::optional<uint32_t> /*permissions*/) {
+  Implementation& self = *implementation_;
+  Discard();
+  const int error = self.EnterAll(names, names.size() - 1);
+  if (error != 0) return error;
+  self.destination = self.currentPath + L'\\' + ZelString(names.back()).GetTCHAR();
+  for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
+    std::wstring path = self.currentPath + L'\\' + RandomName();
+    self.file =
+        UniqueHandle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                 nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (self.file) {
+      self.temporary = std::move(path);
+      return 0;
+    }
+    if (GetLastError() != ERROR_FILE_EXISTS) return static_cast<int>(GetLastError());
+  }
+  return ERROR_FILE_EXISTS;
+}
+
+int OutputTree::Write(const void* bytes, size_t count) {
+  const char* next = static_cast<const char*>(bytes);
+  while (count > 0) {
+    DWORD written = 0;
+    const auto step = static_cast<DWORD>(std::min(count, kMaxWriteBytes));
+    if (!WriteFile(implementation_->file.Get(), next, step, &written, nullptr)) {
+      return static_cast<int>(GetLastError());
+    }
+    next += written;
+    count -= written;
+  }
+  return 0;
+}
+
+int OutputTree::Commit(const OutputAttributes& attributes) {
+  Implementation& self = *implementation_;
+  if (attributes.modifiedNs) {
+    const int64_t ticks = kUnixEpochTicks + *attributes.modifiedNs / kNsPerTick;
+    const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    if (!SetFileTime(self.file.Get(), nullptr, nullptr, &time)) {
+      return static_cast<int>(GetLastError());
+    }
+  }
+  self.file.Close();
+  if (attributes.isReadOnly &&
+      !SetFileAttributesW(self.temporary.c_str(), FILE_ATTRIBUTE_READONLY)) {
+    return static_cast<int>(GetLastError());
+  }
+  const int error = MoveOverReadOnly(self.temporary, self.destination);
+  if (error == 0) self.temporary.clear();
+  return error;
+}
+
+void OutputTree::Discard() {
+  Implementation& self = *implementation_;
+  self.file.Close();
+  if (self.temporary.empty()) return;
+  SetFileAttributesW(self.temporary.c_str(), FILE_ATTRIBUTE_NORMAL);
+  DeleteFileW(self.temporary.c_str());
+  self.temporary.clear();
+}
+
+}  // namespace file_system

@@ -1,0 +1,264 @@
+#include "agent/libZel/zip_reader.h"
+
+#include <libdeflate.h>
+#include <zip.h>
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "agent/libZel/output_tree.h"
+#include "agent/libZel/positioned_file.h"
+#include "agent/libZel/zip_error.h"
+#include "agent/libZel/zip_names.h"
+#include "agent/libZel/zip_source.h"
+
+namespace {
+
+// Entries up to this size are unpacked at once, larger ones in pieces.
+constexpr uint64_t kAtOnceBytes = 8 << 20;
+constexpr size_t kPieceBytes = 256 * 1024;
+// Out of a small archive this may come in any case.
+constexpr uint64_t kRatioFloorBytes = 64 << 20;
+
+constexpr uint32_t kTypeMask = 0170000;
+constexpr uint32_t kDirectoryType = 0040000;
+constexpr uint32_t kFileType = 0100000;
+constexpr uint32_t kPermissionMask = 0777;
+constexpr uint32_t kWriteBits = 0222;
+constexpr uint8_t kDosReadOnly = 0x01;
+constexpr uint8_t kDosDirectory = 0x10;
+
+const ZelString kWrongSize("its content is not as long as it tells");
+
+struct Discard {
+  void operator()(zip_t* archive) const { zip_discard(archive); }
+  void operator()(zip_file_t* file) const { zip_fclose(file); }
+  void operator()(libdeflate_decompressor* unpacker) const {
+    libdeflate_free_decompressor(unpacker);
+  }
+};
+
+bool IsDirectory(const ZipEntry& entry) {
+  if (zip_names::EndsInSeparator(entry.name.Utf8())) return true;
+  const uint32_t type = entry.mode & kTypeMask;
+  return type == 0 ? (entry.dosAttributes & kDosDirectory) != 0 : type == kDirectoryType;
+}
+
+std::optional<uint32_t> PermissionsOf(const ZipEntry& entry) {
+  if (entry.mode == 0) return std::nullopt;
+  return entry.mode & kPermissionMask;
+}
+
+file_system::OutputAttributes AttributesOf(const ZipEntry& entry) {
+  file_system::OutputAttributes attributes;
+  attributes.modifiedNs = entry.modifiedNs;
+  attributes.permissions = PermissionsOf(entry);
+  attributes.isReadOnly = attributes.permissions ? (*attributes.permissions & kWriteBits) == 0
+                                                 : (entry.dosAttributes & kDosReadOnly) != 0;
+  return attributes;
+}
+
+// Why its kind and content keep an entry from coming out, or null.
+const char* ReasonInEntry(const ZipEntry& entry) {
+  if (entry.IsEncrypted()) return "it is encrypted";
+  const uint32_t type = entry.mode & kTypeMask;
+  if (type != 0 && type != kFileType && type != kDirectoryType) {
+    return "it is a link or special file";
+  }
+  if (IsDirectory(entry)) return entry.sizeBytes == 0 ? nullptr : "it is a directory with content";
+  if (entry.method != kZipStored && entry.method != kZipDeflated) {
+    return "its compression method is not known";
+  }
+  if (entry.method == kZipStored && entry.packedBytes != entry.sizeBytes) {
+    return kWrongSize.GetString(kEncodingUtf8);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+struct ZipReader::Implementation {
+  Outcome OpenWithLibzip();
+  Outcome Compare(size_t index);
+  void FindRefused();
+  uint64_t Allowance() const;
+
+  Outcome WriteAtOnce(const ZipEntry& entry, file_system::OutputTree* tree);
+  Outcome WriteInPieces(size_t index, file_system::OutputTree* tree, uint64_t* writtenBytes);
+
+  file_system::PositionedFile file;
+  std::unique_ptr<zip_t, Discard> archive;
+  ArchiveLimits limits;
+  std::vector<ZipEntry> entries;
+  // For each entry, or null.
+  std::vector<const char*> reasons;
+  uint64_t cameOutBytes = 0;
+
+  std::unique_ptr<libdeflate_decompressor, Discard> unpacker;
+  std::vector<char> packed;
+  std::vector<char> unpacked;
+};
+
+ZipReader::ZipReader() : implementation_(std::make_unique<Implementation>()) {}
+ZipReader::~ZipReader() = default;
+
+Outcome ZipReader::Implementation::OpenWithLibzip() {
+  zip_error_t error;
+  zip_error_init(&error);
+  zip_source_t* const source = MakeZipSource(file, &error);
+  if (source != nullptr) {
+    archive.reset(zip_open_from_source(source, ZIP_RDONLY | ZIP_CHECKCONS, &error));
+    if (!archive) zip_source_free(source);
+  }
+  const Outcome outcome = archive ? Outcome{} : FailedBecause(TextOf(&error));
+  zip_error_fini(&error);
+  if (!outcome) return outcome;
+
+  const bool agrees =
+      static_cast<uint64_t>(zip_get_num_entries(archive.get(), 0)) == entries.size();
+  return agrees ? Outcome{} : FailedBecause("its number of entries is not clear");
+}
+
+// Both ways to read the archive must see the same.
+Outcome ZipReader::Implementation::Compare(size_t index) {
+  const ZipEntry& entry = entries[index];
+  zip_stat_t seen;
+  if (zip_stat_index(archive.get(), index, 0, &seen) != 0) {
+    return FailedBecause(TextOf(zip_get_error(archive.get())));
+  }
+  constexpr auto kNeeded = static_cast<zip_uint64_t>(ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE |
+                                                     ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD);
+  const bool agrees = (seen.valid & kNeeded) == kNeeded && seen.size == entry.sizeBytes &&
+                      seen.comp_size == entry.packedBytes && seen.crc == entry.crc &&
+                      seen.comp_method == entry.method;
+  return agrees ? Outcome{} : FailedBecause("its sizes are not clear");
+}
+
+void ZipReader::Implementation::FindRefused() {
+  const bool asOnWindows = limits.windowsNames || file_system::OutputTree::kStoresWindowsNamesOnly;
+  std::unordered_set<std::string> keys;
+  keys.reserve(entries.size());
+  reasons.reserve(entries.size());
+  for (const ZipEntry& entry : entries) {
+    const std::string_view name = entry.name.Utf8();
+    const char* reason = zip_names::ReasonToRefuse(name, asOnWindows);
+    const bool isNew = keys.insert(zip_names::Key(name, !asOnWindows)).second;
+    if (reason == nullptr && !isNew) reason = "an earlier entry has the same name";
+    reasons.push_back(reason != nullptr ? reason : ReasonInEntry(entry));
+  }
+}
+
+// How many bytes may still come out.
+uint64_t ZipReader::Implementation::Allowance() const {
+  const uint64_t archiveBytes = file.SizeBytes();
+  const uint64_t byRatio = limits.maxRatio > UINT64_MAX / std::max<uint64_t>(archiveBytes, 1)
+                               ? UINT64_MAX
+                               : archiveBytes * limits.maxRatio;
+  const uint64_t all = std::min(limits.maxBytes, std::max(byRatio, kRatioFloorBytes));
+  return all - std::min(all, cameOutBytes);
+}
+
+Outcome ZipReader::Implementation::WriteAtOnce(const ZipEntry& entry,
+                                               file_system::OutputTree* tree) {
+  packed.resize(static_cast<size_t>(entry.packedBytes));
+  size_t done = 0;
+  const int error = file.ReadAt(entry.dataOffset, packed.data(), packed.size(), &done);
+  if (error != 0) return OutcomeOf(error);
+  if (done != packed.size()) return FailedBecause("the archive is truncated");
+
+  std::string_view content(packed.data(), packed.size());
+  if (entry.method == kZipDeflated) {
+    if (!unpacker) unpacker.reset(libdeflate_alloc_decompressor());
+    if (!unpacker) throw std::bad_alloc();
+    // A byte more, so that nothing is written where the content is empty.
+    unpacked.resize(std::max<size_t>(static_cast<size_t>(entry.sizeBytes), 1));
+    size_t usedBytes = 0;
+    size_t unpackedBytes = 0;
+    const libdeflate_result result = libdeflate_deflate_decompress_ex(
+        unpacker.get(), packed.data(), packed.size(), unpacked.data(),
+        static_cast<size_t>(entry.sizeBytes), &usedBytes, &unpackedBytes);
+    if (result == LIBDEFLATE_INSUFFICIENT_SPACE) return FailedBecause(kWrongSize);
+    if (result != LIBDEFLATE_SUCCESS) return FailedBecause("its content is damaged");
+    if (unpackedBytes != entry.sizeBytes || usedBytes != packed.size()) {
+      return FailedBecause(kWrongSize);
+    }
+    content = {unpacked.data(), unpackedBytes};
+  }
+  if (libdeflate_crc32(0, content.data(), content.size()) != entry.crc) {
+    return FailedBecause("its checksum is wrong");
+  }
+  return OutcomeOf(tree->Write(content.data(), content.size()));
+}
+
+Outcome ZipReader::Implementation::WriteInPieces(size_t index, file_system::OutputTree* tree,
+                                                 uint64_t* writtenBytes) {
+  const std::unique_ptr<zip_file_t, Discard> content(zip_fopen_index(archive.get(), index, 0));
+  if (!content) return FailedBecause(TextOf(zip_get_error(archive.get())));
+  unpacked.resize(std::max(unpacked.size(), kPieceBytes));
+  uint64_t left = entries[index].sizeBytes;
+  for (;;) {
+    const zip_int64_t count = zip_fread(content.get(), unpacked.data(), kPieceBytes);
+    if (count < 0) return FailedBecause(TextOf(zip_file_get_error(content.get())));
+    if (count == 0) return left == 0 ? Outcome{} : FailedBecause(kWrongSize);
+    if (static_cast<uint64_t>(count) > left) return FailedBecause(kWrongSize);
+    const int error = tree->Write(unpacked.data(), static_cast<size_t>(count));
+    if (error != 0) return OutcomeOf(error);
+    left -= static_cast<uint64_t>(count);
+    *writtenBytes += static_cast<uint64_t>(count);
+  }
+}
+
+Outcome ZipReader::Open(const std::filesystem::path& path, const ArchiveLimits& limits) {
+  Implementation& self = *implementation_;
+  self.limits = limits;
+  const int error = self.file.Open(path);
+  if (error != 0) return OutcomeOf(error);
+  const ZipBytes bytes = [&self](uint64_t offset, void* buffer, size_t count) {
+    size_t done = 0;
+    return self.file.ReadAt(offset, buffer, count, &done) == 0 && done == count;
+  };
+  ZipDirectory directory = ReadZipDirectory(bytes, self.file.SizeBytes(), limits.maxEntries);
+  if (!directory.error.IsEmpty()) return FailedBecause(directory.error);
+  self.entries = std::move(directory.entries);
+  const Outcome outcome = self.OpenWithLibzip();
+  if (!outcome) {
+    self.entries.clear();
+    return outcome;
+  }
+  self.FindRefused();
+  return {};
+}
+
+const std::vector<ZipEntry>& ZipReader::Entries() const {
+  return implementation_->entries;
+}
+
+const char* ZipReader::ReasonToRefuse(size_t index) const {
+  return implementation_->reasons[index];
+}
+
+Outcome ZipReader::Extract(size_t index, file_system::OutputTree* tree, uint64_t* writtenBytes) {
+  Implementation& self = *implementation_;
+  const ZipEntry& entry = self.entries[index];
+  if (const char* reason = self.reasons[index]) {
+    return FailedBecause(reason, file_system::kErrorInvalidName);
+  }
+  const std::vector<std::string> names = zip_names::Split(entry.name.Utf8());
+  if (IsDirectory(entry)) return OutcomeOf(tree->MakeDirectory(names, PermissionsOf(entry)));
+  if (entry.sizeBytes > self.Allowance()) {
+    return FailedBecause("more would come out of the archive than the limits allow");
+  }
+  Outcome outcome = self.Compare(index);
+  if (!outcome) return outcome;
+
+  const int error = tree->Create(names, PermissionsOf(entry));
+  if (error != 0) return OutcomeOf(error);
+  const bool isSmall = entry.sizeBytes <= kAtOnceBytes && entry.packedBytes <= 2 * kAtOnceBytes;
+  const uint64_t writtenBefore = *writtenBytes;
+  outcome = isSmall ? self.WriteAtOnce(entry, tree) : self.WriteInPieces(index, tree, writtenBytes);
+  if (outcome && isSmall) *writtenBytes += entry.sizeBytes;
+  self.cameOutBytes += *writtenBytes - writtenBefore;
+  if (outcome) outcome = OutcomeOf(tree->Commit(AttributesOf(entry)));
+  if (!outcome) tree->Discard();
+  return outcome;
+}

@@ -1,0 +1,93 @@
+#include "agent/libZel/zip_source.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <new>
+
+#include "agent/libZel/positioned_file.h"
+
+namespace {
+
+struct Source {
+  explicit Source(const file_system::PositionedFile& archive) : file(archive) {
+    zip_error_init(&error);
+  }
+  ~Source() { zip_error_fini(&error); }
+  Source(const Source&) = delete;
+  Source& operator=(const Source&) = delete;
+
+  zip_int64_t Fail(int code) {
+    zip_error_set(&error, code, EIO);
+    return -1;
+  }
+
+  const file_system::PositionedFile& file;
+  uint64_t position = 0;
+  zip_error_t error;
+};
+
+zip_int64_t Read(Source* source, void* data, zip_uint64_t length) {
+  const uint64_t size = source->file.SizeBytes();
+  const uint64_t left = size - std::min(size, source->position);
+  size_t done = 0;
+  const auto wanted = static_cast<size_t>(std::min<uint64_t>(length, left));
+  if (source->file.ReadAt(source->position, data, wanted, &done) != 0) {
+    return source->Fail(ZIP_ER_READ);
+  }
+  source->position += done;
+  return static_cast<zip_int64_t>(done);
+}
+
+zip_int64_t Seek(Source* source, void* data, zip_uint64_t length) {
+  const zip_int64_t position = zip_source_seek_compute_offset(
+      source->position, source->file.SizeBytes(), data, length, &source->error);
+  if (position < 0) return -1;
+  source->position = static_cast<uint64_t>(position);
+  return 0;
+}
+
+zip_int64_t Stat(Source* source, void* data) {
+  auto* const status = static_cast<zip_stat_t*>(data);
+  zip_stat_init(status);
+  status->size = source->file.SizeBytes();
+  status->valid |= ZIP_STAT_SIZE;
+  return sizeof *status;
+}
+
+zip_int64_t Answer(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+  auto* const source = static_cast<Source*>(state);
+  switch (command) {
+    case ZIP_SOURCE_OPEN:
+      source->position = 0;
+      return 0;
+    case ZIP_SOURCE_READ:
+      return Read(source, data, length);
+    case ZIP_SOURCE_CLOSE:
+      return 0;
+    case ZIP_SOURCE_STAT:
+      return Stat(source, data);
+    case ZIP_SOURCE_ERROR:
+      return zip_error_to_data(&source->error, data, length);
+    case ZIP_SOURCE_FREE:
+      delete source;
+      return 0;
+    case ZIP_SOURCE_SEEK:
+      return Seek(source, data, length);
+    case ZIP_SOURCE_TELL:
+      return static_cast<zip_int64_t>(source->position);
+    case ZIP_SOURCE_SUPPORTS:
+      return ZIP_SOURCE_SUPPORTS_SEEKABLE;
+    default:
+      return source->Fail(ZIP_ER_OPNOTSUPP);
+  }
+}
+
+}  // namespace
+
+zip_source_t* MakeZipSource(const file_system::PositionedFile& file, zip_error_t* error) {
+  auto source = std::make_unique<Source>(file);
+  zip_source_t* const made = zip_source_function_create(Answer, source.get(), error);
+  if (made != nullptr) source.release();
+  return made;
+}

@@ -1,0 +1,374 @@
+#include "agent/libZel/zip_writer.h"
+
+#include <zip.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/native_path.h"
+#include "agent/libZel/pack_ahead.h"
+#include "agent/libZel/source_tree.h"
+#include "agent/libZel/wtf8.h"
+#include "agent/libZel/zip_error.h"
+#include "agent/libZel/zip_output.h"
+
+namespace {
+
+using file_system::SourceEntry;
+
+constexpr int64_t kNsPerSecond = 1'000'000'000;
+constexpr uint16_t kUnixTimeField = 0x5455;
+
+// What goes into the archive.
+struct Item {
+  std::filesystem::path path;
+  /// A directory's ends in "/".
+  std::string name;
+  uint64_t sizeBytes = 0;
+  int64_t modifiedSeconds = 0;
+  uint32_t mode = 0;
+
+  bool IsDirectory() const { return name.ends_with('/'); }
+  bool IsSmall() const { return !IsDirectory() && sizeBytes <= PackAhead::kSmallBytes; }
+};
+
+// Collects the files of a tree and its empty directories.
+class Scan {
+ public:
+  Scan(const std::filesystem::path& root, const std::filesystem::path& archive)
+      : archive_(archive) {
+    open_.push_back({root, {}, 0, 0, 0});
+  }
+
+  Outcome Run(std::vector<Item>* items) {
+    while (!open_.empty()) {
+      const Item directory = std::move(open_.back());
+      open_.pop_back();
+      std::vector<SourceEntry> entries;
+      const int error = file_system::ListSource(directory.path, &entries);
+      if (error != 0) {
+        return FailedBecause(FromNativePath(directory.path) + ": " + file_system::ErrorText(error),
+                             error);
+      }
+      if (entries.empty() && !directory.name.empty()) items->push_back(directory);
+      for (const SourceEntry& entry : entries) Add(directory, entry, items);
+    }
+    std::sort(items->begin(), items->end(),
+              [](const Item& a, const Item& b) { return a.name < b.name; });
+    return {};
+  }
+
+ private:
+  void Add(const Item& directory, const SourceEntry& entry, std::vector<Item>* items) {
+    Item item;
+    item.path = directory.path / entry.name;
+    item.name = directory.name + entry.archiveName;
+    item.sizeBytes = entry.sizeBytes;
+    item.modifiedSeconds = entry.modifiedNs / kNsPerSecond;
+    if (entry.modifiedNs % kNsPerSecond < 0) --item.modifiedSeconds;
+    item.mode = entry.mode;
+    if (entry.kind == SourceEntry::Kind::kDirectory) {
+      item.name += '/';
+      item.sizeBytes = 0;
+      open_.push_back(std::move(item));
+    } else if (entry.kind == SourceEntry::Kind::kFile) {
+      // The archive's older self.
+      if (item.path != archive_) items->push_back(std::move(item));
+    } else {
+      const bool isLink = entry.kind == SourceEntry::Kind::kLink;
+      LibraryLog().WarningWithNL("%S is left out of the archive: it is a %s",
+                                 FromNativePath(item.path), isLink ? "link" : "pipe or device");
+    }
+  }
+
+  const std::filesystem::path& archive_;
+  std::vector<Item> open_;
+};
+
+// What all sources of one archive share. The first failure ends the packing.
+struct Packing {
+  std::vector<Item> items;
+  int level = 0;
+  uint64_t totalBytes = 0;
+  const ZipWriter::Step* step = nullptr;
+  std::unique_ptr<PackAhead> ahead;
+  zip_t* archive = nullptr;
+  Outcome failure;
+
+  void Fail(const Item& item, int error) {
+    if (!failure) return;
+    failure =
+        FailedBecause(FromNativePath(item.path) + ": " + file_system::ErrorText(error), error);
+  }
+};
+
+// The content of one file, as libzip takes it.
+class Content {
+ public:
+  Content(Packing* packing, size_t index, size_t job)
+      : packing_(packing), item_(packing->items[index]), index_(index), job_(job) {
+    zip_error_init(&error_);
+  }
+  ~Content() { zip_error_fini(&error_); }
+  Content(const Content&) = delete;
+  Content& operator=(const Content&) = delete;
+
+  zip_int64_t Answer(void* data, zip_uint64_t length, zip_source_cmd_t command) {
+    switch (command) {
+      case ZIP_SOURCE_STAT:
+        return Stat(static_cast<zip_stat_t*>(data));
+      case ZIP_SOURCE_OPEN:
+        return Open();
+      case ZIP_SOURCE_READ:
+        return file_ ? ReadFile(data, length) : ReadPacked(data, length);
+      case ZIP_SOURCE_CLOSE:
+        file_.reset();
+        packed_.bytes = {};
+        return 0;
+      case ZIP_SOURCE_ERROR:
+        return zip_error_to_data(&error_, data, length);
+      case ZIP_SOURCE_SUPPORTS:
+        return ZIP_SOURCE_SUPPORTS_READABLE;
+      default:
+        return Fail(ZIP_ER_OPNOTSUPP, 0);
+    }
+  }
+
+ private:
+  zip_int64_t Fail(int code, int systemError) {
+    zip_error_set(&error_, code, systemError);
+    return -1;
+  }
+  zip_int64_t FailToRead(int systemError) {
+    packing_->Fail(item_, systemError);
+    return Fail(ZIP_ER_READ, systemError);
+  }
+  void Tell(uint64_t bytes) { (*packing_->step)(bytes, packing_->totalBytes); }
+
+  bool IsStreamed() const { return !item_.IsSmall() || packed_.isTooLarge; }
+
+  zip_int64_t Take() {
+    if (isTaken_ || !item_.IsSmall()) return 0;
+    packed_ = packing_->ahead->Take(job_);
+    isTaken_ = true;
+    if (packed_.error != 0) return FailToRead(packed_.error);
+    // libzip would compress what is stored on purpose.
+    if (!IsStreamed() && !packed_.isDeflated &&
+        zip_set_file_compression(packing_->archive, index_, ZIP_CM_STORE, 0) != 0) {
+      return Fail(ZIP_ER_INTERNAL, 0);
+    }
+    return 0;
+  }
+
+  zip_int64_t Stat(zip_stat_t* status) {
+    if (Take() != 0) return -1;
+    zip_stat_init(status);
+    status->mtime = static_cast<time_t>(item_.modifiedSeconds);
+    status->valid |= ZIP_STAT_MTIME;
+    // Of a file that is streamed nothing is certain before it has been read.
+    if (IsStreamed()) return sizeof *status;
+    status->size = packed_.sizeBytes;
+    status->comp_method = packed_.isDeflated ? ZIP_CM_DEFLATE : ZIP_CM_STORE;
+    status->valid |= ZIP_STAT_SIZE | ZIP_STAT_COMP_METHOD;
+    if (!packed_.isDeflated) return sizeof *status;
+    status->comp_size = packedBytes_ == 0 ? packed_.bytes.size() : packedBytes_;
+    packedBytes_ = status->comp_size;
+    status->crc = packed_.crc;
+    status->valid |= ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC;
+    return sizeof *status;
+  }
+
+  zip_int64_t Open() {
+    if (Take() != 0) return -1;
+    position_ = 0;
+    if (!IsStreamed()) return 0;
+    file_ = std::make_unique<file_system::SourceFile>();
+    const int error = file_->Open(item_.path);
+    return error == 0 ? 0 : FailToRead(error);
+  }
+
+  zip_int64_t ReadFile(void* data, zip_uint64_t length) {
+    size_t count = 0;
+    const int error = file_->Read(data, static_cast<size_t>(length), &count);
+    if (error != 0) return FailToRead(error);
+    Tell(count);
+    return static_cast<zip_int64_t>(count);
+  }
+
+  zip_int64_t ReadPacked(void* data, zip_uint64_t length) {
+    const size_t left = packed_.bytes.size() - position_;
+    const auto count = static_cast<size_t>(std::min<uint64_t>(length, left));
+    std::memcpy(data, packed_.bytes.data() + position_, count);
+    position_ += count;
+    if (count > 0 && count == left) Tell(packed_.sizeBytes);
+    return static_cast<zip_int64_t>(count);
+  }
+
+  Packing* const packing_;
+  const Item& item_;
+  const size_t index_;
+  const size_t job_;
+  bool isTaken_ = false;
+  PackAhead::Packed packed_;
+  uint64_t packedBytes_ = 0;
+  size_t position_ = 0;
+  std::unique_ptr<file_system::SourceFile> file_;
+  zip_error_t error_;
+};
+
+// No exception may pass through libzip.
+zip_int64_t AnswerContent(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+  auto* const content = static_cast<Content*>(state);
+  if (command == ZIP_SOURCE_FREE) {
+    delete content;
+    return 0;
+  }
+  return Guarded("packing", zip_int64_t{-1},
+                 [&] { return content->Answer(data, length, command); });
+}
+
+uint32_t ExternalAttributesOf(const Item& item) {
+  constexpr uint32_t kDirectory = 0x10;
+  constexpr uint32_t kReadOnly = 0x01;
+  constexpr uint32_t kWriteBits = 0222;
+  // Read-only, hidden, system, directory and archive.
+  constexpr uint32_t kDosAttributes = 0x37;
+  if (!file_system::kSourcesHaveModes) return item.mode & kDosAttributes;
+  const uint32_t dos =
+      (item.IsDirectory() ? kDirectory : 0) | ((item.mode & kWriteBits) == 0 ? kReadOnly : 0);
+  return item.mode << 16 | dos;
+}
+
+// Adds the entry of an item without its content. Returns its number, or -1.
+zip_int64_t AddEntry(Packing* packing, size_t index, size_t job) {
+  const Item& item = packing->items[index];
+  zip_t* const archive = packing->archive;
+  const zip_flags_t encoding = IsUtf8(item.name) ? ZIP_FL_ENC_UTF_8 : ZIP_FL_ENC_CP437;
+  if (item.IsDirectory()) return zip_dir_add(archive, item.name.c_str(), encoding);
+  auto content = std::make_unique<Content>(packing, index, job);
+  zip_source_t* const source = zip_source_function(archive, AnswerContent, content.get());
+  if (source == nullptr) return -1;
+  content.release();
+  const zip_int64_t entry = zip_file_add(archive, item.name.c_str(), source, encoding);
+  if (entry < 0) zip_source_free(source);
+  return entry;
+}
+
+bool Describe(zip_t* archive, zip_uint64_t entry, const Item& item, int level) {
+  const zip_uint8_t system = file_system::kSourcesHaveModes ? ZIP_OPSYS_UNIX : ZIP_OPSYS_DOS;
+  if (zip_file_set_external_attributes(archive, entry, 0, system, ExternalAttributesOf(item)) != 0)
+    return false;
+  const bool isStored = level == 0 || item.IsDirectory();
+  if (!item.IsSmall() &&
+      zip_set_file_compression(archive, entry, isStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE,
+                               static_cast<zip_uint32_t>(level)) != 0)
+    return false;
+  if (item.IsDirectory() &&
+      zip_file_set_mtime(archive, entry, static_cast<time_t>(item.modifiedSeconds), 0) != 0)
+    return false;
+  const auto seconds = static_cast<int32_t>(item.modifiedSeconds);
+  if (seconds != item.modifiedSeconds) return true;
+  zip_uint8_t field[5] = {1};
+  for (int i = 0; i < 4; ++i)
+    field[i + 1] = static_cast<zip_uint8_t>(static_cast<uint32_t>(seconds) >> (8 * i));
+  return zip_file_extra_field_set(archive, entry, kUnixTimeField, ZIP_EXTRA_FIELD_NEW, field,
+                                  sizeof field, ZIP_FL_LOCAL | ZIP_FL_CENTRAL) == 0;
+}
+
+Outcome AddAll(Packing* packing) {
+  size_t job = 0;
+  for (size_t i = 0; i < packing->items.size(); ++i) {
+    const Item& item = packing->items[i];
+    const zip_int64_t entry = AddEntry(packing, i, job);
+    if (entry < 0 ||
+        !Describe(packing->archive, static_cast<zip_uint64_t>(entry), item, packing->level)) {
+      return FailedBecause(FromNativePath(item.path) + ": " +
+                           TextOf(zip_get_error(packing->archive)));
+    }
+    if (item.IsSmall()) ++job;
+  }
+  return {};
+}
+
+Outcome OpenOutput(file_system::PendingFile* file, zip_t** archive) {
+  zip_error_t error;
+  zip_error_init(&error);
+  zip_source_t* const output = MakeZipOutput(file, &error);
+  if (output != nullptr) {
+    *archive = zip_open_from_source(output, ZIP_CREATE | ZIP_TRUNCATE, &error);
+    if (*archive == nullptr) zip_source_free(output);
+  }
+  const Outcome outcome = *archive != nullptr ? Outcome{} : FailedBecause(TextOf(&error));
+  zip_error_fini(&error);
+  return outcome;
+}
+
+// libzip makes no archive without entries.
+int WriteEmptyArchive(file_system::PendingFile* file) {
+  constexpr char kEnd[22] = {'P', 'K', 5, 6};
+  return file->WriteAt(0, kEnd, sizeof kEnd);
+}
+
+}  // namespace
+
+struct ZipWriter::Implementation {
+  Outcome Write(Packing* packing);
+
+  file_system::PendingFile file;
+  bool isComplete = false;
+};
+
+ZipWriter::ZipWriter() : implementation_(std::make_unique<Implementation>()) {}
+ZipWriter::~ZipWriter() = default;
+
+Outcome ZipWriter::Implementation::Write(Packing* packing) {
+  if (packing->items.empty()) return OutcomeOf(WriteEmptyArchive(&file));
+  Outcome outcome = OpenOutput(&file, &packing->archive);
+  if (!outcome) return outcome;
+
+  std::vector<PackAhead::Job> jobs;
+  for (const Item& item : packing->items) {
+    if (item.IsSmall()) jobs.push_back({item.path, item.sizeBytes});
+  }
+  outcome = AddAll(packing);
+  if (outcome) {
+    packing->ahead = std::make_unique<PackAhead>(std::move(jobs), packing->level);
+    if (zip_close(packing->archive) == 0) return {};
+    zip_error_t* const error = zip_get_error(packing->archive);
+    const int systemError =
+        zip_error_system_type(error) == ZIP_ET_SYS ? zip_error_code_system(error) : -1;
+    outcome = packing->failure ? FailedBecause(TextOf(error), systemError) : packing->failure;
+  }
+  zip_discard(packing->archive);
+  return outcome;
+}
+
+Outcome ZipWriter::Pack(const std::filesystem::path& directory,
+                        const std::filesystem::path& archive, int level, const Step& step) {
+  Implementation& self = *implementation_;
+  Packing packing;
+  packing.level = std::clamp(level, 0, 9);
+  packing.step = &step;
+  Outcome outcome = Scan(directory, archive).Run(&packing.items);
+  if (!outcome) return outcome;
+  for (const Item& item : packing.items) packing.totalBytes += item.sizeBytes;
+  step(0, packing.totalBytes);
+
+  const int error = self.file.Create(archive);
+  if (error != 0) return OutcomeOf(error);
+  outcome = self.Write(&packing);
+  self.isComplete = outcome.code == 0;
+  return outcome;
+}
+
+bool ZipWriter::IsComplete() const {
+  return implementation_->isComplete;
+}
+
+int ZipWriter::Commit() {
+  return implementation_->file.Commit(true);
+}
