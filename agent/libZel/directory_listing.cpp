@@ -1,16 +1,22 @@
 #include "agent/libZel/directory_listing.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/file_checks.h"
+#include "agent/libZel/file_facts.h"
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/outcome.h"
 #include "agent/libZel/path_parts.h"
 #include "agent/libZel/per_thread.h"
 #include "libZel/directory.h"
+#include "libZel/path.h"
 
 namespace {
 
@@ -66,6 +72,62 @@ dirent* Read(Listing* listing) {
   return &listing->entry;
 }
 
+// All entries of a directory; those below it are read one after the other, however deep they lie.
+class TreeListing {
+ public:
+  TreeListing(bool isRecursive, bool withPath, bool filesOnly)
+      : isRecursive_(isRecursive), withPath_(withPath), filesOnly_(filesOnly) {}
+
+  void Run(const ZelString& directory) {
+    open_.push_back(CompletePath(directory));
+    while (!open_.empty()) {
+      const ZelString path = std::move(open_.back());
+      open_.pop_back();
+      const Outcome outcome = ReadOne(path);
+      if (!outcome) LogFailure(path, outcome.reason);
+    }
+  }
+
+  ZelVector<ZelString> Sorted() && {
+    std::sort(found_.begin(), found_.end());
+    return std::move(found_);
+  }
+
+ private:
+  Outcome ReadOne(const ZelString& path) {
+    const NativePath native = ToNativePath(path);
+    if (!native) return FailedBecause(native.error);
+    file_system::DirectoryReader reader;
+    int error = reader.Open(native.path);
+    if (error != 0) return OutcomeOf(error);
+
+    std::string prefix(path.Utf8());
+    if (!IsPathSeparator(prefix.back())) prefix += std::filesystem::path::preferred_separator;
+    while (reader.Next(&error)) Take(prefix, &reader);
+    return OutcomeOf(error);
+  }
+
+  void Take(const std::string& prefix, file_system::DirectoryReader* reader) {
+    std::string name;
+    reader->AppendName(&name);
+    if (name == "." || name == "..") return;
+    const uint32_t attributes = reader->ListedAttributes();
+    const bool isDirectory = (attributes & kDirectoryAttribute) != 0;
+    const bool isLink = (attributes & kLinkAttribute) != 0;
+
+    if (!filesOnly_ || !isDirectory) found_.emplace_back(withPath_ ? prefix + name : name);
+    // A name that holds a separator would lead to another place.
+    const bool canBeNamed = std::none_of(name.begin(), name.end(), IsPathSeparator);
+    if (isRecursive_ && isDirectory && !isLink && canBeNamed) open_.emplace_back(prefix + name);
+  }
+
+  const bool isRecursive_;
+  const bool withPath_;
+  const bool filesOnly_;
+  std::vector<ZelString> open_;
+  ZelVector<ZelString> found_;
+};
+
 }  // namespace
 
 file_system::DirectoryReader* ReaderOfEntry(const ZelString& path) {
@@ -97,6 +159,11 @@ void CloseDirectory(DIR* directory) {
   });
 }
 
-ZelVector<ZelString> DirListFiles(const ZelString&, bool, bool, bool) {
-  return {};
+ZelVector<ZelString> DirListFiles(const ZelString& directory, bool recursive, bool withPath,
+                                  bool filesOnly) {
+  return Guarded("DirListFiles", ZelVector<ZelString>(), [&] {
+    TreeListing listing(recursive, withPath, filesOnly);
+    listing.Run(directory);
+    return std::move(listing).Sorted();
+  });
 }

@@ -25,7 +25,7 @@ class Progress {
   void SetTotal(uint64_t totalBytes);
   /// Costs one addition.
   void Add(uint64_t bytes);
-  /// `failure` is empty on success, else a sentence.
+  /// `failure` is empty on success, else a sentence. The first call counts.
   void Finish(const ZelString& failure);
 
   struct Report {

@@ -23,24 +23,14 @@ using Change = std::function<bool(TextLines*)>;
 
 constexpr uint32_t kReadBytes = 256 * 1024;
 
-Outcome TooLarge() {
+Outcome TooLarge(size_t maxBytes) {
   ZelString reason;
-  reason.Printf("the limit of %u bytes is exceeded", kMaxTextFileBytes);
+  reason.Printf("the limit of %u bytes is exceeded", maxBytes);
   return FailedBecause(reason);
 }
 
 Outcome HasChanged() {
   return FailedBecause("another program has changed the file meanwhile");
-}
-
-// A link stays: what it leads to is replaced.
-Outcome FollowLinks(std::filesystem::path* path) {
-  if (!file_system::LookAtEntry(*path).isLink) return {};
-  std::error_code error;
-  *path = std::filesystem::canonical(*path, error);
-  if (error) return OutcomeOf(error.value());
-  if (!file_system::LookAtEntry(*path).isLink) return {};
-  return FailedBecause("it is a link that cannot be followed");
 }
 
 // Gives the file at `path`, whose content is `old`, another content: wholly, or not at all.
@@ -104,7 +94,7 @@ class LineEdit {
   Outcome Write(const std::filesystem::path& target, const TextLines& old, const Change& change) {
     TextLines edited = old;
     if (!change(&edited)) return FailedBecause("there is no such line");
-    if (edited.Bytes().size() > kMaxTextFileBytes) return TooLarge();
+    if (edited.Bytes().size() > kMaxTextFileBytes) return TooLarge(kMaxTextFileBytes);
     // What others have changed elsewhere in the file stays unknown to the caller.
     std::shared_ptr<TextLines> known = known_ ? std::make_shared<TextLines>(*known_) : nullptr;
     if (known && !change(known.get())) return HasChanged();
@@ -144,7 +134,7 @@ int Edit(const ZelString& path, unsigned long line, std::shared_ptr<const TextLi
 
 }  // namespace
 
-Outcome ReadTextFile(const std::filesystem::path& path, std::string* bytes) {
+Outcome ReadTextFile(const std::filesystem::path& path, std::string* bytes, size_t maxBytes) {
   const file_system::Status status = file_system::Look(path);
   Outcome outcome = CheckSource(status);
   if (!outcome) return outcome;
@@ -153,15 +143,24 @@ Outcome ReadTextFile(const std::filesystem::path& path, std::string* bytes) {
   if (!outcome) return outcome;
 
   bytes->clear();
-  bytes->reserve(std::min<uint64_t>(status.sizeBytes, kMaxTextFileBytes));
+  bytes->reserve(std::min<uint64_t>(status.sizeBytes, maxBytes));
   const auto buffer = std::make_unique<char[]>(kReadBytes);
   for (;;) {
     uint32_t count = 0;
     outcome = OutcomeOf(file.Read(buffer.get(), kReadBytes, &count));
     if (!outcome || count == 0) return outcome;
-    if (bytes->size() + count > kMaxTextFileBytes) return TooLarge();
+    if (bytes->size() + count > maxBytes) return TooLarge(maxBytes);
     bytes->append(buffer.get(), count);
   }
+}
+
+Outcome FollowLinks(std::filesystem::path* path) {
+  if (!file_system::LookAtEntry(*path).isLink) return {};
+  std::error_code error;
+  *path = std::filesystem::canonical(*path, error);
+  if (error) return OutcomeOf(error.value());
+  if (!file_system::LookAtEntry(*path).isLink) return {};
+  return FailedBecause("it is a link that cannot be followed");
 }
 
 int File::InsertLine(unsigned long line, const ZelString& text) {

@@ -42,6 +42,8 @@ void CloseDirectory(DIR* directory);
 
 /// The entries of `directory`, sorted by name: their full paths with `withPath`, else their names;
 /// files alone with `filesOnly`; with everything below it, unless `recursive` is false (links are
-/// not followed). Empty, with a warning in the library's log, when it cannot be read. Never throws.
+/// not followed). "." and ".." are left out. Empty, with a warning in the library's log, when it
+/// cannot be read; a directory below it that cannot be read is passed over with a warning. Never
+/// throws.
 ZelVector<ZelString> DirListFiles(const ZelString& directory, bool recursive, bool withPath,
                                   bool filesOnly);
