@@ -87,11 +87,12 @@ class CuttingProxy:
     def _strike(self, client, agent):
         """Whether the connection is gone."""
         fault, self.fault = self.fault, None
+        # First: whoever hears of the cut may ask at once.
+        self.struck.set()
         if fault == "cut":
             for one in (client, agent):
                 one.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
                 one.close()
         if fault == "half-close":
             agent.shutdown(socket.SHUT_WR)
-        self.struck.set()
         return fault == "cut"
