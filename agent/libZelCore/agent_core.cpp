@@ -75,6 +75,7 @@ struct AgentCore::Implementation {
                       std::chrono::milliseconds(settings.credentialMemoryMs)),
         policy(settings.privacyRules, [this](std::string_view login) { return users.Role(login); }),
         inventory(config / kInventoryFile),
+        aliases(home, data, std::chrono::milliseconds(settings.aliasSilenceMs)),
         remote(settings) {
     if (options.port) settings.port = *options.port;
     context.SetAuditSink([this](const AuditLine& line) {
@@ -86,7 +87,7 @@ struct AgentCore::Implementation {
   void Audit(const InvocationRecord& record) {
     const bool isAgent = record.caller.kind == Caller::Kind::kAgent;
     const std::string user = (isAgent ? "agent/" : "") + record.caller.login;
-    const std::string text = "action " + record.action + " code " + std::to_string(record.code);
+    const std::string text = record.what + " code " + std::to_string(record.code);
     audit.Write({"libZelCore", user, record.caller.address, text, record.requestId});
   }
 
@@ -110,6 +111,7 @@ struct AgentCore::Implementation {
   Authenticator authenticator;
   PrivacyPolicy policy;
   ApplicationInventory inventory;
+  AliasTable aliases;
   RemoteInvoker remote;
   ActionDatabase actions;
   ActionDatabase::Owner* coreOwner = nullptr;
@@ -173,9 +175,9 @@ std::string AgentCore::Serve() {
   Implementation& core = *implementation_;
   if (core.server) throw std::runtime_error("the HTTP protocol is served already");
   auto pool = std::make_unique<ActionPool>(core.settings.maxThreads, core.settings.maxQueued);
-  auto server =
-      std::make_unique<HttpServer>(core.settings, core.authenticator, core.actions, *pool,
-                                   [&core](const InvocationRecord& record) { core.Audit(record); });
+  auto server = std::make_unique<HttpServer>(
+      core.settings, core.authenticator, core.actions, core.aliases, *pool,
+      [&core](const InvocationRecord& record) { core.Audit(record); });
   server->Start();
   core.pool = std::move(pool);
   core.server = std::move(server);

@@ -16,6 +16,7 @@
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/http_session.h"
 #include "agent/libZelCore/http_shared.h"
+#include "agent/libZelCore/http_stream.h"
 #include "agent/libZelCore/listen_options.h"
 
 namespace asio = boost::asio;
@@ -61,12 +62,13 @@ std::string EndpointText(const tcp::endpoint& endpoint) {
 
 struct HttpServer::Implementation {
   Implementation(const Settings& settings, Authenticator& authenticator,
-                 const ActionDatabase& actions, ActionPool& pool, Audit audit)
-      : shared(std::make_shared<HttpShared>(settings, authenticator, actions, pool,
+                 const ActionDatabase& actions, AliasTable& aliases, ActionPool& pool, Audit audit)
+      : shared(std::make_shared<HttpShared>(settings, authenticator, actions, aliases, pool,
                                             std::move(audit))) {}
 
   tcp::endpoint ResolveEndpoint();
   void LoadCertificate();
+  void AskForCertificates();
   void Listen(const tcp::endpoint& endpoint);
   void StartThreads();
   void Accept();
@@ -95,9 +97,10 @@ struct HttpServer::Implementation {
 };
 
 HttpServer::HttpServer(const Settings& settings, Authenticator& authenticator,
-                       const ActionDatabase& actions, ActionPool& pool, Audit audit)
-    : implementation_(std::make_unique<Implementation>(settings, authenticator, actions, pool,
-                                                       std::move(audit))) {}
+                       const ActionDatabase& actions, AliasTable& aliases, ActionPool& pool,
+                       Audit audit)
+    : implementation_(std::make_unique<Implementation>(settings, authenticator, actions, aliases,
+                                                       pool, std::move(audit))) {}
 
 HttpServer::~HttpServer() {
   Stop();
@@ -138,6 +141,24 @@ void HttpServer::Implementation::LoadCertificate() {
   if (ec) fail("certificate chain", settings.certificateFile, ec);
   tls->use_private_key_file(Utf8Name(settings.privateKeyFile), asio::ssl::context::pem, ec);
   if (ec) fail("private key", settings.privateKeyFile, ec);
+  if (settings.ssl == SslUse::kSendAndReceiveExt) AskForCertificates();
+}
+
+/// Asks every client for a certificate of the fleet. Those without one get as far as console users
+/// do.
+void HttpServer::Implementation::AskForCertificates() {
+  const std::string file = Utf8Name(shared->settings.fleetCaFile);
+  ErrorCode ec;
+  tls->load_verify_file(file, ec);
+  if (ec) {
+    throw std::runtime_error("cannot use the certificates of the fleet's authority " + file + ": " +
+                             ec.message());
+  }
+  tls->set_verify_mode(asio::ssl::verify_peer);
+  SSL_CTX_set_client_CA_list(tls->native_handle(), SSL_load_client_CA_file(file.c_str()));
+  // Without it OpenSSL resumes no session of a client that was asked.
+  constexpr unsigned char kContext[] = {'z', 'e', 'l'};
+  SSL_CTX_set_session_id_context(tls->native_handle(), kContext, sizeof kContext);
 }
 
 void HttpServer::Implementation::Listen(const tcp::endpoint& endpoint) {
@@ -310,6 +331,7 @@ void HttpServer::Implementation::Stop() {
     CloseSessions(false);
     shared->WaitUntilEmpty(kStopPatience);
   }
+  shared->uploads.Stop();
   shared->passwordChecker.Stop();
   asio::post(*shared->networks.front(), [this] { sweepTimer->cancel(); });
   guards.clear();

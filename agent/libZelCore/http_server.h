@@ -8,15 +8,16 @@
 
 #include "agent/libZelCore/action_database.h"
 #include "agent/libZelCore/action_pool.h"
+#include "agent/libZelCore/alias_table.h"
 #include "agent/libZelCore/credentials.h"
 #include "agent/libZelCore/settings.h"
 
-/// One finished remote invocation, for the audit trail.
+/// One finished request that changes something, for the audit trail.
 struct InvocationRecord {
   Caller caller;
-  std::string action;
+  std::string what;  ///< "action NAME", or "upload ALIAS/FILE bytes N"
   std::string requestId;
-  uint32_t code = 0;
+  uint32_t code = 0;  ///< the action's; of an upload 0, or the status of its refusal
 };
 
 /// The agent's HTTP protocol: docs/protocol.md. Runs on a small pool of network threads of its own;
@@ -25,9 +26,9 @@ class HttpServer {
  public:
   using Audit = std::function<void(const InvocationRecord&)>;
 
-  /// The references must outlive the server. `audit` is called on action threads.
+  /// The references must outlive the server. `audit` is called on threads of actions and uploads.
   HttpServer(const Settings& settings, Authenticator& authenticator, const ActionDatabase& actions,
-             ActionPool& pool, Audit audit);
+             AliasTable& aliases, ActionPool& pool, Audit audit);
   ~HttpServer();
 
   /// Binds and serves. Throws std::runtime_error that names the address, or the certificate file,

@@ -2,110 +2,35 @@
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
-#include <boost/asio/ssl/stream.hpp>
-#include <boost/asio/write.hpp>
 #include <boost/beast/core/string.hpp>
 #include <boost/beast/http/error.hpp>
-#include <boost/beast/http/status.hpp>
-#include <charconv>
 #include <cstring>
-#include <ctime>
 #include <limits>
 
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/http_call.h"
+#include "agent/libZelCore/http_caller.h"
 #include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/json_codec.h"
-#include "agent/libZelCore/parameter_types.h"
 
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
-using asio::ip::tcp;
 
 namespace {
 
 constexpr uint32_t kHeaderLimitBytes = 16 * 1024;
 constexpr size_t kFirstBufferBytes = 1024;  // what an idle connection costs
 constexpr size_t kLargestBufferBytes = 64 * 1024;
-constexpr size_t kKeptReplyBytes = 64 * 1024;
-constexpr size_t kHeadRoomBytes = 640;  // in front of a body, for the longest head
 constexpr uint64_t kDiscardedBodyBytes = 64 * 1024;
 constexpr uint64_t kSlowestReaderBytesPerSecond = 64 * 1024;
 constexpr std::chrono::seconds kLingerTime{2};
 
-constexpr std::string_view kHealthTarget = "/v1/health";
-constexpr std::string_view kActionsTarget = "/v1/actions";
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
-
-std::string_view ReasonPhrase(unsigned status) {
-  const auto text = http::obsolete_reason(static_cast<http::status>(status));
-  return {text.data(), text.size()};
-}
-
-/// The date as RFC 9110 section 5.6.7 wants it, made once a second on each thread.
-std::string_view HttpDate() {
-  thread_local std::time_t madeAt = -1;
-  thread_local char text[32];
-  const std::time_t now = std::time(nullptr);
-  if (now != madeAt) {
-    constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-    constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                       "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    const auto seconds = std::chrono::sys_seconds(std::chrono::seconds(now));
-    const auto day = std::chrono::floor<std::chrono::days>(seconds);
-    const std::chrono::year_month_day date(day);
-    const std::chrono::hh_mm_ss time(seconds - day);
-    std::snprintf(
-        text, sizeof text, "%s, %02u %s %04d %02d:%02d:%02d GMT",
-        kDays[std::chrono::weekday(day).c_encoding()], static_cast<unsigned>(date.day()) % 100U,
-        kMonths[static_cast<unsigned>(date.month()) - 1], static_cast<int>(date.year()) % 10000,
-        static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
-        static_cast<int>(time.seconds().count()));
-    madeAt = now;
-  }
-  return text;
-}
-
-void AppendNumber(uint64_t number, std::string* out) {
-  char digits[24];
-  out->append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
-}
-
-/// Undoes percent-encoding (RFC 3986 section 2.1); false when it is malformed.
-bool DecodePercent(std::string_view text, std::string* decoded) {
-  decoded->clear();
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded->push_back(text[i]);
-      continue;
-    }
-    if (i + 2 >= text.size()) return false;
-    unsigned value = 0;
-    const char* end = text.data() + i + 3;
-    if (std::from_chars(text.data() + i + 1, end, value, 16).ptr != end) return false;
-    decoded->push_back(static_cast<char>(value));
-    i += 2;
-  }
-  return true;
-}
-
-/// The path of a target in origin form or absolute form (RFC 9112 section 3.2).
-std::string_view TargetPath(std::string_view target) {
-  for (const std::string_view scheme : {"http://", "https://"}) {
-    if (!target.starts_with(scheme)) continue;
-    const size_t slash = target.find('/', scheme.size());
-    return slash == std::string_view::npos ? "/" : target.substr(slash);
-  }
-  return target;
-}
 
 bool IsJsonType(std::string_view contentType) {
   contentType = contentType.substr(0, contentType.find(';'));
   while (contentType.ends_with(' ') || contentType.ends_with('\t')) contentType.remove_suffix(1);
   return boost::beast::iequals(contentType, "application/json");
-}
-
-bool IsRead(http::verb method) {
-  return method == http::verb::get || method == http::verb::head;
 }
 
 }  // namespace
@@ -116,17 +41,9 @@ HttpSession::HttpSession(std::shared_ptr<HttpShared> shared, asio::io_context& n
   lastActivity_ = Clock::now().time_since_epoch().count();
 }
 
-/// Runs one step of the session; a failure ends the connection and nothing else.
-template <typename Step>
-void HttpSession::Guarded(Step step) {
-  try {
-    if (!isClosed_) step();
-    return;
-  } catch (const std::exception& error) {
-    CoreLog().ErrorWithNL("Request %s from %s failed: %s", requestId_.c_str(), address_.c_str(),
-                          error.what());
-  }
-  Close();
+void HttpSession::LogFailure(const std::exception& error) const {
+  CoreLog().ErrorWithNL("Request %s from %s failed: %s", requestId_.c_str(), address_.c_str(),
+                        error.what());
 }
 
 void HttpSession::Enter(Phase phase, Clock::duration longest) {
@@ -149,6 +66,7 @@ bool HttpSession::IsDroppable() const {
   switch (phase_.load(std::memory_order_acquire)) {
     case Phase::kChecking:
     case Phase::kRunning:
+    case Phase::kUploading:
     case Phase::kWriting:
     case Phase::kClosed:
       return false;
@@ -171,6 +89,8 @@ void HttpSession::Close() {
     if (delay_ != nullptr) delay_->cancel();
     CloseSocket(leavesReplyUnsent);
   }
+  // What is being read into the piece's buffer ends by itself.
+  if (!isReadingPiece_) LosePiece();
   shared_->Remove(this);
 }
 
@@ -190,8 +110,10 @@ void HttpSession::BeginRequest() {
   request_.Clear();
   parser_.emplace(&request_);
   parser_->header_limit(kHeaderLimitBytes);
-  parser_->body_limit(shared_->settings.maxBodyBytes);
+  parser_->body_limit(boost::none);  // what it is depends on the target
   headerIsDone_ = false;
+  bodyIsDone_ = false;
+  bodySha256_.clear();
   refusal_.reset();
   requestId_.clear();
   // A stopping server waits for nobody's next request.
@@ -201,6 +123,11 @@ void HttpSession::BeginRequest() {
 
 /// Waits for bytes, making room for them first.
 void HttpSession::ReadMore() {
+  if (!MakeRoom()) return RefuseMalformed(http::error::header_limit);
+  ReadSome(asio::buffer(buffer_.data() + end_, buffer_.size() - end_));
+}
+
+bool HttpSession::MakeRoom() {
   if (begin_ == end_) {
     begin_ = end_ = 0;
     const bool wasLarge = buffer_.size() > kHeaderLimitBytes && !headerIsDone_;
@@ -213,10 +140,10 @@ void HttpSession::ReadMore() {
   }
   const bool expectsMuch = headerIsDone_ && request_.contentLength.value_or(0) > buffer_.size();
   if (end_ == buffer_.size() || (expectsMuch && buffer_.size() < kLargestBufferBytes)) {
-    if (buffer_.size() >= kLargestBufferBytes) return RefuseMalformed(http::error::header_limit);
+    if (buffer_.size() >= kLargestBufferBytes) return false;
     buffer_.resize(expectsMuch ? kLargestBufferBytes : buffer_.size() * 2);
   }
-  ReadSome(asio::buffer(buffer_.data() + end_, buffer_.size() - end_));
+  return true;
 }
 
 void HttpSession::OnRead(const ErrorCode& ec, size_t byteCount) {
@@ -225,6 +152,7 @@ void HttpSession::OnRead(const ErrorCode& ec, size_t byteCount) {
     const Phase phase = phase_.load(std::memory_order_relaxed);
     if (phase == Phase::kLingering) return ReadSome(asio::buffer(buffer_));
     end_ += byteCount;
+    if (phase == Phase::kUploading) return AdvanceChunks();
     if (phase == Phase::kWaiting) {
       Enter(Phase::kReading, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
     } else {
@@ -259,17 +187,13 @@ void HttpSession::RefuseMalformed(const ErrorCode& ec) {
     return ReplyError({431,
                        "header_too_large",
                        "the header is larger than " + std::to_string(kHeaderLimitBytes) + " bytes",
+                       {},
                        {}});
   }
-  if (ec == http::error::body_limit) {
-    return ReplyError(
-        {413,
-         "body_too_large",
-         "the body is larger than " + std::to_string(shared_->settings.maxBodyBytes) + " bytes",
-         {}});
-  }
+  if (ec == http::error::body_limit)
+    return ReplyError(BodyTooLarge(shared_->settings.maxBodyBytes));
   const std::string& problem = parser_->Problem();
-  ReplyError({400, "malformed_request", problem.empty() ? ec.message() : problem, {}});
+  ReplyError({400, "malformed_request", problem.empty() ? ec.message() : problem, {}, {}});
 }
 
 /// Decides from the header alone whether the request may go on: a body is read only then.
@@ -279,42 +203,17 @@ void HttpSession::Admit() {
 
   if (!request_.origin.empty() && !OriginIsOwn()) {
     return Refuse(
-        {403, "foreign_origin", "pages of " + request_.origin + " may not use this agent", {}});
+        {403, "foreign_origin", "pages of " + request_.origin + " may not use this agent", {}, {}});
   }
-  if (!FindRoute()) return;
-  if (route_ == Route::kHealth) return ReadBody();
+  route_ = FindRoute(request_.method, request_.target);
+  const bool isUpload = route_.kind == HttpRoute::Kind::kUpload;
+  const uint64_t limit = shared_->settings.maxBodyBytes;
+  if (!isUpload && request_.contentLength.value_or(0) > limit)
+    return RefuseMalformed(http::error::body_limit);
+  parser_->body_limit(isUpload ? shared_->settings.maxUploadBytes : limit);
+  if (route_.refusal) return Refuse(*route_.refusal);
+  if (route_.kind == HttpRoute::Kind::kHealth) return ReadBody();
   Authenticate();
-}
-
-/// Sets the route, or refuses the request.
-bool HttpSession::FindRoute() {
-  const std::string_view path = TargetPath(request_.target);
-  route_ = Route::kNone;
-  if (path == kHealthTarget) {
-    route_ = Route::kHealth;
-  } else if (path == kActionsTarget) {
-    route_ = Route::kActions;
-  } else if (path.starts_with(kActionsTarget) && path.size() > kActionsTarget.size() + 1 &&
-             path[kActionsTarget.size()] == '/') {
-    route_ = Route::kCall;
-    if (!DecodePercent(path.substr(kActionsTarget.size() + 1), &action_)) {
-      Refuse({400, "malformed_request", "the target's percent-encoding is malformed", {}});
-      return false;
-    }
-  }
-  if (route_ == Route::kNone) {
-    Refuse({404, "not_found", "there is nothing at " + request_.target, {}});
-    return false;
-  }
-  if (route_ == Route::kCall && request_.method != http::verb::post) {
-    Refuse({405, "method_not_allowed", "actions are called with POST", "Allow: POST\r\n"});
-    return false;
-  }
-  if (route_ != Route::kCall && !IsRead(request_.method)) {
-    Refuse({405, "method_not_allowed", "this can only be read", "Allow: GET, HEAD\r\n"});
-    return false;
-  }
-  return true;
 }
 
 bool HttpSession::OriginIsOwn() const {
@@ -323,8 +222,10 @@ bool HttpSession::OriginIsOwn() const {
 }
 
 void HttpSession::Authenticate() {
-  const Authenticator::Answer answer = shared_->authenticator.CheckQuickly(request_.authorization);
-  if (answer.verdict != Authenticator::Verdict::kNeedsSlowCheck) return OnChecked(answer);
+  CallerCheck check = CheckCallerQuickly(*shared_, request_, ShowsCertificate());
+  bodySha256_ = std::move(check.bodySha256);
+  if (check.answer.verdict != Authenticator::Verdict::kNeedsSlowCheck)
+    return OnChecked(check.answer, check.problem);
 
   EnterUnlimited(Phase::kChecking);
   const bool isTaken = shared_->passwordChecker.Submit(
@@ -334,24 +235,27 @@ void HttpSession::Authenticate() {
           self->Guarded([&] {
             self->Enter(Phase::kReading,
                         std::chrono::milliseconds(self->shared_->settings.requestTimeoutMs));
-            self->OnChecked(checked);
+            self->OnChecked(checked, {});
           });
         });
       });
   if (isTaken) return;
   Enter(Phase::kReading, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
-  Refuse({503, "at_capacity", "too many passwords are being checked", "Retry-After: 1\r\n"});
+  Refuse({503, "at_capacity", "too many passwords are being checked", "Retry-After: 1\r\n", {}});
 }
 
-void HttpSession::OnChecked(const Authenticator::Answer& answer) {
+void HttpSession::OnChecked(const Authenticator::Answer& answer, const std::string& problem) {
   if (answer.verdict == Authenticator::Verdict::kAccepted) return AdmitCaller(answer.caller);
 
-  Refusal refusal{401, "unauthorized", "",
-                  "WWW-Authenticate: Basic realm=\"zelagent\", charset=\"UTF-8\"\r\n"};
+  HttpRefusal refusal{401,
+                      "unauthorized",
+                      problem,
+                      "WWW-Authenticate: Basic realm=\"zelagent\", charset=\"UTF-8\"\r\n",
+                      {}};
   if (request_.authorization.empty()) {
     refusal.message = "credentials are needed";
   } else {
-    refusal.message = "the credentials are not accepted";
+    if (problem.empty()) refusal.message = "the credentials are not accepted";
     refusal.delay =
         shared_->slowdown.NoteFailure(address_, answer.caller.login, FailureSlowdown::Clock::now());
   }
@@ -362,42 +266,44 @@ void HttpSession::AdmitCaller(const Caller& caller) {
   caller_ = caller;
   caller_.address = address_;
   shared_->slowdown.NoteSuccess(address_, caller_.login);
-  if (route_ != Route::kCall) return ReadBody();
+  shared_->aliases.Hear(OwnerText(caller_));
+  if (route_.kind == HttpRoute::Kind::kCall) return AdmitCall();
+  if (route_.kind == HttpRoute::Kind::kUpload) return AdmitUpload();
+  ReadBody();
+}
 
+void HttpSession::AdmitCall() {
   if (!IsJsonType(request_.contentType)) {
-    return Refuse({415, "wrong_content_type", "the content type must be application/json", {}});
+    return Refuse({415, "wrong_content_type", "the content type must be application/json", {}, {}});
   }
   if (!request_.contentLength && !request_.isChunked) {
-    return Refuse({411, "length_required", "the body's length is not given", {}});
+    return Refuse({411, "length_required", "the body's length is not given", {}, {}});
   }
-  if (!shared_->actions.Contains(action_)) {
-    return Refuse({404, "unknown_action", "there is no action " + action_, {}});
+  const std::string& action = route_.action;
+  if (!shared_->actions.Contains(action)) {
+    return Refuse({404, "unknown_action", "there is no action " + action, {}, {}});
   }
-  if (!MayCall()) {
-    return Refuse({403, "administrators_only", action_ + " is for administrators only", {}});
+  if (!MayCall(shared_->settings, caller_, action)) {
+    return Refuse({403, "administrators_only", action + " is for administrators only", {}, {}});
   }
   ReadBody();
 }
 
-bool HttpSession::MayCall() const {
-  if (caller_.kind == Caller::Kind::kAgent || caller_.role == kAdministrator) return true;
-  const std::vector<std::string>& reserved = shared_->settings.administratorsOnly;
-  return !std::binary_search(reserved.begin(), reserved.end(), action_);
+bool HttpSession::WantsContinue() const {
+  return request_.expectsContinue && !request_.isHttp10 && begin_ == end_ && !parser_->is_done();
 }
 
 /// Goes on with the body of an admitted request.
 void HttpSession::ReadBody() {
-  if (route_ != Route::kCall) parser_->DiscardBody();
-  const bool wantsContinue =
-      request_.expectsContinue && !request_.isHttp10 && begin_ == end_ && !parser_->is_done();
-  if (!wantsContinue) return Advance();
+  if (route_.kind != HttpRoute::Kind::kCall) parser_->DiscardBody();
+  if (!WantsContinue()) return Advance();
   Enter(Phase::kContinuing, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
   Write(asio::buffer(kContinue));
 }
 
 /// Answers with an error once the rest of the request is out of the way: a reply that meets an
 /// unread body would be lost in the connection's reset.
-void HttpSession::Refuse(Refusal refusal) {
+void HttpSession::Refuse(HttpRefusal refusal) {
   CoreLog().WarningWithNL("Request %s from %s refused: %u %s: %s", requestId_.c_str(),
                           address_.c_str(), refusal.status, std::string(refusal.code).c_str(),
                           refusal.message.c_str());
@@ -426,49 +332,42 @@ void HttpSession::SendRefusal() {
 /// The request is complete.
 void HttpSession::Dispatch() {
   if (refusal_) return SendRefusal();
-  if (route_ == Route::kHealth) {
-    BeginBody() += R"({"status":"ok"})";
+  if (route_.kind != HttpRoute::Kind::kCall) {
+    std::string& body = reply_.BeginBody();
+    if (route_.kind == HttpRoute::Kind::kHealth) {
+      body += R"({"status":"ok"})";
+    } else {
+      EncodeActions(shared_->actions, &body);
+    }
     return SendReply(200, {});
   }
-  if (route_ == Route::kActions) return ListActions();
-
   EnterUnlimited(Phase::kRunning);
   if (shared_->pool.Submit([self = shared_from_this()] { self->RunAction(); })) return;
-  Refuse({503, "at_capacity", "too many actions are running", "Retry-After: 1\r\n"});
-}
-
-void HttpSession::ListActions() {
-  std::string& body = BeginBody();
-  body += '[';
-  for (const ActionInfo& action : shared_->actions.List()) {
-    if (body.back() == '}') body += ',';
-    body += R"({"name":)";
-    EncodeString(action.name, &body);
-    body += R"(,"signature":)";
-    EncodeString(action.signature, &body);
-    body += '}';
-  }
-  body += ']';
-  SendReply(200, {});
+  Refuse({503, "at_capacity", "too many actions are running", "Retry-After: 1\r\n", {}});
 }
 
 /// On an action thread.
 void HttpSession::RunAction() {
   Guarded([this] {
+    const std::string& action = route_.action;
+    if (const auto refusal = CheckDigest(request_.body, bodySha256_)) return ReplyError(*refusal);
     ZelContainer parameters;
-    if (!PrepareParameters(&parameters)) return;
+    const auto refusal =
+        DecodeParameters(request_.body, caller_, shared_->actions.Signature(action), &parameters);
+    request_.ReleaseLargeBody();
+    if (refusal) return ReplyError(*refusal);
 
     const bool isAgent = caller_.kind == Caller::Kind::kAgent;
     const InvocationContext context(isAgent ? request_.invocationDepth : 0, OwnerText(caller_));
-    const uint32_t code = shared_->actions.Invoke(action_, &parameters);
-    if (shared_->audit) shared_->audit({caller_, action_, requestId_, code});
+    const uint32_t code = shared_->actions.Invoke(action, &parameters);
+    if (shared_->audit) shared_->audit({caller_, "action " + action, requestId_, code});
     CoreLog().DetailWithNL("Request %s of %s from %s: %s returned %u", requestId_.c_str(),
-                           caller_.login.c_str(), address_.c_str(), action_.c_str(), code);
+                           caller_.login.c_str(), address_.c_str(), action.c_str(), code);
     // The action may have gone since it was looked up; one that ran may hand on this code itself.
-    if (code == kInvokeUnknownAction && !shared_->actions.Contains(action_)) {
-      return ReplyError({404, "unknown_action", "there is no action " + action_, {}});
+    if (code == kInvokeUnknownAction && !shared_->actions.Contains(action)) {
+      return ReplyError({404, "unknown_action", "there is no action " + action, {}, {}});
     }
-    std::string& body = BeginBody();
+    std::string& body = reply_.BeginBody();
     body += R"({"code":)";
     AppendNumber(code, &body);
     body += R"(,"container":)";
@@ -478,89 +377,18 @@ void HttpSession::RunAction() {
   });
 }
 
-/// Decodes the body and writes who is calling; false when the request was refused.
-bool HttpSession::PrepareParameters(ZelContainer* parameters) {
-  static const ZelString kConsoleUser("DACurrentConsoleUser");
-  static const ZelString kRequestInfo("HttpProtocolRequestInfo");
-  static const ZelString kRequestAddress("HttpProtocolRequestAddress");
-  static const ZelString kRequestUser("HttpProtocolRequestUser");
-
-  JsonDecodeResult decoded = DecodeContainer(request_.body);
-  if (!decoded.error.empty()) {
-    ReplyError({400, "malformed_body", std::move(decoded.error), {}});
-    return false;
-  }
-  *parameters = std::move(decoded.container);
-  request_.ReleaseLargeBody();
-  const bool isConsole = caller_.kind == Caller::Kind::kConsoleUser;
-  if (isConsole) {
-    parameters->Remove(kConsoleUser);
-    parameters->Remove(kRequestInfo);
-  }
-  std::string wrongType = FindWrongType(shared_->actions.Signature(action_), *parameters);
-  if (!wrongType.empty()) {
-    ReplyError({400, "wrong_type", std::move(wrongType), {}});
-    return false;
-  }
-  if (!isConsole) return true;
-
-  ZelContainer info;
-  info.SetString(kRequestAddress, ZelString(caller_.address), kNoIndex);
-  info.SetString(kRequestUser, ZelString(caller_.login), kNoIndex);
-  parameters->SetString(kConsoleUser, ZelString(caller_.login), kNoIndex);
-  parameters->SetContainer(kRequestInfo, info, kNoIndex);
-  return true;
-}
-
-void HttpSession::ReplyError(const Refusal& refusal) {
-  std::string& body = BeginBody();
-  body += R"({"error":{"code":)";
-  EncodeString(refusal.code, &body);
-  body += R"(,"message":)";
-  EncodeString(ZelString(refusal.message).Utf8(), &body);
-  body += "}}";
+void HttpSession::ReplyError(const HttpRefusal& refusal) {
+  reply_.WriteError(refusal);
   SendReply(refusal.status, refusal.extraFields);
-}
-
-/// The reply's body goes behind a room that the head is put into once the body's length is known,
-/// so that one piece of memory goes out in one write.
-std::string& HttpSession::BeginBody() {
-  reply_.assign(kHeadRoomBytes, ' ');
-  return reply_;
-}
-
-void HttpSession::AppendHead(unsigned status, std::string_view extraFields, size_t bodyBytes) {
-  head_ = "HTTP/1.1 ";
-  AppendNumber(status, &head_);
-  head_ += ' ';
-  head_ += ReasonPhrase(status);
-  head_ += "\r\nDate: ";
-  head_ += HttpDate();
-  head_ += "\r\nContent-Type: application/json\r\nCache-Control: no-store\r\nX-Request-Id: ";
-  head_ += requestId_;
-  head_ += "\r\nContent-Length: ";
-  AppendNumber(bodyBytes, &head_);
-  head_ += "\r\n";
-  head_ += extraFields;
-  if (closesAfterReply_) {
-    head_ += "Connection: close\r\n";
-  } else if (request_.isHttp10) {
-    head_ += "Connection: keep-alive\r\n";
-  }
-  head_ += "\r\n";
 }
 
 void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
   if (shared_->isStopping.load(std::memory_order_relaxed)) closesAfterReply_ = true;
   shared_->lastReply.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
-  AppendHead(status, extraFields, reply_.size() - kHeadRoomBytes);
-  if (head_.size() > kHeadRoomBytes) throw std::length_error("the reply's head is too long");
-  const size_t start = kHeadRoomBytes - head_.size();
-  std::memcpy(reply_.data() + start, head_.data(), head_.size());
-  if (request_.method == http::verb::head) reply_.resize(kHeadRoomBytes);
-
-  const asio::const_buffer bytes(reply_.data() + start, reply_.size() - start);
-  const auto forSize = std::chrono::seconds(reply_.size() / kSlowestReaderBytesPerSecond);
+  const bool hasBody = request_.method != http::verb::head;
+  const asio::const_buffer bytes = reply_.Finish(
+      {status, requestId_, extraFields, request_.isHttp10, closesAfterReply_, hasBody});
+  const auto forSize = std::chrono::seconds(bytes.size() / kSlowestReaderBytesPerSecond);
   {
     std::lock_guard lock(socketMutex_);
     if (isClosed_) return;
@@ -571,17 +399,13 @@ void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
   OnWrittenAtOnce();
 }
 
-void HttpSession::DropLargeReply() {
-  if (reply_.capacity() > kKeptReplyBytes) reply_ = std::string();
-}
-
 /// Goes on after a reply that went out at once, perhaps on an action thread.
 void HttpSession::OnWrittenAtOnce() {
   if (closesAfterReply_ || begin_ != end_) {
     asio::post(network_, [self = shared_from_this()] { self->OnWritten({}); });
     return;
   }
-  DropLargeReply();
+  reply_.DropLarge();
   BeginRequest();
   std::lock_guard lock(socketMutex_);
   if (!isClosed_) ReadMore();
@@ -591,10 +415,11 @@ void HttpSession::OnWritten(const ErrorCode& ec) {
   Guarded([&] {
     if (ec) return Close();
     if (phase_.load(std::memory_order_relaxed) == Phase::kContinuing) {
+      if (pieceDone_) return BeginPiece();
       Enter(Phase::kReading, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
       return ReadMore();
     }
-    DropLargeReply();
+    reply_.DropLarge();
     if (closesAfterReply_) return Linger();
     BeginRequest();
     if (begin_ == end_) return ReadMore();
@@ -606,94 +431,8 @@ void HttpSession::OnWritten(const ErrorCode& ec) {
 /// Ends a connection so that the client can still read the last reply (RFC 9112 section 9.6).
 void HttpSession::Linger() {
   Enter(Phase::kLingering, kLingerTime);
-  const bool everythingIsRead = parser_->is_done() && begin_ == end_;
+  const bool everythingIsRead = (bodyIsDone_ || parser_->is_done()) && begin_ == end_;
   if (everythingIsRead) return Close();
   ShutdownSending();
   ReadSome(asio::buffer(buffer_));
-}
-
-namespace {
-
-/// The parts that differ between plain TCP and TLS are what `Stream` is and how a connection
-/// begins.
-template <typename Stream>
-class StreamSession : public HttpSession {
- public:
-  template <typename... StreamArguments>
-  StreamSession(std::shared_ptr<HttpShared> shared, asio::io_context& network, std::string address,
-                StreamArguments&&... arguments)
-      : HttpSession(std::move(shared), network, std::move(address)),
-        stream_(std::forward<StreamArguments>(arguments)...) {}
-
- protected:
-  std::shared_ptr<StreamSession> Self() {
-    return std::static_pointer_cast<StreamSession>(shared_from_this());
-  }
-  void ReadSome(asio::mutable_buffer buffer) override {
-    stream_.async_read_some(buffer, [self = Self()](const ErrorCode& ec, size_t byteCount) {
-      self->OnRead(ec, byteCount);
-    });
-  }
-  void Write(asio::const_buffer buffer) override {
-    asio::async_write(stream_, buffer,
-                      [self = Self()](const ErrorCode& ec, size_t) { self->OnWritten(ec); });
-  }
-  size_t WriteAtOnce(asio::const_buffer) override { return 0; }
-  void ShutdownSending() override {
-    ErrorCode ignored;
-    stream_.lowest_layer().shutdown(tcp::socket::shutdown_send, ignored);
-  }
-  void CloseSocket(bool discardsUnsent) override {
-    ErrorCode ignored;
-    if (discardsUnsent) stream_.lowest_layer().set_option(tcp::socket::linger(true, 0), ignored);
-    stream_.lowest_layer().close(ignored);
-  }
-
-  Stream stream_;
-};
-
-class PlainSession : public StreamSession<tcp::socket> {
- public:
-  using StreamSession::StreamSession;
-  void Start() override {
-    ErrorCode ignored;
-    stream_.non_blocking(true, ignored);
-    BeginServing();
-  }
-
- protected:
-  size_t WriteAtOnce(asio::const_buffer buffer) override {
-    ErrorCode ec;  // what it is, the waiting write that follows finds out
-    const size_t written = stream_.write_some(buffer, ec);
-    return ec ? 0 : written;
-  }
-};
-
-class TlsSession : public StreamSession<asio::ssl::stream<tcp::socket>> {
- public:
-  using StreamSession::StreamSession;
-  void Start() override {
-    BeginHandshake();
-    stream_.async_handshake(asio::ssl::stream_base::server, [self = Self()](const ErrorCode& ec) {
-      auto* session = static_cast<TlsSession*>(self.get());
-      if (ec) return session->Close();
-      session->BeginServing();
-    });
-  }
-};
-
-}  // namespace
-
-std::shared_ptr<HttpSession> MakePlainSession(std::shared_ptr<HttpShared> shared,
-                                              asio::io_context& network, tcp::socket socket,
-                                              std::string address) {
-  return std::make_shared<PlainSession>(std::move(shared), network, std::move(address),
-                                        std::move(socket));
-}
-
-std::shared_ptr<HttpSession> MakeTlsSession(std::shared_ptr<HttpShared> shared,
-                                            asio::io_context& network, tcp::socket socket,
-                                            std::string address, asio::ssl::context& context) {
-  return std::make_shared<TlsSession>(std::move(shared), network, std::move(address),
-                                      std::move(socket), context);
 }

@@ -3,8 +3,6 @@
 #include <atomic>
 #include <boost/asio/buffer.hpp>
 #include <boost/asio/io_context.hpp>
-#include <boost/asio/ip/tcp.hpp>
-#include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
 #include <boost/system/error_code.hpp>
 #include <chrono>
@@ -15,8 +13,11 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/libZelCore/http_reply.h"
 #include "agent/libZelCore/http_request.h"
+#include "agent/libZelCore/http_route.h"
 #include "agent/libZelCore/http_shared.h"
+#include "agent/libZelCore/http_upload.h"
 
 /// One connection of the HTTP protocol. Requests are answered one after the other; bytes of the
 /// next one wait in the buffer.
@@ -24,13 +25,14 @@
 /// Threads: everything happens on the network thread of the connection but for `RunAction`, which
 /// has the session to itself while the action runs (nothing else is under way on the socket then).
 /// It sends the reply and begins the wait for the next request from there, so that neither costs
-/// the time to wake the network thread.
-class HttpSession : public std::enable_shared_from_this<HttpSession> {
+/// the time to wake the network thread. An upload's thread asks for piece after piece of the body,
+/// which the network thread reads.
+class HttpSession : public std::enable_shared_from_this<HttpSession>, private UploadSource {
  public:
   using Clock = std::chrono::steady_clock;
   using ErrorCode = boost::system::error_code;
 
-  virtual ~HttpSession() = default;
+  ~HttpSession() override = default;
   HttpSession(const HttpSession&) = delete;
   HttpSession& operator=(const HttpSession&) = delete;
 
@@ -51,17 +53,22 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
               std::string address);
 
   virtual void ReadSome(boost::asio::mutable_buffer buffer) = 0;
+  /// Reads `byteCount` bytes, and more as far as they are there and the buffer holds them.
+  virtual void ReadAtLeast(boost::asio::mutable_buffer buffer, size_t byteCount) = 0;
   virtual void Write(boost::asio::const_buffer buffer) = 0;
   /// Writes what the socket takes without waiting: how many bytes that was.
   virtual size_t WriteAtOnce(boost::asio::const_buffer buffer) = 0;
   virtual void ShutdownSending() = 0;
   /// `discardsUnsent` gives back at once what the client has not taken yet.
   virtual void CloseSocket(bool discardsUnsent) = 0;
+  /// Whether the client has shown a certificate of the fleet.
+  virtual bool ShowsCertificate() = 0;
 
   void BeginHandshake();
   void BeginServing();
   void OnRead(const ErrorCode& ec, size_t byteCount);
   void OnWritten(const ErrorCode& ec);
+  void OnPieceRead(const ErrorCode& ec, size_t byteCount);
 
  private:
   enum class Phase : uint8_t {
@@ -72,51 +79,59 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
     kChecking,    ///< the password checker has it
     kDelaying,    ///< a refusal is held back
     kRunning,     ///< an action thread has it
+    kUploading,   ///< an upload's thread has it
     kWriting,     ///< a reply is being written
     kLingering,   ///< the last reply is out; what the client still sends is dropped
     kClosed,
   };
-  enum class Route { kNone, kHealth, kActions, kCall };
-
-  struct Refusal {
-    unsigned status = 0;
-    std::string_view code;
-    std::string message;
-    std::string_view extraFields;  ///< whole lines
-    std::chrono::milliseconds delay{0};
-  };
-
+  /// Runs one step of the session; a failure ends the connection and nothing else.
   template <typename Step>
-  void Guarded(Step step);
+  void Guarded(Step step) {
+    try {
+      if (!isClosed_) step();
+      return;
+    } catch (const std::exception& error) {
+      LogFailure(error);
+    }
+    Close();
+  }
+  void LogFailure(const std::exception& error) const;
   void Enter(Phase phase, Clock::duration longest);
   void EnterUnlimited(Phase phase);
 
   void BeginRequest();
   void ReadMore();
+  /// Makes room in the buffer for bytes to come; false when there is no more to be had.
+  bool MakeRoom();
   void Advance();
   void RefuseMalformed(const ErrorCode& ec);
   void Admit();
-  bool FindRoute();
   bool OriginIsOwn() const;
   void Authenticate();
-  void OnChecked(const Authenticator::Answer& answer);
+  void OnChecked(const Authenticator::Answer& answer, const std::string& problem);
   void AdmitCaller(const Caller& caller);
-  /// Whether the caller's role allows the action, whatever its parameters.
-  bool MayCall() const;
+  void AdmitCall();
+  void AdmitUpload();
+  bool WantsContinue() const;
   void ReadBody();
   void Dispatch();
-  void ListActions();
   void RunAction();
-  bool PrepareParameters(ZelContainer* parameters);
 
-  void Refuse(Refusal refusal);
+  void RunUpload(const UploadRequest& upload);
+  void OnUploadEnded(const UploadOutcome& outcome);
+  void ReadPiece(boost::asio::mutable_buffer buffer, Done done) override;
+  void BeginPiece();
+  void AdvanceChunks();
+  void TakePiece(const char* bytes, size_t byteCount, bool isLast);
+  void FinishPiece(UploadPiece piece);
+  void FailPiece(HttpRefusal failure);
+  void LosePiece();
+
+  void Refuse(HttpRefusal refusal);
   void SendRefusal();
-  void ReplyError(const Refusal& refusal);
-  std::string& BeginBody();
+  void ReplyError(const HttpRefusal& refusal);
   void SendReply(unsigned status, std::string_view extraFields);
   void OnWrittenAtOnce();
-  void DropLargeReply();
-  void AppendHead(unsigned status, std::string_view extraFields, size_t bodyBytes);
   void Linger();
 
   const std::shared_ptr<HttpShared> shared_;
@@ -130,15 +145,22 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
 
   HttpRequest request_;
   std::optional<HttpRequestParser> parser_;
-  Route route_ = Route::kNone;
-  std::string action_;
+  HttpRoute route_;
   Caller caller_;
-  std::optional<Refusal> refusal_;
+  std::string bodySha256_;  ///< what the body's digest must be; empty: anything
+  std::optional<HttpRefusal> refusal_;
   bool headerIsDone_ = false;
+  bool bodyIsDone_ = false;  ///< of an upload, which the parser does not see
   bool closesAfterReply_ = false;
 
-  std::string head_;
-  std::string reply_;
+  Done pieceDone_;  ///< while a piece is awaited
+  boost::asio::mutable_buffer pieceBuffer_;
+  Clock::time_point pieceBegin_;
+  uint64_t uploadRest_ = 0;      ///< bytes to come of a body of known length
+  bool isReadingPiece_ = false;  ///< straight into the piece's buffer
+  bool saysContinue_ = false;    ///< before the first piece
+
+  HttpReply reply_;
   std::unique_ptr<boost::asio::steady_timer> delay_;
 
   std::atomic<Phase> phase_{Phase::kHandshake};
@@ -147,14 +169,3 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   std::mutex socketMutex_;  ///< closing against an action thread that uses the socket
   std::atomic<bool> isClosed_{false};
 };
-
-/// Sessions over plain TCP and over TLS.
-std::shared_ptr<HttpSession> MakePlainSession(std::shared_ptr<HttpShared> shared,
-                                              boost::asio::io_context& network,
-                                              boost::asio::ip::tcp::socket socket,
-                                              std::string address);
-std::shared_ptr<HttpSession> MakeTlsSession(std::shared_ptr<HttpShared> shared,
-                                            boost::asio::io_context& network,
-                                            boost::asio::ip::tcp::socket socket,
-                                            std::string address,
-                                            boost::asio::ssl::context& context);

@@ -81,14 +81,17 @@ void PasswordChecker::Work() {
 }
 
 HttpShared::HttpShared(const Settings& settingsOfServer, Authenticator& authenticatorOfServer,
-                       const ActionDatabase& actionsOfServer, ActionPool& poolOfServer,
-                       HttpServer::Audit auditOfServer)
+                       const ActionDatabase& actionsOfServer, AliasTable& aliasesOfServer,
+                       ActionPool& poolOfServer, HttpServer::Audit auditOfServer)
     : settings(settingsOfServer),
       authenticator(authenticatorOfServer),
       actions(actionsOfServer),
+      aliases(aliasesOfServer),
       pool(poolOfServer),
       audit(std::move(auditOfServer)),
       passwordChecker(authenticatorOfServer),
+      proofs(std::chrono::milliseconds(settingsOfServer.pacWindowMs)),
+      uploads(settingsOfServer.maxUploads),
       requestIdPrefix_(MakeRequestIdPrefix()) {}
 
 std::string HttpShared::NextRequestId() {

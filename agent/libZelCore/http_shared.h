@@ -16,6 +16,8 @@
 
 #include "agent/libZelCore/failure_slowdown.h"
 #include "agent/libZelCore/http_server.h"
+#include "agent/libZelCore/http_upload.h"
+#include "agent/libZelCore/proof_memory.h"
 
 class HttpSession;
 
@@ -55,8 +57,8 @@ class PasswordChecker {
 /// server is gone.
 struct HttpShared {
   HttpShared(const Settings& settingsOfServer, Authenticator& authenticatorOfServer,
-             const ActionDatabase& actionsOfServer, ActionPool& poolOfServer,
-             HttpServer::Audit auditOfServer);
+             const ActionDatabase& actionsOfServer, AliasTable& aliasesOfServer,
+             ActionPool& poolOfServer, HttpServer::Audit auditOfServer);
 
   /// A new identifier for each request, unlike any other, also after a restart.
   std::string NextRequestId();
@@ -71,10 +73,13 @@ struct HttpShared {
   const Settings settings;
   Authenticator& authenticator;
   const ActionDatabase& actions;
+  AliasTable& aliases;
   ActionPool& pool;
   const HttpServer::Audit audit;
   FailureSlowdown slowdown;
   PasswordChecker passwordChecker;
+  ProofMemory proofs;
+  UploadThreads uploads;
   std::atomic<bool> isStopping{false};
   /// When the last reply went out whose memory has not been given back; the epoch without one.
   std::atomic<std::chrono::steady_clock::time_point> lastReply{};

@@ -196,10 +196,11 @@ class HttpServerTest : public testing::Test {
     ASSERT_TRUE(actions_.Register(signature, std::move(action), &owner));
   }
   HttpServer& Serve() {
-    server_.emplace(settings_, authenticator_, actions_, pool_, [this](const auto& record) {
-      std::lock_guard lock(auditMutex_);
-      audited_.push_back(record);
-    });
+    server_.emplace(settings_, authenticator_, actions_, aliases_, pool_,
+                    [this](const auto& record) {
+                      std::lock_guard lock(auditMutex_);
+                      audited_.push_back(record);
+                    });
     server_->Start();
     return *server_;
   }
@@ -231,6 +232,8 @@ class HttpServerTest : public testing::Test {
   UserStore users_{directory_.Native() / "users"};
   Authenticator authenticator_{users_, "fleet secret", std::chrono::minutes(5)};
   ActionDatabase actions_;
+  AliasTable aliases_{directory_.Native() / "home", directory_.Native() / "home" / "data",
+                      std::chrono::minutes(10)};
   ActionPool pool_{4, 16};
   Gate started_;  ///< of actions that wait; they may outlive a test's body
   Gate finish_;
@@ -301,7 +304,7 @@ TEST_F(HttpServerTest, AuditsEachInvocation) {
   const Reply reply = Exchange(Call("Echo", "{}"));
   ASSERT_EQ(Audited().size(), 1U);
   const InvocationRecord record = Audited()[0];
-  EXPECT_EQ(record.action, "Echo");
+  EXPECT_EQ(record.what, "action Echo");
   EXPECT_EQ(record.caller.login, "admin");
   EXPECT_EQ(record.caller.address, "127.0.0.1");
   EXPECT_EQ(record.code, 0U);
@@ -902,7 +905,7 @@ TEST_F(HttpServerTest, NamesAnAddressThatIsTaken) {
   Serve();
   Settings same = settings_;
   same.port = server_->Port();
-  HttpServer second(same, authenticator_, actions_, pool_, nullptr);
+  HttpServer second(same, authenticator_, actions_, aliases_, pool_, nullptr);
   try {
     second.Start();
     FAIL() << "two servers on one address";

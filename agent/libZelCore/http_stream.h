@@ -1,0 +1,20 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <memory>
+#include <string>
+
+#include "agent/libZelCore/http_session.h"
+
+/// Sessions over plain TCP and over TLS.
+std::shared_ptr<HttpSession> MakePlainSession(std::shared_ptr<HttpShared> shared,
+                                              boost::asio::io_context& network,
+                                              boost::asio::ip::tcp::socket socket,
+                                              std::string address);
+std::shared_ptr<HttpSession> MakeTlsSession(std::shared_ptr<HttpShared> shared,
+                                            boost::asio::io_context& network,
+                                            boost::asio::ip::tcp::socket socket,
+                                            std::string address,
+                                            boost::asio::ssl::context& context);
