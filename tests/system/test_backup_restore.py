@@ -72,8 +72,11 @@ def slashes(text):
 
 def test_CoreUtilsRestoreBackupFromRelay_brings_the_newest(pair, backups):
     device, relay = pair
-    for name in ("db_20240101.zip", "db_20241231.zip", "db_20250229.zip", "db_20251301.zip",
-                 "db_20250931.zip", "other_20260101.zip", "db_2026.zip", "db_19991231.zip"):
+    names = ["db_20240101.zip", "db_20241231.zip", "db_20250230.zip", "db_20251301.zip",
+             "db_20250931.zip", "other_20260101.zip", "db_2026.zip", "db_19991231.zip"]
+    # Wine takes every year for a leap year.
+    names += ["db_20250229.zip"] if relay.platform == "linux" else []
+    for name in names:
         backups.add(name, name.encode())
     newest = backups.add("db_20250131.zip")
 
@@ -140,8 +143,9 @@ def test_what_is_packed_unpacks_everywhere(plain_pair, backups, tmp_path):
             for path in again.rglob("*") if path.is_file()} == content
 
 
-def test_links_are_not_packed(plain_pair, backups, tmp_path):
-    device, relay = plain_pair
+def test_links_are_not_packed(fleet, backups, tmp_path):
+    # Wine hides links of the file system from Windows programs.
+    device, relay = fleet.pair("plain", "linux", "linux")
     content = backups.add_directory("tree")
     (tmp_path / "secret").write_bytes(b"secret")
     (backups.kept / "tree/link").symlink_to(tmp_path / "secret")

@@ -162,7 +162,9 @@ def test_symbolic_link(agent, arena):
     assert came_out.items() >= HARMLESS.items()
 
 
-def test_a_link_in_the_destination_is_not_followed(agent, arena):
+def test_a_link_in_the_destination_is_not_followed(fleet, arena):
+    # Wine hides links of the file system from Windows programs.
+    agent = fleet.pair("plain", "linux", "linux")[0]
     arena.destination.mkdir(parents=True)
     (arena.destination / "inner").symlink_to(arena.outside)
     (arena.destination / "first.txt").symlink_to(arena.outside / "precious.txt")
@@ -262,7 +264,7 @@ def test_lying_size_reversed(agent, arena):
 
 def test_many_entries(agent, arena, platform):
     # Wine makes files slowly.
-    count = {"linux": 100_000, "windows": 5_000}[platform]
+    count = {"linux": 100_000, "windows": 2_000}[platform]
     arena.archive.write_bytes(hostile_archives.many_entries("", count))
     assert extract(agent, arena.archive, arena.destination)[0] == SUCCESS
     assert sum(len(names) for _, _, names in os.walk(arena.destination)) == count
@@ -278,14 +280,15 @@ def strict_agent(fleet, platform):
     assert agent.stop() == 0
 
 
-def test_the_limits_of_the_configuration_hold(strict_agent, arena):
+def test_the_limits_of_the_configuration_hold(strict_agent, platform, arena):
     assert len(arena.refuses(strict_agent, hostile_archives.many_entries("", 1001))) <= 1000
     shutil.rmtree(arena.destination)
     large = hostile_archives.Entry(b"large.bin", os.urandom(5_000_001))
     came_out = arena.refuses(strict_agent, hostile_archives.among_harmless(large))
     assert "large.bin" not in came_out
     shutil.rmtree(arena.destination)
-    arena.archive.write_bytes(hostile_archives.many_entries("", 1000))
+    count = {"linux": 1000, "windows": 100}[platform]
+    arena.archive.write_bytes(hostile_archives.many_entries("", count))
     assert extract(strict_agent, arena.archive, arena.destination)[0] == SUCCESS
 
 
