@@ -1,13 +1,10 @@
 #include "agent/libZel/http_file.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
-#include <fstream>
-#include <memory>
-#include <mutex>
-#include <stdexcept>
 #include <string>
+
+#include "agent/libZel/file_body.h"
+#include "agent/libZel/http_exchange.h"
 
 namespace http_file {
 namespace {
@@ -20,93 +17,27 @@ constexpr long kMaxRedirects = 5;
 constexpr long kNotFound = 404;
 constexpr long kGone = 410;
 
-// The library is prepared at the first use: an agent that never transfers does not pay for it.
-void PrepareOnce() {
-  static std::once_flag once;
-  std::call_once(once, [] {
-    if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
-      throw std::runtime_error("the HTTP client could not be prepared");
-    }
-  });
-}
-
-struct FreeHandle {
-  void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
-};
-struct FreeList {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-
-size_t Discard(char*, size_t size, size_t count, void*) {
-  return size * count;
-}
-
-// One request. Callbacks must not throw: they run inside a C library.
-class Request {
+// A request on behalf of a user, whose servers may be anywhere.
+class Request : public http_exchange::Request {
  public:
-  explicit Request(const ZelString& url) {
-    PrepareOnce();
-    handle_.reset(curl_easy_init());
-    if (!handle_) throw std::bad_alloc();
-    Set(CURLOPT_ERRORBUFFER, error_);
-    Set(CURLOPT_URL, url.GetString(kEncodingUtf8));
-    Set(CURLOPT_PROTOCOLS_STR, "http,https");
-    Set(CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+  explicit Request(const ZelString& url) : http_exchange::Request(url.GetString(kEncodingUtf8)) {
     Set(CURLOPT_FOLLOWLOCATION, 1L);
     Set(CURLOPT_MAXREDIRS, kMaxRedirects);
     Set(CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
     Set(CURLOPT_LOW_SPEED_LIMIT, kStallBytesPerSecond);
     Set(CURLOPT_LOW_SPEED_TIME, kStallTimeoutSeconds);
-    Set(CURLOPT_NOSIGNAL, 1L);
-    Set(CURLOPT_SSL_VERIFYPEER, 1L);
-    Set(CURLOPT_SSL_VERIFYHOST, 2L);
     // Where the system keeps the authorities it trusts itself, those count.
     Set(CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));
-    Set(CURLOPT_USERAGENT, "zelagent");
-    Set(CURLOPT_WRITEFUNCTION, Discard);
-  }
-
-  template <typename Value>
-  void Set(CURLoption option, Value value) {
-    const CURLcode code = curl_easy_setopt(handle_.get(), option, value);
-    if (code != CURLE_OK) throw std::runtime_error(curl_easy_strerror(code));
-  }
-
-  void AddHeader(const char* line) {
-    curl_slist* longer = curl_slist_append(headers_.get(), line);
-    if (longer == nullptr) throw std::bad_alloc();
-    headers_.release();
-    headers_.reset(longer);
-    Set(CURLOPT_HTTPHEADER, longer);
   }
 
   /// Success is an answer of the 200s that came whole.
-  Outcome Perform() {
-    const CURLcode code = curl_easy_perform(handle_.get());
-    if (code != CURLE_OK) {
-      return FailedBecause(error_[0] != '\0' ? error_ : curl_easy_strerror(code));
-    }
+  Outcome Ask() {
+    if (Perform() != CURLE_OK) return FailedBecause(Reason());
     const long status = Status();
     if (status >= 200 && status <= 299) return {};
     ZelString reason;
     return FailedBecause(reason.Printf("the server answered with status %d", status));
   }
-
-  long Status() const {
-    long status = 0;
-    curl_easy_getinfo(handle_.get(), CURLINFO_RESPONSE_CODE, &status);
-    return status;
-  }
-  curl_off_t Number(CURLINFO info) const {
-    curl_off_t value = -1;
-    curl_easy_getinfo(handle_.get(), info, &value);
-    return value;
-  }
-
- private:
-  char error_[CURL_ERROR_SIZE] = {};
-  std::unique_ptr<curl_slist, FreeList> headers_;
-  std::unique_ptr<CURL, FreeHandle> handle_;
 };
 
 struct Sink {
@@ -127,47 +58,28 @@ Outcome Fetch(const ZelString& url, file_system::PendingFile* file) {
   request.Set(CURLOPT_FAILONERROR, 1L);
   request.Set(CURLOPT_FILETIME, 1L);
   request.Set(CURLOPT_WRITEFUNCTION, WriteToFile);
-  request.Set(CURLOPT_WRITEDATA, &sink);
-  Outcome outcome = request.Perform();
+  request.SetContext(CURLOPT_WRITEDATA, &sink);
+  Outcome outcome = request.Ask();
   if (sink.error != 0) return OutcomeOf(sink.error);
   if (!outcome) return outcome;
   const curl_off_t modified = request.Number(CURLINFO_FILETIME_T);
   return modified < 0 ? Outcome{} : OutcomeOf(file->SetModified(modified));
 }
 
-size_t ReadFromFile(char* bytes, size_t size, size_t count, void* context) {
-  auto* file = static_cast<std::ifstream*>(context);
-  file->read(bytes, static_cast<std::streamsize>(size * count));
-  return file->bad() ? CURL_READFUNC_ABORT : static_cast<size_t>(file->gcount());
-}
-
-// A redirected upload starts again.
-int SeekInFile(void* context, curl_off_t offset, int origin) {
-  auto* file = static_cast<std::ifstream*>(context);
-  if (origin != SEEK_SET) return CURL_SEEKFUNC_CANTSEEK;
-  file->clear();
-  file->seekg(offset);
-  return file->good() ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
-}
-
 Outcome Send(const std::filesystem::path& source, const ZelString& url, bool replace) {
-  const file_system::Status status = file_system::Look(source);
-  std::ifstream file(source, std::ios::binary);
-  if (!file) return FailedBecause("the file cannot be opened");
+  FileBody file;
+  const Outcome opened = file.Open(source);
+  if (!opened) return opened;
 
   Request request(url);
-  request.Set(CURLOPT_UPLOAD, 1L);
-  request.Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(status.sizeBytes));
-  request.Set(CURLOPT_READFUNCTION, ReadFromFile);
-  request.Set(CURLOPT_READDATA, &file);
-  request.Set(CURLOPT_SEEKFUNCTION, SeekInFile);
-  request.Set(CURLOPT_SEEKDATA, &file);
+  file.SendWith(&request, nullptr);
   if (!replace) request.AddHeader("If-None-Match: *");
-  const Outcome outcome = request.Perform();
+  const Outcome outcome = request.Ask();
+  if (!file.Failure()) return file.Failure();
   if (!outcome) return outcome;
   const bool isWhole =
-      request.Number(CURLINFO_SIZE_UPLOAD_T) >= static_cast<curl_off_t>(status.sizeBytes);
-  return isWhole ? Outcome{} : FailedBecause("the file became shorter while it was sent");
+      request.Number(CURLINFO_SIZE_UPLOAD_T) >= static_cast<curl_off_t>(file.SizeBytes());
+  return isWhole ? Outcome{} : FailedBecause("the server did not take the whole file");
 }
 
 Outcome RefuseExisting(const ZelString& url) {
@@ -189,7 +101,7 @@ Outcome RefuseExisting(const ZelString& url) {
 Properties GetProperties(const ZelString& url) {
   Request request(url);
   request.Set(CURLOPT_NOBODY, 1L);
-  const Outcome outcome = request.Perform();
+  const Outcome outcome = request.Ask();
   Properties properties;
   properties.reason = outcome.reason;
   const long status = request.Status();
@@ -234,7 +146,7 @@ Outcome Copy(const ZelString& source, const ZelString& destination, bool replace
 Outcome Delete(const ZelString& url) {
   Request request(url);
   request.Set(CURLOPT_CUSTOMREQUEST, "DELETE");
-  return request.Perform();
+  return request.Ask();
 }
 
 ZelString WithoutCredentials(const ZelString& url) {

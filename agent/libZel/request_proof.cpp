@@ -102,6 +102,36 @@ bool ParseDate(std::string_view text, int64_t* date) {
 
 }  // namespace
 
+struct BodyDigest::Implementation {
+  struct Free {
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+  };
+  static void Check(bool isDone) {
+    if (!isDone) throw std::runtime_error("the cryptographic library offers no SHA-256");
+  }
+  std::unique_ptr<EVP_MD_CTX, Free> context{EVP_MD_CTX_new()};
+};
+
+BodyDigest::BodyDigest() : implementation_(std::make_unique<Implementation>()) {
+  EVP_MD_CTX* const context = implementation_->context.get();
+  Implementation::Check(context != nullptr &&
+                        EVP_DigestInit_ex(context, EVP_sha256(), nullptr) == 1);
+}
+
+BodyDigest::~BodyDigest() = default;
+
+void BodyDigest::Add(std::string_view piece) {
+  Implementation::Check(
+      EVP_DigestUpdate(implementation_->context.get(), piece.data(), piece.size()) == 1);
+}
+
+std::string BodyDigest::Hex() {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned length = 0;
+  Implementation::Check(EVP_DigestFinal_ex(implementation_->context.get(), digest, &length) == 1);
+  return ToHex(digest, length);
+}
+
 std::string MakeProof(const PacContext& context, const ProvenRequest& request,
                       std::string_view bodySha256) {
   using std::chrono::duration_cast, std::chrono::seconds, std::chrono::system_clock;

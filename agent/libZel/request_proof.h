@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,24 @@
 //
 // date: seconds since 1970-01-01 UTC; nonce: 16 random bytes; sha256: the digest of the body;
 // mac: over method, target, Host, agent, date, nonce and digest, each followed by a line feed.
+
+/// SHA-256 (FIPS 180-4) of a body that comes in pieces. Throws std::runtime_error where the
+/// cryptographic library does not offer it.
+class BodyDigest {
+ public:
+  BodyDigest();
+  ~BodyDigest();
+  BodyDigest(const BodyDigest&) = delete;
+  BodyDigest& operator=(const BodyDigest&) = delete;
+
+  void Add(std::string_view piece);
+  /// The digest in 64 lower-case hexadecimal digits; once, at the end.
+  std::string Hex();
+
+ private:
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
+};
 
 struct RequestProof {
   std::string agentName;

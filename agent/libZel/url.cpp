@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace {
@@ -65,6 +67,117 @@ bool IsHostAndPort(std::string_view text) {
          (colon == text.size() || IsPort(text.substr(colon + 1)));
 }
 
+constexpr std::string_view kSubDelimiters = "!$&'()*+,;=";
+constexpr size_t kIpv6Groups = 8;
+constexpr size_t kIpv4Numbers = 4;
+
+bool IsUnreserved(char c) {
+  return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') ||
+         std::string_view("-._~").find(c) != std::string_view::npos;
+}
+
+// Whether the text is made of unreserved characters, sub-delimiters, those in `more` and percent
+// signs with two hexadecimal digits behind them.
+bool IsEncoded(std::string_view text, std::string_view more) {
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '%') {
+      if (i + 2 >= text.size() || !IsHexDigit(text[i + 1]) || !IsHexDigit(text[i + 2]))
+        return false;
+      i += 2;
+    } else if (!IsUnreserved(c) && kSubDelimiters.find(c) == kSubDelimiters.npos &&
+               more.find(c) == more.npos) {
+      return false;
+    }
+  }
+  return true;
+}
+
+unsigned HexValue(char c) {
+  return static_cast<unsigned>(IsDigit(c) ? c - '0' : Lower(c) - 'a' + 10);
+}
+
+// Undoes the percent-encoding of a text that `IsEncoded`.
+std::string Decoded(std::string_view text) {
+  std::string decoded;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      decoded += text[i];
+      continue;
+    }
+    decoded += static_cast<char>(HexValue(text[i + 1]) << 4 | HexValue(text[i + 2]));
+    i += 2;
+  }
+  return decoded;
+}
+
+std::string_view TakeUpTo(std::string_view* text, char separator) {
+  const size_t end = std::min(text->find(separator), text->size());
+  const std::string_view taken = text->substr(0, end);
+  text->remove_prefix(std::min(end + 1, text->size()));
+  return taken;
+}
+
+bool IsIpv4Address(std::string_view text) {
+  size_t count = 1 + static_cast<size_t>(std::count(text.begin(), text.end(), '.'));
+  if (count != kIpv4Numbers) return false;
+  for (; count > 0; --count) {
+    const std::string_view number = TakeUpTo(&text, '.');
+    unsigned value = 0;
+    if (number.empty() || number.size() > 3 || (number.size() > 1 && number[0] == '0'))
+      return false;
+    for (const char c : number) {
+      if (!IsDigit(c)) return false;
+      value = value * 10 + static_cast<unsigned>(c - '0');
+    }
+    if (value > 255) return false;
+  }
+  return true;
+}
+
+// The groups of 16 bits in a part of an IPv6 address, which may end in an IPv4 address when it is
+// the last part; nothing when it is none.
+std::optional<size_t> CountGroups(std::string_view text, bool isLast) {
+  if (text.empty()) return 0;
+  size_t separators = static_cast<size_t>(std::count(text.begin(), text.end(), ':'));
+  size_t count = 0;
+  for (;; --separators) {
+    const std::string_view group = TakeUpTo(&text, ':');
+    if (separators == 0 && isLast && IsIpv4Address(group)) return count + 2;
+    if (group.empty() || group.size() > 4 || !std::all_of(group.begin(), group.end(), IsHexDigit))
+      return std::nullopt;
+    ++count;
+    if (separators == 0) return count;
+  }
+}
+
+bool IsIpv6Address(std::string_view text) {
+  const size_t gap = text.find("::");
+  if (gap == text.npos) return CountGroups(text, true) == kIpv6Groups;
+  const auto before = CountGroups(text.substr(0, gap), false);
+  const auto after = CountGroups(text.substr(gap + 2), true);
+  return before && after && *before + *after < kIpv6Groups;
+}
+
+// The host in "host", "host:port" or "host:" without its brackets; empty when it is none of RFC
+// 3986.
+std::string_view HostIn(std::string_view hostAndPort) {
+  if (!IsHostAndPort(hostAndPort)) return {};
+  if (hostAndPort.starts_with('[')) {
+    const std::string_view address = hostAndPort.substr(1, hostAndPort.find(']') - 1);
+    return IsIpv6Address(address) ? address : std::string_view();
+  }
+  const std::string_view name = hostAndPort.substr(0, hostAndPort.find(':'));
+  return IsEncoded(name, "") ? name : std::string_view();
+}
+
+// What stands behind the authority: path, query and fragment.
+bool IsRest(std::string_view text) {
+  const size_t fragment = std::min(text.find('#'), text.size());
+  return IsEncoded(text.substr(0, fragment), ":@/?") &&
+         (fragment == text.size() || IsEncoded(text.substr(fragment + 1), ":@/?"));
+}
+
 }  // namespace
 
 int UrlParseInet::CanHandleUrl(const ZelString& text) {
@@ -78,6 +191,26 @@ int UrlParseInet::CanHandleUrl(const ZelString& text) {
   return IsHostAndPort(at == authority.npos ? authority : authority.substr(at + 1)) ? 1 : 0;
 }
 
-int UrlParseInet::LoadUrl(const ZelString&) {
-  return 0;
+int UrlParseInet::LoadUrl(const ZelString& url) {
+  *this = UrlParseInet();
+  std::string_view rest = url.Utf8();
+  if (!RemovePrefix(&rest, "http://") && !RemovePrefix(&rest, "https://")) return 0;
+  const std::string_view authority = rest.substr(0, rest.find_first_of("/?#"));
+  rest.remove_prefix(authority.size());
+
+  // A second "@" is one too many: who reads it otherwise would send the password elsewhere.
+  const size_t at = authority.find('@');
+  const std::string_view host = HostIn(at == authority.npos ? authority : authority.substr(at + 1));
+  std::string_view password = at == authority.npos ? std::string_view() : authority.substr(0, at);
+  if (host.empty() || !IsEncoded(password, ":") || !IsRest(rest)) return 0;
+  const std::string_view user = TakeUpTo(&password, ':');
+  const std::string decodedUser = Decoded(user);
+  const std::string decodedPassword = Decoded(password);
+  // A NUL would cut either short on its way.
+  if ((decodedUser + decodedPassword).find('\0') != std::string::npos) return 0;
+
+  user_ = ZelString(decodedUser);
+  password_ = ZelString(decodedPassword);
+  host_ = ZelString(host);
+  return 1;
 }

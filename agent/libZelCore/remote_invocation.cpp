@@ -1,40 +1,30 @@
 #include "agent/libZelCore/remote_invocation.h"
 
-#include <curl/curl.h>
-
 #include <algorithm>
 #include <memory>
-#include <mutex>
+#include <stdexcept>
 #include <string_view>
 
-#include "agent/libZel/native_path.h"
+#include "agent/libZel/http_exchange.h"
+#include "agent/libZel/request_proof.h"
 #include "agent/libZelCore/credentials.h"
 #include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/json_codec.h"
+#include "libZel/url.h"
+
+using http_exchange::AgentAddress;
+using http_exchange::AgentLogin;
 
 namespace {
 
 constexpr size_t kMaxReplyBytes = 64 * 1024 * 1024;
 constexpr long kMaxTimeoutMs = 24L * 60 * 60 * 1000;
+constexpr size_t kLongestName = 64;
 
 struct UrlFree {
   void operator()(CURLU* url) const { curl_url_cleanup(url); }
 };
-struct EasyFree {
-  void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-};
-struct ListFree {
-  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
 using Url = std::unique_ptr<CURLU, UrlFree>;
-using Easy = std::unique_ptr<CURL, EasyFree>;
-using Headers = std::unique_ptr<curl_slist, ListFree>;
-
-// Loading the TLS library takes time and memory, so an agent that calls no other one never does.
-void InitialiseOnce() {
-  static std::once_flag once;
-  std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-}
 
 std::string Part(CURLU* url, CURLUPart part) {
   char* text = nullptr;
@@ -46,13 +36,39 @@ std::string Part(CURLU* url, CURLUPart part) {
 
 struct Address {
   std::string error;
-  bool isTls = false;
-  std::string host;
-  std::string base;  ///< "https://host:port"
+  AgentAddress agent;
+  bool hasCredentials = false;
+  std::string user;
+  std::string password;
 };
 
+bool IsAgentName(std::string_view name) {
+  return !name.empty() && name.size() <= kLongestName &&
+         std::all_of(name.begin(), name.end(), [](char c) {
+           return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                  c == '.' || c == '-' || c == '_';
+         });
+}
+
+// The name and password of an address; what is wrong with them, or nothing. Both may be empty: an
+// agent without a fleet has no more to say.
+std::string ReadCredentials(const std::string& text, Address* address) {
+  UrlParseInet parts;
+  if (parts.LoadUrl(ZelString(text)) == 0) return "the address is not a URL";
+  address->user = parts.GetUser().Utf8();
+  address->password = parts.GetPassword().Utf8();
+  if (address->user.empty() && address->password.empty()) return {};
+  address->hasCredentials = true;
+  if (!IsAgentName(address->user)) return "the name in the address is not that of an agent";
+  return address->password.empty() ? "the address holds a name without a password" : "";
+}
+
 Address ParseAddress(const std::string& text) {
-  const auto failed = [](const char* reason) { return Address{reason, false, {}, {}}; };
+  const auto failed = [](const char* reason) {
+    Address address;
+    address.error = reason;
+    return address;
+  };
   const auto isVisible = [](unsigned char c) { return c > 0x20 && c < 0x7F; };
   if (!std::all_of(text.begin(), text.end(), isVisible))
     return failed("the address holds blanks or characters beyond ASCII");
@@ -64,44 +80,16 @@ Address ParseAddress(const std::string& text) {
   const std::string scheme = Part(url.get(), CURLUPART_SCHEME);
   if (scheme != "http" && scheme != "https")
     return failed("the address does not start with http:// or https://");
-  if (text.find('@') != std::string::npos) return failed("the address holds credentials");
   const std::string path = Part(url.get(), CURLUPART_PATH);
   if (path != "/" || text.find_first_of("?#") != std::string::npos)
     return failed("the address has more than a host and a port");
 
   Address address;
-  address.isTls = scheme == "https";
-  address.host = Part(url.get(), CURLUPART_HOST);
-  const std::string port = Part(url.get(), CURLUPART_PORT);
-  address.base = scheme + "://" + address.host + (port.empty() ? "" : ":" + port);
+  address.agent.isTls = scheme == "https";
+  address.agent.host = Part(url.get(), CURLUPART_HOST);
+  address.agent.port = Part(url.get(), CURLUPART_PORT);
+  if (text.find('@') != std::string::npos) address.error = ReadCredentials(text, &address);
   return address;
-}
-
-bool IsLoopback(std::string_view host) {
-  if (host == "localhost" || host == "[::1]") return true;
-  if (!host.starts_with("127.")) return false;
-  const bool isNumeric = host.find_first_not_of("0123456789.") == std::string_view::npos;
-  return isNumeric && std::count(host.begin(), host.end(), '.') == 3;
-}
-
-struct Reply {
-  std::string body;
-  bool isTooLong = false;
-};
-
-size_t ReceiveBody(char* bytes, size_t size, size_t count, void* context) {
-  auto& reply = *static_cast<Reply*>(context);
-  const size_t length = size * count;
-  if (length > kMaxReplyBytes - reply.body.size()) {
-    reply.isTooLong = true;
-    return 0;
-  }
-  try {
-    reply.body.append(bytes, length);
-    return length;
-  } catch (const std::bad_alloc&) {
-    return 0;
-  }
 }
 
 uint32_t CodeOf(CURLcode failure) {
@@ -109,8 +97,8 @@ uint32_t CodeOf(CURLcode failure) {
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_ISSUER_ERROR:
     case CURLE_SSL_INVALIDCERTSTATUS:
-    case CURLE_SSL_CERTPROBLEM:
       return kInvokeRefused;
+    case CURLE_SSL_CERTPROBLEM:  // with our own one
     case CURLE_SSL_CACERT_BADFILE:
       return kInvokeNotConfigured;
     case CURLE_SSL_CONNECT_ERROR:
@@ -167,82 +155,95 @@ RemoteResult FromReply(const std::string& body, ZelContainer* parameters) {
 }  // namespace
 
 std::string CheckAgentAddress(const std::string& address) {
+  if (address.find('@') != std::string::npos) return "the address holds credentials";
   return ParseAddress(address).error;
 }
 
+std::string WithoutCredentials(const std::string& address) {
+  const size_t at = address.rfind('@');
+  if (at == std::string::npos) return address;
+  const size_t scheme = address.find("://");
+  const std::string start = scheme < at ? address.substr(0, scheme + 3) : std::string();
+  return start + address.substr(at + 1);
+}
+
 RemoteInvoker::RemoteInvoker(const Settings& settings)
-    : agentName_(settings.agentName),
-      secret_(settings.fleetSecret),
-      caFile_(FromNativePath(settings.fleetCaFile).Utf8()),
+    : own_{settings.agentName, settings.fleetSecret},
+      usesTls_(settings.ssl != SslUse::kNone),
+      usesProofs_(settings.pac != PacUse::kNone),
       timeoutMs_(settings.remoteTimeoutMs),
       connectTimeoutMs_(settings.connectTimeoutMs),
-      allowPlain_(settings.fleetAllowPlain) {}
+      allowPlain_(settings.fleetAllowPlain) {
+  tls_.authorityFile = settings.fleetCaFile;
+  if (!usesTls_) return;
+  tls_.certificateFile = settings.certificateFile;
+  tls_.privateKeyFile = settings.privateKeyFile;
+}
 
 RemoteResult RemoteInvoker::Invoke(const std::string& addressText, const std::string& action,
                                    ZelContainer* parameters, uint32_t timeoutMs) const {
-  const Address address = ParseAddress(addressText);
-  if (!address.error.empty()) return {kInvokeNotConfigured, address.error};
-  if (secret_.empty()) return {kInvokeNotConfigured, "[fleet] secret_file is not set"};
-  if (address.isTls && caFile_.empty()) return {kInvokeNotConfigured, "[fleet] ca is not set"};
-  if (!address.isTls && !allowPlain_ && !IsLoopback(address.host)) {
-    return {kInvokeNotConfigured,
-            "fleet credentials do not leave this machine without TLS ([fleet] allow_plain = no)"};
-  }
+  try {
+    Address address = ParseAddress(addressText);
+    if (!address.error.empty()) return {kInvokeNotConfigured, address.error};
+    address.agent.isTls |= usesTls_;
+    const bool needsSecret = usesProofs_ || !address.hasCredentials;
+    if (needsSecret && own_.fleetSecret.empty())
+      return {kInvokeNotConfigured, "[fleet] secret_file is not set"};
+    if (address.agent.isTls && tls_.authorityFile.empty())
+      return {kInvokeNotConfigured, "[fleet] ca is not set"};
+    const bool isPlain = !address.agent.isTls && !usesProofs_;
+    if (isPlain && !allowPlain_ && !http_exchange::IsLoopback(address.agent.host)) {
+      return {kInvokeNotConfigured,
+              "fleet credentials do not leave this machine without TLS ([fleet] allow_plain = no)"};
+    }
 
+    AgentLogin login;
+    if (usesProofs_) {
+      login.pac = &own_;
+    } else if (address.hasCredentials) {
+      login.agentName = address.user;
+      login.password = address.password;
+    } else {
+      login.agentName = own_.agentName;
+      login.password = FleetPassword(own_.fleetSecret, own_.agentName);
+    }
+    return Send(address.agent, login, action, parameters, timeoutMs);
+  } catch (const std::runtime_error& error) {
+    return {kInvokeUnreachable, error.what()};
+  }
+}
+
+RemoteResult RemoteInvoker::Send(const AgentAddress& address, const AgentLogin& login,
+                                 const std::string& action, ZelContainer* parameters,
+                                 uint32_t timeoutMs) const {
   const uint32_t depth = InvocationContext::CurrentDepth() + 1;
   if (depth > kMaxInvocationDepth)
     return {kInvokeRefused, "agents have handed it on to each other too often"};
 
-  InitialiseOnce();
-  const Easy easy(curl_easy_init());
-  if (!easy) return {kInvokeUnreachable, "libcurl gives no handle"};
-  CURL* const curl = easy.get();
-
-  char* const escaped = curl_easy_escape(curl, action.data(), static_cast<int>(action.size()));
-  const std::string url = address.base + "/v1/actions/" + (escaped ? escaped : "");
-  curl_free(escaped);
-  const std::string user = "agent/" + agentName_;
-  const std::string password = FleetPassword(secret_, agentName_);
   std::string body;
   EncodeContainer(*parameters, &body);
-  Headers headers(curl_slist_append(nullptr, "Content-Type: application/json"));
-  if (headers) curl_slist_append(headers.get(), "Expect:");
-  const std::string depthField = kInvocationDepthField + (": " + std::to_string(depth));
-  if (headers) curl_slist_append(headers.get(), depthField.c_str());
+  BodyDigest digest;
+  digest.Add(body);
+  const std::string target = "/v1/actions/" + http_exchange::EncodePath(action);
 
-  Reply reply;
-  char reason[CURL_ERROR_SIZE] = "";
-  const long totalMs =
-      std::clamp<long long>(timeoutMs == ~0U ? timeoutMs_ : timeoutMs, 1, kMaxTimeoutMs);
-  curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(curl, CURLOPT_PATH_AS_IS, 1L);
-  curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 0L);
-  curl_easy_setopt(curl, CURLOPT_PROXY, "");  // agents talk to each other directly
-  curl_easy_setopt(curl, CURLOPT_NETRC, static_cast<long>(CURL_NETRC_IGNORED));
-  curl_easy_setopt(curl, CURLOPT_HTTPAUTH, CURLAUTH_BASIC);
-  curl_easy_setopt(curl, CURLOPT_USERNAME, user.c_str());
-  curl_easy_setopt(curl, CURLOPT_PASSWORD, password.c_str());
-  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, 2L);
-  curl_easy_setopt(curl, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-  curl_easy_setopt(curl, CURLOPT_CAINFO, caFile_.empty() ? nullptr : caFile_.c_str());
-  curl_easy_setopt(curl, CURLOPT_CAPATH, nullptr);
-  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, totalMs);
-  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectTimeoutMs_));
-  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, ReceiveBody);
-  curl_easy_setopt(curl, CURLOPT_WRITEDATA, &reply);
-  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, reason);
+  http_exchange::Request request(address.Base() + target);
+  http_exchange::AddressAgent(&request, address, login, "POST", target, digest.Hex());
+  if (address.isTls) http_exchange::UseFleetTls(&request, tls_);
+  request.AddHeader("Content-Type: application/json");
+  request.AddHeader("Expect:");
+  request.AddHeader(kInvocationDepthField + (": " + std::to_string(depth)));
+  request.Set(CURLOPT_TIMEOUT_MS,
+              static_cast<long>(std::clamp<long long>(timeoutMs == ~0U ? timeoutMs_ : timeoutMs, 1,
+                                                      kMaxTimeoutMs)));
+  request.Set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(connectTimeoutMs_));
+  request.SetSize(CURLOPT_POSTFIELDSIZE_LARGE, body.size());
+  request.Set(CURLOPT_POSTFIELDS, body.c_str());
+  std::string reply;
+  request.Collect(&reply, kMaxReplyBytes);
 
-  const CURLcode outcome = curl_easy_perform(curl);
-  if (reply.isTooLong) return {kInvokeBadReply, "the reply is longer than 64 MiB"};
-  if (outcome != CURLE_OK) return {CodeOf(outcome), *reason ? reason : curl_easy_strerror(outcome)};
-
-  long status = 0;
-  curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-  return status == 200 ? FromReply(reply.body, parameters) : FromErrorStatus(status, reply.body);
+  const CURLcode outcome = request.Perform();
+  if (request.IsTooLong()) return {kInvokeBadReply, "the reply is longer than 64 MiB"};
+  if (outcome != CURLE_OK) return {CodeOf(outcome), request.Reason()};
+  const long status = request.Status();
+  return status == 200 ? FromReply(reply, parameters) : FromErrorStatus(status, reply);
 }

