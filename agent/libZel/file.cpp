@@ -1,5 +1,7 @@
 #include "libZel/file.h"
 
+#include <optional>
+
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/file_checks.h"
 #include "agent/libZel/file_system.h"
@@ -117,13 +119,19 @@ Status StatusOf(const ZelString& path) {
   return native ? file_system::Look(native.path) : Status{};
 }
 
+// Whether there is a file or directory.
+bool StandsThere(const ZelString& path) {
+  const NativePath native = ToNativePath(path);
+  return native && file_system::Look(native.path).kind != Kind::kMissing;
+}
+
 }  // namespace
 
 int FileExists(const ZelString& path) {
   return Guarded("FileExists", 0, [&] {
     if (IsUrl(path)) return PropertiesOf(path).presence == Presence::kExists ? 1 : 0;
     const std::optional<bool> cameOut = LastExtractionTo(path);
-    if (cameOut) return *cameOut && StatusOf(path).kind != Kind::kMissing ? 1 : 0;
+    if (cameOut) return *cameOut && StandsThere(path) ? 1 : 0;
     const Kind kind = StatusOf(path).kind;
     return kind == Kind::kFile || kind == Kind::kOther ? 1 : 0;
   });

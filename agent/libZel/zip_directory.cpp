@@ -72,9 +72,11 @@ class Fields {
   std::string_view bytes_;
 };
 
-struct Place {
-  uint64_t begin = 0;
-  uint64_t end = 0;
+// An entry while its local record is looked for.
+struct Record {
+  ZipEntry* entry = nullptr;
+  // The name's bytes in the directory.
+  std::string_view name;
 };
 
 struct Directory {
@@ -128,9 +130,11 @@ class Reader {
 
     Fields fields(records);
     std::vector<ZipEntry> entries(directory.entryCount);
-    for (ZipEntry& entry : entries) ReadEntry(&fields, &entry);
+    std::vector<Record> inOrder;
+    inOrder.reserve(entries.size());
+    for (ZipEntry& entry : entries) inOrder.push_back(ReadEntry(&fields, &entry));
     Require(fields.Left() == 0, "its directory is larger than its entries");
-    CheckPlaces(&entries, directory.offset);
+    CheckPlaces(&inOrder, directory.offset);
     return entries;
   }
 
@@ -212,7 +216,7 @@ class Reader {
   }
 
   // The offset of the entry's local record goes to `dataOffset` for now.
-  static void ReadEntry(Fields* fields, ZipEntry* entry) {
+  static Record ReadEntry(Fields* fields, ZipEntry* entry) {
     Require(fields->U32() == kEntrySignature, "its directory is damaged");
     fields->U8();
     const uint8_t system = fields->U8();
@@ -247,6 +251,7 @@ class Reader {
     if (!entry->modifiedNs && dosDate != 0) {
       entry->modifiedNs = UnixTimeOf(dosDate, dosTime) * kNsPerSecond;
     }
+    return {entry, name};
   }
 
   static void ReadExtra(Fields extra, std::string_view name, ZipEntry* entry) {
@@ -280,20 +285,17 @@ class Reader {
   }
 
   // Finds the packed bytes of each entry, and sees to it that the entries fill the file.
-  void CheckPlaces(std::vector<ZipEntry>* entries, uint64_t directoryOffset) {
-    std::vector<ZipEntry*> inOrder;
-    inOrder.reserve(entries->size());
-    for (ZipEntry& entry : *entries) inOrder.push_back(&entry);
-    std::stable_sort(inOrder.begin(), inOrder.end(), [](const ZipEntry* a, const ZipEntry* b) {
-      return a->dataOffset < b->dataOffset;
+  void CheckPlaces(std::vector<Record>* records, uint64_t directoryOffset) {
+    std::stable_sort(records->begin(), records->end(), [](const Record& a, const Record& b) {
+      return a.entry->dataOffset < b.entry->dataOffset;
     });
     uint64_t end = 0;
     uint16_t flags = 0;
-    for (ZipEntry* entry : inOrder) {
-      CheckGap(end, entry->dataOffset, flags);
-      FindData(entry, directoryOffset);
-      end = entry->dataOffset + entry->packedBytes;
-      flags = entry->flags;
+    for (const Record& record : *records) {
+      CheckGap(end, record.entry->dataOffset, flags);
+      FindData(record, directoryOffset);
+      end = record.entry->dataOffset + record.entry->packedBytes;
+      flags = record.entry->flags;
     }
     CheckGap(end, directoryOffset, flags);
   }
@@ -307,19 +309,35 @@ class Reader {
     Require(gap == 0 || isDescriptor, "it holds something besides its entries");
   }
 
-  void FindData(ZipEntry* entry, uint64_t directoryOffset) {
-    const uint64_t offset = entry->dataOffset;
-    Require(offset <= directoryOffset && directoryOffset - offset >= kLocalBytes,
-            "it is truncated");
-    const std::string bytes = Read(offset, kLocalBytes);
+  // The local record must say the same as the directory.
+  void FindData(const Record& record, uint64_t directoryOffset) {
+    ZipEntry& entry = *record.entry;
+    const uint64_t offset = entry.dataOffset;
+    const uint64_t minBytes = kLocalBytes + record.name.size();
+    Require(offset <= directoryOffset && directoryOffset - offset >= minBytes, "it is truncated");
+    const std::string bytes = Read(offset, minBytes);
     Fields local(bytes);
     Require(local.U32() == kLocalSignature, "an entry in it does not stand where it should");
-    local.Bytes(22);
-    const uint64_t headBytes = kLocalBytes + uint64_t{local.U16()} + local.U16();
+    local.U16();
+    const uint16_t flags = local.U16();
+    const uint16_t method = local.U16();
+    local.U32();
+    const bool isLater = (flags & kDescriptorFlag) != 0;
+    const auto agrees = [&](uint64_t value) {
+      const uint32_t here = local.U32();
+      return here == value || here == kAbsent32 || (here == 0 && isLater);
+    };
+    const bool hasSizes = agrees(entry.crc) && agrees(entry.packedBytes) && agrees(entry.sizeBytes);
+    const size_t nameBytes = local.U16();
+    const uint64_t headBytes = minBytes + local.U16();
+    constexpr uint16_t kComparedFlags = kDescriptorFlag | kZipEncryptedFlags;
+    Require(hasSizes && method == entry.method && ((flags ^ entry.flags) & kComparedFlags) == 0 &&
+                nameBytes == record.name.size() && local.Bytes(nameBytes) == record.name,
+            "an entry in it contradicts the directory");
     Require(headBytes <= directoryOffset - offset &&
-                entry->packedBytes <= directoryOffset - offset - headBytes,
+                entry.packedBytes <= directoryOffset - offset - headBytes,
             "it is truncated");
-    entry->dataOffset = offset + headBytes;
+    entry.dataOffset = offset + headBytes;
   }
 
   const ZipBytes& bytes_;

@@ -15,6 +15,9 @@
 constexpr uint16_t kZipStored = 0;
 constexpr uint16_t kZipDeflated = 8;
 
+/// The flags of an entry that is encrypted in one way or another.
+constexpr uint16_t kZipEncryptedFlags = 0x2041;
+
 struct ZipEntry {
   ZelString name;
   uint16_t flags = 0;
@@ -31,7 +34,7 @@ struct ZipEntry {
   /// Attribute bits of DOS.
   uint8_t dosAttributes = 0;
 
-  bool IsEncrypted() const { return (flags & 0x2041) != 0; }
+  bool IsEncrypted() const { return (flags & kZipEncryptedFlags) != 0; }
 };
 
 struct ZipDirectory {

@@ -1,0 +1,179 @@
+// What archives have to do with links, permissions and names of this system, and with other
+// programs that make and read them.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include "tests/agent/archive_files.h"
+#include "tests/agent/zip_builder.h"
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace {
+
+class ArchiveOnPosix : public testing::Test {
+ protected:
+  ArchiveOnPosix() {
+    fs::create_directory(directory_.Native("tree"));
+    fs::create_directory(directory_.Native("out"));
+  }
+
+  fs::path At(const ZelString& name) { return directory_.Native(name); }
+  void Make(const std::string& bytes) { WriteFile(At("a.zip"), bytes); }
+  int Pack() { return ::Pack(directory_ / "tree", directory_ / "a.zip"); }
+  std::vector<ZelString> Extract() { return ExtractAll(directory_ / "a.zip", directory_ / "out"); }
+  mode_t ModeOf(const ZelString& name) {
+    struct stat info;
+    return stat(At(name).c_str(), &info) == 0 ? info.st_mode & 07777 : 0;
+  }
+  // A tree of all sorts of names, contents and permissions.
+  void FillTree() {
+    fs::create_directories(At("tree/sub/empty"));
+    WriteFile(At("tree/text.txt"), std::string(50000, 't'));
+    WriteFile(At("tree/sub/noise"), Noise(50000));
+    WriteFile(At("tree/nothing"), "");
+    WriteFile(At("tree/large"), Noise(100) + std::string(9 << 20, 'l'));
+    WriteFile(At("tree/sub/\u00C4\u0416\u540D"), "names");
+    fs::permissions(At("tree/text.txt"), fs::perms(0750));
+  }
+  // Runs a shell's command in the directory.
+  int Run(const std::string& command) {
+    const std::string line = "cd '" + directory_.Native().native() +
+                             "' && LC_ALL=C.UTF-8 && export LC_ALL && { " + command +
+                             " ; } >log 2>&1 </dev/null";
+    const int status = std::system(line.c_str());
+    EXPECT_EQ(status, 0) << command << "\n" << ReadFile(At("log"));
+    return status;
+  }
+
+  TemporaryDirectory directory_;
+  KeptArchiveLimits limits_;
+};
+
+TEST_F(ArchiveOnPosix, NeverFollowsLinksBelowTheDestination) {
+  fs::create_directory(At("outside"));
+  fs::create_directory_symlink(At("outside"), At("out/link"));
+  fs::create_symlink(At("outside/target"), At("out/file"));
+  Make(ZipBuilder().Add("link/evil", "x").Add("link/", "").Add("file", "new").Bytes());
+  EXPECT_THAT(Extract(), ElementsAre("link/evil", "link/"));
+  EXPECT_TRUE(fs::is_empty(At("outside")));
+  EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(At("out/file"))));
+  EXPECT_EQ(ReadFile(At("out/file")), "new");
+}
+
+TEST_F(ArchiveOnPosix, MayBeUnpackedWhereALinkLeads) {
+  fs::create_directory(At("real"));
+  fs::create_directory_symlink(At("real"), At("link"));
+  Make(ZipBuilder().Add("a/b", "x").Bytes());
+  EXPECT_THAT(ExtractAll(directory_ / "a.zip", directory_ / "link"), IsEmpty());
+  EXPECT_EQ(ReadFile(At("real/a/b")), "x");
+}
+
+TEST_F(ArchiveOnPosix, KeepsPermissionsWithoutSetIdBits) {
+  Make(ZipBuilder()
+           .Add({.name = "run", .mode = 0106755})
+           .Add({.name = "private", .mode = 0100600})
+           .Add({.name = "dir/", .mode = 0040700})
+           .Bytes());
+  EXPECT_THAT(Extract(), IsEmpty());
+  EXPECT_EQ(ModeOf("out/run"), 0755u);
+  EXPECT_EQ(ModeOf("out/private"), 0600u);
+  EXPECT_EQ(ModeOf("out/dir"), 0700u);
+}
+
+TEST_F(ArchiveOnPosix, MayHoldAnyNameWhereTheSettingsSaySo) {
+  ArchiveLimits limits;
+  limits.windowsNames = false;
+  SetArchiveLimits(limits);
+  Make(ZipBuilder()
+           .Add("NUL", "1")
+           .Add("ab:c", "2")
+           .Add("dot.", "3")
+           .Add("A", "4")
+           .Add("a", "5")
+           .Add("../evil", "")
+           .Add("/evil", "")
+           .Add("C:/evil", "")
+           .Add("a", "twice")
+           .Bytes());
+  EXPECT_THAT(Extract(), ElementsAre("../evil", "/evil", "C:/evil", "a"));
+  EXPECT_EQ(ReadFile(At("out/NUL")), "1");
+  EXPECT_EQ(ReadFile(At("out/ab:c")), "2");
+  EXPECT_EQ(ReadFile(At("out/dot.")), "3");
+  EXPECT_EQ(ReadFile(At("out/A")), "4");
+  EXPECT_EQ(ReadFile(At("out/a")), "5");
+}
+
+TEST_F(ArchiveOnPosix, KeepsNamesThatAreNoText) {
+  WriteFile(At("tree") / "\xFF\xFE.txt", "bytes");
+  ASSERT_EQ(Pack(), 0);
+  EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre(ZelString("\xFF\xFE.txt")));
+  EXPECT_THAT(Extract(), IsEmpty());
+  EXPECT_EQ(ReadFile(At("out") / "\xFF\xFE.txt"), "bytes");
+}
+
+TEST_F(ArchiveOnPosix, LeavesLinksAndPipesOut) {
+  WriteFile(At("tree/file"), "x");
+  fs::create_symlink("/etc/passwd", At("tree/link"));
+  fs::create_directory_symlink("/etc", At("tree/dirlink"));
+  ASSERT_EQ(mkfifo(At("tree/pipe").c_str(), 0600), 0);
+  ASSERT_EQ(Pack(), 0);
+  EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("file"));
+}
+
+TEST_F(ArchiveOnPosix, FailsWholeWhenTheDiskIsFull) {
+  // Writing to it always fails for want of room.
+  WriteFile(At("tree/file"), "x");
+  EXPECT_NE(::Pack(directory_ / "tree", "/dev/full/a.zip"), 0);
+}
+
+TEST_F(ArchiveOnPosix, DoesNotWaitForPipes) {
+  ASSERT_EQ(mkfifo(At("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(GenericArchive(directory_ / "pipe", kArchiveZip).GetFileCount(), 1u);
+}
+
+TEST_F(ArchiveOnPosix, IsReadByOtherPrograms) {
+  FillTree();
+  ASSERT_EQ(Pack(), 0);
+  Run("unzip -tq a.zip");
+  Run("7z t a.zip");
+  Run("python3 -c \"import zipfile; assert zipfile.ZipFile('a.zip').testzip() is None\"");
+  Run("mkdir u && unzip -q a.zip -d u && diff -r tree u");
+  Run("mkdir p && python3 -m zipfile -e a.zip p && diff -r tree p");
+  Run("7z x -os a.zip && diff -r tree s");
+  EXPECT_EQ(ModeOf("u/text.txt"), 0750u);
+}
+
+TEST_F(ArchiveOnPosix, ReadsWhatOtherProgramsMake) {
+  FillTree();
+  Run("cd tree && zip -q -r ../info.zip .");
+  Run("cd tree && zip -q -0 -r ../stored.zip .");
+  Run("cd tree && 7z a -tzip ../seven.zip .");
+  Run("cd tree && python3 -m zipfile -c ../python.zip *");
+  Run("cd tree && zip -q -fd -r - . >../streamed.zip");
+  for (const char* name : {"info", "stored", "seven", "python", "streamed"}) {
+    SCOPED_TRACE(name);
+    const ZelString out = directory_ / (ZelString("from-") + name);
+    EXPECT_THAT(ExtractAll(directory_ / (ZelString(name) + ".zip"), out), IsEmpty());
+    Run(std::string("diff -r tree from-") + name);
+  }
+  EXPECT_EQ(ModeOf("from-info/text.txt"), 0750u);
+  EXPECT_EQ(FileGetWriteTime(directory_ / "from-seven/text.txt"),
+            FileGetWriteTime(directory_ / "tree/text.txt"));
+}
+
+TEST_F(ArchiveOnPosix, RefusesWhatOtherProgramsEncrypt) {
+  WriteFile(At("tree/secret"), "secret");
+  Run("cd tree && zip -q -P password ../a.zip secret");
+  EXPECT_THAT(Extract(), ElementsAre("secret"));
+}
+
+}  // namespace
