@@ -18,6 +18,9 @@ struct Case {
   std::vector<std::string> failureKeys = {};
   /// The code when nothing fails.
   ResultCode code = kSuccess;
+  /// Whether it calls functions that answer failure when memory is lacking, instead of throwing,
+  /// and goes on from there.
+  bool bearsLackOfMemory = false;
 };
 
 /// Cases of actions that call the system itself: on Windows it answers, elsewhere the fake host.

@@ -18,6 +18,10 @@ void ScriptText(const char* function, const std::string& text) {
   host->AnswerText(function, text);
 }
 
+void ScriptList(const char* function, const std::vector<std::string>& texts) {
+  host->AnswerList(function, {texts.begin(), texts.end()});
+}
+
 void ScriptBytes(const char* function, const std::string& bytes) {
   host->AnswerBytes(function, bytes);
 }

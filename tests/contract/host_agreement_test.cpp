@@ -15,6 +15,7 @@
 
 #include "libZel.h"
 #include "libZelMarlin.h"
+#include "windows_api.h"
 
 namespace {
 
@@ -48,6 +49,13 @@ class HostAgreement : public ::testing::Test {
   static void ExpectAnswer(const char* function, int64_t answer, Call call) {
     ScriptAnswer(function, answer);
     EXPECT_EQ(static_cast<int64_t>(call()), answer) << function;
+  }
+  template <typename Call>
+  static void ExpectList(const std::vector<std::string>& paths, Call call) {
+    ScriptList("DirListFiles", paths);
+    std::vector<std::string> found;
+    for (const ZelString& path : call()) found.emplace_back(path.Utf8());
+    EXPECT_EQ(found, paths);
   }
   /// For errors whose number is the system's.
   template <typename Call>
@@ -418,6 +426,132 @@ TEST_F(HostAgreement, OnThePartsOfPaths) {
   EXPECT_EQ(parser.GetDrive(), "");
   EXPECT_EQ(parser.GetDir(), "");
   EXPECT_EQ(parser.GetFileName(), "job");
+}
+
+TEST_F(HostAgreement, OnRegularExpressions) {
+  EXPECT_TRUE(MatchRegex("old N_20120105.zip", "N_[2-9][0-9]{3,3}[0-1][0-9][0-3][0-9]", 0));
+  EXPECT_FALSE(MatchRegex("N_2012", "N_[2-9][0-9]{3,3}[0-1][0-9][0-3][0-9]", 0));
+  EXPECT_FALSE(MatchRegex("(", "(", 0));
+
+  ZelString text = "a http://o:1/ b https://p:2/ c\r\nhttp://q:3/\n";
+  EXPECT_EQ(PcreReplace(&text, "http[s]{0,1}://.+:[0-9]{1,5}/", "$1", 0), 2);
+  EXPECT_EQ(text, "a $1 c\r\n$1\n");
+  EXPECT_EQ(PcreReplace(&text, "(", "x", 0), 0);
+  EXPECT_EQ(text, "a $1 c\r\n$1\n");
+}
+
+TEST_F(HostAgreement, OnThePartsOfUrls) {
+  UrlParseInet url;
+  EXPECT_EQ(url.LoadUrl("http://agent7:pw@relay.example:8080"), 1);
+  EXPECT_EQ(url.GetUser(), "agent7");
+  EXPECT_EQ(url.GetPassword(), "pw");
+  EXPECT_EQ(url.GetHost(), "relay.example");
+
+  // Nothing of the URL before stays.
+  EXPECT_EQ(url.LoadUrl("http://agent7:pw@a relay"), 0);
+  EXPECT_EQ(url.GetUser(), "");
+  EXPECT_EQ(url.GetPassword(), "");
+  EXPECT_EQ(url.GetHost(), "");
+}
+
+TEST_F(HostAgreement, OnDates) {
+  SYSTEMTIME date = {};
+  date.wYear = 1970;
+  date.wMonth = 1;
+  date.wDay = 1;
+  FILETIME time = {};
+  ASSERT_NE(SystemTimeToFileTime(&date, &time), 0);
+  EXPECT_EQ(uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime, 116'444'736'000'000'000U);
+
+  for (const auto& [month, day] : {std::pair<WORD, WORD>{0, 1}, {13, 1}, {1, 0}, {2, 29}}) {
+    date.wMonth = month;
+    date.wDay = day;
+    EXPECT_EQ(SystemTimeToFileTime(&date, &time), 0) << month << " " << day;
+    EXPECT_EQ(time.dwHighDateTime, 116'444'736'000'000'000U >> 32);
+  }
+}
+
+TEST_F(HostAgreement, OnWholeTexts) {
+  WriteFile("a.txt", "first\r\nsecond");
+  ScriptText("LoadFileToString", "first\r\nsecond");
+  ZelString text;
+  EXPECT_TRUE(LoadFileToString(In("a.txt"), &text));
+  EXPECT_EQ(text, "first\r\nsecond");
+  ExpectAnswer("SaveFileFromString", 1, [&] { return SaveFileFromString(In("a.txt"), "new"); });
+  ExpectContent("a.txt", "new");
+
+  ExpectAnswer("LoadFileToString", 0, [&] { return LoadFileToString(In("no"), &text); });
+  EXPECT_EQ(text, "first\r\nsecond");
+  ExpectAnswer("SaveFileFromString", 0, [&] { return SaveFileFromString(In("no"), "new"); });
+  ExpectAnswer("FileExists", 0, [&] { return FileExists(In("no")); });
+}
+
+TEST_F(HostAgreement, OnListsOfFiles) {
+  WriteFile("b.txt", "");
+  WriteFile("a.txt", "");
+  MakeDirectory("d");
+  WriteFile("d/c.txt", "");
+
+  const std::vector<std::string> names = {std::string(In("a.txt").Utf8()),
+                                          std::string(In("b.txt").Utf8())};
+  ExpectList(names, [&] { return DirListFiles(In(""), false, true, true); });
+  ExpectList({}, [&] { return DirListFiles(In("no"), false, true, true); });
+}
+
+TEST_F(HostAgreement, OnArchivesThatAreMadeAndTakenApart) {
+  MakeDirectory("d");
+  WriteFile("d/a.txt", "hello");
+  {
+    GenericArchive archive(In("a.zip"), kArchiveZip);
+    ExpectAnswer("GenericArchive::AddDirectory", 0,
+                 [&] { return archive.AddDirectory(In("d"), 1, 0, "", "", 6, nullptr); });
+    ExpectAnswer("FileExists", 0, [&] { return FileExists(In("a.zip")); });
+  }
+  ExpectAnswer("FileExists", 1, [&] { return FileExists(In("a.zip")); });
+
+  GenericArchive archive(In("a.zip"), kArchiveZip);
+  ExpectAnswer("GenericArchive::GetFileCount", 1, [&] { return archive.GetFileCount(); });
+  ScriptText("GenericArchive::GetEntryPath", "a.txt");
+  EXPECT_EQ(archive.GetEntryPath(1), "a.txt");
+  ScriptText("GenericArchive::GetEntryPath", "");
+  EXPECT_EQ(archive.GetEntryPath(2), "");
+  MakeDirectory("out");
+  ExpectAnswer("GenericArchive::ExtractEntry", 0,
+               [&] { return archive.ExtractEntry(1, In("out\\a.txt")); });
+  ExpectAnswer("FileExists", 1, [&] { return FileExists(In("out\\a.txt")); });
+  ExpectContent("out/a.txt", "hello");
+}
+
+TEST_F(HostAgreement, OnArchivesThatCannotBeMadeOrTakenApart) {
+  {
+    GenericArchive archive(In("a.zip"), kArchiveZip);
+    ExpectError("GenericArchive::AddDirectory",
+                [&] { return archive.AddDirectory(In("no"), 1, 0, "", "", 6, nullptr); });
+  }
+  ExpectAnswer("FileExists", 0, [&] { return FileExists(In("a.zip")); });
+
+  WriteFile("b.zip", "no archive");
+  GenericArchive archive(In("b.zip"), kArchiveZip);
+  ExpectAnswer("GenericArchive::GetFileCount", 1, [&] { return archive.GetFileCount(); });
+  ScriptText("GenericArchive::GetEntryPath", "");
+  EXPECT_EQ(archive.GetEntryPath(1), "");
+  ExpectError("GenericArchive::ExtractEntry", [&] { return archive.ExtractEntry(1, In("out\\")); });
+  ExpectAnswer("FileExists", 0, [&] { return FileExists(In("out\\")); });
+}
+
+TEST_F(HostAgreement, OnUploadsThatCannotStart) {
+  HttpClient client(~0U, ~0U);
+  client.SetAuthentification("agent7", "pw");
+  client.EnableSsl(nullptr);
+  HttpFileMessage request;
+  request.SetMethod(kHttpPut);
+  request.SetResourcePath("/backup1/a.zip");
+  request.SetTo(In("no.zip"), "");
+  HttpMessage response(0);
+
+  ExpectError("HttpClient::SendAndRecv", [&] {
+    return client.SendAndRecv(nullptr, "127.0.0.1", request, response, 1, 1, nullptr);
+  });
 }
 
 TEST_F(HostAgreement, OnDirectoriesThatCannotBeRead) {
