@@ -145,7 +145,11 @@ def trailing_dot_or_blank(outside):
 
 
 def forbidden_character(outside):
-    return named("evil?.txt", "ev*il", "<evil>", 'ev"il', "ev|il", "ev\x01il")
+    return named("evil?.txt", "ev*il", "<evil>", 'ev"il', "ev|il")
+
+
+def control_character(outside):
+    return named("ev\x01il", "ev\nil", "evil\x1b[2J")
 
 
 def symbolic_link(outside):
@@ -284,7 +288,7 @@ def nul_in_name(outside):
 
 
 def no_name(outside):
-    return named(b"", "/", "inner//evil.txt", "./evil.txt")
+    return named(b"", "/", "inner//evil.txt")
 
 
 def overlapping_entries(outside):
@@ -322,7 +326,7 @@ def empty_file(outside):
 
 HOSTILE = {make.__name__: make for make in (
     parent_directory, absolute_path, drive_letter, unc_path, alternate_stream, reserved_name,
-    trailing_dot_or_blank, forbidden_character, symbolic_link, case_clash, duplicate_name,
+    trailing_dot_or_blank, forbidden_character, control_character, symbolic_link, case_clash, duplicate_name,
     file_and_directory, encrypted, encrypted_with_aes, called_encrypted, wrong_crc, damaged_data,
     truncated, piece_missing, concatenated, data_in_front, trailing_garbage, zero_bomb, many_bombs,
     lying_size, lying_size_reversed, many_entries, nul_in_name, no_name, overlapping_entries,

@@ -14,7 +14,7 @@ import pytest
 import hostile_archives
 from agents import REPLY_TIMEOUT_S
 from cutting_proxy import CuttingProxy
-from fleet import Authority, aliases, fleet_login, proof
+from fleet import SECRET, Authority, aliases, fleet_login, fleet_password, proof
 from hostile_archives import HARMLESS
 
 MIB = 1 << 20
@@ -97,6 +97,28 @@ def test_CoreUtilsCopyFileToRelay_stores_the_bytes(pair, place):
     assert aliases(relay) == []
     assert "Sender is '" in log and "' and Receiver is '127.0.0.1:" in log
     assert "copying file " in log and LOST not in log
+
+
+def test_no_log_tells_a_secret(fleet, pair, place):
+    device, relay = pair
+    place.upload(device, relay)
+    place.source.unlink()
+    place.upload(device, relay)
+    for agent in (device, relay):
+        told = agent.log() + (agent.home / "log/audit.jsonl").read_text(errors="replace")
+        for name in ("device", "relay", "tester"):
+            assert fleet_password(name) not in told
+        assert SECRET not in told
+
+
+def test_no_log_tells_a_secret_where_nobody_answers(fleet, place):
+    device = fleet.make("linux", "device", parent=("127.0.0.1", 1))
+    place.upload(device, device)
+    device.call("CoreUtilsRestoreBackupFromRelay", HostName="127.0.0.1", HttpPort=1, Values={})
+    device.call("CoreUtilsRestoreBackupFromRelay", HostName="no such host", HttpPort=1, Values={})
+    told = device.log() + (device.home / "log/audit.jsonl").read_text(errors="replace")
+    assert fleet_password("device") not in told and SECRET not in told
+    assert device.stop() == 0
 
 
 def test_CoreUtilsCopyFileToRelay_unpacks_archives(pair, place):

@@ -91,7 +91,7 @@ def test_relay_info_tells_both_addresses(pair):
 
 def test_relay_info_without_a_relay_says_so(agent):
     status, output, errors = run(agent, "relay", "info")
-    assert status == 0
+    assert status == 1
     assert output.startswith("This agent: ")
     assert "no relay is configured" in errors
 
