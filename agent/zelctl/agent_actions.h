@@ -28,6 +28,14 @@ constexpr char kListProcess[] = "CoreUtilsListProcess";
 constexpr char kTerminateProcess[] = "CoreUtilsTerminateProcess";
 constexpr char kFileMd5[] = "CoreUtilsFileMD5";
 constexpr char kGetDirectories[] = "AgentGetDirectories";
+constexpr char kCopyFileToRelay[] = "CoreUtilsCopyFileToRelay";
+constexpr char kRestoreBackupFromRelay[] = "CoreUtilsRestoreBackupFromRelay";
+constexpr char kExtractFile[] = "CoreUtilsExtractFile";
+constexpr char kGetProgress[] = "AgentGetProgress";
+constexpr char kGetIpAddress[] = "AgentGetIPAddress";
+constexpr char kRelayGetValues[] = "RelayGetValues";
+constexpr char kHttpGetParams[] = "HttpProtocolGetParams";
+constexpr char kHttpListAliases[] = "HttpProtocolListAliases";
 
 constexpr uint32_t kSuccess = 0;
 constexpr uint32_t kFailureCode = 1;

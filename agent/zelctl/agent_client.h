@@ -41,6 +41,8 @@ class AgentClient {
   AgentClient(const AgentClient&) = delete;
   AgentClient& operator=(const AgentClient&) = delete;
 
+  const AgentAddress& Address() const { return address_; }
+
   /// Whether the credentials would travel unprotected to another machine.
   bool SendsPasswordInClear() const;
 

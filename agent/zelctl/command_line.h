@@ -7,9 +7,11 @@
 #include <CLI/CLI.hpp>
 
 #include "agent/zelctl/agent_client.h"
+#include "agent/zelctl/backup_commands.h"
 #include "agent/zelctl/commands.h"
 #include "agent/zelctl/list_command.h"
 #include "agent/zelctl/process_commands.h"
+#include "agent/zelctl/relay_commands.h"
 #include "agent/zelctl/script_command.h"
 
 // The command line of zelctl, as CLI11 takes it apart.
@@ -31,6 +33,9 @@ struct Options {
   ScriptOptions script;
   ProcessListOptions processes;
   std::vector<std::string> ids;
+  RelayPutOptions relayPut;
+  BackupRestoreOptions restore;
+  ExtractOptions extract;
 };
 
 /// What the command line asked for.
@@ -51,6 +56,8 @@ Command ForAgent(Result (*run)(AgentClient&, const Options&));
 void AddFileVerbs(CLI::App& app, Options* options, Command* command);
 /// The same for programs, scripts and processes.
 void AddProgramVerbs(CLI::App& app, Options* options, Command* command);
+/// The same for the relay, backups and archives.
+void AddTransferVerbs(CLI::App& app, Options* options, Command* command);
 
 /// Removes "--" and what follows from a command line of the verb that runs a program, and returns
 /// what followed: it belongs to the program as it is, and CLI11 would read meanings into it. Other

@@ -110,6 +110,7 @@ ExitStatus Run(int argc, char** argv) {
   AddProtocolCommands(app, &options, &command);
   AddFileVerbs(app, &options, &command);
   AddProgramVerbs(app, &options, &command);
+  AddTransferVerbs(app, &options, &command);
   AddAuditCommands(app, &options, &command);
 
   std::vector<std::string> arguments = ProgramArguments(argc, argv);

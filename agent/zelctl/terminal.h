@@ -18,6 +18,7 @@ void PrepareStreams();
 
 bool IsInputTerminal();
 bool IsOutputTerminal();
+bool IsErrorTerminal();
 
 /// Asks on the terminal, without echo. Throws std::runtime_error when nothing could be read.
 std::string PromptPassword(const std::string& question);

@@ -50,6 +50,10 @@ bool IsOutputTerminal() {
   return isatty(STDOUT_FILENO) != 0;
 }
 
+bool IsErrorTerminal() {
+  return isatty(STDERR_FILENO) != 0;
+}
+
 std::string PromptPassword(const std::string& question) {
   std::fputs(question.c_str(), stderr);
   const EchoOff silent;

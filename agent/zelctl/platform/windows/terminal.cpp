@@ -43,6 +43,10 @@ bool IsOutputTerminal() {
   return _isatty(_fileno(stdout)) != 0;
 }
 
+bool IsErrorTerminal() {
+  return _isatty(_fileno(stderr)) != 0;
+}
+
 std::string PromptPassword(const std::string& question) {
   const HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
   DWORD before = 0;

@@ -1,0 +1,97 @@
+#include "agent/zelctl/command_line.h"
+#include "agent/zelctl/terminal.h"
+
+namespace {
+
+constexpr uint32_t kMaxPort = 65535;
+
+CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
+                  Result (*run)(AgentClient&, const Options&)) {
+  CLI::App* verb = app.add_subcommand(name, help);
+  verb->callback([command, run] { *command = ForAgent(run); });
+  return verb;
+}
+
+void AddRelayCommands(CLI::App& app, RelayPutOptions* put, Command* command) {
+  CLI::App* relay = app.add_subcommand(
+      "relay", "Work with the relay, the agent that this agent hands its files to");
+  relay->require_subcommand(1);
+  AddVerb(*relay, "info", "Tell where the relay is, and where the agent itself", command,
+          [](AgentClient& agent, const Options&) { return ShowRelay(agent); });
+  AddVerb(*relay, "aliases", "List the directories that are open for uploads to the agent", command,
+          [](AgentClient& agent, const Options&) { return ListAliases(agent); });
+
+  CLI::App* verb = AddVerb(*relay, "put", "Copy a file of the agent's machine to its relay",
+                           command, [](AgentClient& agent, const Options& given) {
+                             RelayPutOptions put = given.relayPut;
+                             put.showsProgress = IsErrorTerminal();
+                             return PutOnRelay(agent, put);
+                           });
+  verb->add_option("SOURCE", put->source, "A file on the agent's machine")->required();
+  verb->add_option("DESTINATION", put->destination,
+                   "Its path on the relay; the directory must exist there")
+      ->required();
+  verb->add_flag(
+      "--unpack", put->unpack,
+      "Unpack the ZIP archive there, into a directory of its name without the extension,\n"
+      "and delete it");
+}
+
+void AddBackupCommands(CLI::App& app, Options* options, Command* command) {
+  CLI::App* backup = app.add_subcommand(
+      "backup", "Work with backups: directories and ZIP archives called NAME or NAME_YYYYMMDD");
+  backup->require_subcommand(1);
+  CLI::App* list =
+      AddVerb(*backup, "list", "List the backups in a directory of the agent's machine", command,
+              [](AgentClient& agent, const Options& given) {
+                return ListBackups(agent, given.source, given.pattern);
+              });
+  list->add_option("DIRECTORY", options->source, "A directory on the agent's machine")->required();
+  list->add_option("NAME", options->pattern, "Only backups of this name");
+
+  BackupRestoreOptions* restore = &options->restore;
+  CLI::App* verb =
+      AddVerb(*backup, "restore",
+              "Bring a backup from a relay back to the agent; tells where its archive\n"
+              "is stored",
+              command, [](AgentClient& agent, const Options& given) {
+                BackupRestoreOptions restore = given.restore;
+                restore.showsProgress = IsErrorTerminal();
+                return RestoreBackup(agent, restore);
+              });
+  verb->add_option("NAME", restore->name, "An archive or directory there, with or without .zip")
+      ->required();
+  verb->add_option("--from", restore->from, "The directory on the relay that holds the backup")
+      ->required();
+  verb->add_option("--to", restore->to, "The directory on the agent's machine that gets it")
+      ->required();
+  verb->add_option("--relay", restore->relay,
+                   "HOST:PORT of the agent that has the backup, instead of the agent's relay");
+  verb->add_flag("--last", restore->newest, "Take the newest backup NAME_YYYYMMDD");
+  verb->add_option("--host", restore->host,
+                   "Where the relay reaches the agent, instead of what the agent says itself");
+  verb->add_option("--port", restore->port, "The port there")->check(CLI::Range(1U, kMaxPort));
+}
+
+void AddExtractCommand(CLI::App& app, ExtractOptions* extract, Command* command) {
+  CLI::App* verb = AddVerb(
+      app, "extract",
+      "Unpack a ZIP archive on the agent's machine; the archive is deleted when all of it came out",
+      command, [](AgentClient& agent, const Options& given) {
+        ExtractOptions extract = given.extract;
+        extract.showsProgress = IsErrorTerminal();
+        return ExtractArchive(agent, extract);
+      });
+  verb->add_option("ARCHIVE", extract->archive, "An archive on the agent's machine")->required();
+  verb->add_option("DIRECTORY", extract->directory,
+                   "Where its content goes; made if it is not there")
+      ->required();
+}
+
+}  // namespace
+
+void AddTransferVerbs(CLI::App& app, Options* options, Command* command) {
+  AddRelayCommands(app, &options->relayPut, command);
+  AddBackupCommands(app, options, command);
+  AddExtractCommand(app, &options->extract, command);
+}
