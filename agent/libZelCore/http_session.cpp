@@ -310,6 +310,7 @@ void HttpSession::Refuse(HttpRefusal refusal) {
   refusal_ = std::move(refusal);
   if (parser_->is_done()) return SendRefusal();
   const bool isSmall = !request_.isChunked && !request_.expectsContinue &&
+                       refusal_->status != 413 &&
                        request_.contentLength.value_or(0) <= kDiscardedBodyBytes;
   if (!isSmall) {
     closesAfterReply_ = true;

@@ -18,6 +18,14 @@ namespace {
 constexpr uint64_t kLeastPieceBytes = 64 * 1024;
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
+/// For the audit trail. A connection that is gone has no status: the code is that of a request that
+/// did not arrive in time.
+uint32_t CodeOf(const UploadOutcome& outcome) {
+  constexpr uint32_t kRequestTimeout = 408;
+  if (!outcome.refusal) return 0;
+  return outcome.refusal->status != 0 ? outcome.refusal->status : kRequestTimeout;
+}
+
 }  // namespace
 
 void HttpSession::AdmitUpload() {
@@ -44,11 +52,7 @@ void HttpSession::RunUpload(const UploadRequest& upload) {
   if (shared_->audit) {
     const std::string text = "upload " + upload.alias + "/" + upload.file + " bytes " +
                              std::to_string(outcome.byteCount);
-    const bool isStored = !outcome.refusal;
-    // A connection that is gone has no status: its code is that of a request that timed out.
-    const uint32_t status = isStored ? 0 : std::max(outcome.refusal->status, 0U);
-    const uint32_t code = isStored || status != 0 ? status : 408;
-    shared_->audit({upload.caller, text, requestId_, code});
+    shared_->audit({upload.caller, text, requestId_, CodeOf(outcome)});
   }
   asio::post(network_, [self = shared_from_this(), outcome = std::move(outcome)] {
     self->Guarded([&] { self->OnUploadEnded(outcome); });
