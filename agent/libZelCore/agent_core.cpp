@@ -1,21 +1,17 @@
 #include "agent/libZelCore/agent_core.h"
 
-#include <atomic>
 #include <chrono>
 #include <stdexcept>
 #include <utility>
 
-#include "agent/libZel/debug_context.h"
+#include "agent/libZel/archive_limits.h"
+#include "agent/libZel/http_exchange.h"
 #include "agent/libZel/native_path.h"
-#include "agent/libZelCore/action_pool.h"
-#include "agent/libZelCore/application_inventory.h"
-#include "agent/libZelCore/audit_log.h"
+#include "agent/libZelCore/agent_core_parts.h"
+#include "agent/libZelCore/core_actions.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
-#include "agent/libZelCore/credentials.h"
-#include "agent/libZelCore/http_server.h"
-#include "agent/libZelCore/privacy_policy.h"
-#include "agent/libZelCore/remote_invocation.h"
+#include "agent/libZelCore/host_functions.h"
 
 namespace fs = std::filesystem;
 
@@ -24,9 +20,6 @@ namespace {
 constexpr const char* kConfigurationFile = "zelagent.ini";
 constexpr const char* kInventoryFile = "applications.ini";
 constexpr const char* kLockFile = "zelagent.lock";
-
-// The core that the functions of libZelCore.h work on; null when there is none.
-std::atomic<void*> current{nullptr};
 
 fs::path PrivateDirectory(const fs::path& directory) {
   core_platform::MakePrivateDirectory(directory);
@@ -51,98 +44,67 @@ DebugOptions LogOptions(const Settings& settings, const fs::path& directory, boo
   return options;
 }
 
+}  // namespace
+
 ZelString WithSeparator(const fs::path& directory) {
   std::string text(FromNativePath(directory).Utf8());
   if (text.empty() || text.back() != core_platform::kSeparator) text += core_platform::kSeparator;
   return text;
 }
 
-}  // namespace
+AgentCore::Implementation::Implementation(const AgentOptions& options)
+    : home(fs::absolute(options.home).lexically_normal()),
+      config(PrivateDirectory(home / "config")),
+      data(PrivateDirectory(home / "data")),
+      log(PrivateDirectory(home / "log")),
+      lock(home / kLockFile),
+      loaded(LoadUsableSettings(config / kConfigurationFile)),
+      settings(loaded.settings),
+      audit(log / "audit.jsonl"),
+      context(LogOptions(settings, log, options.logToStderr)),
+      users(config / "users"),
+      authenticator(users, settings.fleetSecret,
+                    std::chrono::milliseconds(settings.credentialMemoryMs)),
+      policy(settings.privacyRules, [this](std::string_view login) { return users.Role(login); }),
+      inventory(config / kInventoryFile),
+      aliases(home, data, std::chrono::milliseconds(settings.aliasSilenceMs)),
+      remote(settings),
+      sslContext{settings.fleetCaFile, settings.certificateFile, settings.privateKeyFile},
+      pacContext{settings.agentName, settings.fleetSecret} {
+  if (options.port) settings.port = *options.port;
+  port = settings.port;
+  context.SetAuditSink([this](const AuditLine& line) {
+    audit.Write({line.module.Utf8(), line.user.Utf8(), line.address.Utf8(), line.text.Utf8(), {}});
+  });
+}
 
-struct AgentCore::Implementation {
-  explicit Implementation(const AgentOptions& options)
-      : home(fs::absolute(options.home).lexically_normal()),
-        config(PrivateDirectory(home / "config")),
-        data(PrivateDirectory(home / "data")),
-        log(PrivateDirectory(home / "log")),
-        lock(home / kLockFile),
-        loaded(LoadUsableSettings(config / kConfigurationFile)),
-        settings(loaded.settings),
-        audit(log / "audit.jsonl"),
-        context(LogOptions(settings, log, options.logToStderr)),
-        users(config / "users"),
-        authenticator(users, settings.fleetSecret,
-                      std::chrono::milliseconds(settings.credentialMemoryMs)),
-        policy(settings.privacyRules, [this](std::string_view login) { return users.Role(login); }),
-        inventory(config / kInventoryFile),
-        aliases(home, data, std::chrono::milliseconds(settings.aliasSilenceMs)),
-        remote(settings) {
-    if (options.port) settings.port = *options.port;
-    context.SetAuditSink([this](const AuditLine& line) {
-      audit.Write(
-          {line.module.Utf8(), line.user.Utf8(), line.address.Utf8(), line.text.Utf8(), {}});
-    });
-  }
-
-  void Audit(const InvocationRecord& record) {
-    const bool isAgent = record.caller.kind == Caller::Kind::kAgent;
-    const std::string user = (isAgent ? "agent/" : "") + record.caller.login;
-    const std::string text = record.what + " code " + std::to_string(record.code);
-    audit.Write({"libZelCore", user, record.caller.address, text, record.requestId});
-  }
-
-  uint32_t AnswerDirectories(ZelContainer* answer) const {
-    answer->Clear();
-    answer->SetString("DataDirectory", WithSeparator(data), kNoIndex);
-    answer->SetString("ConfigDirectory", WithSeparator(config), kNoIndex);
-    return 0;
-  }
-
-  const fs::path home;
-  const fs::path config;
-  const fs::path data;
-  const fs::path log;
-  core_platform::InstanceLock lock;
-  SettingsResult loaded;
-  Settings& settings;
-  AuditLog audit;
-  ZelDebugContext context;
-  UserStore users;
-  Authenticator authenticator;
-  PrivacyPolicy policy;
-  ApplicationInventory inventory;
-  AliasTable aliases;
-  RemoteInvoker remote;
-  ActionDatabase actions;
-  ActionDatabase::Owner* coreOwner = nullptr;
-  std::unique_ptr<ActionPool> pool;
-  std::unique_ptr<HttpServer> server;
-};
+void AgentCore::Implementation::Audit(const InvocationRecord& record) {
+  const std::string text = record.what + " code " + std::to_string(record.code);
+  audit.Write(
+      {"libZelCore", OwnerText(record.caller), record.caller.address, text, record.requestId});
+}
 
 AgentCore::AgentCore(const AgentOptions& options) {
-  if (current != nullptr) throw std::runtime_error("an agent core is running in this process");
+  if (ServedCore() != nullptr) throw std::runtime_error("an agent core is running in this process");
   implementation_ = std::make_unique<Implementation>(options);
   Implementation& core = *implementation_;
 
   LibraryLog().SetContext(&core.context);
   CoreLog().SetContext(&core.context);
   SetDriveMap(core.settings.drives);
+  SetArchiveLimits(core.settings.archiveLimits);
+  http_exchange::AllowPlainCredentials(core.settings.fleetAllowPlain);
   if (!core_platform::SetSystemCodePage(core.settings.codePage))
     CoreLog().WarningWithNL("This system has no code page %u", core.settings.codePage);
   for (const std::string& warning : core.loaded.warnings)
     CoreLog().WarningWithNL("%s: %s", kConfigurationFile, warning.c_str());
 
   core.coreOwner = core.actions.AddOwner("libZelCore");
-  core.actions.Register(
-      "PrivacyCheck (string Class, string Name, string Login, string Access)",
-      [&core](ZelContainer* request) { return core.policy.Check(request); }, core.coreOwner);
-  core.actions.Register(
-      "GetApplicationInfo (string FileName, int FileSize, string FileChecksum)",
-      [&core](ZelContainer* request) { return core.inventory.Answer(request); }, core.coreOwner);
-  core.actions.Register(
-      "AgentGetDirectories ()",
-      [&core](ZelContainer* answer) { return core.AnswerDirectories(answer); }, core.coreOwner);
-  current = this;
+  RegisterCoreActions(
+      {core.settings, WithSeparator(core.data), WithSeparator(core.config), core.policy,
+       core.inventory, core.aliases, [&core] { return core.port.load(); }},
+      &core.actions, core.coreOwner);
+  ServedCore() = &core;
   CoreLog().PrintWithNL("Agent %s starts, home %S", core.settings.agentName.c_str(),
                         FromNativePath(core.home));
 }
@@ -150,7 +112,7 @@ AgentCore::AgentCore(const AgentOptions& options) {
 AgentCore::~AgentCore() {
   StopServing();
   CoreLog().PrintWithNL("Agent stops");
-  current = nullptr;
+  ServedCore() = nullptr;
   CoreLog().SetContext(nullptr);
   LibraryLog().SetContext(nullptr);
 }
@@ -181,6 +143,7 @@ std::string AgentCore::Serve() {
   server->Start();
   core.pool = std::move(pool);
   core.server = std::move(server);
+  core.port = core.server->Port();
   CoreLog().PrintWithNL("Serving at %s", core.server->Url().c_str());
   return core.server->Url();
 }
@@ -192,161 +155,5 @@ void AgentCore::StopServing() {
   core.pool->Stop();
   core.server.reset();
   core.pool.reset();
-}
-
-/// What the functions of libZelCore.h reach of the core.
-class HostFunctions {
- public:
-  /// Null when there is no core.
-  static AgentCore::Implementation* Core() {
-    auto* const core = static_cast<AgentCore*>(current.load());
-    return core ? core->implementation_.get() : nullptr;
-  }
-
-  static uint32_t Register(const ZelString& signature, ActionHandler handler, void* context) {
-    AgentCore::Implementation* const core = Core();
-    if (!core || !handler || !core->actions.IsOwner(context)) return 1;
-    const auto* const owner = static_cast<const ActionDatabase::Owner*>(context);
-    if (core->actions.Register(signature, handler, owner)) return 0;
-    CoreLog().WarningWithNL("Module %s: the action \"%S\" has no name, or one that is taken",
-                            owner->moduleName.c_str(), signature);
-    return 1;
-  }
-
-  static uint32_t Invoke(const ZelString* agent, const ZelString& address, const ZelString& action,
-                         ZelContainer* parameters, uint32_t timeoutMs) {
-    AgentCore::Implementation* const core = Core();
-    if (!core) return kInvokeNotConfigured;
-    ZelContainer unused;
-    if (!parameters) parameters = &unused;
-    if (address.IsEmpty()) return InvokeHere(*core, agent, action, parameters);
-
-    const RemoteResult result = core->remote.Invoke(
-        std::string(address.Utf8()), std::string(action.Utf8()), parameters, timeoutMs);
-    if (!result.error.empty()) {
-      CoreLog().WarningWithNL("Action %S on agent \"%S\" at %S did not run: %s", action,
-                              agent ? *agent : ZelString(), address, result.error.c_str());
-    }
-    return result.code;
-  }
-
-  static uint32_t InvokeHere(AgentCore::Implementation& core, const ZelString* agent,
-                             const ZelString& action, ZelContainer* parameters) {
-    const bool isHere = !agent || agent->IsEmpty() || agent->Utf8() == core.settings.agentName;
-    if (isHere) return core.actions.Invoke(action.Utf8(), parameters);
-    CoreLog().WarningWithNL("Action %S on agent \"%S\" did not run: no address is given for it",
-                            action, *agent);
-    return kInvokeNotConfigured;
-  }
-
-  static uint32_t InvokeMaster(const ZelString& action, ZelContainer* parameters,
-                               uint32_t timeoutMs) {
-    AgentCore::Implementation* const core = Core();
-    if (!core) return kInvokeNotConfigured;
-    ZelContainer unused;
-    if (!parameters) parameters = &unused;
-    const std::string& address = core->settings.masterAddress;
-    if (address.empty()) {
-      CoreLog().WarningWithNL("Action %S on the master: no master is configured ([master] address)",
-                              action);
-      return kInvokeNotConfigured;
-    }
-    const RemoteResult result =
-        core->remote.Invoke(address, std::string(action.Utf8()), parameters, timeoutMs);
-    if (!result.error.empty()) {
-      CoreLog().WarningWithNL("Action %S on the master: %s (%s): %s", action,
-                              MasterFailure(result.code), address.c_str(), result.error.c_str());
-    } else if (result.code != 0) {
-      CoreLog().WarningWithNL("Action %S on the master: it failed with code %u", action,
-                              result.code);
-    }
-    return result.code;
-  }
-
- private:
-  static const char* MasterFailure(uint32_t code) {
-    switch (code) {
-      case kInvokeNotConfigured:
-        return "the connection to the master is not configured";
-      case kInvokeUnreachable:
-        return "the master is not reachable";
-      case kInvokeRefused:
-        return "the connection was refused";
-      case kInvokeUnknownAction:
-        return "the master has no such action";
-      default:
-        return "the invocation failed";
-    }
-  }
-};
-
-namespace {
-
-// Nothing may be thrown at a module; what is left to throw is a lack of memory.
-template <typename Function>
-uint32_t Guarded(uint32_t failure, Function function) noexcept {
-  try {
-    return function();
-  } catch (...) {
-    return failure;
-  }
-}
-
-}  // namespace
-
-uint32_t ActionDbRegisterAction(const ZelString& signature, ActionHandler handler,
-                                void* registrationContext) {
-  return Guarded(1,
-                 [&] { return HostFunctions::Register(signature, handler, registrationContext); });
-}
-
-uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& targetAddress,
-                                 const ZelString& action, ZelContainer* parameters, void*,
-                                 uint32_t timeoutMs, uint32_t, bool) {
-  return Guarded(kInvokeFailed, [&] {
-    return HostFunctions::Invoke(targetAgent, targetAddress, action, parameters, timeoutMs);
-  });
-}
-
-uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
-                                               void*, void*, uint32_t timeoutMs, uint32_t) {
-  return Guarded(kInvokeFailed,
-                 [&] { return HostFunctions::InvokeMaster(action, parameters, timeoutMs); });
-}
-
-void ZelAgentGetDataDir(ZelString& directory) {
-  const auto* const core = HostFunctions::Core();
-  directory = core ? WithSeparator(core->data) : ZelString();
-}
-
-void ZelAgentGetConfigDir(ZelString& directory) {
-  const auto* const core = HostFunctions::Core();
-  directory = core ? WithSeparator(core->config) : ZelString();
-}
-
-void ZelAgentGetExePath(ZelString& path) {
-  Guarded(0, [&] {
-    path = FromNativePath(core_platform::ExecutablePath());
-    return 0u;
-  });
-}
-
-void* ZelAgentGetAppHandle() {
-  return core_platform::ApplicationHandle();
-}
-
-void ZelAgentGetProxyPipeName(ZelString& pipeName) {
-  Guarded(0, [&] {
-    pipeName.Clear();
-    const auto* const core = HostFunctions::Core();
-    if (!core) return 0u;
-    const std::string& configured = core->settings.proxyPipe;
-    pipeName = configured.empty() ? core_platform::DefaultProxyPipe() : configured;
-    return 0u;
-  });
-}
-
-ZelDebugContext* ZelAgentGetDebugContext() {
-  auto* const core = HostFunctions::Core();
-  return core ? &core->context : nullptr;
+  core.port = core.settings.port;
 }

@@ -20,6 +20,8 @@ struct AgentOptions {
 /// trail, HTTP protocol. At most one exists at a time; the functions of libZelCore.h work on it.
 class AgentCore {
  public:
+  struct Implementation;
+
   /// Reads the configuration and opens log and audit trail; registers the core's own actions.
   /// Throws std::runtime_error with a sentence for the administrator.
   explicit AgentCore(const AgentOptions& options);
@@ -40,7 +42,5 @@ class AgentCore {
   void StopServing();
 
  private:
-  friend class HostFunctions;
-  struct Implementation;
   std::unique_ptr<Implementation> implementation_;
 };
