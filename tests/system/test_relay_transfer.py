@@ -12,7 +12,7 @@ import time
 import pytest
 
 import hostile_archives
-from agents import REPLY_TIMEOUT_S
+from agents import REPLY_TIMEOUT_S, tls_context
 from cutting_proxy import CuttingProxy
 from fleet import SECRET, Authority, aliases, fleet_login, fleet_password, proof
 from hostile_archives import HARMLESS
@@ -561,6 +561,49 @@ def test_uploads_have_limits(small_relay, place):
     assert place.stored() == {"whole": bytes(MIB)}
 
 
+def test_an_upload_of_single_bytes_is_given_up(small_relay, place):
+    alias = Alias(small_relay, place.directory)
+    with begin_upload(alias, "/drop/slow", 100_000, 1) as connection:
+        deadline = time.monotonic() + 20
+        with pytest.raises(ConnectionError):
+            while time.monotonic() < deadline:
+                connection.sendall(b"x")
+                time.sleep(0.02)
+    wait_for(lambda: [row["Uploads"] for row in aliases(small_relay)] == [0])
+    assert "the connection stalled" in small_relay.log()
+    assert place.stored() == {}
+
+
+def test_an_agent_that_stops_leaves_no_piece_of_an_upload(fleet, platform, place):
+    relay = fleet.make(platform, "relay")
+    alias = Alias(relay, place.directory)
+    with begin_upload(alias, "/drop/file", 1000, 999):
+        wait_for(lambda: [row["Uploads"] for row in aliases(relay)] == [1])
+        assert relay.stop() == 0
+    assert place.stored() == {}
+
+
+def test_of_two_uploads_of_one_file_one_is_whole(alias, place):
+    relay = alias.agent
+    with begin_upload(alias, "/drop/file", 1000, 999) as first:
+        wait_for(lambda: [row["Uploads"] for row in aliases(relay)] == [1])
+        assert alias.put("/drop/file", b"second") in (200, 201, 204)
+        assert place.stored()["file"] == b"second"
+        first.sendall(b"x")
+        assert int(first.recv(1000).split()[1]) in (200, 201, 204)
+    assert place.stored() == {"file": bytes(999) + b"x"}
+
+
+def test_an_upload_may_come_in_chunks(alias, place):
+    with socket.create_connection(alias.agent.address(), REPLY_TIMEOUT_S) as connection:
+        connection.sendall((f"PUT /drop/file HTTP/1.1\r\nHost: {host_of(alias.agent)}\r\n"
+                            f"Authorization: {alias.login}\r\nTransfer-Encoding: chunked\r\n\r\n"
+                            "5\r\nhello\r\n").encode())
+        connection.sendall(b"6\r\n world\r\n0\r\n\r\n")
+        assert int(connection.recv(1000).split()[1]) in (200, 201, 204)
+    assert place.stored() == {"file": b"hello world"}
+
+
 def test_an_alias_that_is_deleted_meanwhile_stores_what_is_under_way_or_nothing(
         plain_pair, place):
     alias = Alias(plain_pair[1], place.directory)
@@ -699,6 +742,24 @@ def test_an_agent_without_a_certificate_is_refused_where_one_is_expected(fleet, 
     assert status in (401, 403)
     wait_for(lambda: "certificate" in relay.log()[before:].lower(), 5)
     assert place.stored() == {}
+
+
+def test_a_certificate_of_another_authority_is_refused_where_one_is_expected(
+        fleet, platform, tmp_path):
+    relay = fleet.pair("ssl ext", platform, platform)[1]
+    certificate, key = Authority(tmp_path / "stranger").issue("tester")
+    context = tls_context(fleet.authority.certificate)
+    context.load_cert_chain(certificate, key)
+    try:
+        status = send(relay, "POST", "/v1/actions/AgentGetIPAddress", b"{}",
+                      fleet_login("tester"), context)[0]
+    except (ssl.SSLError, ConnectionError):
+        status = 401
+    assert status in (401, 403)
+
+    context.load_cert_chain(*fleet.authority.issue("tester-" + platform))
+    assert send(relay, "POST", "/v1/actions/AgentGetIPAddress", b"{}", fleet_login("tester"),
+                context)[0] == 200
 
 
 def test_a_device_without_tls_does_not_get_through_to_a_relay_that_speaks_it(fleet, place):
