@@ -202,9 +202,10 @@ class Content {
   zip_int64_t ReadPacked(void* data, zip_uint64_t length) {
     const size_t left = packed_.bytes.size() - position_;
     const auto count = static_cast<size_t>(std::min<uint64_t>(length, left));
+    if (count == 0) return 0;
     std::memcpy(data, packed_.bytes.data() + position_, count);
     position_ += count;
-    if (count > 0 && count == left) Tell(packed_.sizeBytes);
+    if (count == left) Tell(packed_.sizeBytes);
     return static_cast<zip_int64_t>(count);
   }
 

@@ -31,7 +31,7 @@ struct ZipRecord {
 /// Little-endian bytes of a number.
 inline std::string LittleEndian(uint64_t value, size_t size) {
   std::string bytes;
-  for (size_t i = 0; i < size; ++i) bytes += static_cast<char>(value >> (8 * i));
+  for (size_t i = 0; i < size; ++i) bytes += static_cast<char>(i < 8 ? value >> (8 * i) : 0);
   return bytes;
 }
 
