@@ -1,7 +1,7 @@
 #include "agent/libZelCore/http_caller.h"
 
 #include <algorithm>
-#include <boost/beast/core/string.hpp>
+#include <boost/beast/http/verb.hpp>
 
 #include "agent/libZel/request_proof.h"
 
@@ -43,16 +43,11 @@ CallerCheck CheckProof(HttpShared& shared, const HttpRequest& request) {
   return {{Authenticator::Verdict::kAccepted, std::move(caller)}, {}, proof->bodySha256};
 }
 
-bool IsProof(std::string_view authorization) {
-  constexpr std::string_view kScheme = "PAC ";
-  return boost::beast::iequals(authorization.substr(0, kScheme.size()), kScheme);
-}
-
 }  // namespace
 
 CallerCheck CheckCallerQuickly(HttpShared& shared, const HttpRequest& request,
                                bool showsCertificate) {
-  const bool isProof = IsProof(request.authorization);
+  const bool isProof = request.authorization.starts_with("PAC ");
   CallerCheck check = isProof ? CheckProof(shared, request) : CallerCheck{};
   if (!isProof) check.answer = shared.authenticator.CheckQuickly(request.authorization);
 

@@ -1,8 +1,8 @@
 #include "agent/libZelCore/http_route.h"
 
 #include <algorithm>
-#include <boost/beast/core/string.hpp>
 #include <charconv>
+#include <iterator>
 
 #include "libZel/string.h"
 
@@ -55,13 +55,16 @@ bool IsRead(http::verb method) {
   return method == http::verb::get || method == http::verb::head;
 }
 
+char Lower(char c) {
+  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
 bool HoldsEncodedForbidden(std::string_view text) {
-  for (size_t i = 0; i + 3 <= text.size(); ++i) {
-    const std::string_view part = text.substr(i, 3);
-    for (const std::string_view forbidden : kEncodedForbidden) {
-      if (boost::beast::iequals({part.data(), part.size()}, {forbidden.data(), forbidden.size()}))
-        return true;
-    }
+  for (size_t i = text.find('%'); i != text.npos && i + 3 <= text.size();
+       i = text.find('%', i + 1)) {
+    const char part[] = {'%', Lower(text[i + 1]), Lower(text[i + 2])};
+    const std::string_view encoded(part, sizeof part);
+    if (std::ranges::find(kEncodedForbidden, encoded) != std::end(kEncodedForbidden)) return true;
   }
   return false;
 }
