@@ -463,7 +463,7 @@ TEST_F(HostAgreement, OnDates) {
   ASSERT_NE(SystemTimeToFileTime(&date, &time), 0);
   EXPECT_EQ(uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime, 116'444'736'000'000'000U);
 
-  for (const auto& [month, day] : {std::pair<WORD, WORD>{0, 1}, {13, 1}, {1, 0}, {2, 29}}) {
+  for (const auto& [month, day] : {std::pair<WORD, WORD>{0, 1}, {13, 1}, {1, 0}, {2, 30}}) {
     date.wMonth = month;
     date.wDay = day;
     EXPECT_EQ(SystemTimeToFileTime(&date, &time), 0) << month << " " << day;
