@@ -14,7 +14,7 @@ using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
 constexpr size_t kMaxNameLength = 64;
-constexpr size_t kMaxAliases = 4096;
+constexpr size_t kMaxAliases = 1024;
 /// Targets below "/v1/" are the protocol's own.
 constexpr std::string_view kProtocolName = "v1";
 

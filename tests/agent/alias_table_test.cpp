@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "agent/libZelCore/canonical_path.h"
 #include "tests/agent/temporary_directory.h"
 
 namespace {
@@ -35,9 +36,10 @@ class AliasTableTest : public testing::Test {
     problem_.clear();
     return table_.BeginUpload(owner, name, &problem_);
   }
-  bool LeadsToTarget(const AliasTable::Upload& upload) const {
-    return fs::equivalent(upload.Directory(), root_.Native() / "target");
+  bool LeadsTo(const AliasTable::Upload& upload, const ZelString& name) const {
+    return Canonical(upload.Directory()).path == Canonical(root_.Native(name)).path;
   }
+  bool LeadsToTarget(const AliasTable::Upload& upload) const { return LeadsTo(upload, "target"); }
   void Pass(milliseconds time) { now_ += time; }
 
   TemporaryDirectory root_;
@@ -130,7 +132,7 @@ TEST_F(AliasTableTest, TakesADirectoryThatDoesNotExistYet) {
   fs::create_directories(root_.Native() / "new" / "newer");
   const auto upload = Begin("agent/a", "x");
   ASSERT_TRUE(upload) << problem_;
-  EXPECT_TRUE(fs::equivalent(upload->Directory(), root_.Native() / "new" / "newer"));
+  EXPECT_TRUE(LeadsTo(*upload, "new/newer"));
 }
 
 TEST_F(AliasTableTest, LeadsIntoNoDirectoryOfTheAgentButItsData) {
@@ -244,8 +246,8 @@ TEST_F(AliasTableTest, IsListedByOwnerAndName) {
 }
 
 TEST_F(AliasTableTest, TakesSoManyAliasesAndNoMore) {
-  for (int i = 0; i < 4096; ++i) ASSERT_EQ(Add("agent/a", "x" + std::to_string(i)), "");
-  EXPECT_THAT(Add("agent/a", "y"), HasSubstr("4096 aliases already"));
+  for (int i = 0; i < 1024; ++i) ASSERT_EQ(Add("agent/a", "x" + std::to_string(i)), "");
+  EXPECT_THAT(Add("agent/a", "y"), HasSubstr("1024 aliases already"));
   EXPECT_EQ(Add("agent/a", "x0"), "");
   EXPECT_TRUE(table_.Delete("agent/a", "x1"));
   EXPECT_EQ(Add("agent/a", "y"), "");
