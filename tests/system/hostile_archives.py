@@ -326,7 +326,8 @@ def empty_file(outside):
 
 HOSTILE = {make.__name__: make for make in (
     parent_directory, absolute_path, drive_letter, unc_path, alternate_stream, reserved_name,
-    trailing_dot_or_blank, forbidden_character, control_character, symbolic_link, case_clash, duplicate_name,
+    trailing_dot_or_blank, forbidden_character, control_character, symbolic_link, case_clash,
+    duplicate_name,
     file_and_directory, encrypted, encrypted_with_aes, called_encrypted, wrong_crc, damaged_data,
     truncated, piece_missing, concatenated, data_in_front, trailing_garbage, zero_bomb, many_bombs,
     lying_size, lying_size_reversed, many_entries, nul_in_name, no_name, overlapping_entries,

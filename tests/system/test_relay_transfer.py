@@ -575,7 +575,7 @@ def test_an_upload_of_single_bytes_is_given_up(small_relay, place):
 
 
 def test_an_agent_that_stops_leaves_no_piece_of_an_upload(fleet, platform, place):
-    relay = fleet.make(platform, "relay")
+    relay = fleet.make(platform, "relay", relay={"stall_timeout_ms": 1000})
     alias = Alias(relay, place.directory)
     with begin_upload(alias, "/drop/file", 1000, 999):
         wait_for(lambda: [row["Uploads"] for row in aliases(relay)] == [1])
@@ -596,9 +596,9 @@ def test_of_two_uploads_of_one_file_one_is_whole(alias, place):
 
 def test_an_upload_may_come_in_chunks(alias, place):
     with socket.create_connection(alias.agent.address(), REPLY_TIMEOUT_S) as connection:
-        connection.sendall((f"PUT /drop/file HTTP/1.1\r\nHost: {host_of(alias.agent)}\r\n"
-                            f"Authorization: {alias.login}\r\nTransfer-Encoding: chunked\r\n\r\n"
-                            "5\r\nhello\r\n").encode())
+        header = (f"PUT /drop/file HTTP/1.1\r\nHost: {host_of(alias.agent)}\r\n"
+                  f"Authorization: {alias.login}\r\nTransfer-Encoding: chunked\r\n\r\n")
+        connection.sendall(header.encode() + b"5\r\nhello\r\n")
         connection.sendall(b"6\r\n world\r\n0\r\n\r\n")
         assert int(connection.recv(1000).split()[1]) in (200, 201, 204)
     assert place.stored() == {"file": b"hello world"}
