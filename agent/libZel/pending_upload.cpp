@@ -31,6 +31,18 @@ int MakeWithParents(const fs::path& directory) {
   return isThere ? 0 : made;
 }
 
+/// The largest number when the system does not tell: writing will show.
+uint64_t AvailableBytes(const fs::path& directory) {
+  std::error_code unknown;
+  fs::space_info space = fs::space(directory, unknown);
+  if (unknown) {
+    // Not every Windows tells it for the form "\\?\".
+    const ZelString plain = FromNativePath(directory);
+    space = fs::space(std::u8string(plain.Utf8().begin(), plain.Utf8().end()), unknown);
+  }
+  return unknown ? UINT64_MAX : space.available;
+}
+
 bool IsDirectory(const fs::path& path) {
   return file_system::Look(path).kind == file_system::Kind::kDirectory;
 }
@@ -62,12 +74,10 @@ Result PendingUpload::Create(const fs::path& directory, const ZelString& name,
 
   const int made = MakeWithParents(self.path.parent_path());
   if (made != 0) return FromError(made);
-  std::error_code unknown;
-  const fs::space_info space = fs::space(self.path.parent_path(), unknown);
-  if (!unknown && space.available < expectedBytes) {
-    return {Trouble::kDiskFull, "the volume has " + std::to_string(space.available) +
-                                    " bytes left, " + std::to_string(expectedBytes) +
-                                    " are needed"};
+  const uint64_t available = AvailableBytes(self.path.parent_path());
+  if (available < expectedBytes) {
+    return {Trouble::kDiskFull, "the volume has " + std::to_string(available) + " bytes left, " +
+                                    std::to_string(expectedBytes) + " are needed"};
   }
   return FromError(self.file.Create(self.path));
 }

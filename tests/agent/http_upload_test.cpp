@@ -261,7 +261,7 @@ TEST_F(HttpUploadTest, TellsItsProgress) {
   EXPECT_EQ(Exchange(Put("/in/progress.bin", "12345")).status, 201);
   bool isFound = false;
   for (const Progress::Report& report : Progress::Reports()) {
-    if (report.name != directory_ / "store/progress.bin") continue;
+    if (!report.name.Utf8().ends_with("progress.bin")) continue;
     isFound = true;
     EXPECT_EQ(report.kind, Progress::Kind::kReceive);
     EXPECT_EQ(report.totalBytes, 5U);
