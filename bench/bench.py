@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Measures the agent beside its peers, in one run, and prints ratios.
 
-Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps|script]...
+Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps|script|pack|extract]...
 """
 
 import base64
@@ -9,6 +9,7 @@ import contextlib
 import http.client
 import json
 import os
+import random
 import re
 import shutil
 import signal
@@ -28,6 +29,8 @@ LISTED_FILES = int(os.environ.get("ZEL_BENCH_LISTED_FILES", "100000"))
 DIGEST_BYTES = int(os.environ.get("ZEL_BENCH_DIGEST_BYTES", str(1 << 30)))
 READ_BYTES = 10 << 20
 LISTED_PROCESSES = 300
+ARCHIVED_FILES = int(os.environ.get("ZEL_BENCH_ARCHIVED_FILES", "20000"))
+ARCHIVED_BYTES = 15 << 10  # of each file, on average
 PASSWORD = "bench-password"
 
 
@@ -449,9 +452,74 @@ def bench_script(build, directory):
     return [report("empty script", ours * 1e6, lua * 1e6, "us", 0.2, "smaller")]
 
 
+def fill_tree(directory):
+    """Files in 200 directories: two in three of text, the others of what cannot be compressed."""
+    source = random.Random(1)
+    words = ["".join(source.choices("abcdefghijklmnopqrstuvwxyz", k=source.randint(2, 10)))
+             for _ in range(3000)]
+    tree = directory / "tree"
+    for i in range(ARCHIVED_FILES):
+        path = tree / f"part{i % 20}/directory{i % 200}/file{i}.txt"
+        path.parent.mkdir(parents=True, exist_ok=True)
+        size = int(source.expovariate(1 / ARCHIVED_BYTES)) + 1
+        if i % 3 == 0:
+            path.write_bytes(source.randbytes(size))
+        else:
+            picked = (words[int(source.paretovariate(0.5)) % 3000] for _ in range(size // 4 + 1))
+            path.write_text(" ".join(picked)[:size])
+    return tree
+
+
+def bench_pack(build, directory):
+    """Packing a tree beside zip and 7z: time, and the size of what comes out."""
+    tree = fill_tree(directory)
+
+    def pack(name, *command):
+        def run():
+            (directory / name).unlink(missing_ok=True)
+            subprocess.run(command, cwd=tree, check=True, stdout=subprocess.DEVNULL)
+        return run
+
+    seconds = alternate(
+        [pack("ours.zip", Path(build).resolve() / "bin/archive_bench", "pack", ".", "../ours.zip"),
+         pack("zip.zip", "zip", "-6", "-q", "-r", "../zip.zip", "."),
+         pack("7z.zip", "7z", "a", "-tzip", "-mx=5", "../7z.zip", ".")], 3)
+    sizes = [(directory / name).stat().st_size for name in ("ours.zip", "zip.zip", "7z.zip")]
+    faster = 1 if seconds[1] < seconds[2] else 2
+    peer = ("", "zip -6", "7z -mx=5")[faster]
+    return [report(f"packing, beside {peer}", seconds[0] * 1e3, seconds[faster] * 1e3, "ms", 0.5,
+                   "smaller"),
+            report(f"size, beside {peer}", sizes[0] / 1e6, sizes[faster] / 1e6, "MB", 1, "smaller")]
+
+
+def bench_extract(build, directory):
+    """Unpacking the same archive beside unzip, bsdtar and 7z."""
+    tree, out = fill_tree(directory), directory / "out"
+    subprocess.run(["zip", "-6", "-q", "-r", "../a.zip", "."], cwd=tree, check=True)
+
+    # Each turn has a directory of its own: nothing is replaced, and nothing deleted meanwhile.
+    turns = iter(range(1000))
+
+    def into_new(make):
+        def run():
+            target = out / str(next(turns))
+            target.mkdir(parents=True)
+            subprocess.run(make(target), cwd=directory, check=True, stdout=subprocess.DEVNULL)
+        return run
+
+    names = ["unzip", "bsdtar", "7z"]
+    seconds = alternate(
+        [into_new(lambda to: (Path(build).resolve() / "bin/archive_bench", "extract", "a.zip", to)),
+         into_new(lambda to: ("unzip", "-q", "a.zip", "-d", to)),
+         into_new(lambda to: ("bsdtar", "-xf", "a.zip", "-C", to)),
+         into_new(lambda to: ("7z", "x", f"-o{to}", "a.zip"))], 5)
+    return [report(f"unpacking, beside {name}", seconds[0] * 1e3, peer * 1e3, "ms", 1, "smaller")
+            for name, peer in zip(names, seconds[1:])]
+
+
 BENCHES = {"dispatch": bench_dispatch, "copy": bench_copy, "start": bench_start,
            "listing": bench_listing, "digest": bench_digest, "read": bench_read, "ps": bench_ps,
-           "script": bench_script}
+           "script": bench_script, "pack": bench_pack, "extract": bench_extract}
 
 
 def main():

@@ -3,10 +3,11 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -129,10 +130,50 @@ TEST_F(ArchiveOnPosix, LeavesLinksAndPipesOut) {
   EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("file"));
 }
 
-TEST_F(ArchiveOnPosix, FailsWholeWhenTheDiskIsFull) {
-  // Writing to it always fails for want of room.
-  WriteFile(At("tree/file"), "x");
-  EXPECT_NE(::Pack(directory_ / "tree", "/dev/full/a.zip"), 0);
+// Stands for a full disk: writing beyond some bytes fails.
+class LimitedFileSize {
+ public:
+  explicit LimitedFileSize(rlim_t bytes) {
+    handler_ = signal(SIGXFSZ, SIG_IGN);
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const struct rlimit limit = {bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~LimitedFileSize() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    signal(SIGXFSZ, handler_);
+  }
+  LimitedFileSize(const LimitedFileSize&) = delete;
+  LimitedFileSize& operator=(const LimitedFileSize&) = delete;
+
+ private:
+  struct rlimit before_ = {};
+  void (*handler_)(int) = nullptr;
+};
+
+TEST_F(ArchiveOnPosix, DoesNotAppearWhenItCannotBeWritten) {
+  WriteFile(At("tree/file"), Noise(50000));
+  {
+    const LimitedFileSize limit(10000);
+    EXPECT_EQ(Pack(), EFBIG);
+  }
+  EXPECT_EQ(directory_.CountEntries(), 2u);
+}
+
+TEST_F(ArchiveOnPosix, LeavesNothingPartialWhenAFileCannotBeWritten) {
+  Make(ZipBuilder()
+           .Add("large", Noise(50000))
+           .Add("huge", Noise(9 << 20))
+           .Add("small", "x")
+           .Bytes());
+  WriteFile(At("out/large"), "older");
+  {
+    const LimitedFileSize limit(10000);
+    EXPECT_THAT(Extract(), ElementsAre("large", "huge"));
+  }
+  EXPECT_EQ(ReadFile(At("out/large")), "older");
+  EXPECT_EQ(ReadFile(At("out/small")), "x");
+  EXPECT_EQ(std::distance(fs::directory_iterator(At("out")), fs::directory_iterator()), 2);
 }
 
 TEST_F(ArchiveOnPosix, DoesNotWaitForPipes) {
