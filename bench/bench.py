@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Measures the agent beside its peers, in one run, and prints ratios.
 
-Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps|script|pack|extract]...
+Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps|script|transfer|pack|extract]...
 """
 
 import base64
@@ -28,6 +28,7 @@ COPY_BYTES = int(os.environ.get("ZEL_BENCH_COPY_BYTES", str(1 << 29)))
 LISTED_FILES = int(os.environ.get("ZEL_BENCH_LISTED_FILES", "100000"))
 DIGEST_BYTES = int(os.environ.get("ZEL_BENCH_DIGEST_BYTES", str(1 << 30)))
 READ_BYTES = 10 << 20
+TRANSFER_BYTES = int(os.environ.get("ZEL_BENCH_TRANSFER_BYTES", str(1 << 30)))
 LISTED_PROCESSES = 300
 ARCHIVED_FILES = int(os.environ.get("ZEL_BENCH_ARCHIVED_FILES", "20000"))
 ARCHIVED_BYTES = 15 << 10  # of each file, on average
@@ -517,9 +518,117 @@ def bench_extract(build, directory):
             for name, peer in zip(names, seconds[1:])]
 
 
+def make_certificates(directory):
+    """An authority (ca.pem) and what it signed for the loopback address (own.pem, own.key)."""
+    def openssl(*arguments):
+        subprocess.run(["openssl", *arguments], cwd=directory, check=True, stderr=subprocess.DEVNULL)
+
+    key = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes"]
+    openssl("req", "-x509", *key, "-keyout", "ca.key", "-out", "ca.pem", "-subj", "/CN=Bench",
+            "-addext", "basicConstraints=critical,CA:TRUE")
+    openssl("req", *key, "-keyout", "own.key", "-out", "own.csr", "-subj", "/CN=agent")
+    (directory / "names").write_text("subjectAltName=IP:127.0.0.1\n")
+    openssl("x509", "-req", "-in", "own.csr", "-CA", "ca.pem", "-CAkey", "ca.key",
+            "-CAcreateserial", "-out", "own.pem", "-extfile", "names")
+
+
+def fleet_home(directory, name, is_tls, is_relay, parent_port=None):
+    """The home of an agent of a fleet, with the relay at `parent_port` when it is none itself."""
+    home = directory / name
+    (home / "config").mkdir(parents=True)
+    secret = home / "config/secret"
+    secret.write_text("the secret of this bench")
+    secret.chmod(0o600)
+    lines = ["[agent]", f"name = {name}", "[fleet]", "secret_file = secret"]
+    if is_tls:
+        lines += [f"ca = {directory}/ca.pem", "[security]", "ssl = send"]
+    if is_tls and is_relay:
+        lines += ["[http]", "tls = yes", f"certificate = {directory}/own.pem",
+                  f"private_key = {directory}/own.key"]
+    if parent_port:
+        lines += ["[relay]", f"parent = 127.0.0.1:{parent_port}"]
+    (home / "config/zelagent.ini").write_text("\n".join(lines) + "\n")
+    return home
+
+
+@contextlib.contextmanager
+def nginx_store(directory):
+    """nginx that stores what is sent with PUT: its URLs, plain and over TLS."""
+    root = directory / "store"
+    root.mkdir()
+    plain, tls = free_port(), free_port()
+    config = directory / "store.conf"
+    config.write_text(f"""
+daemon off; user root; worker_processes auto; pid {directory}/nginx.pid;
+error_log {directory}/error.log;
+events {{ worker_connections 64; }}
+http {{
+  access_log off; client_body_temp_path {directory}/body; proxy_temp_path {directory}/proxy;
+  fastcgi_temp_path {directory}/fastcgi; uwsgi_temp_path {directory}/uwsgi;
+  scgi_temp_path {directory}/scgi;
+  server {{
+    listen 127.0.0.1:{plain}; listen 127.0.0.1:{tls} ssl; root {root}; client_max_body_size 0;
+    ssl_certificate {directory}/own.pem; ssl_certificate_key {directory}/own.key;
+    location / {{ dav_methods PUT; }}
+  }}
+}}
+""")
+    server = subprocess.Popen(["nginx", "-c", config, "-p", directory], stderr=subprocess.DEVNULL)
+    try:
+        for _ in range(200):
+            with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", tls), 1):
+                break
+            time.sleep(0.02)
+        yield f"http://127.0.0.1:{plain}", f"https://127.0.0.1:{tls}"
+    finally:
+        server.terminate()
+        server.wait(30)
+
+
+def bench_transfer_over(build, directory, is_tls, url):
+    what = "upload over TLS" if is_tls else "upload"
+    received = directory / f"received-{is_tls}"
+    received.mkdir()
+    with contextlib.ExitStack() as running:
+        relay = running.enter_context(
+            Agent(build, fleet_home(directory, f"relay-{is_tls}", is_tls, True)))
+        port = relay.url.rsplit(":", 1)[1].rstrip("/")
+        sender = running.enter_context(
+            Agent(build, fleet_home(directory, f"sender-{is_tls}", is_tls, False, port)))
+
+        def run_ours():
+            answer = sender.call("CoreUtilsCopyFileToRelay",
+                                 {"SourcePath": str(directory / "sent"),
+                                  "DestinationPath": str(received / "sent")})
+            assert answer["code"] == 0, answer
+            assert (received / "sent").stat().st_size == TRANSFER_BYTES
+
+        def run_curl():
+            subprocess.run(["curl", "-fsS", "--cacert", directory / "ca.pem", "-T",
+                            directory / "sent", f"{url}/sent"], check=True)
+
+        before = [agent.resident_bytes() for agent in (sender, relay)]
+        ours, peer = alternate([run_ours, run_curl], 5)
+        growth = max(agent.resident_bytes() - at for agent, at in zip((sender, relay), before))
+    return [report(f"{what} of {TRANSFER_BYTES >> 20} MiB", ours * 1e3, peer * 1e3, "ms", 0.5,
+                   "smaller"),
+            report_absolute(f"{what}, growth of the larger agent", growth / (1 << 20), "MiB", 32)]
+
+
+def bench_transfer(build, directory):
+    """A file from agent to agent beside one from curl to nginx."""
+    make_certificates(directory)
+    with open(directory / "sent", "wb") as output:
+        for _ in range(TRANSFER_BYTES >> 20):
+            output.write(os.urandom(1 << 20))
+    with nginx_store(directory) as (plain, tls):
+        return (bench_transfer_over(build, directory, False, plain)
+                + bench_transfer_over(build, directory, True, tls))
+
+
 BENCHES = {"dispatch": bench_dispatch, "copy": bench_copy, "start": bench_start,
            "listing": bench_listing, "digest": bench_digest, "read": bench_read, "ps": bench_ps,
-           "script": bench_script, "pack": bench_pack, "extract": bench_extract}
+           "script": bench_script, "transfer": bench_transfer, "pack": bench_pack, "extract": bench_extract}
 
 
 def main():
