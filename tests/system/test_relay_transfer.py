@@ -12,7 +12,7 @@ import time
 import pytest
 
 import hostile_archives
-from agents import REPLY_TIMEOUT_S, tls_context
+from agents import REPLY_TIMEOUT_S, agent_path, tls_context
 from cutting_proxy import CuttingProxy
 from fleet import SECRET, Authority, aliases, fleet_login, fleet_password, proof
 from hostile_archives import HARMLESS
@@ -197,6 +197,32 @@ def test_uploads_side_by_side_do_not_mix(plain_pair, place):
     assert answers == [SUCCESS] * 8
     assert all(target.read_bytes() == place.content for target in targets)
     assert aliases(relay) == []
+
+
+def test_memory_does_not_grow_with_the_file(fleet, place):
+    device, relay = fleet.pair("plain", "linux", "linux")
+    assert place.upload(device, relay)[0] == SUCCESS
+    with open(place.source, "wb") as file:
+        file.truncate(100 * MIB)
+    before = device.resident_bytes(), relay.resident_bytes()
+    assert place.upload(device, relay)[0] == SUCCESS
+    assert place.target.stat().st_size == 100 * MIB
+    place.target.unlink()
+    assert device.resident_bytes() - before[0] < 16 * MIB
+    assert relay.resident_bytes() - before[1] < 16 * MIB
+
+
+@pytest.mark.parametrize("device_mode, relay_mode, arrives", [
+    ("pac", "plain", True), ("plain", "pac", False), ("ssl and pac", "ssl", True),
+    ("ssl", "ssl ext", True), ("ssl", "plain", False)])
+def test_members_that_are_configured_differently(
+        fleet, place, device_mode, relay_mode, arrives):
+    relay = fleet.make("linux", "relay", relay_mode)
+    device = fleet.make("linux", "device", device_mode, relay.address())
+    code, container = place.upload(device, relay)
+    assert (code == SUCCESS) == (container["ErrorCode"] == SUCCESS) == arrives
+    assert place.stored() == ({place.target.name: place.content} if arrives else {})
+    assert device.stop() == 0 and relay.stop() == 0
 
 
 # Uploads that something comes between.
@@ -444,6 +470,18 @@ def test_AddAlias_does_not_lead_into_the_agents_own_directory(plain_pair, tmp_pa
     assert relay.call("HttpProtocolAddAlias", AliasName="own", AliasPath=home + "/data",
                       AliasTemporary=False)[0] == SUCCESS
     assert relay.call("HttpProtocolDeleteAlias", AliasName="own")[0] == SUCCESS
+
+
+def test_AddAlias_asks_the_privacy_policy(fleet, platform, place):
+    rules = {"rule1": f"admin, {agent_path(platform, place.directory)}, none"}
+    relay = fleet.make(platform, "relay", privacy=rules)
+    parameters = {"AliasName": "own", "AliasPath": relay.path(place.directory)}
+    code, container = relay.call("HttpProtocolAddAlias", **parameters)
+    assert (code, "privacy policy" in container["Error"]) == (FAILURE, True)
+    # Other agents have no login.
+    alias = Alias(relay, place.directory)
+    assert alias.put("/drop/file") in (200, 201, 204)
+    assert relay.stop() == 0
 
 
 def test_an_alias_whose_directory_becomes_a_link_is_no_longer_used(alias, place):
