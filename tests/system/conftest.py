@@ -11,6 +11,7 @@ import pytest
 from agents import Agent, agent_path, copy_modules, tls_context
 from fleet import Authority, Fleet
 from proxy import Proxy
+from uploads import PAIRS, Place
 
 PLATFORMS = ("linux", "windows")
 
@@ -70,6 +71,23 @@ def fleet(tmp_path_factory, authority):
     made = Fleet(tmp_path_factory.mktemp("fleet"), authority)
     yield made
     assert made.end() == []
+
+
+@pytest.fixture(scope="module", params=PAIRS, ids=" ".join)
+def pair(fleet, request):
+    """A device and its relay."""
+    return fleet.pair(*request.param)
+
+
+@pytest.fixture(scope="module")
+def plain_pair(fleet, platform):
+    return fleet.pair("plain", platform, platform)
+
+
+@pytest.fixture
+def place(tmp_path):
+    """A source file of the device and a directory of the relay."""
+    return Place(tmp_path)
 
 
 @pytest.fixture

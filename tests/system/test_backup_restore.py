@@ -9,19 +9,9 @@ import pytest
 
 from cutting_proxy import CuttingProxy
 from fleet import aliases
-from test_relay_transfer import LOST, MIB, PAIRS, SUCCESS, FAILURE, new_log, wait_for
+from uploads import FAILURE, LOST, MIB, SUCCESS, new_log, wait_for
 
 OLD_TIME = 1_000_000_000
-
-
-@pytest.fixture(scope="module", params=PAIRS, ids=" ".join)
-def pair(fleet, request):
-    return fleet.pair(*request.param)
-
-
-@pytest.fixture(scope="module")
-def plain_pair(fleet, platform):
-    return fleet.pair("plain", platform, platform)
 
 
 class Backups:

@@ -8,7 +8,7 @@ import pytest
 import hostile_archives
 from fleet import aliases
 from hostile_archives import HARMLESS
-from test_relay_transfer import Alias, MIB
+from uploads import MIB, Alias
 
 
 def run(agent, *arguments, **options):
