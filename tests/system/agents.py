@@ -99,6 +99,7 @@ class Agent:
             program(self.platform, "zelagent") + arguments, env=self.environment(),
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         self.errors = []
+        self.url = None
         ready = threading.Event()
         threading.Thread(target=self._read_output, args=(ready,), daemon=True).start()
         threading.Thread(target=self._read_errors, daemon=True).start()
@@ -142,10 +143,17 @@ class Agent:
             self.process.wait()
 
     def resident_bytes(self):
+        return self._memory("VmRSS:")
+
+    def peak_bytes(self):
+        """The most memory that was resident since the start."""
+        return self._memory("VmHWM:")
+
+    def _memory(self, name):
         for line in pathlib.Path(f"/proc/{self.process.pid}/status").read_text().splitlines():
-            if line.startswith("VmRSS:"):
+            if line.startswith(name):
                 return int(line.split()[1]) * 1024
-        raise AssertionError("no VmRSS")
+        raise AssertionError("no " + name)
 
     def address(self):
         parts = urllib.parse.urlsplit(self.url)

@@ -9,6 +9,7 @@ import tempfile
 import pytest
 
 from agents import Agent, agent_path, copy_modules, tls_context
+from backups import Backups
 from fleet import Authority, Fleet
 from proxy import Proxy
 from uploads import PAIRS, Place
@@ -88,6 +89,11 @@ def plain_pair(fleet, platform):
 def place(tmp_path):
     """A source file of the device and a directory of the relay."""
     return Place(tmp_path)
+
+
+@pytest.fixture
+def backups(tmp_path):
+    return Backups(tmp_path)
 
 
 @pytest.fixture

@@ -1,4 +1,4 @@
-"""A proxy in front of an agent that spoils uploads: it cuts, half-closes or stalls them."""
+"""A proxy in front of an agent that spoils uploads on their way to it."""
 
 import contextlib
 import select
@@ -8,13 +8,19 @@ import threading
 
 PIECE = 16 * 1024
 WAIT_S = 30
+# Calls bring less over TLS, handshake and certificates included.
+MOST_CALL_BYTES = 16 * 1024
 
 
 class CuttingProxy:
-    """Passes on what it gets, until a connection that began with PUT has brought `after` bytes.
+    """Passes on what it gets, until an upload has brought `after` bytes.
+
+    An upload is a connection that begins with PUT or, over TLS, any: choose `after` beyond
+    MOST_CALL_BYTES there, so that no call is struck.
 
     `fault`: None (nothing happens), "cut" (reset in both directions), "half-close" (the agent sees
-    the end, the client nothing) or "stall" (nothing is passed on any more)."""
+    the end, the client nothing), "stall" (nothing is passed on any more) or "hold" (nothing until
+    `release`)."""
 
     def __init__(self, upstream):
         self.upstream = upstream
@@ -22,6 +28,7 @@ class CuttingProxy:
         self.after = 0
         #: Set when the fault has come about.
         self.struck = threading.Event()
+        self._released = threading.Event()
         self._listener = socket.create_server(("127.0.0.1", 0))
         self._open = []
         threading.Thread(target=self._accept, daemon=True).start()
@@ -32,6 +39,10 @@ class CuttingProxy:
     def strike(self, fault, after):
         self.fault, self.after = fault, after
         self.struck.clear()
+        self._released.clear()
+
+    def release(self):
+        self._released.set()
 
     def close(self):
         self._listener.close()
@@ -74,18 +85,20 @@ class CuttingProxy:
                 listening.discard(client)
                 continue
             if is_upload is None:
-                is_upload = data.startswith(b"PUT ")
+                is_upload = data.startswith((b"PUT ", b"\x16\x03"))
             if is_upload and self.fault and passed + len(data) >= self.after:
-                agent.sendall(data[:self.after - passed])
-                listening.discard(client)
+                part = self.after - passed
+                agent.sendall(data[:part])
                 if self._strike(client, agent):
-                    return
-                continue
-            agent.sendall(data)
+                    agent.sendall(data[part:])
+                else:
+                    listening.discard(client)
+            else:
+                agent.sendall(data)
             passed += len(data)
 
     def _strike(self, client, agent):
-        """Whether the connection is gone."""
+        """Whether what the client sends is passed on again."""
         fault, self.fault = self.fault, None
         # First: whoever hears of the cut may ask at once.
         self.struck.set()
@@ -93,6 +106,7 @@ class CuttingProxy:
             for one in (client, agent):
                 one.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
                 one.close()
+            raise ConnectionAbortedError
         if fault == "half-close":
             agent.shutdown(socket.SHUT_WR)
-        return fault == "cut"
+        return fault == "hold" and self._released.wait(WAIT_S)

@@ -14,6 +14,7 @@ SECRET = "the secret of the whole fleet"
 # How the members of a fleet speak with each other: [security] ssl and pac.
 MODES = {
     "plain": ("none", "none"),
+    "ssl sent": ("send", "none"),
     "ssl": ("send_and_receive", "none"),
     "pac": ("none", "send_and_receive"),
     "ssl and pac": ("send_and_receive", "send_and_receive"),

@@ -1,59 +1,14 @@
 """CoreUtilsRestoreBackupFromRelay and CoreUtilsRestoreBackup: backups come back."""
 
 import os
-import random
 import subprocess
 import zipfile
 
 import pytest
 
-from cutting_proxy import CuttingProxy
+from backups import OLD_TIME, Backups
 from fleet import aliases
-from uploads import FAILURE, LOST, MIB, SUCCESS, new_log, wait_for
-
-OLD_TIME = 1_000_000_000
-
-
-class Backups:
-    """A relay's directory of backups and the place where a device wants its own."""
-
-    def __init__(self, directory):
-        self.kept = directory / "kept"
-        self.kept.mkdir()
-        self.restored = directory / "restored"
-
-    def add(self, name, content=None):
-        (self.kept / name).write_bytes(os.urandom(2 * MIB + 5) if content is None else content)
-        return (self.kept / name).read_bytes()
-
-    def add_directory(self, name):
-        directory = self.kept / name
-        for number, file in enumerate(["plain.txt", "größe 日本.txt", "inner/deep/file.bin"]):
-            path = directory / file
-            path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_bytes(os.urandom(300_000 * number + 7))
-            os.utime(path, (OLD_TIME + number * 100, OLD_TIME + number * 100))
-        (directory / "empty directory").mkdir()
-        (directory / "empty file").write_bytes(b"")
-        return {path.relative_to(directory).as_posix(): path.read_bytes()
-                for path in directory.rglob("*") if path.is_file()}
-
-    def arrived(self):
-        return {path.name: path.read_bytes() for path in self.restored.iterdir()} \
-            if self.restored.exists() else {}
-
-    def restore(self, device, relay, name, last=False, back_to=None):
-        """What the device answers that asks the relay for its backup."""
-        host, port = relay.address()
-        own_host, own_port = back_to or device.address()
-        return device.call("CoreUtilsRestoreBackupFromRelay", HostName=host, HttpPort=port, Values={
-            "SourcePath": relay.path(self.kept), "DestinationPath": device.path(self.restored),
-            "Name": name, "Last": last, "HostName": own_host, "HttpPort": own_port})
-
-
-@pytest.fixture
-def backups(tmp_path):
-    return Backups(tmp_path)
+from uploads import FAILURE, LOST, MIB, SUCCESS, new_log
 
 
 def slashes(text):
@@ -190,9 +145,10 @@ def test_a_device_that_cannot_be_reached(plain_pair, backups):
     assert "Failed to add alias backup" in log
 
 
-def test_two_devices_restore_from_one_relay(fleet, backups, tmp_path):
-    device, relay = fleet.pair("plain", "linux", "linux")
-    second = fleet.make("windows", "second", parent=relay.address())
+@pytest.mark.parametrize("mode", ["plain", "ssl and pac"])
+def test_two_devices_restore_from_one_relay(fleet, backups, tmp_path, mode):
+    device, relay = fleet.pair(mode, "linux", "linux")
+    second = fleet.make("windows", "second", mode, relay.address())
     content = backups.add("one.zip")
     others = Backups.__new__(Backups)
     others.kept, others.restored = backups.kept, tmp_path / "second"
@@ -200,27 +156,6 @@ def test_two_devices_restore_from_one_relay(fleet, backups, tmp_path):
     assert others.restore(second, relay, "one.zip")[0] == SUCCESS
     assert backups.arrived() == others.arrived() == {"one.zip": content}
     assert second.stop() == 0
-
-
-POINTS = random.Random(20250502).sample(range(1, 2 * MIB), 4)
-
-
-@pytest.mark.parametrize("after", POINTS)
-def test_a_restore_that_is_cut_leaves_nothing(plain_pair, backups, after):
-    device, relay = plain_pair
-    content = backups.add("one.zip")
-    proxy = CuttingProxy(device.address())
-    proxy.strike("cut", after)
-    (code, _), log = new_log(
-        relay, lambda: backups.restore(device, relay, "one.zip", back_to=proxy.address()))
-    assert proxy.struck.is_set()
-    assert (code, LOST in log) == (SUCCESS, True)
-    wait_for(lambda: backups.arrived() == {}, 5)
-    wait_for(lambda: aliases(device) == [], 5)
-
-    assert backups.restore(device, relay, "one.zip", back_to=proxy.address())[0] == SUCCESS
-    assert backups.arrived() == {"one.zip": content}
-    proxy.close()
 
 
 def test_progress_is_told(plain_pair, backups):

@@ -1,16 +1,13 @@
 """CoreUtilsCopyFileToRelay: uploads from one agent to another, and what can go wrong with them."""
 
-import random
 import threading
 
 import pytest
 
 import hostile_archives
-from agents import REPLY_TIMEOUT_S
-from cutting_proxy import CuttingProxy
 from fleet import SECRET, aliases, fleet_password
 from hostile_archives import HARMLESS
-from uploads import FAILURE, LOST, MIB, SUCCESS, new_log, wait_for
+from uploads import FAILURE, LOST, MIB, SUCCESS, new_log
 
 # Uploads that succeed.
 
@@ -126,17 +123,18 @@ def test_uploads_side_by_side_do_not_mix(plain_pair, place):
     assert aliases(relay) == []
 
 
-def test_memory_does_not_grow_with_the_file(fleet, place):
-    device, relay = fleet.pair("plain", "linux", "linux")
+@pytest.mark.parametrize("mode", ["plain", "ssl and pac"])
+def test_memory_does_not_grow_with_the_file(fleet, place, mode):
+    device, relay = fleet.pair(mode, "linux", "linux")
     assert place.upload(device, relay)[0] == SUCCESS
     with open(place.source, "wb") as file:
         file.truncate(100 * MIB)
-    before = device.resident_bytes(), relay.resident_bytes()
+    before = device.peak_bytes(), relay.peak_bytes()
     assert place.upload(device, relay)[0] == SUCCESS
     assert place.target.stat().st_size == 100 * MIB
     place.target.unlink()
-    assert device.resident_bytes() - before[0] < 16 * MIB
-    assert relay.resident_bytes() - before[1] < 16 * MIB
+    assert device.peak_bytes() - before[0] < 32 * MIB
+    assert relay.peak_bytes() - before[1] < 32 * MIB
 
 
 @pytest.mark.parametrize("device_mode, relay_mode, arrives", [
@@ -152,87 +150,7 @@ def test_members_that_are_configured_differently(
     assert device.stop() == 0 and relay.stop() == 0
 
 
-# Uploads that something comes between.
-
-
-@pytest.fixture(scope="module")
-def cut_pair(fleet, platform):
-    """A device whose way to the relay leads through a proxy: (device, relay, proxy)."""
-    relay = fleet.make(platform, "relay", relay={"stall_timeout_ms": 1000})
-    proxy = CuttingProxy(relay.address())
-    device = fleet.make(platform, "device", parent=proxy.address())
-    yield device, relay, proxy
-    proxy.close()
-    assert device.stop() == 0
-    assert relay.stop() == 0
-
-
-def upload_under(fault, after, cut_pair, place):
-    """Uploads while the proxy strikes, then again: nothing of the first try may be left."""
-    device, relay, proxy = cut_pair
-    proxy.strike(fault, after)
-    (code, container), log = new_log(device, lambda: place.upload(device, relay))
-    assert proxy.struck.is_set()
-    # Whether the file arrived is told by the log alone.
-    assert (code, container["ErrorCode"], LOST in log) == (SUCCESS, 0, True), log
-    wait_for(lambda: place.stored() == {}, 5)
-    wait_for(lambda: aliases(relay) == [], 5)
-
-    assert place.upload(device, relay)[0] == SUCCESS
-    assert place.stored() == {place.target.name: place.content}
-
-
-POINTS = random.Random(20250501).sample(range(1, 3 * MIB), 10)
-
-
-@pytest.mark.parametrize("after", POINTS)
-def test_an_upload_that_is_cut_leaves_nothing(cut_pair, place, after):
-    upload_under("cut", after, cut_pair, place)
-
-
-@pytest.mark.parametrize("after", [100, 2 * MIB])
-def test_an_upload_that_is_half_closed_leaves_nothing(cut_pair, place, after):
-    upload_under("half-close", after, cut_pair, place)
-
-
-def test_an_upload_that_stalls_is_given_up(cut_pair, place):
-    upload_under("stall", 2 * MIB, cut_pair, place)
-
-
-def test_an_older_file_survives_an_upload_that_is_cut(cut_pair, place):
-    device, relay, proxy = cut_pair
-    place.target.write_bytes(b"older")
-    proxy.strike("cut", MIB)
-    assert place.upload(device, relay)[0] == SUCCESS
-    assert proxy.struck.is_set()
-    wait_for(lambda: place.stored() == {place.target.name: b"older"}, 5)
-
-
-def test_a_relay_that_is_killed_and_starts_again(fleet, place, platform):
-    relay = fleet.make(platform, "relay")
-    proxy = CuttingProxy(relay.address())
-    device = fleet.make(platform, "device", parent=proxy.address())
-    proxy.strike("stall", 2 * MIB)
-    answers = []
-    log = len(device.log())
-    thread = threading.Thread(target=lambda: answers.append(place.upload(device, relay)))
-    thread.start()
-    assert proxy.struck.wait(20)
-    relay.kill()
-    thread.join(REPLY_TIMEOUT_S)
-    assert [code for code, _ in answers] == [SUCCESS]
-    assert LOST in device.log()[log:]
-    assert "Failed to delete alias" in device.log()[log:]
-    assert not place.target.exists()
-
-    relay.url = None
-    relay.start()
-    proxy.upstream = relay.address()
-    assert aliases(relay) == []
-    assert place.upload(device, relay)[0] == SUCCESS
-    assert place.target.read_bytes() == place.content
-    proxy.close()
-    assert device.stop() == 0 and relay.stop() == 0
+# Uploads that do not begin.
 
 
 def test_a_relay_that_is_not_there(fleet, place):
@@ -250,16 +168,6 @@ def test_no_relay_at_all(fleet, place):
     assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
     assert place.stored() == {}
     assert device.stop() == 0
-
-
-def test_a_full_disk_of_the_relay(plain_pair, place, small_disk):
-    device, relay = plain_pair
-    place.directory = small_disk
-    place.target = small_disk / "file"
-    answer, log = new_log(device, lambda: place.upload(device, relay))
-    assert (answer[0], LOST in log) == (SUCCESS, True)
-    assert place.stored() == {}
-    assert aliases(relay) == []
 
 
 @pytest.mark.parametrize("what", ["missing", "directory"])

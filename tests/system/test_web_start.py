@@ -44,7 +44,8 @@ def fill(directory):
     return others, descriptors
 
 
-MODES = [("plain", "http", "0"), ("ssl", "https", "2"), ("ssl ext", "https", "3")]
+MODES = [("plain", "http", "0"), ("ssl sent", "https", "2"),
+         ("ssl", "https", "2"), ("ssl ext", "https", "3")]
 
 
 @pytest.mark.parametrize("mode, scheme, ssl_mode", MODES, ids=[mode[0] for mode in MODES])
