@@ -6,6 +6,7 @@ Usage: bench.py BUILD_DIRECTORY [dispatch|copy|start|listing|digest|read|ps|scri
 
 import base64
 import contextlib
+import itertools
 import http.client
 import json
 import os
@@ -258,14 +259,16 @@ def seconds_of(work):
     return time.perf_counter() - start
 
 
-def alternate(works, rounds):
-    """The median time in seconds of each, in turns, each having run once unmeasured."""
+def alternate(works, rounds, prepare=lambda: None):
+    """The median time in seconds of each, in turns, each having run once unmeasured; `prepare` goes
+    before each, unmeasured."""
     for work in works:
         work()
     times = [[] for _ in works]
     for i in range(rounds):
         # None always comes first.
         for index in list(range(len(works)))[::1 if i % 2 else -1]:
+            prepare()
             times[index].append(seconds_of(works[index]))
     return [statistics.median(list_) for list_ in times]
 
@@ -596,19 +599,23 @@ def bench_transfer_over(build, directory, is_tls, url):
         sender = running.enter_context(
             Agent(build, fleet_home(directory, f"sender-{is_tls}", is_tls, False, port)))
 
+        # A file of its own for each: deleting the one before would count in.
+        numbers = itertools.count()
+
         def run_ours():
+            destination = received / f"sent{next(numbers)}"
             answer = sender.call("CoreUtilsCopyFileToRelay",
                                  {"SourcePath": str(directory / "sent"),
-                                  "DestinationPath": str(received / "sent")})
+                                  "DestinationPath": str(destination)})
             assert answer["code"] == 0, answer
-            assert (received / "sent").stat().st_size == TRANSFER_BYTES
+            assert destination.stat().st_size == TRANSFER_BYTES
 
         def run_curl():
             subprocess.run(["curl", "-fsS", "--cacert", directory / "ca.pem", "-T",
-                            directory / "sent", f"{url}/sent"], check=True)
+                            directory / "sent", f"{url}/sent{is_tls}{next(numbers)}"], check=True)
 
         before = [agent.resident_bytes() for agent in (sender, relay)]
-        ours, peer = alternate([run_ours, run_curl], 5)
+        ours, peer = alternate([run_ours, run_curl], 5, os.sync)
         growth = max(agent.resident_bytes() - at for agent, at in zip((sender, relay), before))
     return [report(f"{what} of {TRANSFER_BYTES >> 20} MiB", ours * 1e3, peer * 1e3, "ms", 0.5,
                    "smaller"),

@@ -66,6 +66,11 @@ class PendingFile {
 
   /// Creates the file, empty. `destination` need not exist, its directory must. Once only.
   int Create(const std::filesystem::path& destination);
+  /// From now on `Write` also sees to it that what was written goes to the disk at once and then
+  /// leaves the system's cache: for large files that nobody reads soon. They would push everything
+  /// else out of the memory, and fresh memory costs more than the disk. Does nothing where the
+  /// system has no way to do so.
+  void KeepOutOfCache();
   int Write(const void* bytes, size_t count);
   /// Writes at a place of the file; not to be mixed with `Write`.
   int WriteAt(uint64_t offset, const void* bytes, size_t count);

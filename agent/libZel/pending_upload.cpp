@@ -79,6 +79,7 @@ Result PendingUpload::Create(const fs::path& directory, const ZelString& name,
     return {Trouble::kDiskFull, "the volume has " + std::to_string(available) + " bytes left, " +
                                     std::to_string(expectedBytes) + " are needed"};
   }
+  self.file.KeepOutOfCache();
   return FromError(self.file.Create(self.path));
 }
 

@@ -121,6 +121,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   void OnUploadEnded(const UploadOutcome& outcome);
   void ReadPiece(boost::asio::mutable_buffer buffer, Done done) override;
   void BeginPiece();
+  void ReadIntoPiece();
   void AdvanceChunks();
   void TakePiece(const char* bytes, size_t byteCount, bool isLast);
   void FinishPiece(UploadPiece piece);
@@ -156,6 +157,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   Done pieceDone_;  ///< while a piece is awaited
   boost::asio::mutable_buffer pieceBuffer_;
   Clock::time_point pieceBegin_;
+  size_t pieceBytes_ = 0;
   uint64_t uploadRest_ = 0;      ///< bytes to come of a body of known length
   bool isReadingPiece_ = false;  ///< straight into the piece's buffer
   bool saysContinue_ = false;    ///< before the first piece

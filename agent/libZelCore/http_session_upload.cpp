@@ -16,6 +16,10 @@ namespace {
 
 // What an upload must bring within the time for stalls, while that much is missing.
 constexpr uint64_t kLeastPieceBytes = 64 * 1024;
+// Handing a piece over costs a thread switch, so where bytes come fast a piece gets larger than
+// that.
+constexpr size_t kLargePieceBytes = 512 * 1024;
+constexpr std::chrono::milliseconds kFast{10};
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
 /// For the audit trail. A connection that is gone has no status: the code is that of a request that
@@ -103,8 +107,15 @@ void HttpSession::BeginPiece() {
     uploadRest_ -= there;
     return TakePiece(bytes, there, uploadRest_ == 0);
   }
+  pieceBytes_ = 0;
+  ReadIntoPiece();
+}
+
+void HttpSession::ReadIntoPiece() {
+  const size_t wanted = std::min<uint64_t>(pieceBuffer_.size() - pieceBytes_, uploadRest_);
   isReadingPiece_ = true;
-  ReadAtLeast(asio::buffer(pieceBuffer_, wanted), std::min<uint64_t>(wanted, kLeastPieceBytes));
+  ReadAtLeast(asio::buffer(pieceBuffer_ + pieceBytes_, wanted),
+              std::min<uint64_t>(wanted, kLeastPieceBytes));
 }
 
 /// Into the piece's buffer. Also called when the session has been closed.
@@ -115,7 +126,11 @@ void HttpSession::OnPieceRead(const ErrorCode& ec, size_t byteCount) {
     return Close();
   }
   uploadRest_ -= byteCount;
-  FinishPiece({byteCount, uploadRest_ == 0, {}});
+  pieceBytes_ += byteCount;
+  const bool isLarge = pieceBytes_ >= std::min(kLargePieceBytes, pieceBuffer_.size());
+  const bool comesFast = Clock::now() - pieceBegin_ < kFast;
+  if (!isLarge && uploadRest_ > 0 && comesFast) return ReadIntoPiece();
+  FinishPiece({pieceBytes_, uploadRest_ == 0, {}});
 }
 
 /// Reads a piece of a chunked body as far as the session's buffer holds it.

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <random>
 #include <string>
 
@@ -109,6 +110,25 @@ int CopyContent(int source, const struct stat& info, int destination) {
   return error == 0 ? CopyBytes(source, destination, UINT64_MAX) : error;
 }
 
+// Sends a growing file to the disk and out of the system's cache, some way behind its end. Nothing
+// here waits for the disk, and failures do not matter: the file is then cached like any other.
+class CacheDrain {
+ public:
+  void FollowTo(int file, off_t end) {
+    if (end - sent_ < kStepBytes) return;
+    sync_file_range(file, sent_, end - sent_, SYNC_FILE_RANGE_WRITE);
+    sent_ = end;
+    // Only what has reached the disk can leave.
+    if (end > kCachedBytes) posix_fadvise(file, 0, end - kCachedBytes, POSIX_FADV_DONTNEED);
+  }
+
+ private:
+  static constexpr off_t kStepBytes = 8 << 20;
+  static constexpr off_t kCachedBytes = 32 << 20;
+
+  off_t sent_ = 0;
+};
+
 }  // namespace
 
 struct PendingFile::Implementation {
@@ -117,6 +137,8 @@ struct PendingFile::Implementation {
   std::string finalName;
   UniqueFd directory;
   UniqueFd file;
+  off_t writtenBytes = 0;
+  std::optional<CacheDrain> drain;
 };
 
 PendingFile::PendingFile() : implementation_(std::make_unique<Implementation>()) {}
@@ -147,8 +169,17 @@ int PendingFile::Create(const std::filesystem::path& destination) {
   return EEXIST;
 }
 
+void PendingFile::KeepOutOfCache() {
+  implementation_->drain.emplace();
+}
+
 int PendingFile::Write(const void* bytes, size_t count) {
-  return WriteAll(implementation_->file.Get(), static_cast<const char*>(bytes), count);
+  Implementation& self = *implementation_;
+  const int error = WriteAll(self.file.Get(), static_cast<const char*>(bytes), count);
+  if (error != 0) return error;
+  self.writtenBytes += static_cast<off_t>(count);
+  if (self.drain) self.drain->FollowTo(self.file.Get(), self.writtenBytes);
+  return 0;
 }
 
 int PendingFile::WriteAt(uint64_t offset, const void* bytes, size_t count) {

@@ -67,6 +67,8 @@ int PendingFile::Create(const std::filesystem::path& destination) {
   return ERROR_FILE_EXISTS;
 }
 
+void PendingFile::KeepOutOfCache() {}
+
 int PendingFile::Write(const void* bytes, size_t count) {
   const char* next = static_cast<const char*>(bytes);
   while (count > 0) {
