@@ -29,7 +29,7 @@ void AddRelayCommands(CLI::App& app, RelayPutOptions* put, Command* command) {
                            });
   verb->add_option("SOURCE", put->source, "A file on the agent's machine")->required();
   verb->add_option("DESTINATION", put->destination,
-                   "Its path on the relay; the directory must exist there")
+                   "Its path on the relay; the directory is made when it is missing")
       ->required();
   verb->add_flag(
       "--unpack", put->unpack,
