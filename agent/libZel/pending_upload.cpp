@@ -4,6 +4,7 @@
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/open_file.h"
 
 namespace fs = std::filesystem;
 
@@ -14,9 +15,7 @@ using Trouble = PendingUpload::Trouble;
 
 Result FromError(int error) {
   if (error == 0) return {};
-  const bool isFull =
-      std::error_code(error, std::system_category()) == std::errc::no_space_on_device;
-  return {isFull ? Trouble::kDiskFull : Trouble::kOther, file_system::ErrorText(error)};
+  return {file_system::IsDiskFull(error) ? Trouble::kDiskFull : Trouble::kOther, file_system::ErrorText(error)};
 }
 
 /// Returns an error number.

@@ -34,6 +34,14 @@ SettingsResult LoadUsableSettings(const fs::path& file) {
   throw std::runtime_error(text);
 }
 
+/// What the configuration names and nobody may replace by storing a file.
+std::vector<AliasTable::GuardedFile> GuardedFiles(const Settings& settings) {
+  return {{settings.fleetCaFile, "certificate authority"},
+          {settings.fleetSecretFile, "fleet secret"},
+          {settings.certificateFile, "certificate"},
+          {settings.privateKeyFile, "private key"}};
+}
+
 DebugOptions LogOptions(const Settings& settings, const fs::path& directory, bool logToStderr) {
   DebugOptions options;
   options.logFile = directory / "zelagent.log";
@@ -67,7 +75,8 @@ AgentCore::Implementation::Implementation(const AgentOptions& options)
                     std::chrono::milliseconds(settings.credentialMemoryMs)),
       policy(settings.privacyRules, [this](std::string_view login) { return users.Role(login); }),
       inventory(config / kInventoryFile),
-      aliases(home, data, std::chrono::milliseconds(settings.aliasSilenceMs)),
+      aliases(home, data, GuardedFiles(settings),
+              std::chrono::milliseconds(settings.aliasSilenceMs)),
       remote(settings),
       sslContext{settings.fleetCaFile, settings.certificateFile, settings.privateKeyFile},
       pacContext{settings.agentName, settings.fleetSecret} {

@@ -55,6 +55,18 @@ CanonicalPath CanonicalOf(const fs::path& directory) {
   return native ? Canonical(native.path) : Refused(native.error);
 }
 
+/// Whether the file, or the link of its name, stands in this directory, which is as `FoldCase`
+/// gives it. A file that cannot be resolved might be anywhere.
+bool Holds(const std::string& directory, const fs::path& file) {
+  const NativePath native = ToNativePath(FromNativePath(file));
+  if (!native) return true;
+  for (const CanonicalPath& place : {CanonicalEntry(native.path), Canonical(native.path)}) {
+    const std::string path = FoldCase(place.path);
+    if (!place || path.substr(0, path.rfind('/')) == directory) return true;
+  }
+  return false;
+}
+
 const char* OwnerText(const std::string& owner) {
   return owner.empty() ? "this agent" : owner.c_str();
 }
@@ -89,9 +101,11 @@ class AliasTable::RunningUpload : public Upload {
   fs::path directory_;
 };
 
-AliasTable::AliasTable(fs::path home, fs::path data, milliseconds longestSilence, Now now)
+AliasTable::AliasTable(fs::path home, fs::path data, std::vector<GuardedFile> guarded,
+                       milliseconds longestSilence, Now now)
     : home_(std::move(home)),
       data_(std::move(data)),
+      guarded_(std::move(guarded)),
       longestSilence_(longestSilence),
       now_(std::move(now)) {}
 
@@ -213,13 +227,25 @@ CanonicalPath AliasTable::Judge(const ZelString& directory) const {
   // A name with a backslash would be taken for two on the way back to a native path.
   if (canonical.path.find('\\') != std::string::npos)
     return Refused("the path leads to a name with a backslash");
-  if (IsOwn(canonical.path)) return Refused("the path leads into the agent's own directory");
+  std::string own = FindOwnUse(canonical.path);
+  if (!own.empty()) return Refused(std::move(own));
 
   std::error_code error;
   const fs::file_status status = fs::status(Native(canonical), error);
   if (fs::exists(status) && !fs::is_directory(status))
     return Refused("the path names something that is no directory");
   return canonical;
+}
+
+/// Empty, or what of the agent's own files from others could replace there, a sentence.
+std::string AliasTable::FindOwnUse(const std::string& canonical) const {
+  if (IsOwn(canonical)) return "the path leads into the agent's own directory";
+  const std::string directory = FoldCase(canonical);
+  for (const GuardedFile& guarded : guarded_) {
+    if (!guarded.file.empty() && Holds(directory, guarded.file))
+      return std::string("the directory holds the agent's ") + guarded.what;
+  }
+  return {};
 }
 
 /// An own directory that cannot be resolved might be anywhere.

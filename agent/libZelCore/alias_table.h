@@ -40,11 +40,19 @@ class AliasTable {
     std::chrono::milliseconds expiresIn{0};
   };
 
-  /// No alias leads into `home`, the agent's own directory, other than below `data`. An alias whose
+  /// A file that no upload may replace.
+  struct GuardedFile {
+    std::filesystem::path file;  ///< a full path; empty: none
+    const char* what = "";       ///< "private key", ...
+  };
+
+  /// No alias leads into `home`, the agent's own directory, other than below `data`, nor to the
+  /// directory of a guarded file, be that the file's own or one of a link to it. An alias whose
   /// owner has been silent for more than `longestSilence` goes away, unless an upload is under way.
   /// `now` tells the time.
   AliasTable(std::filesystem::path home, std::filesystem::path data,
-             std::chrono::milliseconds longestSilence, Now now = Clock::now);
+             std::vector<GuardedFile> guarded, std::chrono::milliseconds longestSilence,
+             Now now = Clock::now);
   ~AliasTable();
 
   /// Empty on success, else what is wrong with the alias, a sentence. The directory is a full path
@@ -81,6 +89,7 @@ class AliasTable {
   using Entries = std::map<Key, std::shared_ptr<Entry>>;
 
   CanonicalPath Judge(const ZelString& directory) const;
+  std::string FindOwnUse(const std::string& canonical) const;
   bool IsOwn(const std::string& canonical) const;
   std::string AddJudged(const Alias& alias, const CanonicalPath& directory);
   bool HasExpired(const Entry& entry, Clock::time_point now) const;
@@ -92,6 +101,7 @@ class AliasTable {
 
   const std::filesystem::path home_;
   const std::filesystem::path data_;
+  const std::vector<GuardedFile> guarded_;
   const std::chrono::milliseconds longestSilence_;
   const Now now_;
   std::mutex mutex_;

@@ -45,6 +45,18 @@ std::optional<HttpRefusal> DecodeParameters(const std::string& body, const Calle
   return std::nullopt;
 }
 
+std::optional<HttpRefusal> CheckContent(const HttpRequest& request) {
+  // A part would take the place of the whole (RFC 9110 section 14.5).
+  if (request.isPart)
+    return HttpRefusal{400, "malformed_request", "parts of files are not taken", {}, {}};
+  if (!request.isEncoded) return std::nullopt;
+  return HttpRefusal{415,
+                     "unsupported_encoding",
+                     "a file's content is taken without encoding only",
+                     "Accept-Encoding: identity\r\n",
+                     {}};
+}
+
 std::optional<HttpRefusal> CheckDigest(const std::string& body, const std::string& sha256) {
   if (sha256.empty()) return std::nullopt;
   BodyDigest digest;

@@ -13,6 +13,7 @@ struct HttpRefusal {
   std::string message;
   std::string_view extraFields;  ///< whole lines
   std::chrono::milliseconds delay{0};
+  std::string claimant = {};  ///< for the log alone: as whom the refused one calls itself
 };
 
 /// The refusal of a body that has, or says that it has, more than `limitBytes`.

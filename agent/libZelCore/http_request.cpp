@@ -36,6 +36,8 @@ void HttpRequest::Clear() {
   isHttp10 = false;
   isChunked = false;
   expectsContinue = false;
+  isPart = false;
+  isEncoded = false;
 }
 
 void HttpRequest::ReleaseLargeBody() {
@@ -81,6 +83,12 @@ void HttpRequestParser::on_field_impl(http::field name, StringView nameText, Str
         return Refuse("the only expectation understood is 100-continue", ec);
       }
       request_->expectsContinue = true;
+      return;
+    case http::field::content_range:
+      request_->isPart = true;
+      return;
+    case http::field::content_encoding:
+      if (!value.empty() && !boost::beast::iequals(value, "identity")) request_->isEncoded = true;
       return;
     default:
       if (boost::beast::iequals(nameText, kInvocationDepthField))

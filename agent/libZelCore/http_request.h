@@ -20,6 +20,8 @@ struct HttpRequest {
   bool isHttp10 = false;
   bool isChunked = false;
   bool expectsContinue = false;
+  bool isPart = false;     ///< the body is a part of the content (Content-Range)
+  bool isEncoded = false;  ///< the content has a coding other than "identity"
 
   void Clear();
   /// Gives back the memory of a large body.

@@ -24,6 +24,7 @@ constexpr size_t kLargestBufferBytes = 64 * 1024;
 constexpr uint64_t kDiscardedBodyBytes = 64 * 1024;
 constexpr uint64_t kSlowestReaderBytesPerSecond = 64 * 1024;
 constexpr std::chrono::seconds kLingerTime{2};
+constexpr size_t kLoggedClaimantBytes = 100;
 
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
@@ -258,6 +259,7 @@ void HttpSession::OnChecked(const Authenticator::Answer& answer, const std::stri
     if (problem.empty()) refusal.message = "the credentials are not accepted";
     refusal.delay =
         shared_->slowdown.NoteFailure(address_, answer.caller.login, FailureSlowdown::Clock::now());
+    refusal.claimant = OwnerText(answer.caller).substr(0, kLoggedClaimantBytes);
   }
   Refuse(std::move(refusal));
 }
@@ -268,7 +270,10 @@ void HttpSession::AdmitCaller(const Caller& caller) {
   shared_->slowdown.NoteSuccess(address_, caller_.login);
   shared_->aliases.Hear(OwnerText(caller_));
   if (route_.kind == HttpRoute::Kind::kCall) return AdmitCall();
-  if (route_.kind == HttpRoute::Kind::kUpload) return AdmitUpload();
+  if (route_.kind == HttpRoute::Kind::kUpload) {
+    const auto refusal = CheckContent(request_);
+    return refusal ? Refuse(*refusal) : AdmitUpload();
+  }
   ReadBody();
 }
 
@@ -304,9 +309,10 @@ void HttpSession::ReadBody() {
 /// Answers with an error once the rest of the request is out of the way: a reply that meets an
 /// unread body would be lost in the connection's reset.
 void HttpSession::Refuse(HttpRefusal refusal) {
-  CoreLog().WarningWithNL("Request %s from %s refused: %u %s: %s", requestId_.c_str(),
-                          address_.c_str(), refusal.status, std::string(refusal.code).c_str(),
-                          refusal.message.c_str());
+  const std::string claimant = refusal.claimant.empty() ? "" : " as \"" + refusal.claimant + "\"";
+  CoreLog().WarningWithNL("Request %s from %s%S refused: %u %s: %s", requestId_.c_str(),
+                          address_.c_str(), ZelString(claimant), refusal.status,
+                          std::string(refusal.code).c_str(), refusal.message.c_str());
   refusal_ = std::move(refusal);
   if (parser_->is_done()) return SendRefusal();
   const bool isSmall = !request_.isChunked && !request_.expectsContinue &&

@@ -183,6 +183,10 @@ class Interpreter {
     if (ssl_ && settings.ssl != SslUse::kNone) CheckSsl(settings);
     if (pac_ && settings.pac != PacUse::kNone && settings.fleetSecret.empty())
       Note(*pac_, "needs [fleet] secret_file");
+    if (!settings.relayHost.empty() && settings.fleetSecret.empty()) {
+      result_.warnings.push_back(
+          "[relay] parent without [fleet] secret_file: the relay will refuse this agent");
+    }
   }
 
   void CheckSsl(const Settings& settings) {

@@ -51,18 +51,15 @@ struct Settings {
   uint32_t maxThreads = 64;
   uint32_t maxQueued = 1024;
   /// Actions that console users need the role "administrator" for; sorted.
-  std::vector<std::string> administratorsOnly = {"CoreUtilsConfigureJWS",
-                                                 "CoreUtilsCopyFileToRelay",
-                                                 "CoreUtilsExtractFile",
-                                                 "CoreUtilsRestoreBackup",
-                                                 "CoreUtilsRestoreBackupFromRelay",
-                                                 "CoreUtilsRunScript",
-                                                 "CoreUtilsTerminateProcess",
-                                                 "HttpProtocolAddAlias",
-                                                 "HttpProtocolDeleteAlias"};
+  std::vector<std::string> administratorsOnly = {
+      "AgentGetProgress",        "CoreUtilsConfigureJWS",     "CoreUtilsCopyFileToRelay",
+      "CoreUtilsExtractFile",    "CoreUtilsRestoreBackup",    "CoreUtilsRestoreBackupFromRelay",
+      "CoreUtilsRunScript",      "CoreUtilsTerminateProcess", "HttpProtocolAddAlias",
+      "HttpProtocolDeleteAlias", "HttpProtocolListAliases"};
 
   // [fleet]
-  std::string fleetSecret;  ///< read from the file named by `secret_file`; empty: no fleet
+  std::filesystem::path fleetSecretFile;
+  std::string fleetSecret;  ///< read from that file; empty: no fleet
   std::filesystem::path fleetCaFile;
   uint32_t remoteTimeoutMs = 24 * 60 * 60 * 1000;
   uint32_t connectTimeoutMs = 10000;
@@ -76,9 +73,9 @@ struct Settings {
   // [relay]
   std::string relayHost;  ///< the agent's parent, IPv6 in brackets; empty: none
   uint16_t relayPort = 0;
-  std::string relayGuid;             ///< default: the host
-  uint32_t aliasSilenceMs = 600000;  ///< how long an alias outlives the last sign of its owner
-  uint32_t stallTimeoutMs = 30000;   ///< how long an upload may bring next to nothing
+  std::string relayGuid;              ///< default: the host
+  uint32_t aliasSilenceMs = 3600000;  ///< how long an alias outlives the last sign of its owner
+  uint32_t stallTimeoutMs = 30000;    ///< how long an upload may bring next to nothing
   uint32_t maxUploads = 32;
   uint64_t maxUploadBytes = uint64_t{1} << 40;
 

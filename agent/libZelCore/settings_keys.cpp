@@ -140,6 +140,7 @@ std::string SetSecretFile(SettingsTarget& target, const std::string& value) {
     target.warnings.push_back("the fleet secret " + FileText(file) +
                               " can be read by other accounts of this machine");
   }
+  target.settings.fleetSecretFile = file;
   target.settings.fleetSecret = std::move(secret);
   return {};
 }

@@ -251,6 +251,31 @@ TEST_F(AgentCoreTest, LogsAliasesWhenTheyAreMadeRefusedAndDeleted) {
   EXPECT_THAT(Log(), HasSubstr("Alias \"backup1\" of this agent: deleted"));
 }
 
+TEST_F(AgentCoreTest, LetsNoAliasCoverWhatTheConfigurationNames) {
+  for (const char* name : {"ca", "secret", "certificate", "key", "free"})
+    std::filesystem::create_directory(home_.Native() / name);
+  WriteFile(home_.Native() / "secret" / "file", "0123456789abcdef");
+  const auto path = [&](const char* name) { return std::string((home_ / name).Utf8()); };
+  Configure("[fleet]\nca = " + path("ca/file") + "\nsecret_file = " + path("secret/file") +
+            "\n[http]\ncertificate = " + path("certificate/file") +
+            "\nprivate_key = " + path("key/file") + "\n");
+  const AgentCore core(Options());
+  const auto add = [&](const char* directory) {
+    ZelContainer request;
+    request.SetString("AliasName", "x", kNoIndex);
+    request.SetString("AliasPath", home_ / directory, kNoIndex);
+    ZelString problem;
+    if (InvokeHere("HttpProtocolAddAlias", &request) != 0)
+      request.GetString("Error", &problem, kNoIndex);
+    return problem;
+  };
+  EXPECT_EQ(add("ca"), "the directory holds the agent's certificate authority");
+  EXPECT_EQ(add("secret"), "the directory holds the agent's fleet secret");
+  EXPECT_EQ(add("certificate"), "the directory holds the agent's certificate");
+  EXPECT_EQ(add("key"), "the directory holds the agent's private key");
+  EXPECT_EQ(add("free"), "");
+}
+
 TEST_F(AgentCoreTest, RegistersActionsOfItsModulesOnly) {
   AgentCore core(Options());
   ActionDatabase::Owner* const owner = core.Actions().AddOwner("module");

@@ -44,7 +44,12 @@ class AliasTableTest : public testing::Test {
 
   TemporaryDirectory root_;
   AliasTable::Clock::time_point now_{};
-  AliasTable table_{root_.Native() / "home", root_.Native() / "home" / "data", kSilence,
+  AliasTable table_{root_.Native() / "home",
+                    root_.Native() / "home" / "data",
+                    {{{}, "nothing"},
+                     {root_.Native() / "keys" / "agent.pem", "certificate"},
+                     {root_.Native() / "home" / "data" / "own" / "ca.pem", "authority"}},
+                    kSilence,
                     [this] { return now_; }};
   std::string problem_;
 };
@@ -142,6 +147,15 @@ TEST_F(AliasTableTest, LeadsIntoNoDirectoryOfTheAgentButItsData) {
   EXPECT_EQ(AddDirectory(root_ / "home/data"), "");
   EXPECT_EQ(table_.Add(Alias("agent/a", "y", root_ / "home/data/x")), "");
   EXPECT_EQ(table_.Add(Alias("agent/a", "z", root_ / "homes")), "");
+}
+
+TEST_F(AliasTableTest, LeadsToNoDirectoryOfAGuardedFile) {
+  for (const char* name : {"keys", "keys/", "target/../keys"})
+    EXPECT_EQ(AddDirectory(root_ / name), "the directory holds the agent's certificate") << name;
+  EXPECT_THAT(AddDirectory(root_ / "home/data/own"), HasSubstr("authority"));
+  fs::create_directory(root_.Native() / "keys");
+  EXPECT_NE(AddDirectory(root_ / "keys"), "");
+  EXPECT_EQ(AddDirectory(root_ / "keys/below"), "");
 }
 
 TEST_F(AliasTableTest, ExpiresWhenTheOwnerIsSilentForLonger) {

@@ -79,8 +79,8 @@ class CoreActionsTest : public testing::Test {
                           return login == "admin" ? "administrator" : "helpdesk";
                         }};
   ApplicationInventory inventory_{root_.Native() / "applications.ini"};
-  AliasTable aliases_{root_.Native() / "home", root_.Native() / "home" / "data",
-                      std::chrono::hours(1)};
+  AliasTable aliases_{
+      root_.Native() / "home", root_.Native() / "home" / "data", {}, std::chrono::hours(1)};
   ActionDatabase actions_;
 };
 

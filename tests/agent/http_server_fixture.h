@@ -221,7 +221,9 @@ class HttpServerTest : public testing::Test {
   UserStore users_{directory_.Native() / "users"};
   Authenticator authenticator_{users_, "fleet secret", std::chrono::minutes(5)};
   ActionDatabase actions_;
-  AliasTable aliases_{directory_.Native() / "home", directory_.Native() / "home" / "data",
+  AliasTable aliases_{directory_.Native() / "home",
+                      directory_.Native() / "home" / "data",
+                      {},
                       std::chrono::minutes(10)};
   ActionPool pool_{4, 16};
   Gate started_;  ///< of actions that wait; they may outlive a test's body

@@ -19,7 +19,9 @@
 #include <thread>
 #include <vector>
 
+#include "agent/libZel/debug_context.h"
 #include "agent/libZel/request_proof.h"
+#include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/json_codec.h"
 #include "tests/agent/http_server_fixture.h"
@@ -136,6 +138,38 @@ TEST_F(HttpServerTest, RefusesWrongCredentials) {
     EXPECT_EQ(Exchange(Call("Echo", "{}", fields)).status, 401) << fields;
   }
   EXPECT_TRUE(Audited().empty());
+}
+
+TEST_F(HttpServerTest, LogsAsWhomARefusedOneCallsItself) {
+  const auto basic = [](std::string_view text) {
+    const ZelString encoded = EncodeBase64(reinterpret_cast<const unsigned char*>(text.data()),
+                                           static_cast<uint32_t>(text.size()));
+    return "Authorization: Basic " + std::string(encoded.Utf8()) + "\r\n";
+  };
+  DebugOptions options;
+  options.logFile = directory_.Native() / "log";
+  {
+    ZelDebugContext context(options);
+    CoreLog().SetContext(&context);
+    for (const std::string& fields :
+         {std::string(kWrong), basic("agent/pc-7:x"), basic("a\nb:x"),
+          basic(std::string(5000, 'y') + ":x"),
+          "Authorization: " +
+              MakeProof({"pc-8", "another secret"}, {"POST", "/v1/actions/Echo", "agent"},
+                        BodyDigest().Hex()) +
+              "\r\n"}) {
+      RawClient client = Connect();
+      client.Send(Call("Echo", "{}", fields));
+      EXPECT_EQ(client.Read().status, 401) << fields;
+    }
+    CoreLog().SetContext(nullptr);
+  }
+  const std::string log = ReadFile(options.logFile);
+  EXPECT_THAT(log, HasSubstr(" from 127.0.0.1 as \"admin\" refused: 401 unauthorized: "));
+  EXPECT_THAT(log, HasSubstr(" as \"agent/pc-7\" refused: "));
+  EXPECT_THAT(log, HasSubstr(" as \"agent/pc-8\" refused: "));
+  EXPECT_THAT(log, HasSubstr(" as \"" + std::string(100, 'y') + "\" refused: "));
+  EXPECT_THAT(log, Not(HasSubstr("a\nb")));
 }
 
 TEST_F(HttpServerTest, KeepsTheConnectionAfterARefusal) {

@@ -42,6 +42,14 @@ class HttpUploadTest : public HttpServerTest {
   std::filesystem::path Stored(const char* name) const {
     return directory_.Native() / "store" / name;
   }
+  /// A server that stops takes none any more.
+  bool TakesConnections() const {
+    boost::asio::io_context io;
+    boost::asio::ip::tcp::socket socket(io);
+    boost::system::error_code ec;
+    socket.connect({boost::asio::ip::address_v4::loopback(), server_->Port()}, ec);
+    return !ec;
+  }
   /// How many entries the directory of the alias has: no temporary may stay.
   size_t CountStored() const {
     std::error_code ec;
@@ -162,6 +170,42 @@ TEST_F(HttpUploadTest, NeedsALengthWithinTheLimit) {
   EXPECT_EQ(Exchange(Head("/in/f", "Transfer-Encoding: chunked") + "b\r\n").status, 413);
   EXPECT_EQ(CountStored(), 0U);
   EXPECT_EQ(Exchange(Put("/in/f", "0123456789")).status, 201);
+}
+
+TEST_F(HttpUploadTest, TakesNoPartsOfFiles) {
+  const Reply reply =
+      Exchange(Put("/in/f", "x", std::string(kGood) + "Content-Range: bytes 0-0/2\r\n"));
+  EXPECT_EQ(reply.status, 400);
+  EXPECT_THAT(reply.body, HasSubstr("malformed_request"));
+  EXPECT_EQ(CountStored(), 0U);
+}
+
+TEST_F(HttpUploadTest, TakesNoEncodedContent) {
+  for (const char* coding : {"gzip", "identity, gzip", "x-unknown"}) {
+    RawClient client = Connect();
+    client.Send(Head("/in/f", "Expect: 100-continue\r\nContent-Length: 1",
+                     std::string(kGood) + "Content-Encoding: " + coding + "\r\n"));
+    const Reply reply = client.Read();
+    EXPECT_EQ(reply.status, 415) << coding;
+    EXPECT_EQ(reply.Field("Accept-Encoding"), "identity");
+    EXPECT_THAT(reply.body, HasSubstr("unsupported_encoding"));
+  }
+  const std::string twice = "Content-Encoding: identity\r\nContent-Encoding: gzip\r\n";
+  EXPECT_EQ(Exchange(Put("/in/f", "x", kGood + twice)).status, 415);
+  EXPECT_EQ(CountStored(), 0U);
+  EXPECT_EQ(
+      Exchange(Put("/in/f", "x", std::string(kGood) + "Content-Encoding: Identity\r\n")).status,
+      201);
+}
+
+TEST_F(HttpUploadTest, ForgetsTheFieldsOfTheRequestBefore) {
+  RawClient client = Connect();
+  client.Send(Put("/in/f", "x", std::string(kGood) + "Content-Range: bytes 0-0/2\r\n"));
+  EXPECT_EQ(client.Read().status, 400);
+  client.Send(Put("/in/f", "x", std::string(kGood) + "Content-Encoding: gzip\r\n"));
+  EXPECT_EQ(client.Read().status, 415);
+  client.Send(Put("/in/f", "x"));
+  EXPECT_EQ(client.Read().status, 201);
 }
 
 TEST_F(HttpUploadTest, RefusesMoreThanTheVolumeHolds) {
@@ -296,6 +340,7 @@ TEST_F(HttpUploadTest, LetsAnUploadEndWhenItStops) {
   client.Send(Head("/in/f", "Expect: 100-continue\r\nContent-Length: 4"));
   EXPECT_EQ(client.Read().status, 100);
   auto stopped = std::async(std::launch::async, [&] { server_->Stop(); });
+  ASSERT_TRUE(Eventually([&] { return !TakesConnections(); }));
   client.Send("body");
   const Reply reply = client.Read();
   EXPECT_EQ(reply.status, 201);

@@ -37,7 +37,7 @@ class Peer {
       : settings_(std::move(settings)),
         users_(directory_.Native() / "users"),
         authenticator_(users_, kSecret, std::chrono::seconds(60)),
-        aliases_(directory_.Native() / "home", directory_.Native() / "data",
+        aliases_(directory_.Native() / "home", directory_.Native() / "data", {},
                  std::chrono::minutes(1)),
         pool_(4, 4) {
     settings_.port = 0;

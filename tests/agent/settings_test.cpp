@@ -7,9 +7,12 @@
 
 namespace {
 
+using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 SettingsResult Parse(std::string_view text) {
   return ParseSettings(text, "/home/config");
@@ -25,17 +28,19 @@ TEST(Settings, AreTheDefaultsWithoutAFile) {
   EXPECT_FALSE(result.settings.agentName.empty());
   EXPECT_EQ(result.settings.drives.at('C'), "/");
   EXPECT_EQ(result.settings.codePage, 1252u);
-  EXPECT_THAT(
-      result.settings.administratorsOnly,
-      ElementsAre("CoreUtilsConfigureJWS", "CoreUtilsCopyFileToRelay", "CoreUtilsExtractFile",
-                  "CoreUtilsRestoreBackup", "CoreUtilsRestoreBackupFromRelay", "CoreUtilsRunScript",
-                  "CoreUtilsTerminateProcess", "HttpProtocolAddAlias", "HttpProtocolDeleteAlias"));
+  EXPECT_THAT(result.settings.administratorsOnly,
+              ElementsAre("AgentGetProgress", "CoreUtilsConfigureJWS", "CoreUtilsCopyFileToRelay",
+                          "CoreUtilsExtractFile", "CoreUtilsRestoreBackup",
+                          "CoreUtilsRestoreBackupFromRelay", "CoreUtilsRunScript",
+                          "CoreUtilsTerminateProcess", "HttpProtocolAddAlias",
+                          "HttpProtocolDeleteAlias", "HttpProtocolListAliases"));
   EXPECT_EQ(result.settings.proxyPipe, "");
   EXPECT_EQ(result.settings.remoteTimeoutMs, 86400000u);
   EXPECT_EQ(result.settings.ssl, SslUse::kNone);
   EXPECT_EQ(result.settings.pac, PacUse::kNone);
   EXPECT_EQ(result.settings.relayHost, "");
   EXPECT_EQ(result.settings.relayGuid, "");
+  EXPECT_EQ(result.settings.aliasSilenceMs, 3600000u);
   EXPECT_TRUE(result.settings.archiveLimits.windowsNames);
 }
 
@@ -90,6 +95,7 @@ TEST(Settings, TakeEveryKeyOver) {
   EXPECT_THAT(settings.administratorsOnly, ElementsAre("X"));
   EXPECT_EQ(settings.proxyPipe, "/run/zelproxy.sock");
   EXPECT_EQ(settings.fleetSecret, "0123456789abcdef");
+  EXPECT_EQ(settings.fleetSecretFile, directory.Native() / "secret");
   EXPECT_EQ(settings.fleetCaFile, directory.Native() / "ca.pem");
   EXPECT_EQ(settings.remoteTimeoutMs, 5u);
   EXPECT_EQ(settings.connectTimeoutMs, 6u);
@@ -235,6 +241,17 @@ TEST(Settings, TakeTheRelayByNameAndByAddress) {
   EXPECT_EQ(relay("[2001:db8::7]:7460").relayPort, 7460);
   EXPECT_EQ(relay("192.0.2.7:7460").relayGuid, "192.0.2.7") << "without another identity";
   EXPECT_EQ(relay("").relayHost, "");
+}
+
+TEST(Settings, WarnOfARelayThatTheAgentCannotProveItselfTo) {
+  const TemporaryDirectory directory;
+  WriteFile(directory.Native() / "secret", "0123456789abcdef");
+  const auto warnings = [&](const std::string& fleet) {
+    return ParseSettings("[relay]\nparent = relay:7460\n[fleet]\n" + fleet, directory.Native())
+        .warnings;
+  };
+  EXPECT_THAT(warnings(""), Contains(HasSubstr("[relay] parent without [fleet] secret_file")));
+  EXPECT_THAT(warnings("secret_file = secret"), Each(Not(HasSubstr("parent"))));
 }
 
 TEST(Settings, RefuseAShortFleetSecret) {

@@ -20,7 +20,9 @@ class AliasLinksTest : public testing::Test {
   }
 
   TemporaryDirectory root_;
-  AliasTable table_{root_.Native() / "home", root_.Native() / "home" / "data",
+  AliasTable table_{root_.Native() / "home",
+                    root_.Native() / "home" / "data",
+                    {{root_.Native() / "keys/agent.key", "private key"}},
                     std::chrono::hours(1)};
 };
 
@@ -48,6 +50,16 @@ TEST_F(AliasLinksTest, LeadToWhereTheyLedWhenTheAliasWasMade) {
   }
 }
 
+TEST_F(AliasLinksTest, MayLeadNeitherToAGuardedFileNorToALinkToIt) {
+  for (const char* name : {"keys", "store", "other"}) fs::create_directory(root_.Native() / name);
+  WriteFile(root_.Native() / "store/real.key", "");
+  fs::create_symlink("../store/real.key", root_.Native() / "keys/agent.key");
+  fs::create_directory_symlink(root_.Native() / "store", root_.Native() / "alsoStore");
+  for (const char* name : {"keys", "store", "alsoStore"})
+    EXPECT_EQ(Add(root_ / name), "the directory holds the agent's private key") << name;
+  EXPECT_EQ(Add(root_ / "other"), "");
+}
+
 TEST_F(AliasLinksTest, ThatTurnInACircleAreRefused) {
   fs::create_directory_symlink(root_.Native() / "b", root_.Native() / "a");
   fs::create_directory_symlink(root_.Native() / "a", root_.Native() / "b");
@@ -64,7 +76,7 @@ TEST_F(AliasLinksTest, MayNotLeadToNamesWithABackslash) {
 
 TEST_F(AliasLinksTest, AreResolvedForTheAgentsOwnDirectoriesToo) {
   fs::create_directory_symlink(root_.Native() / "home", root_.Native() / "alsoHome");
-  AliasTable table(root_.Native() / "alsoHome", root_.Native() / "alsoHome/data",
+  AliasTable table(root_.Native() / "alsoHome", root_.Native() / "alsoHome/data", {},
                    std::chrono::hours(1));
   EXPECT_THAT(table.Add({"agent/a", "x", root_ / "home/config", {}, false}),
               HasSubstr("the agent's own"));

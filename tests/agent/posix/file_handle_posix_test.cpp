@@ -14,6 +14,7 @@
 #include <string>
 #include <thread>
 
+#include "agent/libZel/open_file.h"
 #include "libZel/file.h"
 #include "tests/agent/temporary_directory.h"
 
@@ -260,6 +261,12 @@ class SmallDisk {
 };
 
 const std::string kMoreThanHalfTheDisk(150'000, 'x');
+
+TEST(FileCopyOnFullDisk, IsWhatAQuotaMakesToo) {
+  EXPECT_TRUE(file_system::IsDiskFull(ENOSPC));
+  EXPECT_TRUE(file_system::IsDiskFull(EDQUOT));
+  EXPECT_FALSE(file_system::IsDiskFull(EIO));
+}
 
 TEST(FileCopyOnFullDisk, MakesNoNewFile) {
   const SmallDisk disk;
