@@ -1,6 +1,7 @@
 #include "libZel/archive.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -38,15 +39,20 @@ struct GenericArchive::Implementation {
   Outcome OpenReader();
   Outcome Extract(size_t index, const ZelString& target);
   Outcome OpenTree(const ZelString& target, const Names& names);
+  bool IsItsOwnPlace(const ZelString& target, const Names& names) const;
   Outcome Pack(const ZelString& directory, int level, ProgressCallback callback);
   void Finish();
 
   const ZelString path;
   const enum_ArchiveKind kind;
+  std::filesystem::path nativePath;
 
   // Of reading. Without a reader the archive was tried and cannot be read.
   bool isOpened = false;
   std::unique_ptr<ZipReader> reader;
+  // Of the archive's own name.
+  std::string nameKey;
+  bool mayHaveOtherNames = false;
   file_system::OutputTree tree;
   // What `tree` was opened for.
   std::optional<std::string> root;
@@ -62,6 +68,13 @@ Outcome GenericArchive::Implementation::OpenReader() {
   if (kind != kArchiveZip) return FailedBecause("its kind is not known");
   const NativePath native = ToNativeFile(path);
   if (!native) return InvalidName(native);
+  nativePath = native.path;
+  const ZelString name = FromNativePath(nativePath.filename());
+  nameKey = zip_names::Key(name.Utf8(), false);
+  // Short names of Windows, and letters whose case we do not know.
+  mayHaveOtherNames = std::any_of(name.Utf8().begin(), name.Utf8().end(), [](char c) {
+    return c == '~' || static_cast<signed char>(c) < 0;
+  });
   reader = std::make_unique<ZipReader>();
   return reader->Open(native.path, GetArchiveLimits());
 }
@@ -90,13 +103,30 @@ Outcome GenericArchive::Implementation::OpenTree(const ZelString& target, const 
   return OutcomeOf(error);
 }
 
+// Whoever unpacks the archive deletes it then: an entry that had taken its place would be lost.
+bool GenericArchive::Implementation::IsItsOwnPlace(const ZelString& target,
+                                                   const Names& names) const {
+  if (names.empty()) return false;
+  if (!mayHaveOtherNames && zip_names::Key(names.back(), false) != nameKey) return false;
+  const NativePath native = ToNativePath(target);
+  if (!native) return false;
+  const file_system::Status there = file_system::Look(native.path);
+  if (there.kind == file_system::Kind::kMissing) return false;
+  const file_system::Status archive = file_system::Look(nativePath);
+  return archive.kind != file_system::Kind::kMissing && archive.identity == there.identity;
+}
+
 Outcome GenericArchive::Implementation::Extract(size_t index, const ZelString& target) {
   if (const char* reason = reader->ReasonToRefuse(index)) {
     return FailedBecause(reason, file_system::kErrorInvalidName);
   }
   const ZelString& name = reader->Entries()[index].name;
-  const Outcome outcome = OpenTree(target, zip_names::Split(name.Utf8()));
+  const Names names = zip_names::Split(name.Utf8());
+  const Outcome outcome = OpenTree(target, names);
   if (!outcome) return outcome;
+  if (IsItsOwnPlace(target, names)) {
+    return FailedBecause("it would take the place of the archive", file_system::kErrorExists);
+  }
   uint64_t writtenBytes = 0;
   const Outcome extracted = reader->Extract(index, &tree, &writtenBytes);
   progress->Add(writtenBytes);

@@ -47,7 +47,7 @@ bool IsForbiddenOnWindows(char c) {
 
 const char* ReasonToRefusePart(std::string_view part, bool asOnWindows) {
   if (part.empty()) return "its name holds an empty part";
-  if (part == "." || part == "..") return "its name holds a part \".\" or \"..\"";
+  if (part == "..") return "its name holds a part \"..\"";
   if (!asOnWindows) return nullptr;
   if (part.find(':') != part.npos) return "its name holds a drive or names an alternate stream";
   if (std::any_of(part.begin(), part.end(), IsForbiddenOnWindows)) {
@@ -86,6 +86,23 @@ uint32_t UpperLetter(uint32_t c) {
   return c;
 }
 
+bool EndsInDotPart(std::string_view name) {
+  return name.ends_with('.') && (name.size() == 1 || IsPathSeparator(name[name.size() - 2]));
+}
+
+void AppendKey(std::string_view part, bool keepCase, std::string* key) {
+  while (!part.empty()) {
+    uint32_t codePoint = 0;
+    const size_t length = std::max<size_t>(DecodeWtf8(part, &codePoint), 1);
+    if (keepCase || codePoint == 0) {
+      key->append(part.substr(0, length));
+    } else {
+      AppendWtf8(UpperLetter(codePoint), key);
+    }
+    part.remove_prefix(length);
+  }
+}
+
 }  // namespace
 
 ZelString FromCodePage437(std::string_view bytes) {
@@ -107,7 +124,8 @@ std::vector<std::string> Split(std::string_view name) {
   std::vector<std::string> parts;
   for (size_t from = 0; from <= name.size();) {
     const size_t end = std::min(name.find_first_of("/\\", from), name.size());
-    parts.emplace_back(name.substr(from, end - from));
+    const std::string_view part = name.substr(from, end - from);
+    if (part != ".") parts.emplace_back(part);
     from = end + 1;
   }
   return parts;
@@ -115,6 +133,10 @@ std::vector<std::string> Split(std::string_view name) {
 
 bool EndsInSeparator(std::string_view name) {
   return !name.empty() && IsPathSeparator(name.back());
+}
+
+bool IsOfDirectory(std::string_view name) {
+  return EndsInSeparator(name) || EndsInDotPart(name);
 }
 
 const char* ReasonToRefuse(std::string_view name, bool asOnWindows) {
@@ -128,27 +150,20 @@ const char* ReasonToRefuse(std::string_view name, bool asOnWindows) {
 }
 
 std::string Key(std::string_view name, bool keepCase) {
-  if (EndsInSeparator(name)) name.remove_suffix(1);
   std::string key;
   key.reserve(name.size());
-  while (!name.empty()) {
-    uint32_t codePoint = 0;
-    const size_t length = std::max<size_t>(DecodeWtf8(name, &codePoint), 1);
-    if (name[0] == '\\') {
-      key += '/';
-    } else if (keepCase || codePoint == 0) {
-      key.append(name.substr(0, length));
-    } else {
-      AppendWtf8(UpperLetter(codePoint), &key);
-    }
-    name.remove_prefix(length);
+  const char* separator = "";
+  for (const std::string& part : Split(name)) {
+    key += separator;
+    separator = "/";
+    AppendKey(part, keepCase, &key);
   }
   return key;
 }
 
 std::string RootOf(std::string_view target, const std::vector<std::string>& names) {
   const auto dropSeparators = [&target] {
-    while (EndsInSeparator(target)) target.remove_suffix(1);
+    while (IsOfDirectory(target)) target.remove_suffix(1);
   };
   for (auto name = names.rbegin(); name != names.rend(); ++name) {
     dropSeparators();
@@ -156,8 +171,9 @@ std::string RootOf(std::string_view target, const std::vector<std::string>& name
     target.remove_suffix(name->size());
     if (!target.empty() && !EndsInSeparator(target)) return {};
   }
-  if (target.empty()) return ".";
+  const bool isRelative = target.empty() || !IsPathSeparator(target[0]);
   dropSeparators();
+  if (target.empty() && isRelative) return ".";
   return std::string(target) + '/';
 }
 

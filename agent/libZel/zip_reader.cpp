@@ -4,12 +4,12 @@
 #include <zip.h>
 
 #include <algorithm>
-#include <unordered_set>
 
 #include "agent/libZel/output_tree.h"
 #include "agent/libZel/positioned_file.h"
 #include "agent/libZel/zip_error.h"
 #include "agent/libZel/zip_names.h"
+#include "agent/libZel/zip_rules.h"
 #include "agent/libZel/zip_source.h"
 
 namespace {
@@ -17,8 +17,6 @@ namespace {
 // Entries up to this size are unpacked at once, larger ones in pieces.
 constexpr uint64_t kAtOnceBytes = 8 << 20;
 constexpr size_t kPieceBytes = 256 * 1024;
-// Out of a small archive this may come in any case.
-constexpr uint64_t kRatioFloorBytes = 64 << 20;
 
 constexpr uint32_t kTypeMask = 0170000;
 constexpr uint32_t kDirectoryType = 0040000;
@@ -66,6 +64,7 @@ const char* ReasonInEntry(const ZipEntry& entry) {
     return "it is a link or special file";
   }
   if (IsDirectory(entry)) return entry.sizeBytes == 0 ? nullptr : "it is a directory with content";
+  if (zip_names::IsOfDirectory(entry.name.Utf8())) return "its name is one of a directory";
   if (entry.method != kZipStored && entry.method != kZipDeflated) {
     return "its compression method is not known";
   }
@@ -111,7 +110,7 @@ Outcome ZipReader::Implementation::OpenWithLibzip() {
     archive.reset(zip_open_from_source(source, ZIP_RDONLY, &error));
     if (!archive) zip_source_free(source);
   }
-  const Outcome outcome = archive ? Outcome{} : FailedBecause(TextOf(&error));
+  const Outcome outcome = archive ? Outcome{} : OutcomeOf(&error);
   zip_error_fini(&error);
   if (!outcome) return outcome;
 
@@ -125,7 +124,7 @@ Outcome ZipReader::Implementation::Compare(size_t index) {
   const ZipEntry& entry = entries[index];
   zip_stat_t seen;
   if (zip_stat_index(archive.get(), index, 0, &seen) != 0) {
-    return FailedBecause(TextOf(zip_get_error(archive.get())));
+    return OutcomeOf(zip_get_error(archive.get()));
   }
   constexpr auto kNeeded = static_cast<zip_uint64_t>(ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE |
                                                      ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD);
@@ -136,26 +135,17 @@ Outcome ZipReader::Implementation::Compare(size_t index) {
 }
 
 void ZipReader::Implementation::FindRefused() {
-  const bool asOnWindows = limits.windowsNames || file_system::OutputTree::kStoresWindowsNamesOnly;
-  std::unordered_set<std::string> keys;
-  keys.reserve(entries.size());
+  ZipNameRules rules(limits, entries.size());
   reasons.reserve(entries.size());
   for (const ZipEntry& entry : entries) {
-    const std::string_view name = entry.name.Utf8();
-    const char* reason = zip_names::ReasonToRefuse(name, asOnWindows);
-    const bool isNew = keys.insert(zip_names::Key(name, !asOnWindows)).second;
-    if (reason == nullptr && !isNew) reason = "an earlier entry has the same name";
+    const char* const reason = rules.ReasonToRefuse(entry.name.Utf8());
     reasons.push_back(reason != nullptr ? reason : ReasonInEntry(entry));
   }
 }
 
 // How many bytes may still come out.
 uint64_t ZipReader::Implementation::Allowance() const {
-  const uint64_t archiveBytes = file.SizeBytes();
-  const uint64_t byRatio = limits.maxRatio > UINT64_MAX / std::max<uint64_t>(archiveBytes, 1)
-                               ? UINT64_MAX
-                               : archiveBytes * limits.maxRatio;
-  const uint64_t all = std::min(limits.maxBytes, std::max(byRatio, kRatioFloorBytes));
+  const uint64_t all = AllowedBytes(limits, file.SizeBytes());
   return all - std::min(all, cameOutBytes);
 }
 
@@ -194,12 +184,12 @@ Outcome ZipReader::Implementation::WriteAtOnce(const ZipEntry& entry,
 Outcome ZipReader::Implementation::WriteInPieces(size_t index, file_system::OutputTree* tree,
                                                  uint64_t* writtenBytes) {
   const std::unique_ptr<zip_file_t, Discard> content(zip_fopen_index(archive.get(), index, 0));
-  if (!content) return FailedBecause(TextOf(zip_get_error(archive.get())));
+  if (!content) return OutcomeOf(zip_get_error(archive.get()));
   unpacked.resize(std::max(unpacked.size(), kPieceBytes));
   uint64_t left = entries[index].sizeBytes;
   for (;;) {
     const zip_int64_t count = zip_fread(content.get(), unpacked.data(), kPieceBytes);
-    if (count < 0) return FailedBecause(TextOf(zip_file_get_error(content.get())));
+    if (count < 0) return OutcomeOf(zip_file_get_error(content.get()));
     if (count == 0) return left == 0 ? Outcome{} : FailedBecause(kWrongSize);
     if (static_cast<uint64_t>(count) > left) return FailedBecause(kWrongSize);
     const int error = tree->Write(unpacked.data(), static_cast<size_t>(count));

@@ -1,7 +1,6 @@
 #include "agent/libZel/zip_source.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <memory>
 #include <new>
 
@@ -17,8 +16,8 @@ struct Source {
   Source(const Source&) = delete;
   Source& operator=(const Source&) = delete;
 
-  zip_int64_t Fail(int code) {
-    zip_error_set(&error, code, EIO);
+  zip_int64_t Fail(int code, int systemError) {
+    zip_error_set(&error, code, systemError);
     return -1;
   }
 
@@ -32,9 +31,8 @@ zip_int64_t Read(Source* source, void* data, zip_uint64_t length) {
   const uint64_t left = size - std::min(size, source->position);
   size_t done = 0;
   const auto wanted = static_cast<size_t>(std::min<uint64_t>(length, left));
-  if (source->file.ReadAt(source->position, data, wanted, &done) != 0) {
-    return source->Fail(ZIP_ER_READ);
-  }
+  const int error = source->file.ReadAt(source->position, data, wanted, &done);
+  if (error != 0) return source->Fail(ZIP_ER_READ, error);
   source->position += done;
   return static_cast<zip_int64_t>(done);
 }
@@ -79,7 +77,7 @@ zip_int64_t Answer(void* state, void* data, zip_uint64_t length, zip_source_cmd_
     case ZIP_SOURCE_SUPPORTS:
       return ZIP_SOURCE_SUPPORTS_SEEKABLE;
     default:
-      return source->Fail(ZIP_ER_OPNOTSUPP);
+      return source->Fail(ZIP_ER_OPNOTSUPP, 0);
   }
 }
 

@@ -3,7 +3,6 @@
 #include <zip.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -14,84 +13,20 @@
 #include "agent/libZel/source_tree.h"
 #include "agent/libZel/wtf8.h"
 #include "agent/libZel/zip_error.h"
+#include "agent/libZel/zip_items.h"
 #include "agent/libZel/zip_output.h"
 
 namespace {
 
-using file_system::SourceEntry;
-
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 constexpr uint16_t kUnixTimeField = 0x5455;
 
-// What goes into the archive.
-struct Item {
-  std::filesystem::path path;
-  /// A directory's ends in "/".
-  std::string name;
-  uint64_t sizeBytes = 0;
-  int64_t modifiedSeconds = 0;
-  uint32_t mode = 0;
-
-  bool IsDirectory() const { return name.ends_with('/'); }
-  bool IsSmall() const { return !IsDirectory() && sizeBytes <= PackAhead::kSmallBytes; }
-};
-
-// Collects the files of a tree and its empty directories.
-class Scan {
- public:
-  Scan(const std::filesystem::path& root, const std::filesystem::path& archive)
-      : archive_(archive) {
-    open_.push_back({root, {}, 0, 0, 0});
-  }
-
-  Outcome Run(std::vector<Item>* items) {
-    while (!open_.empty()) {
-      const Item directory = std::move(open_.back());
-      open_.pop_back();
-      std::vector<SourceEntry> entries;
-      const int error = file_system::ListSource(directory.path, &entries);
-      if (error != 0) {
-        return FailedBecause(FromNativePath(directory.path) + ": " + file_system::ErrorText(error),
-                             error);
-      }
-      if (entries.empty() && !directory.name.empty()) items->push_back(directory);
-      for (const SourceEntry& entry : entries) Add(directory, entry, items);
-    }
-    std::sort(items->begin(), items->end(),
-              [](const Item& a, const Item& b) { return a.name < b.name; });
-    return {};
-  }
-
- private:
-  void Add(const Item& directory, const SourceEntry& entry, std::vector<Item>* items) {
-    Item item;
-    item.path = directory.path / entry.name;
-    item.name = directory.name + entry.archiveName;
-    item.sizeBytes = entry.sizeBytes;
-    item.modifiedSeconds = entry.modifiedNs / kNsPerSecond;
-    if (entry.modifiedNs % kNsPerSecond < 0) --item.modifiedSeconds;
-    item.mode = entry.mode;
-    if (entry.kind == SourceEntry::Kind::kDirectory) {
-      item.name += '/';
-      item.sizeBytes = 0;
-      open_.push_back(std::move(item));
-    } else if (entry.kind == SourceEntry::Kind::kFile) {
-      // The archive's older self.
-      if (item.path != archive_) items->push_back(std::move(item));
-    } else {
-      const bool isLink = entry.kind == SourceEntry::Kind::kLink;
-      LibraryLog().WarningWithNL("%S is left out of the archive: it is a %s",
-                                 FromNativePath(item.path), isLink ? "link" : "pipe or device");
-    }
-  }
-
-  const std::filesystem::path& archive_;
-  std::vector<Item> open_;
-};
+bool IsSmall(const ZipItem& item) {
+  return !item.IsDirectory() && item.sizeBytes <= PackAhead::kSmallBytes;
+}
 
 // What all sources of one archive share. The first failure ends the packing.
 struct Packing {
-  std::vector<Item> items;
+  std::vector<ZipItem> items;
   int level = 0;
   uint64_t totalBytes = 0;
   const ZipWriter::Step* step = nullptr;
@@ -99,7 +34,7 @@ struct Packing {
   zip_t* archive = nullptr;
   Outcome failure;
 
-  void Fail(const Item& item, int error) {
+  void Fail(const ZipItem& item, int error) {
     if (!failure) return;
     failure =
         FailedBecause(FromNativePath(item.path) + ": " + file_system::ErrorText(error), error);
@@ -149,10 +84,10 @@ class Content {
   }
   void Tell(uint64_t bytes) { (*packing_->step)(bytes, packing_->totalBytes); }
 
-  bool IsStreamed() const { return !item_.IsSmall() || packed_.isTooLarge; }
+  bool IsStreamed() const { return !IsSmall(item_) || packed_.isTooLarge; }
 
   zip_int64_t Take() {
-    if (isTaken_ || !item_.IsSmall()) return 0;
+    if (isTaken_ || !IsSmall(item_)) return 0;
     packed_ = packing_->ahead->Take(job_);
     isTaken_ = true;
     if (packed_.error != 0) return FailToRead(packed_.error);
@@ -210,7 +145,7 @@ class Content {
   }
 
   Packing* const packing_;
-  const Item& item_;
+  const ZipItem& item_;
   const size_t index_;
   const size_t job_;
   bool isTaken_ = false;
@@ -232,7 +167,7 @@ zip_int64_t AnswerContent(void* state, void* data, zip_uint64_t length, zip_sour
                  [&] { return content->Answer(data, length, command); });
 }
 
-uint32_t ExternalAttributesOf(const Item& item) {
+uint32_t ExternalAttributesOf(const ZipItem& item) {
   constexpr uint32_t kDirectory = 0x10;
   constexpr uint32_t kReadOnly = 0x01;
   constexpr uint32_t kWriteBits = 0222;
@@ -246,7 +181,7 @@ uint32_t ExternalAttributesOf(const Item& item) {
 
 // Adds the entry of an item without its content. Returns its number, or -1.
 zip_int64_t AddEntry(Packing* packing, size_t index, size_t job) {
-  const Item& item = packing->items[index];
+  const ZipItem& item = packing->items[index];
   zip_t* const archive = packing->archive;
   const zip_flags_t encoding = IsUtf8(item.name) ? ZIP_FL_ENC_UTF_8 : ZIP_FL_ENC_CP437;
   if (item.IsDirectory()) return zip_dir_add(archive, item.name.c_str(), encoding);
@@ -259,12 +194,12 @@ zip_int64_t AddEntry(Packing* packing, size_t index, size_t job) {
   return entry;
 }
 
-bool Describe(zip_t* archive, zip_uint64_t entry, const Item& item, int level) {
+bool Describe(zip_t* archive, zip_uint64_t entry, const ZipItem& item, int level) {
   const zip_uint8_t system = file_system::kSourcesHaveModes ? ZIP_OPSYS_UNIX : ZIP_OPSYS_DOS;
   if (zip_file_set_external_attributes(archive, entry, 0, system, ExternalAttributesOf(item)) != 0)
     return false;
   const bool isStored = level == 0 || item.IsDirectory();
-  if (!item.IsSmall() &&
+  if (!IsSmall(item) &&
       zip_set_file_compression(archive, entry, isStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE,
                                static_cast<zip_uint32_t>(level)) != 0)
     return false;
@@ -283,14 +218,14 @@ bool Describe(zip_t* archive, zip_uint64_t entry, const Item& item, int level) {
 Outcome AddAll(Packing* packing) {
   size_t job = 0;
   for (size_t i = 0; i < packing->items.size(); ++i) {
-    const Item& item = packing->items[i];
+    const ZipItem& item = packing->items[i];
     const zip_int64_t entry = AddEntry(packing, i, job);
     if (entry < 0 ||
         !Describe(packing->archive, static_cast<zip_uint64_t>(entry), item, packing->level)) {
-      return FailedBecause(FromNativePath(item.path) + ": " +
-                           TextOf(zip_get_error(packing->archive)));
+      const Outcome outcome = OutcomeOf(zip_get_error(packing->archive));
+      return FailedBecause(FromNativePath(item.path) + ": " + outcome.reason, outcome.code);
     }
-    if (item.IsSmall()) ++job;
+    if (IsSmall(item)) ++job;
   }
   return {};
 }
@@ -303,7 +238,7 @@ Outcome OpenOutput(file_system::PendingFile* file, zip_t** archive) {
     *archive = zip_open_from_source(output, ZIP_CREATE | ZIP_TRUNCATE, &error);
     if (*archive == nullptr) zip_source_free(output);
   }
-  const Outcome outcome = *archive != nullptr ? Outcome{} : FailedBecause(TextOf(&error));
+  const Outcome outcome = *archive != nullptr ? Outcome{} : OutcomeOf(&error);
   zip_error_fini(&error);
   return outcome;
 }
@@ -332,17 +267,14 @@ Outcome ZipWriter::Implementation::Write(Packing* packing) {
   if (!outcome) return outcome;
 
   std::vector<PackAhead::Job> jobs;
-  for (const Item& item : packing->items) {
-    if (item.IsSmall()) jobs.push_back({item.path, item.sizeBytes});
+  for (const ZipItem& item : packing->items) {
+    if (IsSmall(item)) jobs.push_back({item.path, item.sizeBytes});
   }
   outcome = AddAll(packing);
   if (outcome) {
     packing->ahead = std::make_unique<PackAhead>(std::move(jobs), packing->level);
     if (zip_close(packing->archive) == 0) return {};
-    zip_error_t* const error = zip_get_error(packing->archive);
-    const int systemError =
-        zip_error_system_type(error) == ZIP_ET_SYS ? zip_error_code_system(error) : -1;
-    outcome = packing->failure ? FailedBecause(TextOf(error), systemError) : packing->failure;
+    outcome = packing->failure ? OutcomeOf(zip_get_error(packing->archive)) : packing->failure;
   }
   zip_discard(packing->archive);
   return outcome;
@@ -354,15 +286,19 @@ Outcome ZipWriter::Pack(const std::filesystem::path& directory,
   Packing packing;
   packing.level = std::clamp(level, 0, 9);
   packing.step = &step;
-  Outcome outcome = Scan(directory, archive).Run(&packing.items);
+  Outcome outcome = ListZipItems(directory, archive, &packing.items);
   if (!outcome) return outcome;
-  for (const Item& item : packing.items) packing.totalBytes += item.sizeBytes;
+  for (const ZipItem& item : packing.items) packing.totalBytes += item.sizeBytes;
   step(0, packing.totalBytes);
 
   const int error = self.file.Create(archive);
   if (error != 0) return OutcomeOf(error);
   outcome = self.Write(&packing);
   self.isComplete = outcome.code == 0;
+  if (outcome) {
+    const uint64_t archiveBytes = file_system::Look(self.file.Path()).sizeBytes;
+    WarnOfZipItems(packing.items, archive, archiveBytes);
+  }
   return outcome;
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "agent/libZel/archive_limits.h"
+#include "agent/libZel/debug_context.h"
 #include "libZel/archive.h"
 #include "libZel/file.h"
 #include "libZel/path.h"
@@ -60,6 +62,26 @@ class KeptArchiveLimits {
 
  private:
   const ArchiveLimits limits_;
+};
+
+/// What the library logs meanwhile.
+class LibraryLogFile {
+ public:
+  explicit LibraryLogFile(const std::filesystem::path& path) : path_(path) {
+    DebugOptions options;
+    options.logFile = path;
+    context_ = std::make_unique<ZelDebugContext>(options);
+    LibraryLog().SetContext(context_.get());
+  }
+  ~LibraryLogFile() { LibraryLog().SetContext(nullptr); }
+  LibraryLogFile(const LibraryLogFile&) = delete;
+  LibraryLogFile& operator=(const LibraryLogFile&) = delete;
+
+  std::string Text() const { return ReadFile(path_); }
+
+ private:
+  const std::filesystem::path path_;
+  std::unique_ptr<ZelDebugContext> context_;
 };
 
 /// Bytes that do not become smaller.

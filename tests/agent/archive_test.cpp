@@ -15,7 +15,9 @@
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 namespace {
 
@@ -121,6 +123,32 @@ TEST_F(Archive, StreamsLargeFiles) {
     EXPECT_TRUE(Out("text") == text);
   }
   EXPECT_LT(fs::file_size(directory_.Native("a.zip")), noise.size() + (1 << 20));
+}
+
+TEST_F(Archive, GivesBackLargeFilesOfZeros) {
+  Put("zeros", "");
+  fs::resize_file(directory_.Native("tree/zeros"), 100 << 20);
+  const LibraryLogFile log(directory_.Native("log"));
+  ASSERT_EQ(Pack(), 0);
+  EXPECT_LT(fs::file_size(directory_.Native("a.zip")), size_t{1} << 20);
+  EXPECT_THAT(Extract(), IsEmpty());
+  EXPECT_EQ(fs::file_size(directory_.Native("out/zeros")), uint64_t{100} << 20);
+  EXPECT_THAT(log.Text(), Not(HasSubstr("unpacked whole")));
+}
+
+TEST_F(Archive, WarnsWhenItWouldNotBeUnpackedWhole) {
+  Put("a", "12345");
+  Put("b", "12345");
+  const KeptArchiveLimits kept;
+  const std::vector<std::pair<ArchiveLimits, std::string>> cases = {
+      {{.maxEntries = 1}, "more entries than the limit allows"},
+      {{.maxBytes = 9}, "more would come out of it than the limits allow"}};
+  for (const auto& [limits, reason] : cases) {
+    SetArchiveLimits(limits);
+    const LibraryLogFile log(directory_.Native("log-" + ZelString(reason)));
+    ASSERT_EQ(Pack(), 0);
+    EXPECT_THAT(log.Text(), HasSubstr(reason));
+  }
 }
 
 TEST_F(Archive, HoldsThousandsOfFiles) {
@@ -236,6 +264,19 @@ TEST_F(Archive, TakesSeparatorsOfBothKinds) {
   EXPECT_THAT(Extract(), IsEmpty());
   EXPECT_EQ(Out("a/b/c.txt"), "1");
   EXPECT_EQ(Out("a/d.txt"), "2");
+}
+
+TEST_F(Archive, IgnoresDotsInNames) {
+  MakeArchive(ZipBuilder()
+                  .Add({.name = "./", .mode = 0040755})
+                  .Add("./a", "1")
+                  .Add("./b/././c", "2")
+                  .Add({.name = "./d/.", .mode = 0040755})
+                  .Bytes());
+  EXPECT_THAT(Extract(), IsEmpty());
+  EXPECT_EQ(Out("a"), "1");
+  EXPECT_EQ(Out("b/c"), "2");
+  EXPECT_TRUE(fs::is_directory(directory_.Native("out/d")));
 }
 
 TEST_F(Archive, ReadsNamesInTheEncodingThatTheArchiveTells) {
@@ -355,6 +396,10 @@ TEST(ZipNames, FindTheRootOfATarget) {
   EXPECT_EQ(RootOf("C:\\out\\a/\\b", {"a", "b"}), "C:\\out/");
   EXPECT_EQ(RootOf("C:\\a", {"a"}), "C:/");
   EXPECT_EQ(RootOf("/\\a", {"a"}), "/");
+  EXPECT_EQ(RootOf("/out/./\\.\\a/./\\b/.", {"a", "b"}), "/out/");
+  EXPECT_EQ(RootOf("/out\\./\\", {}), "/out/");
+  EXPECT_EQ(RootOf("/\\./\\", {}), "/");
+  EXPECT_EQ(RootOf("./a", {"a"}), ".");
   EXPECT_EQ(RootOf("a", {"a"}), ".");
   EXPECT_EQ(RootOf("/out/ba", {"a"}), "");
   EXPECT_EQ(RootOf("/out/b", {"a"}), "");
@@ -366,6 +411,9 @@ TEST(ZipNames, HaveTheSameKeyWhenOnlyCaseDiffers) {
   EXPECT_EQ(Key("\u00E4\u0436\u03B1\u0151", false), Key("\u00C4\u0416\u0391\u0150", false));
   EXPECT_NE(Key("a", true), Key("A", true));
   EXPECT_EQ(Key("a\\b", true), "a/b");
+  EXPECT_EQ(Key("./a/.\\b/.", true), "a/b");
+  EXPECT_EQ(Key("./", true), "");
+  EXPECT_NE(Key("a/b", true), Key("/a/b", true));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "agent/libZel/zip_rules.h"
 #include "tests/agent/archive_files.h"
 #include "tests/agent/zip_builder.h"
 
@@ -50,7 +51,7 @@ class HostileArchive : public testing::Test {
 
 TEST_F(HostileArchive, CannotClimbOutOfTheDestination) {
   for (const char* name : {"../evil", "..", "a/../../evil", "..\\evil", "a\\..\\..\\evil",
-                           "a/../evil", "./evil", "a/./evil", "a//evil"}) {
+                           "a/../evil", "./../evil", "a/./../evil", "a//evil", ".//evil", "."}) {
     ExpectNameRefused(name);
   }
 }
@@ -81,12 +82,42 @@ TEST_F(HostileArchive, CannotHideBehindNul) {
 }
 
 TEST_F(HostileArchive, CannotReplaceItsOwnEntries) {
-  for (const char* name : {"Harmless", "HARMLESS", "harmless", "harmless/"}) {
+  for (const char* name : {"Harmless", "HARMLESS", "harmless", "harmless/", "./harmless",
+                           "./././Harmless", "harmless/./"}) {
     Make(ZipBuilder().Add("harmless", "x").Add(name, "").Bytes());
     EXPECT_THAT(Extract(), ElementsAre(name));
     EXPECT_EQ(ReadFile(directory_.Native("out/harmless")), "x");
     EXPECT_EQ(CountOut(), 1u);
   }
+}
+
+TEST_F(HostileArchive, CannotTakeItsOwnPlace) {
+  for (const char* name : {"a.zip", "./a.zip"}) {
+    SCOPED_TRACE(name);
+    const std::string bytes = ZipBuilder().Add(name, "evil").Add("sub/a.zip", "x").Bytes();
+    Make(bytes);
+    EXPECT_THAT(ExtractAll(directory_ / "a.zip", directory_ / "."), ElementsAre(name));
+    EXPECT_EQ(ReadFile(directory_.Native("a.zip")), bytes);
+    EXPECT_EQ(ReadFile(directory_.Native("sub/a.zip")), "x");
+  }
+}
+
+TEST_F(HostileArchive, CannotTakeItsOwnPlaceWhereCaseDoesNotCount) {
+  const std::string bytes = ZipBuilder().Add("A.ZIP", "content").Bytes();
+  Make(bytes);
+  // Elsewhere that is another file.
+  const bool isTheSame = fs::exists(directory_.Native("A.ZIP"));
+  EXPECT_EQ(ExtractAll(directory_ / "a.zip", directory_ / ".").size(), isTheSame ? 1u : 0u);
+  EXPECT_EQ(ReadFile(directory_.Native("a.zip")), bytes);
+}
+
+TEST_F(HostileArchive, CannotTakeItsOwnPlaceFromFurtherUp) {
+  const std::string bytes = ZipBuilder().Add("out/\u540D.zip", "evil").Add("out/b", "x").Bytes();
+  WriteFile(directory_.Native("out/\u540D.zip"), bytes);
+  EXPECT_THAT(ExtractAll(directory_ / "out/\u540D.zip", directory_ / ""),
+              ElementsAre("out/\u540D.zip"));
+  EXPECT_EQ(ReadFile(directory_.Native("out/\u540D.zip")), bytes);
+  EXPECT_EQ(ReadFile(directory_.Native("out/b")), "x");
 }
 
 TEST_F(HostileArchive, CannotMakeLinksOrSpecialFiles) {
@@ -142,15 +173,15 @@ TEST_F(HostileArchive, CannotHideContentInDirectories) {
 }
 
 TEST_F(HostileArchive, CannotFillTheDiskByItsDeclaredSize) {
-  // Ten gigabytes of zeros, as it says.
+  // Four gigabytes of zeros, as it says.
   ZipRecord bomb{.name = "bomb", .content = std::string(1 << 20, '\0'), .method = 8};
   bomb.sizeError = (int64_t{4000} << 20) - (1 << 20);
   ExpectRefused(bomb);
 }
 
-TEST_F(HostileArchive, CannotExceedTheRatioWithManyEntries) {
+TEST_F(HostileArchive, CannotExceedTheLimitsWithManyEntries) {
   ArchiveLimits limits;
-  limits.maxRatio = 10;
+  limits.maxBytes = 70 << 20;
   SetArchiveLimits(limits);
   const std::string zeros(30 << 20, '\0');
   ZipBuilder builder;
@@ -160,6 +191,18 @@ TEST_F(HostileArchive, CannotExceedTheRatioWithManyEntries) {
   Make(builder.Bytes());
   EXPECT_THAT(Extract(), ElementsAre("c"));
   EXPECT_EQ(CountOut(), 2u);
+}
+
+TEST(ArchiveLimits, AllowSomeTimesTheArchivesSizeAboveAFloor) {
+  constexpr uint64_t kGiB = uint64_t{1} << 30;
+  ArchiveLimits limits;
+  limits.maxRatio = 200;
+  EXPECT_EQ(AllowedBytes(limits, 0), kGiB);
+  EXPECT_EQ(AllowedBytes(limits, 1 << 20), kGiB);
+  EXPECT_EQ(AllowedBytes(limits, 10 << 20), uint64_t{2000} << 20);
+  EXPECT_EQ(AllowedBytes(limits, UINT64_MAX / 2), limits.maxBytes);
+  limits.maxBytes = 1000;
+  EXPECT_EQ(AllowedBytes(limits, 0), 1000u);
 }
 
 TEST_F(HostileArchive, CannotExceedTheLimitOfBytes) {

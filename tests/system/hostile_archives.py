@@ -261,9 +261,9 @@ def zero_bomb(outside):
 
 def many_bombs(outside):
     """None of them is beyond a limit, all of them together are."""
-    packed = deflated_zeros(40)
-    return among_harmless(*(Entry(b"bomb%d.bin" % number, b"", packed=packed, size=40 * MIB,
-                                  crc=crc_of_zeros(40 * MIB)) for number in range(5)))
+    packed = deflated_zeros(600)
+    return among_harmless(*(Entry(b"bomb%d.bin" % number, b"", packed=packed, size=600 * MIB,
+                                  crc=crc_of_zeros(600 * MIB)) for number in range(3)))
 
 
 def lying_size(outside):

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "tests/agent/archive_files.h"
@@ -16,6 +17,7 @@
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
@@ -155,8 +157,11 @@ TEST_F(ArchiveOnPosix, DoesNotAppearWhenItCannotBeWritten) {
   WriteFile(At("tree/file"), Noise(50000));
   {
     const LimitedFileSize limit(10000);
+    const LibraryLogFile log(At("log"));
     EXPECT_EQ(Pack(), EFBIG);
+    EXPECT_THAT(log.Text(), HasSubstr(std::strerror(EFBIG)));
   }
+  fs::remove(At("log"));
   EXPECT_EQ(directory_.CountEntries(), 2u);
 }
 
@@ -168,12 +173,53 @@ TEST_F(ArchiveOnPosix, LeavesNothingPartialWhenAFileCannotBeWritten) {
            .Bytes());
   WriteFile(At("out/large"), "older");
   {
+    const LibraryLogFile log(At("log"));
     const LimitedFileSize limit(10000);
     EXPECT_THAT(Extract(), ElementsAre("large", "huge"));
+    EXPECT_EQ(
+        GenericArchive(directory_ / "a.zip", kArchiveZip).ExtractEntry(2, directory_ / "out\\huge"),
+        EFBIG);
+    EXPECT_THAT(log.Text(), HasSubstr(std::string("\"large\" of ")));
+    EXPECT_THAT(log.Text(), HasSubstr(std::strerror(EFBIG)));
   }
   EXPECT_EQ(ReadFile(At("out/large")), "older");
   EXPECT_EQ(ReadFile(At("out/small")), "x");
   EXPECT_EQ(std::distance(fs::directory_iterator(At("out")), fs::directory_iterator()), 2);
+}
+
+TEST_F(ArchiveOnPosix, TellsTheSystemsReasonWhenNothingCanBePacked) {
+  WriteFile(At("tree/file"), "x");
+  const LibraryLogFile log(At("log"));
+  EXPECT_EQ(::Pack(directory_ / "tree/file", directory_ / "a.zip"), ENOTDIR);
+  EXPECT_THAT(log.Text(), HasSubstr(std::strerror(ENOTDIR)));
+}
+
+TEST_F(ArchiveOnPosix, CannotTakeItsOwnPlaceThroughALink) {
+  const std::string bytes = ZipBuilder().Add("link.zip", "evil").Bytes();
+  Make(bytes);
+  fs::create_symlink("../a.zip", At("out/link.zip"));
+  EXPECT_THAT(ExtractAll(directory_ / "out/link.zip", directory_ / "out"), ElementsAre("link.zip"));
+  EXPECT_EQ(ReadFile(At("a.zip")), bytes);
+  EXPECT_TRUE(fs::is_symlink(At("out/link.zip")));
+}
+
+TEST_F(ArchiveOnPosix, WarnsOfNamesThatWindowsCannotStore) {
+  WriteFile(At("tree/nul.txt"), "x");
+  const LibraryLogFile log(At("log"));
+  ASSERT_EQ(Pack(), 0);
+  EXPECT_THAT(log.Text(), HasSubstr("\"nul.txt\": its name is reserved for a device"));
+}
+
+TEST_F(ArchiveOnPosix, HoldsMoreEntriesThanTheOldFormat) {
+  constexpr int kCount = 66000;
+  for (int i = 0; i < kCount; ++i) {
+    const fs::path folder = At("tree") / std::to_string(i / 1000);
+    if (i % 1000 == 0) fs::create_directory(folder);
+    WriteFile(folder / std::to_string(i), "");
+  }
+  ASSERT_EQ(Pack(), 0);
+  EXPECT_EQ(GenericArchive(directory_ / "a.zip", kArchiveZip).GetFileCount(), uint32_t{kCount});
+  Run("unzip -tq a.zip");
 }
 
 TEST_F(ArchiveOnPosix, DoesNotWaitForPipes) {
@@ -199,8 +245,9 @@ TEST_F(ArchiveOnPosix, ReadsWhatOtherProgramsMake) {
   Run("cd tree && zip -q -0 -r ../stored.zip .");
   Run("cd tree && 7z a -tzip ../seven.zip .");
   Run("cd tree && python3 -m zipfile -c ../python.zip *");
+  Run("cd tree && bsdtar -a -cf ../bsdtar.zip .");
   Run("cd tree && zip -q -fd -r - . >../streamed.zip");
-  for (const char* name : {"info", "stored", "seven", "python", "streamed"}) {
+  for (const char* name : {"info", "stored", "seven", "python", "bsdtar", "streamed"}) {
     SCOPED_TRACE(name);
     const ZelString out = directory_ / (ZelString("from-") + name);
     EXPECT_THAT(ExtractAll(directory_ / (ZelString(name) + ".zip"), out), IsEmpty());
