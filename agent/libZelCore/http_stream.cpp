@@ -33,14 +33,22 @@ class StreamSession : public HttpSession {
     });
   }
   void ReadAtLeast(asio::mutable_buffer buffer, size_t byteCount) override {
-    // Takes all there is room for as long as more than the least is not there yet.
-    const auto isEnough = [least = byteCount, room = buffer.size()](const ErrorCode& ec,
-                                                                    size_t there) {
-      return ec || there >= least ? size_t{0} : room - there;
+    // What is there already comes without a turn of the event loop for each record of TLS.
+    ErrorCode ec;
+    size_t there = 0;
+    while (!ec && there < buffer.size()) there += stream_.read_some(buffer + there, ec);
+    if (ec == asio::error::would_block) ec.clear();
+    if (ec || there >= byteCount) return OnPieceRead(ec, there);
+
+    // Takes all there is room for as long as the least is not there yet.
+    const auto isEnough = [least = byteCount - there, room = buffer.size() - there](
+                              const ErrorCode& error, size_t count) {
+      return error || count >= least ? size_t{0} : room - count;
     };
-    asio::async_read(stream_, buffer, isEnough, [self = Self()](const ErrorCode& ec, size_t count) {
-      self->OnPieceRead(ec, count);
-    });
+    asio::async_read(stream_, buffer + there, isEnough,
+                     [self = Self(), there](const ErrorCode& error, size_t count) {
+                       self->OnPieceRead(error, there + count);
+                     });
   }
   void Write(asio::const_buffer buffer) override {
     asio::async_write(stream_, buffer,
@@ -87,6 +95,8 @@ class TlsSession : public StreamSession<asio::ssl::stream<tcp::socket>> {
     stream_.async_handshake(asio::ssl::stream_base::server, [self = Self()](const ErrorCode& ec) {
       auto* session = static_cast<TlsSession*>(self.get());
       if (ec) return session->Close();
+      ErrorCode ignored;
+      session->stream_.next_layer().non_blocking(true, ignored);
       session->BeginServing();
     });
   }
