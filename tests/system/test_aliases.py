@@ -82,6 +82,18 @@ def test_AddAlias_does_not_lead_into_the_agents_own_directory(plain_pair, tmp_pa
     assert relay.call("HttpProtocolDeleteAlias", AliasName="own")[0] == SUCCESS
 
 
+def test_AddAlias_does_not_lead_to_certificates_and_keys(fleet, platform):
+    relay = fleet.pair("ssl", platform, platform)[1]
+    directory = fleet.authority.directory
+    code, container = relay.call("HttpProtocolAddAlias", AliasName="own",
+                                 AliasPath=relay.path(directory), AliasTemporary=False)
+    assert (code, "the directory holds the agent's" in container["Error"]) == (FAILURE, True)
+    # Nothing but the directory of the files themselves.
+    assert relay.call("HttpProtocolAddAlias", AliasName="own", AliasTemporary=False,
+                      AliasPath=relay.path(directory.parent / "other"))[0] == SUCCESS
+    assert relay.call("HttpProtocolDeleteAlias", AliasName="own")[0] == SUCCESS
+
+
 def test_AddAlias_asks_the_privacy_policy(fleet, platform, place):
     rules = {"rule1": f"admin, {agent_path(platform, place.directory)}, none"}
     relay = fleet.make(platform, "relay", privacy=rules)
@@ -243,6 +255,18 @@ def test_an_upload_may_come_in_chunks(alias, place):
     assert place.stored() == {"file": b"hello world"}
 
 
+@pytest.mark.parametrize("field, status", [
+    ("Content-Range: bytes 0-6/14", 400), ("Content-Encoding: gzip", 415)])
+def test_parts_and_encodings_of_files_are_refused(alias, place, field, status):
+    (place.directory / "file").write_bytes(b"older")
+    with socket.create_connection(alias.agent.address(), REPLY_TIMEOUT_S) as connection:
+        connection.sendall((f"PUT /drop/file HTTP/1.1\r\nHost: {host_of(alias.agent)}\r\n"
+                            f"Authorization: {alias.login}\r\n{field}\r\n"
+                            "Content-Length: 7\r\n\r\ncontent").encode())
+        assert int(connection.recv(1000).split()[1]) == status
+    assert place.stored() == {"file": b"older"}
+
+
 def test_an_alias_that_is_deleted_meanwhile_stores_what_is_under_way_or_nothing(
         plain_pair, place):
     alias = Alias(plain_pair[1], place.directory)
@@ -259,7 +283,7 @@ def test_an_alias_that_is_deleted_meanwhile_stores_what_is_under_way_or_nothing(
 ADMINISTRATORS_ONLY = [
     "CoreUtilsCopyFileToRelay", "CoreUtilsRestoreBackupFromRelay", "CoreUtilsRestoreBackup",
     "CoreUtilsExtractFile", "CoreUtilsConfigureJWS", "HttpProtocolAddAlias",
-    "HttpProtocolDeleteAlias",
+    "HttpProtocolDeleteAlias", "HttpProtocolListAliases", "AgentGetProgress",
 ]
 
 

@@ -369,7 +369,7 @@ def pack_by(*command):
 
 
 def pack_by_names(*command):
-    """The top entries one by one: no name starts with "./" then."""
+    """The top entries one by one: no name begins with "./" then."""
     def pack(archive, directory):
         subprocess.run([*command, str(archive), *sorted(os.listdir(directory))], cwd=directory,
                        check=True, capture_output=True)
@@ -383,6 +383,7 @@ PACKERS = {
     "zip with zip64": pack_by("zip", "-r", "-fz"),
     "7z": pack_by("7z", "a", "-tzip", "-mcu=on"),
     "bsdtar": pack_by_names("bsdtar", "-a", "-cf"),
+    "bsdtar with dots": pack_by("bsdtar", "-a", "-cf"),
     "Python": pack_with_python,
     "Python stored": pack_stored,
     "Python stream": pack_as_a_stream,
@@ -448,6 +449,19 @@ def test_a_destination_that_cannot_be_made_fails(agent, arena):
     assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
     assert arena.surroundings() == before
     assert "for the backup cannot be created!" in agent.log()
+
+
+def test_an_entry_that_would_replace_the_archive_does_not_come_out(agent, arena):
+    content = hostile_archives.among_harmless(hostile_archives.Entry(b"archive.zip", b"evil"))
+    arena.destination.mkdir(parents=True)
+    for destination in (arena.directory, arena.directory / "deep/../."):
+        arena.archive.write_bytes(content)
+        code, container = extract(agent, arena.archive, destination)
+        assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
+        assert arena.archive.read_bytes() == content
+        # The others have come out.
+        for name, data in HARMLESS.items():
+            assert (arena.directory / name).read_bytes() == data
 
 
 def test_the_second_call_fails(agent, arena):
