@@ -15,7 +15,8 @@ using Trouble = PendingUpload::Trouble;
 
 Result FromError(int error) {
   if (error == 0) return {};
-  return {file_system::IsDiskFull(error) ? Trouble::kDiskFull : Trouble::kOther, file_system::ErrorText(error)};
+  return {file_system::IsDiskFull(error) ? Trouble::kDiskFull : Trouble::kOther,
+          file_system::ErrorText(error)};
 }
 
 /// Returns an error number.

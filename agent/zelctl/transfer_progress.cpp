@@ -121,8 +121,8 @@ std::string FormatProgress(const WorkReport& report) {
 }
 
 ProgressLine::ProgressLine(const AgentAddress& agent, WorkQuery query, Output output,
-                           std::chrono::milliseconds interval)
-    : query_(std::move(query)), output_(std::move(output)), interval_(interval) {
+                           ProgressPace pace)
+    : query_(std::move(query)), output_(std::move(output)), pace_(pace) {
   thread_ = std::thread([this, agent] { Run(agent); });
 }
 
@@ -138,7 +138,7 @@ ProgressLine::~ProgressLine() {
 void ProgressLine::Run(const AgentAddress& address) {
   try {
     AgentClient agent(address);
-    while (Wait()) {
+    for (auto time = pace_.first; Wait(time); time = pace_.further) {
       const std::optional<WorkReport> report = FindWork(agent, query_);
       if (report && report->isRunning) Draw(FormatProgress(*report));
     }
@@ -150,9 +150,9 @@ void ProgressLine::Run(const AgentAddress& address) {
   output_("\r");
 }
 
-bool ProgressLine::Wait() {
+bool ProgressLine::Wait(std::chrono::milliseconds time) {
   std::unique_lock lock(mutex_);
-  return !ending_.wait_for(lock, interval_, [this] { return isEnding_; });
+  return !ending_.wait_for(lock, time, [this] { return isEnding_; });
 }
 
 // Blanks cover what was longer before: not every console knows a sequence for that.

@@ -44,6 +44,12 @@ std::string FileNameOf(const std::string& path);
 /// One line of at most 79 columns: file name, bar, bytes, rate.
 std::string FormatProgress(const WorkReport& report);
 
+/// When the agent is asked how far work is. It keeps each question in its audit trail.
+struct ProgressPace {
+  std::chrono::milliseconds first{250};
+  std::chrono::milliseconds further{1000};  ///< after the one before
+};
+
 /// Shows how far work is while it lives, on one line that it takes away again. It asks over a
 /// connection of its own, for the caller's waits for the end of the work. When the agent does not
 /// answer, nothing more is shown.
@@ -52,8 +58,7 @@ class ProgressLine {
   using Output = std::function<void(const std::string&)>;
 
   /// `output` takes what is written to the terminal, on a thread of this object.
-  ProgressLine(const AgentAddress& agent, WorkQuery query, Output output,
-               std::chrono::milliseconds interval = std::chrono::milliseconds(250));
+  ProgressLine(const AgentAddress& agent, WorkQuery query, Output output, ProgressPace pace = {});
   ~ProgressLine();
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
@@ -61,12 +66,12 @@ class ProgressLine {
  private:
   void Run(const AgentAddress& address);
   /// False when the object is to end.
-  bool Wait();
+  bool Wait(std::chrono::milliseconds time);
   void Draw(const std::string& line);
 
   const WorkQuery query_;
   const Output output_;
-  const std::chrono::milliseconds interval_;
+  const ProgressPace pace_;
   size_t shownColumns_ = 0;
   std::mutex mutex_;
   std::condition_variable ending_;

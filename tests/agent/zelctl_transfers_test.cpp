@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <map>
 #include <mutex>
 #include <string>
@@ -346,14 +347,13 @@ TEST_F(ZelctlTransfers, DrawProgressAndTakeItAway) {
   {
     std::mutex mutex;
     std::condition_variable isDrawn;
-    const ProgressLine line(
-        client_.Address(), {"send", "", 7},
-        [&](const std::string& text) {
-          const std::lock_guard lock(mutex);
-          drawn.push_back(text);
-          isDrawn.notify_one();
-        },
-        std::chrono::milliseconds(1));
+    const ProgressLine line(client_.Address(), {"send", "", 7},
+                            [&](const std::string& text) {
+                              const std::lock_guard lock(mutex);
+                              drawn.push_back(text);
+                              isDrawn.notify_one();
+                            },
+                            {std::chrono::milliseconds(1), std::chrono::milliseconds(1)});
     std::unique_lock lock(mutex);
     isDrawn.wait(lock, [&] { return drawn.size() >= 2; });
   }
@@ -363,6 +363,21 @@ TEST_F(ZelctlTransfers, DrawProgressAndTakeItAway) {
   EXPECT_EQ(drawn[1], "\r" + shown);
   EXPECT_EQ(drawn[drawn.size() - 2], "\r" + std::string(shown.size(), ' '));
   EXPECT_EQ(drawn.back(), "\r");
+}
+
+TEST_F(ZelctlTransfers, AskForProgressNoMoreOftenThanThePaceSays) {
+  work_ = {Work(9, "send", "/x/a.zip", "", true)};
+  std::promise<void> isDrawn;
+  int count = 0;
+  {
+    const ProgressLine line(client_.Address(), {"send", "", 0},
+                            [&](const std::string&) {
+                              if (count++ == 0) isDrawn.set_value();
+                            },
+                            {std::chrono::milliseconds(1), std::chrono::hours(1)});
+    isDrawn.get_future().wait();
+  }
+  EXPECT_EQ(count, 3) << "drawn once, then taken away";
 }
 
 TEST_F(ZelctlTransfers, DrawNothingOfOtherWork) {
