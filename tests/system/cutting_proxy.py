@@ -63,7 +63,8 @@ class CuttingProxy:
             client.close()
             return
         self._open += [client, agent]
-        with client, agent, contextlib.suppress(OSError):
+        # ValueError: `close` has taken a socket away.
+        with client, agent, contextlib.suppress(OSError, ValueError):
             self._pass_on(client, agent)
 
     def _pass_on(self, client, agent):
