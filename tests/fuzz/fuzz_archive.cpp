@@ -1,16 +1,30 @@
 // Archives of any content: what the directory tells lies inside the file and apart from each other,
-// and a name that is not refused stays below the directory that it is put behind.
+// a name that is not refused stays below the directory that it is put behind, and when all entries
+// are extracted nothing appears beside that directory, nor more than the limits allow.
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
 #include <string_view>
 
+#include "agent/libZel/archive_limits.h"
+#include "agent/libZel/http_file.h"
 #include "agent/libZel/zip_directory.h"
 #include "agent/libZel/zip_names.h"
+#include "libZel/archive.h"
+
+namespace fs = std::filesystem;
 
 namespace {
+
+constexpr uint32_t kMaxEntries = 1000;
+constexpr uint64_t kMaxBytes = 1 << 20;
 
 void Require(bool holds) {
   if (!holds) std::abort();
@@ -31,10 +45,8 @@ void CheckName(std::string_view name) {
   Require(zip_names::Key(key, false).size() <= key.size());
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  constexpr uint32_t kMaxEntries = 1000;
+// Returns whether the directory can be used.
+bool CheckDirectory(const uint8_t* data, size_t size) {
   const ZipBytes bytes = [&](uint64_t offset, void* buffer, size_t count) {
     Require(offset <= size && count <= size - offset);
     if (count > 0) std::memcpy(buffer, data + offset, count);
@@ -51,6 +63,85 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CheckName(entry.name.Utf8());
   }
   Require(packedBytes <= size);
+  return directory.error.IsEmpty();
+}
+
+// A directory of this process's own, gone with it.
+class Workplace {
+ public:
+  Workplace() {
+    std::string pattern = (fs::temp_directory_path() / "zel-fuzz-XXXXXX").native();
+    Require(mkdtemp(pattern.data()) != nullptr);
+    path_ = pattern;
+    ArchiveLimits limits;
+    limits.maxEntries = kMaxEntries;
+    limits.maxBytes = kMaxBytes;
+    SetArchiveLimits(limits);
+  }
+  ~Workplace() {
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+  }
+  Workplace(const Workplace&) = delete;
+  Workplace& operator=(const Workplace&) = delete;
+
+  fs::path Archive() const { return path_ / "a.zip"; }
+  fs::path Out() const { return path_ / "out"; }
+  // The archive and the directory that it is extracted to.
+  void RequireNothingElse() const {
+    for (const auto& entry : fs::directory_iterator(path_)) {
+      Require(entry.path() == Archive() || entry.path() == Out());
+    }
+  }
+
+ private:
+  fs::path path_;
+};
+
+uint64_t BytesBelow(const fs::path& directory) {
+  uint64_t bytes = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+    const fs::file_status status = entry.symlink_status();
+    Require(fs::is_regular_file(status) || fs::is_directory(status));
+    Require(!entry.path().filename().native().ends_with(".tmp") ||
+            !entry.path().filename().native().starts_with(".zel-"));
+    if (fs::is_regular_file(status)) bytes += entry.file_size();
+  }
+  return bytes;
+}
+
+void CheckExtraction(const uint8_t* data, size_t size, bool isUsable) {
+  static const Workplace workplace;
+  std::ofstream(workplace.Archive(), std::ios::binary)
+      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  fs::create_directory(workplace.Out());
+  {
+    GenericArchive archive(ZelString(workplace.Archive().native()), kArchiveZip);
+    const uint32_t count = archive.GetFileCount();
+    Require(count <= kMaxEntries);
+    for (uint32_t index = 1; index <= count; ++index) {
+      const ZelString name = archive.GetEntryPath(index);
+      const int error =
+          archive.ExtractEntry(index, ZelString(workplace.Out().native()) + "\\" + name);
+      Require(isUsable || error != 0);
+    }
+  }
+  workplace.RequireNothingElse();
+  Require(BytesBelow(workplace.Out()) <= kMaxBytes);
+  fs::remove_all(workplace.Out());
+}
+
+}  // namespace
+
+// No path here is a URL.
+ZelString http_file::WithoutCredentials(const ZelString&) {
+  std::abort();
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const bool isUsable = CheckDirectory(data, size);
   CheckName({reinterpret_cast<const char*>(data), std::min<size_t>(size, 200)});
+  // Files take far longer than the directory: of what cannot be used a share is enough.
+  if (isUsable || size % 16 == 0) CheckExtraction(data, size, isUsable);
   return 0;
 }
