@@ -122,13 +122,13 @@ Outcome GenericArchive::Implementation::Extract(size_t index, const ZelString& t
   }
   const ZelString& name = reader->Entries()[index].name;
   const Names names = zip_names::Split(name.Utf8());
-  const Outcome outcome = OpenTree(target, names);
+  Outcome outcome = OpenTree(target, names);
   if (!outcome) return outcome;
   if (IsItsOwnPlace(target, names)) {
     return FailedBecause("it would take the place of the archive", file_system::kErrorExists);
   }
   uint64_t writtenBytes = 0;
-  const Outcome extracted = reader->Extract(index, &tree, &writtenBytes);
+  Outcome extracted = reader->Extract(index, &tree, &writtenBytes);
   progress->Add(writtenBytes);
   return extracted;
 }
