@@ -9,6 +9,7 @@
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/open_file.h"
 #include "agent/libZel/platform/posix/file_security.h"
+#include "agent/libZel/platform/posix/open_regular.h"
 #include "agent/libZel/platform/posix/pending_file.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
@@ -43,16 +44,10 @@ OpenFile::OpenFile() : implementation_(std::make_unique<Implementation>()) {}
 OpenFile::~OpenFile() = default;
 
 int OpenFile::Open(const std::filesystem::path& path) {
-  // A pipe without a writer must not hold us up before it is known for what it is.
-  UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!file) return errno;
   struct stat info;
-  if (fstat(file.Get(), &info) != 0) return errno;
-  if (S_ISDIR(info.st_mode)) return kErrorIsDirectory;
-  if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
-  posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-  implementation_->file = std::move(file);
-  return 0;
+  const int error = OpenRegular(path, &implementation_->file, &info);
+  if (error == 0) posix_fadvise(implementation_->file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+  return error;
 }
 
 int OpenFile::Create(const std::filesystem::path& path, const Security* security) {

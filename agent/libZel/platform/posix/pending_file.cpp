@@ -12,6 +12,7 @@
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/platform/posix/file_security.h"
+#include "agent/libZel/platform/posix/open_regular.h"
 #include "agent/libZel/platform/posix/pending_file.h"
 #include "agent/libZel/platform/posix/rename.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
@@ -91,16 +92,6 @@ int CopyAroundHoles(int source, int destination, off_t sizeBytes) {
   const bool areAtEnd =
       lseek(source, sizeBytes, SEEK_SET) >= 0 && lseek(destination, sizeBytes, SEEK_SET) >= 0;
   return areAtEnd ? 0 : errno;
-}
-
-// Opens a regular file for reading.
-int OpenSource(const std::filesystem::path& path, UniqueFd* file, struct stat* info) {
-  // A pipe without a writer, or a device, must not hold us up before it is known for what it is.
-  *file = UniqueFd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!*file) return errno;
-  if (fstat(file->Get(), info) != 0) return errno;
-  if (S_ISDIR(info->st_mode)) return kErrorIsDirectory;
-  return S_ISREG(info->st_mode) ? 0 : kErrorNotRegular;
 }
 
 // Copies the whole content into a file that nobody else may read until this has returned.
@@ -200,7 +191,7 @@ int PendingFile::CopyFrom(const std::filesystem::path& source) {
   const int destination = implementation_->file.Get();
   UniqueFd input;
   struct stat info;
-  int error = OpenSource(source, &input, &info);
+  int error = OpenRegular(source, &input, &info);
   if (error == 0) error = CopyContent(input.Get(), info, destination);
   if (error != 0) return error;
 
@@ -213,7 +204,7 @@ int PendingFile::CloneFrom(const std::filesystem::path& source) {
   const int destination = implementation_->file.Get();
   UniqueFd input;
   struct stat info;
-  int error = OpenSource(source, &input, &info);
+  int error = OpenRegular(source, &input, &info);
   if (error == 0) error = CopyContent(input.Get(), info, destination);
   if (error != 0) return error;
 

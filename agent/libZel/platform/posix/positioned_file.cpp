@@ -1,13 +1,10 @@
 #include "agent/libZel/positioned_file.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "agent/libZel/file_system.h"
-#include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/platform/posix/open_regular.h"
 
 namespace file_system {
 
@@ -20,16 +17,10 @@ PositionedFile::PositionedFile() : implementation_(std::make_unique<Implementati
 PositionedFile::~PositionedFile() = default;
 
 int PositionedFile::Open(const std::filesystem::path& path) {
-  // A pipe without a writer must not hold us up before it is known for what it is.
-  UniqueFd file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-  if (!file) return errno;
   struct stat info;
-  if (fstat(file.Get(), &info) != 0) return errno;
-  if (S_ISDIR(info.st_mode)) return kErrorIsDirectory;
-  if (!S_ISREG(info.st_mode)) return kErrorNotRegular;
-  implementation_->sizeBytes = static_cast<uint64_t>(info.st_size);
-  implementation_->file = std::move(file);
-  return 0;
+  const int error = OpenRegular(path, &implementation_->file, &info);
+  if (error == 0) implementation_->sizeBytes = static_cast<uint64_t>(info.st_size);
+  return error;
 }
 
 uint64_t PositionedFile::SizeBytes() const {

@@ -7,6 +7,7 @@
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/platform/windows/write_all.h"
 #include "libZel/string.h"
 
 namespace file_system {
@@ -15,7 +16,6 @@ namespace {
 constexpr int kMaxNameAttempts = 100;
 constexpr int64_t kUnixEpochTicks = 116444736000000000;
 constexpr int64_t kNsPerTick = 100;
-constexpr size_t kMaxWriteBytes = size_t{1} << 30;
 
 // Holds a directory, so that neither it nor its parents can be replaced; links are refused.
 int Hold(const std::wstring& path, UniqueHandle* directory) {
@@ -140,17 +140,7 @@ int OutputTree::Create(const Names& names, std::optional<uint32_t> /*permissions
 }
 
 int OutputTree::Write(const void* bytes, size_t count) {
-  const char* next = static_cast<const char*>(bytes);
-  while (count > 0) {
-    DWORD written = 0;
-    const auto step = static_cast<DWORD>(std::min(count, kMaxWriteBytes));
-    if (!WriteFile(implementation_->file.Get(), next, step, &written, nullptr)) {
-      return static_cast<int>(GetLastError());
-    }
-    next += written;
-    count -= written;
-  }
-  return 0;
+  return WriteAll(implementation_->file.Get(), bytes, count);
 }
 
 int OutputTree::Commit(const OutputAttributes& attributes) {

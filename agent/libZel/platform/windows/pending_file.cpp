@@ -7,12 +7,12 @@
 #include "agent/libZel/platform/windows/file_security.h"
 #include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/platform/windows/write_all.h"
 
 namespace file_system {
 namespace {
 
 constexpr int kMaxNameAttempts = 100;
-constexpr size_t kMaxWriteBytes = size_t{1} << 30;
 constexpr int64_t kUnixEpochTicks = 116444736000000000;
 constexpr int64_t kTicksPerSecond = 10000000;
 
@@ -70,17 +70,7 @@ int PendingFile::Create(const std::filesystem::path& destination) {
 void PendingFile::KeepOutOfCache() {}
 
 int PendingFile::Write(const void* bytes, size_t count) {
-  const char* next = static_cast<const char*>(bytes);
-  while (count > 0) {
-    DWORD written = 0;
-    const auto step = static_cast<DWORD>(std::min(count, kMaxWriteBytes));
-    if (!WriteFile(implementation_->file.Get(), next, step, &written, nullptr)) {
-      return static_cast<int>(GetLastError());
-    }
-    next += written;
-    count -= written;
-  }
-  return 0;
+  return WriteAll(implementation_->file.Get(), bytes, count);
 }
 
 int PendingFile::WriteAt(uint64_t offset, const void* bytes, size_t count) {

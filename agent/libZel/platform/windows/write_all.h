@@ -1,0 +1,24 @@
+#pragma once
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstddef>
+
+namespace file_system {
+
+/// Writes all the bytes from where the file stands. Returns an error number, or 0.
+inline int WriteAll(HANDLE file, const void* bytes, size_t count) {
+  constexpr size_t kLargestStepBytes = size_t{1} << 30;
+  const char* next = static_cast<const char*>(bytes);
+  while (count > 0) {
+    DWORD written = 0;
+    const auto step = static_cast<DWORD>(std::min(count, kLargestStepBytes));
+    if (!WriteFile(file, next, step, &written, nullptr)) return static_cast<int>(GetLastError());
+    next += written;
+    count -= written;
+  }
+  return 0;
+}
+
+}  // namespace file_system
