@@ -167,8 +167,9 @@ void HttpClient::Implementation::LogFailure(const ZelString* agent, const AgentA
   if (file != nullptr) what += ZelString(" of ") + file->GetSendPath();
   ZelString whom;
   if (agent != nullptr && !agent->IsEmpty()) whom = ZelString("agent ") + *agent + " at ";
-  const std::string url =
-      address.Base() + http_exchange::EncodePath(message.GetResourcePath().Utf8());
+  // What is no host may be anything, a login included.
+  const std::string base = HostForUrl(address.host) ? address.Base() : std::string("(no host)");
+  const std::string url = base + http_exchange::EncodePath(message.GetResourcePath().Utf8());
   Log().WarningWithNL("%S to %S%s failed: %s", what, whom, url, end.reason);
 }
 

@@ -16,7 +16,7 @@
 #include "libZel/string.h"
 
 /// Directories of this machine into which others may store files over HTTP for a while, under the
-/// target "/alias/file". An alias belongs to whoever made it and is seen by its owner alone. It
+/// target "/alias/file". An alias belongs to whoever made it and serves its owner alone. It
 /// goes away when it is deleted, when its owner has been silent for long, and with the agent.
 ///
 /// Threads: any number may call at once.

@@ -1,10 +1,13 @@
 #include "agent/libZelCore/http_caller.h"
 
 #include <algorithm>
+#include <boost/asio/ip/address.hpp>
 #include <boost/beast/http/verb.hpp>
 
 #include "agent/libZel/request_proof.h"
+#include "agent/libZelCore/core_platform.h"
 
+namespace asio = boost::asio;
 namespace http = boost::beast::http;
 
 namespace {
@@ -26,7 +29,37 @@ const char* ProblemOf(ProofMemory::Verdict verdict) {
   }
 }
 
-CallerCheck CheckProof(HttpShared& shared, const HttpRequest& request) {
+/// The host of a field Host: without port and brackets.
+std::string_view HostOf(std::string_view field) {
+  if (field.starts_with('[')) return field.substr(1, field.find(']') - 1);
+  return field.substr(0, field.rfind(':'));
+}
+
+bool EqualsName(std::string_view a, std::string_view b) {
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; };
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [&](char x, char y) { return lower(x) == lower(y); });
+}
+
+/// Whether a request was meant for this machine. A proof that somebody has read on the way could
+/// else be shown to every other agent of the fleet, each of which sees it for the first time.
+bool IsOwnHost(std::string_view field, std::string_view localAddress, const Settings& settings) {
+  const std::string_view host = HostOf(field);
+  boost::system::error_code ec;
+  const auto address = asio::ip::make_address(std::string(host), ec);
+  if (!ec) return address.to_string() == localAddress;
+
+  const std::string machine = core_platform::HostName();
+  const bool isMachine = EqualsName(host.substr(0, host.find('.')),
+                                    std::string_view(machine).substr(0, machine.find('.')));
+  const bool isLoopback = localAddress.starts_with("127.") || localAddress == "::1";
+  if (isMachine || (isLoopback && EqualsName(host, "localhost"))) return true;
+  return std::any_of(settings.hostNames.begin(), settings.hostNames.end(),
+                     [&](const std::string& name) { return EqualsName(host, name); });
+}
+
+CallerCheck CheckProof(HttpShared& shared, const HttpRequest& request,
+                       const ConnectionFacts& connection) {
   const auto proof = ParseProof(request.authorization);
   if (!proof) return Refused({}, "the proof is malformed");
 
@@ -37,6 +70,13 @@ CallerCheck CheckProof(HttpShared& shared, const HttpRequest& request) {
     return Refused(std::move(caller),
                    "the proof was made under another secret or for another request");
   }
+  // Over TLS nobody has read it.
+  if (!connection.isEncrypted &&
+      !IsOwnHost(request.host, connection.localAddress, shared.settings)) {
+    return Refused(std::move(caller), "the proof is for the host \"" + request.host +
+                                          "\", which is not known for this machine's "
+                                          "([security] host_names)");
+  }
   const auto verdict =
       shared.proofs.Take(proof->dateSeconds, proof->nonce, ProofMemory::Clock::now());
   if (verdict != ProofMemory::Verdict::kNew) return Refused(std::move(caller), ProblemOf(verdict));
@@ -46,9 +86,9 @@ CallerCheck CheckProof(HttpShared& shared, const HttpRequest& request) {
 }  // namespace
 
 CallerCheck CheckCallerQuickly(HttpShared& shared, const HttpRequest& request,
-                               bool showsCertificate) {
+                               const ConnectionFacts& connection) {
   const bool isProof = request.authorization.starts_with("PAC ");
-  CallerCheck check = isProof ? CheckProof(shared, request) : CallerCheck{};
+  CallerCheck check = isProof ? CheckProof(shared, request, connection) : CallerCheck{};
   if (!isProof) check.answer = shared.authenticator.CheckQuickly(request.authorization);
 
   const bool isAgent = check.answer.verdict == Authenticator::Verdict::kAccepted &&
@@ -56,7 +96,7 @@ CallerCheck CheckCallerQuickly(HttpShared& shared, const HttpRequest& request,
   if (!isAgent) return check;
   if (!isProof && shared.settings.pac == PacUse::kSendAndReceive)
     return Refused(check.answer.caller, "agents must send proofs of their requests");
-  if (!showsCertificate && shared.settings.ssl == SslUse::kSendAndReceiveExt)
+  if (!connection.showsCertificate && shared.settings.ssl == SslUse::kSendAndReceiveExt)
     return Refused(check.answer.caller, "agents must show a certificate of the fleet");
   return check;
 }

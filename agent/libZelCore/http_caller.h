@@ -13,10 +13,16 @@ struct CallerCheck {
   std::string bodySha256;  ///< what a proof says of the body; empty without a proof
 };
 
+/// What the connection of a request tells.
+struct ConnectionFacts {
+  bool isEncrypted = false;
+  bool showsCertificate = false;  ///< one of the fleet
+  std::string localAddress;       ///< this machine's end, without port
+};
+
 /// The quick part: proofs of requests, remembered credentials, passwords of agents.
-/// `showsCertificate` tells whether the client has shown a certificate of the fleet.
 CallerCheck CheckCallerQuickly(HttpShared& shared, const HttpRequest& request,
-                               bool showsCertificate);
+                               const ConnectionFacts& connection);
 
 /// Whether the role of the caller allows the action, whatever its parameters.
 bool MayCall(const Settings& settings, const Caller& caller, const std::string& action);

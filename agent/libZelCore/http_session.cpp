@@ -223,7 +223,7 @@ bool HttpSession::OriginIsOwn() const {
 }
 
 void HttpSession::Authenticate() {
-  CallerCheck check = CheckCallerQuickly(*shared_, request_, ShowsCertificate());
+  CallerCheck check = CheckCallerQuickly(*shared_, request_, Facts());
   bodySha256_ = std::move(check.bodySha256);
   if (check.answer.verdict != Authenticator::Verdict::kNeedsSlowCheck)
     return OnChecked(check.answer, check.problem);

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/libZelCore/http_caller.h"
 #include "agent/libZelCore/http_reply.h"
 #include "agent/libZelCore/http_request.h"
 #include "agent/libZelCore/http_route.h"
@@ -61,8 +62,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   virtual void ShutdownSending() = 0;
   /// `discardsUnsent` gives back at once what the client has not taken yet.
   virtual void CloseSocket(bool discardsUnsent) = 0;
-  /// Whether the client has shown a certificate of the fleet.
-  virtual bool ShowsCertificate() = 0;
+  virtual ConnectionFacts Facts() = 0;
 
   void BeginHandshake();
   void BeginServing();

@@ -114,8 +114,14 @@ void HttpSession::BeginPiece() {
 void HttpSession::ReadIntoPiece() {
   const size_t wanted = std::min<uint64_t>(pieceBuffer_.size() - pieceBytes_, uploadRest_);
   isReadingPiece_ = true;
-  ReadAtLeast(asio::buffer(pieceBuffer_ + pieceBytes_, wanted),
-              std::min<uint64_t>(wanted, kLeastPieceBytes));
+  try {
+    ReadAtLeast(asio::buffer(pieceBuffer_ + pieceBytes_, wanted),
+                std::min<uint64_t>(wanted, kLeastPieceBytes));
+  } catch (const std::exception&) {
+    // Nothing is under way that would tell the upload.
+    isReadingPiece_ = false;
+    Close();
+  }
 }
 
 /// Into the piece's buffer. Also called when the session has been closed.

@@ -12,6 +12,12 @@ using asio::ip::tcp;
 
 namespace {
 
+std::string AddressOf(const tcp::endpoint& endpoint) {
+  const asio::ip::address address = endpoint.address();
+  if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return address.to_string();
+  return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
+}
+
 /// The parts that differ between plain TCP and TLS are what `Stream` is and how a connection
 /// begins.
 template <typename Stream>
@@ -65,8 +71,6 @@ class StreamSession : public HttpSession {
     stream_.lowest_layer().close(ignored);
   }
 
-  bool ShowsCertificate() override { return false; }
-
   Stream stream_;
 };
 
@@ -76,15 +80,20 @@ class PlainSession : public StreamSession<tcp::socket> {
   void Start() override {
     ErrorCode ignored;
     stream_.non_blocking(true, ignored);
+    localAddress_ = AddressOf(stream_.local_endpoint(ignored));
     BeginServing();
   }
 
  protected:
+  ConnectionFacts Facts() override { return {false, false, localAddress_}; }
   size_t WriteAtOnce(asio::const_buffer buffer) override {
     ErrorCode ec;  // what it is, the waiting write that follows finds out
     const size_t written = stream_.write_some(buffer, ec);
     return ec ? 0 : written;
   }
+
+ private:
+  std::string localAddress_;
 };
 
 class TlsSession : public StreamSession<asio::ssl::stream<tcp::socket>> {
@@ -102,8 +111,11 @@ class TlsSession : public StreamSession<asio::ssl::stream<tcp::socket>> {
   }
 
  protected:
+  ConnectionFacts Facts() override { return {true, ShowsCertificate(), {}}; }
+
+ private:
   /// The handshake has verified it: with one that is not good there would be no session.
-  bool ShowsCertificate() override {
+  bool ShowsCertificate() {
     SSL* const ssl = stream_.native_handle();
     X509* const certificate = SSL_get_peer_certificate(ssl);
     X509_free(certificate);

@@ -150,7 +150,7 @@ bool UploadThreads::Start(std::function<void()> work) {
           changed_.notify_all();
         });
         isStarted = true;
-      } catch (const std::system_error&) {
+      } catch (const std::exception&) {
         running_.erase(self);
       }
     }

@@ -69,6 +69,8 @@ struct Settings {
   SslUse ssl = SslUse::kNone;  ///< default: kSendAndReceive where [http] tls is on and a ca set
   PacUse pac = PacUse::kNone;
   uint32_t pacWindowMs = 300000;  ///< how far the clocks of two agents may differ
+  /// Names by which others reach this machine, beside its own and its addresses.
+  std::vector<std::string> hostNames;
 
   // [relay]
   std::string relayHost;  ///< the agent's parent, IPv6 in brackets; empty: none

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <fstream>
 #include <iterator>
+#include <optional>
 
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_platform.h"
@@ -146,18 +147,31 @@ std::string SetSecretFile(SettingsTarget& target, const std::string& value) {
 }
 
 /// "NAME, NAME, ..."; nothing stands for no action.
-std::string SetAdministratorsOnly(SettingsTarget& target, const std::string& value) {
-  std::vector<std::string> actions;
-  for (std::string_view rest = value; !TrimBlanks(rest).empty();) {
+// "NAME, NAME, ..."; nothing when a name is missing or no name.
+std::optional<std::vector<std::string>> ParseNames(std::string_view rest) {
+  std::vector<std::string> names;
+  while (!TrimBlanks(rest).empty()) {
     const size_t comma = std::min(rest.find(','), rest.size());
     const std::string_view name = TrimBlanks(rest.substr(0, comma));
-    if (name.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter))
-      return "is not a list of actions' names with commas between them";
-    actions.emplace_back(name);
+    if (name.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter)) return {};
+    names.emplace_back(name);
     rest.remove_prefix(std::min(comma + 1, rest.size()));
   }
-  std::sort(actions.begin(), actions.end());
-  target.settings.administratorsOnly = std::move(actions);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string SetAdministratorsOnly(SettingsTarget& target, const std::string& value) {
+  auto actions = ParseNames(value);
+  if (!actions) return "is not a list of actions' names with commas between them";
+  target.settings.administratorsOnly = *std::move(actions);
+  return {};
+}
+
+std::string SetHostNames(SettingsTarget& target, const std::string& value) {
+  auto names = ParseNames(value);
+  if (!names) return "is not a list of host names with commas between them";
+  target.settings.hostNames = *std::move(names);
   return {};
 }
 
@@ -227,6 +241,7 @@ const std::vector<SettingsKey>& SettingsKeys() {
        ChoiceKey(&Settings::ssl, {"none", "send", "send_and_receive", "send_and_receive_ext"})},
       {"security", "pac", ChoiceKey(&Settings::pac, {"none", "send", "send_and_receive"})},
       {"security", "pac_window_ms", NumberKey(&Settings::pacWindowMs, 1000, kDayMs)},
+      {"security", "host_names", SetHostNames},
       {"relay", "parent", SetParent},
       {"relay", "parent_guid", TextKey(&Settings::relayGuid)},
       {"relay", "alias_silence_ms", NumberKey(&Settings::aliasSilenceMs, 1000, kDayMs)},

@@ -168,7 +168,7 @@ Result RestoreBackup(AgentClient& agent, const BackupRestoreOptions& options) {
 
   const std::string stored = RequireText(kRestoreBackupFromRelay, reply, "Name");
   query.fileName = FileNameOf(stored);
-  const std::optional<WorkReport> upload = FindWork(agent, query);
+  const std::optional<WorkReport> upload = FindEndedWork(agent, query);
   const std::string failure =
       upload ? upload->failure : "nothing was received; the relay's log says why";
   if (!failure.empty()) {

@@ -151,7 +151,7 @@ Result PutOnRelay(AgentClient& agent, const RelayPutOptions& options) {
   };
   const std::string ending =
       " (" + std::string(kCopyFileToRelay) + ": " + DescribeCode(reply.code) + ")";
-  const std::optional<WorkReport> upload = FindWork(agent, query);
+  const std::optional<WorkReport> upload = FindEndedWork(agent, query);
   if (upload && !upload->failure.empty()) fail("the upload failed: " + upload->failure);
   if (!upload && reply.code == kSuccess) {
     fail("the upload failed: nothing was sent; the agent's log says why");

@@ -87,6 +87,16 @@ std::string FormatRate(const WorkReport& report) {
   return "  " + FormatShortSize(static_cast<uint64_t>(rate)) + "/s";
 }
 
+std::optional<WorkReport> Newest(std::vector<WorkReport> reports, const WorkQuery& query) {
+  std::optional<WorkReport> found;
+  for (WorkReport& report : reports) {
+    if (report.kind != query.kind || report.id <= query.afterId) continue;
+    if (!query.fileName.empty() && FileNameOf(report.name) != query.fileName) continue;
+    if (!found || report.id > found->id) found = std::move(report);
+  }
+  return found;
+}
+
 }  // namespace
 
 int64_t LatestWork(AgentClient& agent) {
@@ -96,13 +106,13 @@ int64_t LatestWork(AgentClient& agent) {
 }
 
 std::optional<WorkReport> FindWork(AgentClient& agent, const WorkQuery& query) {
-  std::optional<WorkReport> found;
-  for (WorkReport& report : AskForWork(agent)) {
-    if (report.kind != query.kind || report.id <= query.afterId) continue;
-    if (!query.fileName.empty() && FileNameOf(report.name) != query.fileName) continue;
-    if (!found || report.id > found->id) found = std::move(report);
-  }
-  return found;
+  return Newest(AskForWork(agent), query);
+}
+
+std::optional<WorkReport> FindEndedWork(AgentClient& agent, const WorkQuery& query) {
+  std::vector<WorkReport> reports = AskForWork(agent);
+  std::erase_if(reports, [](const WorkReport& report) { return report.isRunning; });
+  return Newest(std::move(reports), query);
 }
 
 std::string FileNameOf(const std::string& path) {

@@ -38,6 +38,10 @@ int64_t LatestWork(AgentClient& agent);
 /// The work looked for, if the agent knows of any. Throws `Failure`.
 std::optional<WorkReport> FindWork(AgentClient& agent, const WorkQuery& query);
 
+/// The same among work that has ended: what still runs when an action has ended is not that
+/// action's.
+std::optional<WorkReport> FindEndedWork(AgentClient& agent, const WorkQuery& query);
+
 /// The last part of a path with either separator.
 std::string FileNameOf(const std::string& path);
 

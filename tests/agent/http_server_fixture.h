@@ -172,6 +172,7 @@ class HttpServerTest : public testing::Test {
     WriteFile(directory_.Native() / "users", line);
     settings_.port = 0;
     settings_.fleetSecret = "fleet secret";
+    settings_.hostNames = {"agent"};
     Register("Echo", [](ZelContainer*) { return 0U; });
   }
   ~HttpServerTest() override {

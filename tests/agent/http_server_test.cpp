@@ -302,6 +302,23 @@ TEST_F(HttpServerTest, RefusesProofsThatAreNotOfThisRequest) {
   EXPECT_TRUE(Audited().empty());
 }
 
+TEST_F(HttpServerTest, TakesProofsForItselfAloneWithoutTls) {
+  settings_.hostNames.clear();
+  const Reply reply = Exchange(Call("Echo", "{}", Proof("{}")));
+  EXPECT_EQ(reply.status, 401);
+  EXPECT_THAT(reply.body, HasSubstr("host_names"));
+
+  for (const std::string host : {"127.0.0.1:7460", "127.0.0.1", "LocalHost:1"}) {
+    const std::string proof =
+        MakeProof({"RELAY", "fleet secret"}, {"POST", "/v1/actions/Echo", host}, DigestOf("{}"));
+    const std::string request = Call("Echo", "{}", "Authorization: " + proof + "\r\n");
+    const size_t field = request.find("Host: agent\r\n");
+    ASSERT_NE(field, std::string::npos);
+    EXPECT_EQ(Exchange(std::string(request).replace(field, 11, "Host: " + host)).status, 200)
+        << host;
+  }
+}
+
 TEST_F(HttpServerTest, RefusesABodyThatIsNotTheProvenOne) {
   const Reply reply = Exchange(Call("Echo", "{ }", Proof("{}")));
   EXPECT_EQ(reply.status, 400);

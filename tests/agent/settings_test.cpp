@@ -67,7 +67,8 @@ TEST(Settings, TakeEveryKeyOver) {
       "[proxy]\npipe = /run/zelproxy.sock\n"
       "[fleet]\nsecret_file = secret\nca = ca.pem\ntimeout_ms = 5\nconnect_timeout_ms = 6\n"
       "allow_plain = yes\n"
-      "[security]\nssl = send\npac = send_and_receive\npac_window_ms = 1000\n"
+      "[security]\nssl = send\npac = send_and_receive\npac_window_ms = 1000\nhost_names = "
+      "b.example, a\n"
       "[relay]\nparent = relay.example.net:7460\nparent_guid = {1}\nalias_silence_ms = 1001\n"
       "stall_timeout_ms = 102\nmax_uploads = 3\nmax_upload_bytes = 1152921504606846976\n"
       "[archives]\nmax_entries = 4294967295\nmax_bytes = 5\nmax_ratio = 6\nnames = "
@@ -103,6 +104,7 @@ TEST(Settings, TakeEveryKeyOver) {
   EXPECT_EQ(settings.ssl, SslUse::kSend);
   EXPECT_EQ(settings.pac, PacUse::kSendAndReceive);
   EXPECT_EQ(settings.pacWindowMs, 1000u);
+  EXPECT_THAT(settings.hostNames, ElementsAre("a", "b.example"));
   EXPECT_EQ(settings.relayHost, "relay.example.net");
   EXPECT_EQ(settings.relayPort, 7460);
   EXPECT_EQ(settings.relayGuid, "{1}");

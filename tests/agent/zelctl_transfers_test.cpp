@@ -385,6 +385,8 @@ TEST_F(ZelctlTransfers, DrawNothingOfOtherWork) {
   EXPECT_FALSE(FindWork(client_, {"send", "a.zip", 0}));
   EXPECT_FALSE(FindWork(client_, {"send", "", 9}));
   EXPECT_EQ(FindWork(client_, {"send", "other.zip", 8})->id, 9);
+  EXPECT_FALSE(FindEndedWork(client_, {"send", "other.zip", 8}));
+  EXPECT_EQ(FindEndedWork(client_, {"extract", "a.zip", 8})->id, 10);
   EXPECT_EQ(LatestWork(client_), 10);
 }
 

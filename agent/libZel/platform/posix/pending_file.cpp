@@ -101,8 +101,9 @@ int CopyContent(int source, const struct stat& info, int destination) {
   return error == 0 ? CopyBytes(source, destination, UINT64_MAX) : error;
 }
 
-// Sends a growing file to the disk and out of the system's cache, some way behind its end. Nothing
-// here waits for the disk, and failures do not matter: the file is then cached like any other.
+// Sends a growing file to the disk and out of the system's cache, some way behind its end. It
+// waits only while the disk's queue is full, and failures do not matter: the file is then cached
+// like any other.
 class CacheDrain {
  public:
   void FollowTo(int file, off_t end) {

@@ -8,6 +8,7 @@
 #include "agent/libZel/platform/windows/file_security.h"
 #include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/platform/windows/write_all.h"
 
 namespace file_system {
 namespace {
@@ -18,17 +19,6 @@ constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELE
 
 int ErrorOf(BOOL succeeded) {
   return succeeded ? 0 : static_cast<int>(GetLastError());
-}
-
-int WriteAll(HANDLE file, const char* bytes, DWORD count) {
-  while (count > 0) {
-    DWORD written = 0;
-    if (!WriteFile(file, bytes, count, &written, nullptr)) return static_cast<int>(GetLastError());
-    if (written == 0) return ERROR_DISK_FULL;
-    bytes += written;
-    count -= written;
-  }
-  return 0;
 }
 
 void CutOff(HANDLE file, LONGLONG sizeBytes) {

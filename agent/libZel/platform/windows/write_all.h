@@ -15,6 +15,7 @@ inline int WriteAll(HANDLE file, const void* bytes, size_t count) {
     DWORD written = 0;
     const auto step = static_cast<DWORD>(std::min(count, kLargestStepBytes));
     if (!WriteFile(file, next, step, &written, nullptr)) return static_cast<int>(GetLastError());
+    if (written == 0) return ERROR_DISK_FULL;
     next += written;
     count -= written;
   }
