@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "agent/libZel/boundary.h"
@@ -21,6 +22,12 @@ using Names = std::vector<std::string>;
 
 void Warn(const char* what, const ZelString& path, const ZelString& reason) {
   LibraryLog().WarningWithNL("%S of %S failed: %S", what, path, reason);
+}
+
+// Short names of Windows, and letters whose case we do not know.
+bool MayHaveOtherNames(std::string_view name) {
+  return std::any_of(name.begin(), name.end(),
+                     [](char c) { return c == '~' || static_cast<signed char>(c) < 0; });
 }
 
 uint64_t SizeOf(const std::vector<ZipEntry>& entries) {
@@ -52,7 +59,7 @@ struct GenericArchive::Implementation {
   std::unique_ptr<ZipReader> reader;
   // Of the archive's own name.
   std::string nameKey;
-  bool mayHaveOtherNames = false;
+  bool hasOtherNames = false;
   file_system::OutputTree tree;
   // What `tree` was opened for.
   std::optional<std::string> root;
@@ -71,22 +78,19 @@ Outcome GenericArchive::Implementation::OpenReader() {
   nativePath = native.path;
   const ZelString name = FromNativePath(nativePath.filename());
   nameKey = zip_names::Key(name.Utf8(), false);
-  // Short names of Windows, and letters whose case we do not know.
-  mayHaveOtherNames = std::any_of(name.Utf8().begin(), name.Utf8().end(), [](char c) {
-    return c == '~' || static_cast<signed char>(c) < 0;
-  });
-  reader = std::make_unique<ZipReader>();
-  return reader->Open(native.path, GetArchiveLimits());
+  hasOtherNames = MayHaveOtherNames(name.Utf8());
+  // One that is only half open, also for want of memory, must not be asked for entries.
+  auto opened = std::make_unique<ZipReader>();
+  Outcome outcome = opened->Open(native.path, GetArchiveLimits());
+  if (outcome) reader = std::move(opened);
+  return outcome;
 }
 
 ZipReader* GenericArchive::Implementation::Reader() {
   if (isOpened) return reader.get();
   isOpened = true;
   const Outcome outcome = OpenReader();
-  if (!outcome) {
-    reader.reset();
-    Warn("reading of the archive", path, outcome.reason);
-  }
+  if (!outcome) Warn("reading of the archive", path, outcome.reason);
   return reader.get();
 }
 
@@ -107,7 +111,9 @@ Outcome GenericArchive::Implementation::OpenTree(const ZelString& target, const 
 bool GenericArchive::Implementation::IsItsOwnPlace(const ZelString& target,
                                                    const Names& names) const {
   if (names.empty()) return false;
-  if (!mayHaveOtherNames && zip_names::Key(names.back(), false) != nameKey) return false;
+  const bool mayBeTheSame = hasOtherNames || MayHaveOtherNames(names.back()) ||
+                            zip_names::Key(names.back(), false) == nameKey;
+  if (!mayBeTheSame) return false;
   const NativePath native = ToNativePath(target);
   if (!native) return false;
   const file_system::Status there = file_system::Look(native.path);

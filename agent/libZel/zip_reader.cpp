@@ -17,6 +17,8 @@ namespace {
 // Entries up to this size are unpacked at once, larger ones in pieces.
 constexpr uint64_t kAtOnceBytes = 8 << 20;
 constexpr size_t kPieceBytes = 256 * 1024;
+// Some programs compress even the content that a directory has not.
+constexpr uint64_t kMaxPackedNothing = 2;
 
 constexpr uint32_t kTypeMask = 0170000;
 constexpr uint32_t kDirectoryType = 0040000;
@@ -63,7 +65,10 @@ const char* ReasonInEntry(const ZipEntry& entry) {
   if (type != 0 && type != kFileType && type != kDirectoryType) {
     return "it is a link or special file";
   }
-  if (IsDirectory(entry)) return entry.sizeBytes == 0 ? nullptr : "it is a directory with content";
+  if (IsDirectory(entry)) {
+    const bool isEmpty = entry.sizeBytes == 0 && entry.packedBytes <= kMaxPackedNothing;
+    return isEmpty ? nullptr : "it is a directory with content";
+  }
   if (zip_names::IsOfDirectory(entry.name.Utf8())) return "its name is one of a directory";
   if (entry.method != kZipStored && entry.method != kZipDeflated) {
     return "its compression method is not known";
@@ -74,12 +79,23 @@ const char* ReasonInEntry(const ZipEntry& entry) {
   return nullptr;
 }
 
+std::vector<const char*> ReasonsToRefuse(const std::vector<ZipEntry>& entries,
+                                         const ArchiveLimits& limits) {
+  ZipNameRules rules(limits, entries.size());
+  std::vector<const char*> reasons;
+  reasons.reserve(entries.size());
+  for (const ZipEntry& entry : entries) {
+    const char* const reason = rules.ReasonToRefuse(entry.name.Utf8());
+    reasons.push_back(reason != nullptr ? reason : ReasonInEntry(entry));
+  }
+  return reasons;
+}
+
 }  // namespace
 
 struct ZipReader::Implementation {
-  Outcome OpenWithLibzip();
+  Outcome OpenWithLibzip(size_t entryCount);
   Outcome Compare(size_t index);
-  void FindRefused();
   uint64_t Allowance() const;
 
   Outcome WriteAtOnce(const ZipEntry& entry, file_system::OutputTree* tree);
@@ -101,7 +117,7 @@ struct ZipReader::Implementation {
 ZipReader::ZipReader() : implementation_(std::make_unique<Implementation>()) {}
 ZipReader::~ZipReader() = default;
 
-Outcome ZipReader::Implementation::OpenWithLibzip() {
+Outcome ZipReader::Implementation::OpenWithLibzip(size_t entryCount) {
   zip_error_t error;
   zip_error_init(&error);
   zip_source_t* const source = MakeZipSource(file, &error);
@@ -114,8 +130,7 @@ Outcome ZipReader::Implementation::OpenWithLibzip() {
   zip_error_fini(&error);
   if (!outcome) return outcome;
 
-  const bool agrees =
-      static_cast<uint64_t>(zip_get_num_entries(archive.get(), 0)) == entries.size();
+  const bool agrees = static_cast<uint64_t>(zip_get_num_entries(archive.get(), 0)) == entryCount;
   return agrees ? Outcome{} : FailedBecause("its number of entries is not clear");
 }
 
@@ -132,15 +147,6 @@ Outcome ZipReader::Implementation::Compare(size_t index) {
                       seen.comp_size == entry.packedBytes && seen.crc == entry.crc &&
                       seen.comp_method == entry.method;
   return agrees ? Outcome{} : FailedBecause("its sizes are not clear");
-}
-
-void ZipReader::Implementation::FindRefused() {
-  ZipNameRules rules(limits, entries.size());
-  reasons.reserve(entries.size());
-  for (const ZipEntry& entry : entries) {
-    const char* const reason = rules.ReasonToRefuse(entry.name.Utf8());
-    reasons.push_back(reason != nullptr ? reason : ReasonInEntry(entry));
-  }
 }
 
 // How many bytes may still come out.
@@ -210,14 +216,13 @@ Outcome ZipReader::Open(const std::filesystem::path& path, const ArchiveLimits& 
   };
   ZipDirectory directory = ReadZipDirectory(bytes, self.file.SizeBytes(), limits.maxEntries);
   if (!directory.error.IsEmpty()) return FailedBecause(directory.error);
+  std::vector<const char*> reasons = ReasonsToRefuse(directory.entries, limits);
+  Outcome outcome = self.OpenWithLibzip(directory.entries.size());
+  if (!outcome) return outcome;
+  // Last, because nothing fails any more: there are entries only together with their reasons.
   self.entries = std::move(directory.entries);
-  const Outcome outcome = self.OpenWithLibzip();
-  if (!outcome) {
-    self.entries.clear();
-    return outcome;
-  }
-  self.FindRefused();
-  return {};
+  self.reasons = std::move(reasons);
+  return outcome;
 }
 
 const std::vector<ZipEntry>& ZipReader::Entries() const {
