@@ -23,6 +23,9 @@ constexpr size_t kEnd64Bytes = 56;
 constexpr size_t kLocatorBytes = 20;
 constexpr size_t kMaxCommentBytes = 0xFFFF;
 constexpr uint64_t kMaxDirectoryBytes = uint64_t{512} << 20;
+constexpr std::string_view kEndMark("PK\5\6", 4);
+constexpr std::string_view kLocatorMark("PK\6\7", 4);
+constexpr uint64_t kMaxOtherEnds = 8;
 
 constexpr uint16_t kUtf8Flag = 0x0800;
 constexpr uint16_t kDescriptorFlag = 0x0008;
@@ -151,9 +154,10 @@ class Reader {
     const uint64_t tailBytes = std::min<uint64_t>(sizeBytes_, kEndBytes + kMaxCommentBytes);
     const std::string tail = Read(sizeBytes_ - tailBytes, tailBytes);
     // Only the last one counts: a comment that holds another could hide it.
-    const size_t position = tail.rfind(std::string_view("PK\5\6", 4));
+    const size_t position = tail.rfind(kEndMark);
     Require(position != tail.npos && tail.size() - position >= kEndBytes,
             "it has no directory: it is no ZIP archive, or truncated");
+    CheckOtherEnds(std::string_view(tail).substr(0, position));
     const uint64_t end = sizeBytes_ - tailBytes + position;
 
     Fields fields(std::string_view(tail).substr(position));
@@ -176,6 +180,30 @@ class Reader {
         directory.offset <= directoryEnd && directory.sizeBytes == directoryEnd - directory.offset,
         "its directory does not stand where its end says");
     return directory;
+  }
+
+  // libzip reads a directory for whatever looks like an end: thousands of them that all tell of
+  // the one large directory would take it hours. Archives among the entries have ends, too, but
+  // those that lie here whole have directories that fit in here together.
+  static void CheckOtherEnds(std::string_view bytes) {
+    uint64_t directoryBytes = 0;
+    for (size_t at = bytes.find(kEndMark); at != bytes.npos; at = bytes.find(kEndMark, at + 1)) {
+      const bool isLarge =
+          bytes.size() - at < kEndBytes ||
+          (at >= kLocatorBytes && bytes.substr(at - kLocatorBytes).starts_with(kLocatorMark));
+      directoryBytes += isLarge ? kMaxCommentBytes : ToldDirectoryBytes(bytes.substr(at));
+    }
+    Require(directoryBytes <= kMaxOtherEnds * kMaxCommentBytes,
+            "it has too many ends of directories");
+  }
+
+  static uint64_t ToldDirectoryBytes(std::string_view end) {
+    Fields fields(end);
+    fields.U64();
+    const uint64_t entriesHere = fields.U16();
+    const uint64_t entryCount = std::max<uint64_t>(fields.U16(), entriesHere);
+    const uint64_t sizeBytes = std::max<uint64_t>(fields.U32(), entryCount * kEntryBytes);
+    return std::min<uint64_t>(sizeBytes, kMaxCommentBytes);
   }
 
   // Takes over what stands in the larger record, if there is one. Returns where the directory must

@@ -9,6 +9,10 @@
 namespace zip_names {
 namespace {
 
+// Each part may make a directory, and no limit on entries counts those.
+constexpr size_t kMaxNameBytes = 4096;
+constexpr size_t kMaxParts = 255;
+
 constexpr char16_t kUpperHalf437[] =
     u"\u00C7\u00FC\u00E9\u00E2\u00E4\u00E0\u00E5\u00E7\u00EA\u00EB\u00E8\u00EF\u00EE\u00EC\u00C4"
     u"\u00C5\u00C9\u00E6\u00C6\u00F4\u00F6\u00F2\u00FB\u00F9\u00FF\u00D6\u00DC\u00A2\u00A3\u00A5"
@@ -143,7 +147,10 @@ const char* ReasonToRefuse(std::string_view name, bool asOnWindows) {
   if (name.empty()) return "it has no name";
   if (name.find('\0') != name.npos) return "its name holds a NUL character";
   if (IsPathSeparator(name[0])) return "its name starts at a root";
-  for (const std::string& part : Split(name)) {
+  if (name.size() > kMaxNameBytes) return "its name is too long";
+  const std::vector<std::string> parts = Split(name);
+  if (parts.size() > kMaxParts) return "its name has too many parts";
+  for (const std::string& part : parts) {
     if (const char* reason = ReasonToRefusePart(part, asOnWindows)) return reason;
   }
   return nullptr;

@@ -21,8 +21,8 @@ bool EndsInSeparator(std::string_view name);
 /// Whether no file can have the name: its last part is "." or it ends in a separator.
 bool IsOfDirectory(std::string_view name);
 
-/// Why the entry has no place below a directory, or null. With `asOnWindows` its names must be ones
-/// that Windows can store.
+/// Why the entry has no place below a directory, or null. Names of more than 4096 bytes or 255
+/// parts have none. With `asOnWindows` its names must be ones that Windows can store.
 const char* ReasonToRefuse(std::string_view name, bool asOnWindows);
 
 /// What two names have in common that Windows takes for the same: separators alike, no parts ".",
