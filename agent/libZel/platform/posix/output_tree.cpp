@@ -94,6 +94,10 @@ OutputTree::~OutputTree() {
 }
 
 int OutputTree::Open(const std::filesystem::path& root) {
+  // What was entered stands below the root there was.
+  Discard();
+  implementation_->current = UniqueFd();
+  implementation_->currentNames.clear();
   std::error_code error;
   std::filesystem::create_directories(root, error);
   if (error) return error.value();

@@ -105,6 +105,10 @@ OutputTree::~OutputTree() {
 }
 
 int OutputTree::Open(const std::filesystem::path& root) {
+  // What was entered stands below the root there was.
+  Discard();
+  implementation_->current = UniqueHandle();
+  implementation_->currentNames.clear();
   std::error_code error;
   if (!std::filesystem::is_directory(root, error)) {
     std::filesystem::create_directories(root, error);
