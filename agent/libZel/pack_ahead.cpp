@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "agent/libZel/source_tree.h"
 
@@ -67,10 +68,17 @@ class PackAhead::Worker {
   std::vector<char> room_;
 };
 
-PackAhead::PackAhead(std::vector<Job> jobs, int level) : jobs_(std::move(jobs)), level_(level) {
+PackAhead::PackAhead(std::vector<Job> jobs, int level)
+    : jobs_(std::move(jobs)), level_(level), done_(jobs_.size()) {
   const unsigned wanted = std::clamp(std::thread::hardware_concurrency(), 1u, kMaxThreads);
   const size_t count = std::min<size_t>(wanted, jobs_.size());
-  for (size_t i = 0; i < count; ++i) threads_.emplace_back([this] { Work(); });
+  threads_.reserve(count);
+  try {
+    while (threads_.size() < count) threads_.emplace_back([this] { Work(); });
+  } catch (...) {
+    // Those that run do the others' work.
+    if (threads_.empty()) throw;
+  }
 }
 
 PackAhead::~PackAhead() {
@@ -116,8 +124,8 @@ void PackAhead::Work() {
 
 PackAhead::Packed PackAhead::Take(size_t index) {
   std::unique_lock lock(mutex_);
-  changed_.wait(lock, [&] { return done_.contains(index); });
-  Done done = std::move(done_.extract(index).mapped());
+  changed_.wait(lock, [&] { return done_[index].has_value(); });
+  Done done = *std::exchange(done_[index], std::nullopt);
   aheadBytes_ -= done.countedBytes;
   changed_.notify_all();
   return std::move(done.packed);

@@ -3,8 +3,8 @@
 #include <condition_variable>
 #include <cstdint>
 #include <filesystem>
-#include <map>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -31,7 +31,7 @@ class PackAhead {
     uint32_t crc = 0;
   };
 
-  /// `level` is 0 (stored) to 9.
+  /// `level` is 0 (stored) to 9. Throws when not even one thread can be started.
   PackAhead(std::vector<Job> jobs, int level);
   ~PackAhead();
   PackAhead(const PackAhead&) = delete;
@@ -57,6 +57,7 @@ class PackAhead {
   size_t next_ = 0;
   uint64_t aheadBytes_ = 0;
   bool isStopped_ = false;
-  std::map<size_t, Done> done_;
+  // For each job, while it is done and not yet taken.
+  std::vector<std::optional<Done>> done_;
   std::vector<std::thread> threads_;
 };

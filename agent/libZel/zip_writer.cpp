@@ -230,15 +230,20 @@ Outcome AddAll(Packing* packing) {
   return {};
 }
 
-Outcome OpenOutput(file_system::PendingFile* file, zip_t** archive) {
+struct Discard {
+  void operator()(zip_t* archive) const { zip_discard(archive); }
+};
+using Archive = std::unique_ptr<zip_t, Discard>;
+
+Outcome OpenOutput(file_system::PendingFile* file, Archive* archive) {
   zip_error_t error;
   zip_error_init(&error);
   zip_source_t* const output = MakeZipOutput(file, &error);
   if (output != nullptr) {
-    *archive = zip_open_from_source(output, ZIP_CREATE | ZIP_TRUNCATE, &error);
-    if (*archive == nullptr) zip_source_free(output);
+    archive->reset(zip_open_from_source(output, ZIP_CREATE | ZIP_TRUNCATE, &error));
+    if (!*archive) zip_source_free(output);
   }
-  const Outcome outcome = *archive != nullptr ? Outcome{} : OutcomeOf(&error);
+  const Outcome outcome = *archive ? Outcome{} : OutcomeOf(&error);
   zip_error_fini(&error);
   return outcome;
 }
@@ -263,21 +268,23 @@ ZipWriter::~ZipWriter() = default;
 
 Outcome ZipWriter::Implementation::Write(Packing* packing) {
   if (packing->items.empty()) return OutcomeOf(WriteEmptyArchive(&file));
-  Outcome outcome = OpenOutput(&file, &packing->archive);
+  Archive output;
+  Outcome outcome = OpenOutput(&file, &output);
   if (!outcome) return outcome;
+  packing->archive = output.get();
 
   std::vector<PackAhead::Job> jobs;
   for (const ZipItem& item : packing->items) {
     if (IsSmall(item)) jobs.push_back({item.path, item.sizeBytes});
   }
   outcome = AddAll(packing);
-  if (outcome) {
-    packing->ahead = std::make_unique<PackAhead>(std::move(jobs), packing->level);
-    if (zip_close(packing->archive) == 0) return {};
-    outcome = packing->failure ? OutcomeOf(zip_get_error(packing->archive)) : packing->failure;
+  if (!outcome) return outcome;
+  packing->ahead = std::make_unique<PackAhead>(std::move(jobs), packing->level);
+  if (zip_close(output.get()) != 0) {
+    return packing->failure ? OutcomeOf(zip_get_error(output.get())) : packing->failure;
   }
-  zip_discard(packing->archive);
-  return outcome;
+  output.release();
+  return packing->failure;
 }
 
 Outcome ZipWriter::Pack(const std::filesystem::path& directory,
