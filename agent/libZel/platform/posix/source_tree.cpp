@@ -5,7 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <string_view>
 
 #include "agent/libZel/file_system.h"
@@ -20,6 +22,7 @@ struct Close {
 
 SourceEntry EntryOf(const char* name, const struct stat& info) {
   constexpr int64_t kNsPerSecond = 1'000'000'000;
+  constexpr int64_t kMaxSeconds = INT64_MAX / kNsPerSecond - 1;
   SourceEntry entry;
   entry.name = name;
   entry.archiveName = name;
@@ -28,7 +31,9 @@ SourceEntry EntryOf(const char* name, const struct stat& info) {
                : S_ISLNK(info.st_mode) ? SourceEntry::Kind::kLink
                                        : SourceEntry::Kind::kOther;
   entry.sizeBytes = static_cast<uint64_t>(info.st_size);
-  entry.modifiedNs = info.st_mtim.tv_sec * kNsPerSecond + info.st_mtim.tv_nsec;
+  // What lies beyond 1677 to 2262 has no place in 64 bits.
+  const auto seconds = std::clamp<int64_t>(info.st_mtim.tv_sec, -kMaxSeconds, kMaxSeconds);
+  entry.modifiedNs = seconds * kNsPerSecond + info.st_mtim.tv_nsec;
   entry.mode = info.st_mode;
   return entry;
 }

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string_view>
 
 #include "agent/libZel/file_system.h"
@@ -43,6 +44,7 @@ int OpenNoLink(const std::filesystem::path& path, UniqueHandle* file) {
 SourceEntry EntryOf(const WIN32_FIND_DATAW& found) {
   constexpr int64_t kUnixEpochTicks = 116444736000000000;
   constexpr int64_t kNsPerTick = 100;
+  constexpr int64_t kMaxTicks = INT64_MAX / kNsPerTick;
   SourceEntry entry;
   entry.name = found.cFileName;
   entry.archiveName = ZelString(found.cFileName).TakeUtf8();
@@ -53,7 +55,10 @@ SourceEntry EntryOf(const WIN32_FIND_DATAW& found) {
   entry.sizeBytes = uint64_t{found.nFileSizeHigh} << 32 | found.nFileSizeLow;
   const uint64_t ticks =
       uint64_t{found.ftLastWriteTime.dwHighDateTime} << 32 | found.ftLastWriteTime.dwLowDateTime;
-  entry.modifiedNs = (static_cast<int64_t>(ticks) - kUnixEpochTicks) * kNsPerTick;
+  // What lies beyond 1677 to 2262 has no place in 64 bits.
+  const int64_t sinceUnix =
+      static_cast<int64_t>(std::min<uint64_t>(ticks, INT64_MAX)) - kUnixEpochTicks;
+  entry.modifiedNs = std::clamp(sinceUnix, -kMaxTicks, kMaxTicks) * kNsPerTick;
   entry.mode = found.dwFileAttributes;
   return entry;
 }
