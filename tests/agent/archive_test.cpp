@@ -391,6 +391,26 @@ TEST_F(Archive, ExtractsOnlyToTargetsThatEndWithTheEntry) {
   EXPECT_EQ(Out("dir/a"), "a");
 }
 
+TEST_F(Archive, ExtractsEachEntryBelowItsOwnTarget) {
+  MakeArchive(ZipBuilder().Add("x", "1").Add("y", "2").Add("dir/z", "3").Add("dir/w", "4").Bytes());
+  GenericArchive archive(directory_ / "a.zip", kArchiveZip);
+  EXPECT_EQ(archive.ExtractEntry(1, directory_ / "out\\A\\x"), 0);
+  EXPECT_EQ(archive.ExtractEntry(2, directory_ / "out\\B\\y"), 0);
+  EXPECT_EQ(archive.ExtractEntry(3, directory_ / "out\\A\\dir\\z"), 0);
+  EXPECT_EQ(archive.ExtractEntry(4, directory_ / "out\\B\\dir\\w"), 0);
+  EXPECT_EQ(Out("A/x") + Out("B/y") + Out("A/dir/z") + Out("B/dir/w"), "1234");
+  EXPECT_FALSE(fs::exists(directory_.Native("out/A/y")));
+}
+
+TEST_F(Archive, MayHoldManySmallArchives) {
+  const std::string inner = ZipBuilder().Add("a", "content").Add("b", "").Bytes();
+  ZipBuilder builder;
+  for (int i = 0; i < 100; ++i) builder.Add(std::to_string(i) + ".zip", inner);
+  MakeArchive(builder.Bytes());
+  EXPECT_THAT(ExtractAll(directory_ / "a.zip", directory_ / "out"), IsEmpty());
+  EXPECT_EQ(Out("99.zip"), inner);
+}
+
 TEST(ZipNames, FindTheRootOfATarget) {
   using zip_names::RootOf;
   EXPECT_EQ(RootOf("C:\\out\\a/\\b", {"a", "b"}), "C:\\out/");

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "agent/libZel/zip_names.h"
 #include "agent/libZel/zip_rules.h"
 #include "tests/agent/archive_files.h"
 #include "tests/agent/zip_builder.h"
@@ -79,6 +80,15 @@ TEST_F(HostileArchive, CannotUseNamesThatWindowsChanges) {
 
 TEST_F(HostileArchive, CannotHideBehindNul) {
   ExpectNameRefused(std::string("good\0evil", 9));
+}
+
+TEST_F(HostileArchive, CannotMakeMoreDirectoriesThanTheLimitsCount) {
+  std::string deep;
+  for (int i = 0; i < 255; ++i) deep += "a/";
+  ExpectNameRefused(deep + "b");
+  ExpectNameRefused(std::string(4097, 'n'));
+  EXPECT_EQ(zip_names::ReasonToRefuse(deep, true), nullptr);
+  EXPECT_EQ(zip_names::ReasonToRefuse(std::string(4096, 'n'), true), nullptr);
 }
 
 TEST_F(HostileArchive, CannotReplaceItsOwnEntries) {
@@ -170,6 +180,7 @@ TEST_F(HostileArchive, CannotPassContentThatIsNotCompressed) {
 
 TEST_F(HostileArchive, CannotHideContentInDirectories) {
   ExpectRefused({.name = "dir/", .content = "content"});
+  ExpectRefused({.name = "dir/", .content = "content", .sizeError = -7});
 }
 
 TEST_F(HostileArchive, CannotFillTheDiskByItsDeclaredSize) {
@@ -254,6 +265,23 @@ TEST_F(HostileArchive, IsUnreadableWithSomethingAroundOrBetweenItsEntries) {
   ExpectUnreadable(builder.Bytes() + "x");
   ExpectUnreadable(builder.Bytes("hidden"));
   ExpectUnreadable(builder.Bytes("", "comment with PK\5\6 in it and more behind"));
+}
+
+TEST_F(HostileArchive, IsUnreadableWithManyEndsOfALargeDirectory) {
+  const auto withEnds = [](const std::string& end, int count) {
+    std::string ends;
+    for (int i = 0; i < count; ++i) ends += end;
+    return ZipBuilder().Add("ends", ends).Bytes();
+  };
+  const std::string bySize = "PK\5\6" + LittleEndian(0, 8) + LittleEndian(1 << 20, 8) + "..";
+  const std::string byCount = "PK\5\6" + LittleEndian(0, 4) + LittleEndian(0xFFFFFFFF, 14);
+  const std::string zip64 = "PK\6\7" + LittleEndian(0, 16) + "PK\5\6" + LittleEndian(0, 18);
+  for (const std::string& end : {bySize, byCount, zip64}) {
+    ExpectUnreadable(withEnds(end, 9));
+    ExpectUnreadable(withEnds(end, 1000));
+    Make(withEnds(end, 8));
+    EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("ends"));
+  }
 }
 
 TEST_F(HostileArchive, IsUnreadableWhenEntriesOverlap) {

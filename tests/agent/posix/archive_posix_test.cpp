@@ -1,6 +1,7 @@
 // What archives have to do with links, permissions and names of this system, and with other
 // programs that make and read them.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -12,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "agent/libZel/source_tree.h"
 #include "tests/agent/archive_files.h"
 #include "tests/agent/zip_builder.h"
 
@@ -192,6 +194,17 @@ TEST_F(ArchiveOnPosix, TellsTheSystemsReasonWhenNothingCanBePacked) {
   const LibraryLogFile log(At("log"));
   EXPECT_EQ(::Pack(directory_ / "tree/file", directory_ / "a.zip"), ENOTDIR);
   EXPECT_THAT(log.Text(), HasSubstr(std::strerror(ENOTDIR)));
+}
+
+TEST_F(ArchiveOnPosix, TakesTimesThatAreTooLateForTheLatestThereIs) {
+  WriteFile(At("tree/late"), "");
+  // In the year 2400; some file systems keep only what is earlier.
+  const struct timespec late[2] = {{0, UTIME_OMIT}, {13'569'465'600, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, At("tree/late").c_str(), late, 0), 0);
+  std::vector<file_system::SourceEntry> entries;
+  ASSERT_EQ(file_system::ListSource(At("tree"), &entries), 0);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_GT(entries[0].modifiedNs, 2'000'000'000 * int64_t{1'000'000'000});
 }
 
 TEST_F(ArchiveOnPosix, CannotTakeItsOwnPlaceThroughALink) {
