@@ -50,11 +50,12 @@ class HostAgreement : public ::testing::Test {
     ScriptAnswer(function, answer);
     EXPECT_EQ(static_cast<int64_t>(call()), answer) << function;
   }
+  /// Separators may be the platform's.
   template <typename Call>
   static void ExpectList(const std::vector<std::string>& paths, Call call) {
     ScriptList("DirListFiles", paths);
     std::vector<std::string> found;
-    for (const ZelString& path : call()) found.emplace_back(path.Utf8());
+    for (const ZelString& path : call()) found.push_back(fs::path(path.Utf8()).generic_string());
     EXPECT_EQ(found, paths);
   }
   /// For errors whose number is the system's.
