@@ -84,5 +84,11 @@ PacContext* AgentSecurityPacShrCtxAcquire();
 /// Where the proxy of the logged-on user's session listens; empty when there is none. Ask anew each
 /// time: sessions come and go.
 void ZelAgentGetProxyPipeName(ZelString& pipeName);
+/// The agent's hand on that session.
+SysTray& ZelAgentGetSysTray();
+/// The text for `key` in `language` (a tag such as "de" or "pt-BR"), or, when that is empty, in the
+/// language of the logged-on user; in English when there is no such translation. An unknown key is
+/// its own text and is logged once.
+void ZelAgentGetTranslation(const ZelString& key, const ZelString& language, ZelString& text);
 /// Where the agent's log and audit lines go; owned by the core, valid until it stops.
 ZelDebugContext* ZelAgentGetDebugContext();

@@ -24,6 +24,8 @@ using WORD = uint16_t;
 using WCHAR = TCHAR;
 using HMODULE = void*;
 using FARPROC = void (*)();
+using LONG = int32_t;
+using HANDLE = void*;
 
 // NOLINTBEGIN(readability-identifier-naming): the system's own names
 struct SYSTEMTIME {
@@ -41,6 +43,19 @@ struct FILETIME {
   DWORD dwLowDateTime;
   DWORD dwHighDateTime;
 };
+/// A privilege, as the system numbers it until its next start.
+struct LUID {
+  DWORD LowPart;
+  LONG HighPart;
+};
+struct LUID_AND_ATTRIBUTES {
+  LUID Luid;
+  DWORD Attributes;
+};
+struct TOKEN_PRIVILEGES {
+  DWORD PrivilegeCount;
+  LUID_AND_ATTRIBUTES Privileges[1];
+};
 
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
@@ -52,6 +67,17 @@ constexpr UINT DRIVE_FIXED = 3;
 constexpr UINT DRIVE_REMOTE = 4;
 constexpr UINT DRIVE_CDROM = 5;
 constexpr UINT DRIVE_RAMDISK = 6;
+
+/// Rights on a token.
+constexpr DWORD TOKEN_QUERY = 0x0008;
+constexpr DWORD TOKEN_ADJUST_PRIVILEGES = 0x0020;
+constexpr DWORD SE_PRIVILEGE_ENABLED = 0x00000002;
+
+/// How to end the system, for `ExitWindowsEx`.
+constexpr UINT EWX_LOGOFF = 0x00000000;
+constexpr UINT EWX_REBOOT = 0x00000002;
+constexpr UINT EWX_FORCE = 0x00000004;
+constexpr UINT EWX_POWEROFF = 0x00000008;
 // NOLINTEND(readability-identifier-naming)
 
 extern "C" {
@@ -100,6 +126,29 @@ FARPROC GetProcAddress(HMODULE library, const char* name);
 /// not looked at. 0, with `*fileTime` as it was, for a year before 1601 or after 30827 or anything
 /// that the calendar or the clock does not have.
 BOOL SystemTimeToFileTime(const SYSTEMTIME* systemTime, FILETIME* fileTime);
+
+/// A handle that stands for this process; nothing to close.
+HANDLE GetCurrentProcess();
+
+/// The access token of `process`, which must be this one. Tokens carry nothing here: `*token` is
+/// never closed and costs nothing. 0 for another process or a null pointer.
+BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token);
+
+/// The number of the privilege `name` of the system `systemName`, which must be null. There is one,
+/// "SeShutdownPrivilege": the right to end sessions and the system. 0 for any other.
+BOOL LookupPrivilegeValueW(const WCHAR* systemName, const WCHAR* name, LUID* luid);
+
+/// Enables privileges for this process. Whether it has them shows when they are used. `previous`
+/// and `previousLength` must be null, `disableAll` 0. 0 for a token that is none and for privileges
+/// that there are not.
+BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, const TOKEN_PRIVILEGES* newState,
+                           DWORD bufferLength, TOKEN_PRIVILEGES* previous, DWORD* previousLength);
+
+/// Ends the session of the person at this machine (`EWX_LOGOFF`), or restarts or powers off the
+/// machine, by way of systemd-logind; running programs are not asked. `reason` is not looked at. 0
+/// when the privilege was not enabled, without logind or anybody logged on (for a log-off), and
+/// when logind refuses: the agent's account needs the right to do so.
+BOOL ExitWindowsEx(UINT flags, DWORD reason);
 
 }  // extern "C"
 

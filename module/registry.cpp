@@ -17,6 +17,10 @@
 #include "actions/relay/backup_restore.h"
 #include "actions/relay/relay_upload.h"
 #include "actions/relay/web_start.h"
+#include "actions/user/connection_acknowledgement.h"
+#include "actions/user/desktop_lock.h"
+#include "actions/user/dialogs.h"
+#include "actions/user/session_and_power.h"
 #include "module/action.h"
 #include "module/module.h"
 
@@ -63,13 +67,26 @@ constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsListProcess (container Params)", CoreUtilsListProcess},
     {"CoreUtilsInfosProcessAvailable ()", CoreUtilsInfosProcessAvailable},
     {"CoreUtilsTerminateProcess (int ProcessID)", CoreUtilsTerminateProcess},
+    {"CoreUtilsCheckClientAccept ()", CoreUtilsCheckClientAccept},
+    {"CoreUtilsDestroyAckPopup ()", CoreUtilsDestroyAckPopup},
+    {"CoreUtilsLockDesktop ()", CoreUtilsLockDesktop},
+    {"CoreUtilsSetLockMessageText ()", CoreUtilsSetLockMessageText},
+    {"CoreUtilsUnlockDesktop ()", CoreUtilsUnlockDesktop},
+    {"CoreUtilsRestoreDesktopLockState ()", CoreUtilsRestoreDesktopLockState},
     {"CoreUtilsFileMD5 ()", CoreUtilsFileMD5},
     {"CoreUtilsCopyFileToRelay ()", CoreUtilsCopyFileToRelay},
     {"CoreUtilsRestoreBackupFromRelay ()", CoreUtilsRestoreBackupFromRelay},
     {"CoreUtilsRestoreBackup ()", CoreUtilsRestoreBackup},
     {"CoreUtilsExtractFile ()", CoreUtilsExtractFile},
+    {"CoreUtilsAdvanceDialog", CoreUtilsAdvanceDialog},
+    {"CoreUtilsShowDialog ()", CoreUtilsShowDialog},
+    {"CoreUtilsCloseDialog ()", CoreUtilsCloseDialog},
     {"CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)", CoreUtilsConfigureJWS},
+    {"CoreUtilsIsUserLogged ()", CoreUtilsIsUserLogged},
+    {"CoreUtilsExitOperatingSystem", CoreUtilsExitOperatingSystem},
     {"CoreUtilsGetMasterAttachmentsPath", CoreUtilsGetMasterAttachmentsPath},
+    {"CoreUtilsShellExecuteAsLoggedUser (string strCommand, string strAgentPath)",
+     CoreUtilsShellExecuteAsLoggedUser},
 });
 
 constexpr bool NamesAreUnique() {
@@ -81,7 +98,7 @@ constexpr bool NamesAreUnique() {
   return true;
 }
 
-static_assert(kActions.size() == 24);
+static_assert(kActions.size() == 36);
 static_assert(NamesAreUnique());
 
 /// What the core calls for a row: the handler, behind a wall that no exception passes.

@@ -150,6 +150,19 @@ void ZelAgentGetProxyPipeName(ZelString& pipeName) {
   });
 }
 
+SysTray& ZelAgentGetSysTray() {
+  static SysTray sysTray([] {
+    ZelString pipeName;
+    ZelAgentGetProxyPipeName(pipeName);
+    return pipeName;
+  });
+  return sysTray;
+}
+
+void ZelAgentGetTranslation(const ZelString& key, const ZelString&, ZelString& text) {
+  text = key;
+}
+
 ZelDebugContext* ZelAgentGetDebugContext() {
   AgentCore::Implementation* const core = ServedCore();
   return core ? &core->context : nullptr;

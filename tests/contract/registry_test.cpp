@@ -34,13 +34,24 @@ auto EveryActionInOrder(const std::string& context) {
       Registered("CoreUtilsListProcess (container Params)", context),
       Registered("CoreUtilsInfosProcessAvailable ()", context),
       Registered("CoreUtilsTerminateProcess (int ProcessID)", context),
+      Registered("CoreUtilsCheckClientAccept ()", context),
+      Registered("CoreUtilsDestroyAckPopup ()", context),
+      Registered("CoreUtilsLockDesktop ()", context),
+      Registered("CoreUtilsSetLockMessageText ()", context),
+      Registered("CoreUtilsUnlockDesktop ()", context),
+      Registered("CoreUtilsRestoreDesktopLockState ()", context),
       Registered("CoreUtilsFileMD5 ()", context),
       Registered("CoreUtilsCopyFileToRelay ()", context),
       Registered("CoreUtilsRestoreBackupFromRelay ()", context),
       Registered("CoreUtilsRestoreBackup ()", context),
-      Registered("CoreUtilsExtractFile ()", context),
+      Registered("CoreUtilsExtractFile ()", context), Registered("CoreUtilsAdvanceDialog", context),
+      Registered("CoreUtilsShowDialog ()", context), Registered("CoreUtilsCloseDialog ()", context),
       Registered("CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)", context),
-      Registered("CoreUtilsGetMasterAttachmentsPath", context));
+      Registered("CoreUtilsIsUserLogged ()", context),
+      Registered("CoreUtilsExitOperatingSystem", context),
+      Registered("CoreUtilsGetMasterAttachmentsPath", context),
+      Registered("CoreUtilsShellExecuteAsLoggedUser (string strCommand, string strAgentPath)",
+                 context));
 }
 
 TEST(Registry, PublishesEveryActionInOrderWithTheAgentsContext) {
