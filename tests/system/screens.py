@@ -1,0 +1,397 @@
+"""A screen without hardware, with a window manager, and what a person would see and do on it."""
+
+import os
+import re
+import select
+import socket
+import struct
+import subprocess
+import time
+import zlib
+
+import Xlib.display
+import Xlib.error
+import Xlib.ext
+from Xlib import X, XK, Xatom
+from Xlib.ext import xtest
+
+from agents import ROOT, clean_environment
+
+# It stumbles over the numbers that other extensions have in some servers.
+Xlib.ext.__extensions__ = [("XTEST", "xtest")]
+
+SCREENSHOTS = ROOT / "build/test-logs/screenshots"
+START_TIMEOUT_S = 20
+WAIT_S = 10
+# What a dialog that has just appeared does not listen to, and some more.
+DEAF_S = 0.7
+
+
+def wait_until(predicate, limit_s=WAIT_S, what="it"):
+    """The first true value of `predicate`."""
+    end = time.monotonic() + limit_s
+    while True:
+        value = predicate()
+        if value:
+            return value
+        assert time.monotonic() < end, f"waited {limit_s} s for {what} in vain"
+        time.sleep(0.02)
+
+
+class Picture:
+    """Pixels of a part of a screen, four bytes each: blue, green, red, nothing."""
+
+    def __init__(self, width, height, data):
+        self.width, self.height, self.data = width, height, data
+
+    def __eq__(self, other):
+        return (self.width, self.height, self.data) == (other.width, other.height, other.data)
+
+    def pixel(self, x, y):
+        start = 4 * (y * self.width + x)
+        return self.data[start:start + 3]
+
+    def differing(self, other):
+        """How many pixels are not the same."""
+        assert (self.width, self.height) == (other.width, other.height)
+        mine, others = memoryview(self.data).cast("I"), memoryview(other.data).cast("I")
+        return sum(a != b for a, b in zip(mine, others))
+
+    def share_of(self, colour):
+        """The part of the pixels, 0 to 1, that have this colour."""
+        wanted = bytes(colour)
+        pixels = memoryview(self.data)
+        count = sum(pixels[i:i + 3] == wanted for i in range(0, len(self.data), 4))
+        return count / (self.width * self.height)
+
+    def has_only(self, colour):
+        return self.share_of(colour) == 1
+
+    def save(self, file):
+        rows = bytearray()
+        for y in range(self.height):
+            line = self.data[4 * y * self.width:4 * (y + 1) * self.width]
+            row = bytearray(3 * self.width)
+            row[0::3], row[1::3], row[2::3] = line[2::4], line[1::4], line[0::4]
+            rows += b"\0" + row
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_bytes(png(self.width, self.height, bytes(rows)))
+
+
+def png(width, height, rows):
+    """A PNG file of rows of RGB pixels, each after a byte 0."""
+    def chunk(name, content):
+        return (struct.pack(">I", len(content)) + name + content
+                + struct.pack(">I", zlib.crc32(name + content)))
+
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(rows, 1)) + chunk(b"IEND", b""))
+
+
+def plain_image(file, width, height, red_green_blue):
+    """Makes a PNG of one colour."""
+    file.write_bytes(png(width, height, (b"\0" + bytes(red_green_blue) * width) * height))
+    return file
+
+
+class Window:
+    """A window that the window manager knows."""
+
+    def __init__(self, screen, identifier):
+        self.screen = screen
+        self.id = identifier
+        self.x_window = screen.x.create_resource_object("window", identifier)
+
+    def __eq__(self, other):
+        return self.id == other.id
+
+    def __hash__(self):
+        return hash(self.id)
+
+    def _property(self, name, kind):
+        atom = self.screen.x.get_atom
+        try:
+            found = self.x_window.get_full_property(atom(name), kind)
+        except Xlib.error.XError:  # gone
+            return None
+        return found and found.value
+
+    def title(self):
+        value = self._property("_NET_WM_NAME", self.screen.x.get_atom("UTF8_STRING"))
+        if value is None:
+            value = self._property("WM_NAME", X.AnyPropertyType) or b""
+        return value.decode("utf-8", "replace") if isinstance(value, bytes) else value
+
+    def states(self):
+        value = self._property("_NET_WM_STATE", Xatom.ATOM)
+        return {self.screen.x.get_atom_name(atom) for atom in value or []}
+
+    def place(self):
+        """(left, top, width, height) on the screen, without the frame."""
+        size = self.x_window.get_geometry()
+        corner = self.screen.root.translate_coords(self.x_window, 0, 0)
+        return corner.x, corner.y, size.width, size.height
+
+    def is_there(self):
+        return self in self.screen.windows()
+
+    def picture(self):
+        return self.screen.picture(*self.place())
+
+    def is_active(self):
+        return self.screen.active_window() == self
+
+    def activate(self):
+        """Brings the window to the front, as a click in a list of windows would."""
+        self.screen.ask_window_manager(self.x_window, "_NET_ACTIVE_WINDOW", 2)
+        wait_until(self.is_active, what="the window to be the active one")
+
+    def close(self):
+        """Uses the window's close control."""
+        self.screen.ask_window_manager(self.x_window, "_NET_CLOSE_WINDOW", 0, 2)
+
+    def click(self, x, y):
+        """Clicks at a point of the window; what is negative counts from the far edges."""
+        left, top, width, height = self.place()
+        self.screen.click(left + (x if x >= 0 else width + x), top + (y if y >= 0 else height + y))
+
+    def key(self, *names):
+        """Presses keys when the window has had time to listen."""
+        wait_until(self.is_active, what="the window to be the active one")
+        self.screen.key(*names)
+
+
+class Typewriter:
+    """A window of the test's own that writes down the keys pressed in it."""
+
+    def __init__(self, screen, title="typewriter"):
+        self.screen = screen
+        self.keys = []
+        self.x = Xlib.display.Display(screen.display)
+        root = self.x.screen().root
+        self.x_window = root.create_window(
+            20, 20, 200, 100, 0, X.CopyFromParent, background_pixel=0xffffff,
+            event_mask=X.KeyPressMask | X.ButtonPressMask | X.StructureNotifyMask)
+        self.x_window.set_wm_name(title)
+        self.x_window.set_wm_hints(flags=1, input=1)
+        self.x_window.map()
+        self.x.sync()
+        self.window = screen.wait_window(title)
+        self.window.activate()
+
+    def _read(self):
+        while self.x.pending_events():
+            event = self.x.next_event()
+            if event.type == X.KeyPress:
+                self.keys.append(XK.keysym_to_string(self.x.keycode_to_keysym(event.detail, 0)))
+
+    def typed(self):
+        self.x.sync()
+        self._read()
+        return "".join(key or "?" for key in self.keys)
+
+    def close(self):
+        self.x_window.destroy()
+        self.x.sync()
+        self.x.close()
+
+
+class Screen:
+    """An X server of its own, with one monitor, and a window manager."""
+
+    def __init__(self, width=1280, height=1024):
+        self.processes = []
+        self.width, self.height = width, height
+        try:
+            self._start()
+        except BaseException:
+            self.stop()
+            raise
+
+    def _server(self):
+        """Its command line, without `-displayfd`."""
+        return ["Xvfb", "-screen", "0", f"{self.width}x{self.height}x24"]
+
+    def _prepare(self):
+        """Called when the server runs."""
+
+    def _start(self):
+        reading, writing = os.pipe()
+        self._run(self._server() + ["-displayfd", str(writing), "-nolisten", "tcp", "-noreset"],
+                  pass_fds=[writing])
+        os.close(writing)
+        with os.fdopen(reading) as answer:
+            assert select.select([answer], [], [], START_TIMEOUT_S)[0], "the X server says nothing"
+            self.display = ":" + answer.readline().strip()
+        assert self.display != ":", "the X server did not start"
+        self._prepare()
+        self.x = Xlib.display.Display(self.display)
+        self.root = self.x.screen().root
+        self._run(["openbox", "--sm-disable"],
+                  env=clean_environment(DISPLAY=self.display, XDG_CONFIG_HOME="/nonexistent",
+                                        XDG_CACHE_HOME="/nonexistent"))
+        self._wait_window_manager()
+        # Away from where windows appear.
+        self.move(self.width - 1, self.height - 1)
+        self.empty = self.picture()
+
+    def _wait_window_manager(self):
+        """It forgets windows that are mapped while it starts."""
+        wait_until(lambda: self._root_property("_NET_SUPPORTING_WM_CHECK"), START_TIMEOUT_S,
+                   "the window manager")
+        probe = self.root.create_window(0, 0, 9, 9, 0, X.CopyFromParent)
+
+        def manages():
+            probe.unmap()
+            probe.map()
+            self.x.sync()
+            time.sleep(0.05)
+            return self.windows()
+
+        wait_until(manages, START_TIMEOUT_S, "the window manager to manage")
+        probe.destroy()
+        wait_until(lambda: not self.windows(), what="the probe to go")
+
+    def _run(self, command, **options):
+        self.processes.append(subprocess.Popen(
+            command, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL, **options))
+
+    def stop(self):
+        if hasattr(self, "x"):
+            self.x.close()
+        for process in reversed(self.processes):
+            process.terminate()
+            process.wait(START_TIMEOUT_S)
+
+    def _root_property(self, name):
+        found = self.root.get_full_property(self.x.get_atom(name), X.AnyPropertyType)
+        return found and list(found.value)
+
+    def ask_window_manager(self, x_window, request, *values):
+        message = Xlib.protocol.event.ClientMessage(
+            window=x_window, client_type=self.x.get_atom(request),
+            data=(32, (list(values) + [0] * 5)[:5] if request == "_NET_CLOSE_WINDOW"
+                  else [2, 0, 0, 0, 0]))
+        self.root.send_event(message, X.SubstructureRedirectMask | X.SubstructureNotifyMask)
+        self.x.sync()
+
+    # Windows.
+
+    def windows(self, title=None):
+        """Windows with a title, all without one, the oldest first."""
+        found = [Window(self, one) for one in self._root_property("_NET_CLIENT_LIST") or []]
+        return [one for one in found if title is None or one.title() == title]
+
+    def stacking(self):
+        """All windows, the lowest first."""
+        return [Window(self, one) for one in self._root_property("_NET_CLIENT_LIST_STACKING") or []]
+
+    def active_window(self):
+        value = self._root_property("_NET_ACTIVE_WINDOW")
+        return Window(self, value[0]) if value and value[0] else None
+
+    def wait_window(self, title=None):
+        """The only window with that title."""
+        found = wait_until(lambda: self.windows(title), what=f"a window {title!r}")
+        assert len(found) == 1, [one.title() for one in found]
+        return found[0]
+
+    def wait_free(self, limit_s=WAIT_S):
+        """Waits until nothing is on the screen but its background."""
+        wait_until(lambda: not self.windows() and self.picture() == self.empty, limit_s,
+                   "an empty screen, without " + str([one.title() for one in self.windows()]))
+
+    # Pictures.
+
+    def picture(self, left=0, top=0, width=None, height=None):
+        width = min(width or self.width, self.width - left)
+        height = min(height or self.height, self.height - top)
+        image = self.root.get_image(left, top, width, height, X.ZPixmap, 0xffffffff)
+        return Picture(width, height, image.data)
+
+    def photograph(self, name):
+        picture = self.picture()
+        picture.save(SCREENSHOTS / (re.sub(r"[^\w-]+", "-", name).strip("-") + ".png"))
+        return picture
+
+    def wait_still(self, place=None):
+        """The picture when it has stopped changing."""
+        pictures = [self.picture(*(place or ()))]
+
+        def still():
+            time.sleep(0.1)
+            pictures.append(self.picture(*(place or ())))
+            return pictures[-1] == pictures[-2]
+
+        wait_until(still, what="a picture that stays")
+        return pictures[-1]
+
+    # Hands.
+
+    def move(self, x, y):
+        xtest.fake_input(self.x, X.MotionNotify, x=x, y=y)
+        self.x.sync()
+
+    def click(self, x, y):
+        self.move(x, y)
+        for kind in (X.ButtonPress, X.ButtonRelease):
+            xtest.fake_input(self.x, kind, 1)
+        self.x.sync()
+
+    def key(self, *names):
+        """Presses keys one after the other: "Escape", "alt+F4"."""
+        for name in names:
+            codes = [self._key_code(part) for part in name.split("+")]
+            for code in codes:
+                xtest.fake_input(self.x, X.KeyPress, code)
+            for code in reversed(codes):
+                xtest.fake_input(self.x, X.KeyRelease, code)
+            self.x.sync()
+
+    def _key_code(self, name):
+        keysym = XK.string_to_keysym({"alt": "Alt_L", "ctrl": "Control_L", "shift": "Shift_L",
+                                      "super": "Super_L"}.get(name, name))
+        code = self.x.keysym_to_keycode(keysym)
+        assert code, "no key " + name
+        return code
+
+
+class TwoMonitors(Screen):
+    """A screen whose monitors stand side by side, both of 800 by 600 pixels. Xvfb has but one, so
+    this is the X server of TigerVNC, which has as many as its viewer asks for."""
+
+    def __init__(self, directory):
+        self.socket = directory / "rfb"
+        super().__init__(1600, 600)
+
+    def _server(self):
+        return ["Xtigervnc", "-geometry", f"{self.width}x{self.height}", "-depth", "24",
+                "-SecurityTypes", "None", "-rfbport", "-1", "-rfbunixpath", str(self.socket)]
+
+    def _prepare(self):
+        """Asks for two monitors, as a viewer of remote desktops does (RFC 6143 and its extension
+        ExtendedDesktopSize)."""
+        with socket.socket(socket.AF_UNIX) as viewer:
+            viewer.settimeout(START_TIMEOUT_S)
+            viewer.connect(str(self.socket))
+            stream = viewer.makefile("rwb")
+
+            def exchange(message, expected):
+                stream.write(message)
+                stream.flush()
+                return stream.read(expected)
+
+            exchange(stream.read(12), 2)  # the version; one way to log on
+            exchange(b"\1", 4)            # none at all
+            name_length = exchange(b"\1", 24)[20:]
+            stream.read(int.from_bytes(name_length, "big"))
+            extended_desktop_size = struct.pack(">BxHi", 2, 1, -308)
+            ask_for_all = struct.pack(">BBHHHH", 3, 0, 0, 0, 8, 8)
+            monitors = b"".join(struct.pack(">IHHHHI", 1 + number, 800 * number, 0, 800, 600, 0)
+                                for number in range(2))
+            set_size = struct.pack(">BxHHBx", 251, self.width, self.height, 2) + monitors
+            exchange(extended_desktop_size + ask_for_all + set_size, 16)
+            wait_until(lambda: "Monitors: 2" in subprocess.run(
+                ["xrandr", "--display", self.display, "--listmonitors"], capture_output=True,
+                text=True, check=True).stdout, START_TIMEOUT_S, "two monitors")
