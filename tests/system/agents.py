@@ -39,9 +39,14 @@ def agent_path(platform, path):
     return "Z:" + str(path).replace("/", "\\") if platform == "windows" else str(path)
 
 
+# Nothing that a test starts may power off the machine that the tests run on, or log anybody off.
+NO_SYSTEM_BUS = {"DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nonexistent/bus"}
+
+
 def clean_environment(**more):
     environment = {k: v for k, v in os.environ.items()
                    if k not in ("ZEL_HOME", "ZEL_AGENT", "ZEL_USER", "ZEL_PASSWORD_FILE", "ZEL_CA")}
+    environment.update(NO_SYSTEM_BUS)
     environment.update({k: str(v) for k, v in more.items()})
     return environment
 
@@ -53,10 +58,11 @@ def basic(user, password):
 class Agent:
     """One agent with a home of its own. Use `start` and `stop`, or the fixtures."""
 
-    def __init__(self, platform, home, config="", modules=None):
+    def __init__(self, platform, home, config="", modules=None, variables=None):
         self.platform = platform
         self.home = pathlib.Path(home)
         self.modules = modules
+        self.variables = variables or {}
         self.url = None
         self.process = None
         self.tls = None
@@ -69,7 +75,7 @@ class Agent:
         return agent_path(self.platform, path)
 
     def environment(self):
-        return clean_environment(ZEL_HOME=self.path(self.home))
+        return clean_environment(ZEL_HOME=self.path(self.home), **self.variables)
 
     def command(self, *arguments, password=None):
         """Runs `zelagent ARGUMENT...` on this agent's home."""
