@@ -52,6 +52,7 @@ SessionInfo AskSession(XmlProxyClient& client) {
     session.platform = TextOf(*asked.reply, "platform");
     session.processId = TextOf(*asked.reply, "processId").ToUL(10);
     session.startedAt = TextOf(*asked.reply, "startedAt").ToInt64(10);
+    session.language = TextOf(*asked.reply, "language");
     return session;
   });
 }

@@ -26,6 +26,8 @@ struct SessionInfo {
   uint32_t processId = 0;
   /// Since when the proxy runs, in seconds since 1970-01-01 UTC.
   int64_t startedAt = 0;
+  /// The user's language, a tag such as "de-AT"; empty where the proxy does not tell.
+  ZelString language;
 };
 
 /// How a question to the proxy ended.
