@@ -13,6 +13,7 @@
 #include "agent/zelctl/process_commands.h"
 #include "agent/zelctl/relay_commands.h"
 #include "agent/zelctl/script_command.h"
+#include "agent/zelctl/user_commands.h"
 
 // The command line of zelctl, as CLI11 takes it apart.
 
@@ -36,6 +37,11 @@ struct Options {
   RelayPutOptions relayPut;
   BackupRestoreOptions restore;
   ExtractOptions extract;
+  LockOptions lock;
+  AskOptions ask;
+  DialogOptions dialog;
+  bool isConfirmed = false;
+  std::vector<std::string> program;
 };
 
 /// What the command line asked for.
@@ -59,7 +65,10 @@ void AddProgramVerbs(CLI::App& app, Options* options, Command* command);
 /// The same for the relay, backups and archives.
 void AddTransferVerbs(CLI::App& app, Options* options, Command* command);
 
-/// Removes "--" and what follows from a command line of the verb that runs a program, and returns
+/// The same for the person who is logged on there.
+void AddUserVerbs(CLI::App& app, Options* options, Command* command);
+
+/// Removes "--" and what follows from a command line of the verbs that run a program, and returns
 /// what followed: it belongs to the program as it is, and CLI11 would read meanings into it. Other
 /// command lines stay whole. `app` has all its options.
 std::vector<std::string> TakeProgramArguments(const CLI::App& app,

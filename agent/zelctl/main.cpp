@@ -95,8 +95,9 @@ ExitStatus RunCommand(const Command& command, Options& options) {
 }
 
 ExitStatus Run(int argc, char** argv) {
-  CLI::App app("Commands an agent: its actions by name, and verbs for files and programs.",
-               "zelctl");
+  CLI::App app(
+      "Commands an agent: its actions by name, and verbs for files, programs and the user there.",
+      "zelctl");
   Options options;
   Command command;
   // A path that starts with "/" is no option, on Windows either.
@@ -111,6 +112,7 @@ ExitStatus Run(int argc, char** argv) {
   AddFileVerbs(app, &options, &command);
   AddProgramVerbs(app, &options, &command);
   AddTransferVerbs(app, &options, &command);
+  AddUserVerbs(app, &options, &command);
   AddAuditCommands(app, &options, &command);
 
   std::vector<std::string> arguments = ProgramArguments(argc, argv);

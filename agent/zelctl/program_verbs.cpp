@@ -11,6 +11,7 @@
 namespace {
 
 constexpr char kRunVerb[] = "run";
+constexpr char kExecVerb[] = "exec-as-user";
 constexpr int kMostRows = std::numeric_limits<int>::max();
 
 CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
@@ -104,7 +105,9 @@ void AddProgramVerbs(CLI::App& app, Options* options, Command* command) {
 std::vector<std::string> TakeProgramArguments(const CLI::App& app,
                                               std::vector<std::string>* arguments) {
   const auto mark = std::find(arguments->begin(), arguments->end(), "--");
-  if (mark == arguments->end() || FindVerb(app, *arguments) != kRunVerb) return {};
+  if (mark == arguments->end()) return {};
+  const std::string verb = FindVerb(app, *arguments);
+  if (verb != kRunVerb && verb != kExecVerb) return {};
   std::vector<std::string> taken(mark + 1, arguments->end());
   arguments->erase(mark, arguments->end());
   return taken;
