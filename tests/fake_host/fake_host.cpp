@@ -115,6 +115,11 @@ void FakeHost::AnswerWork(const std::string& function, int64_t value,
   answers_[function].push({.value = value, .meanwhile = std::move(meanwhile)});
 }
 
+void FakeHost::AnswerDialog(const std::string& function, int64_t value, bool setsError,
+                            std::function<void()> meanwhile) {
+  answers_[function].push({.value = value, .meanwhile = std::move(meanwhile), .flag = setsError});
+}
+
 void FakeHost::AnswerList(const std::string& function, std::vector<ZelString> list) {
   answers_[function].push({.list = std::move(list)});
 }

@@ -55,6 +55,11 @@ class FakeHost {
   void AnswerLaunch(int started, bool failed, std::function<void()> meanwhile = {});
   /// What the next call of `function` returns, one that takes a while; it calls `meanwhile`.
   void AnswerWork(const std::string& function, int64_t value, std::function<void()> meanwhile);
+  /// What the next call of `function`, an operation of a dialog ("SkinDialog" is its constructor),
+  /// returns where it returns anything, and whether it sets its error flag; it calls `meanwhile`.
+  /// Without a flag of its own, the value -1 stands for 0 and an error.
+  void AnswerDialog(const std::string& function, int64_t value, bool setsError,
+                    std::function<void()> meanwhile = {});
   /// What the next call of `function` lists, for those that give texts.
   void AnswerList(const std::string& function, std::vector<ZelString> list);
   /// What the next MarlinContext::LoadFunctionModule returns, and the handle that it gives; null

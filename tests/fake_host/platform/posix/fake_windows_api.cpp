@@ -108,3 +108,50 @@ BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* len
   *length = static_cast<UINT>(answer.value);
   return 1;
 }
+
+HANDLE GetCurrentProcess() {
+  const auto handle =
+      static_cast<uintptr_t>(FakeHost::Current().Ask("GetCurrentProcess", "").value);
+  return reinterpret_cast<HANDLE>(handle);
+}
+
+/// The answer is the token, 0 a failure.
+BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) {
+  const std::string arguments = List(Pointer(process), Number(access), Presence(token));
+  const int64_t answer = FakeHost::Current().Ask("OpenProcessToken", arguments).value;
+  if (!answer) return 0;
+  *token = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(answer));
+  return 1;
+}
+
+/// The answer is the privilege's number, its high part in the upper 32 bits; 0 is a failure.
+BOOL LookupPrivilegeValueW(const WCHAR* systemName, const WCHAR* name, LUID* luid) {
+  const std::string system = systemName ? Quote(ZelString(systemName)) : "null";
+  const std::string arguments = List(system, Quote(ZelString(name)), Presence(luid));
+  const int64_t answer = FakeHost::Current().Ask("LookupPrivilegeValueW", arguments).value;
+  if (!answer) return 0;
+  luid->LowPart = static_cast<DWORD>(answer);
+  luid->HighPart = static_cast<LONG>(answer >> 32);
+  return 1;
+}
+
+BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, const TOKEN_PRIVILEGES* newState,
+                           DWORD bufferLength, TOKEN_PRIVILEGES* previous, DWORD* previousLength) {
+  std::string privileges = "null";
+  if (newState) {
+    const LUID_AND_ATTRIBUTES& first = newState->Privileges[0];
+    privileges = "{" +
+                 List(Number(newState->PrivilegeCount), Number(first.Luid.LowPart),
+                      Number(first.Luid.HighPart), Number(first.Attributes)) +
+                 "}";
+  }
+  const std::string arguments =
+      List(Pointer(token), Number(disableAll), privileges, Number(bufferLength), Presence(previous),
+           Presence(previousLength));
+  return static_cast<BOOL>(FakeHost::Current().Ask("AdjustTokenPrivileges", arguments).value);
+}
+
+BOOL ExitWindowsEx(UINT flags, DWORD reason) {
+  const std::string arguments = List(Number(flags), AllBits(reason));
+  return static_cast<BOOL>(FakeHost::Current().Ask("ExitWindowsEx", arguments).value);
+}
