@@ -60,8 +60,9 @@ struct UserActivity {
 };
 
 /// Threads: made, run and destroyed by one thread, the desktop's; all else may be called from any
-/// thread once `Run` has been entered, or before it. Calls that fail throw std::runtime_error with
-/// a sentence.
+/// thread, before `Run` is entered too: what needs the desktop's thread waits for it then. Once
+/// `Run` has returned no call waits any more: `CloseDialog` and `Unlock` do nothing, the others
+/// throw. Calls that fail throw std::runtime_error with a sentence.
 class Desktop {
  public:
   virtual ~Desktop() = default;
@@ -90,7 +91,7 @@ class Desktop {
   virtual UserActivity Activity() = 0;
 
   /// Shows windows and takes input until `Quit`, or until the display is lost. Takes all windows
-  /// down at the end.
+  /// down at the end: dialogs end with 0. Returns at once after a `Quit` that came before.
   virtual void Run() = 0;
   virtual void Quit() = 0;
 

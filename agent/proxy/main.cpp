@@ -1,46 +1,101 @@
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
+#include "agent/proxy/desktop.h"
 #include "agent/proxy/process.h"
 #include "agent/proxy/proxy_server.h"
 #include "agent/proxy/requests.h"
+#include "agent/proxy/words.h"
 
 namespace {
-
-using proxy_protocol::Message;
 
 void Log(const std::string& line) {
   std::fprintf(stderr, "zelproxy: %s\n", line.c_str());
 }
 
-SessionFacts OwnSession() {
+SessionFacts OwnSession(const std::string& language) {
   using std::chrono::duration_cast, std::chrono::seconds, std::chrono::system_clock;
-  return {UserName(), SessionId(), kPlatformName, ProcessId(),
-          duration_cast<seconds>(system_clock::now().time_since_epoch()).count()};
+  return {UserName(),
+          SessionId(),
+          kPlatformName,
+          ProcessId(),
+          duration_cast<seconds>(system_clock::now().time_since_epoch()).count(),
+          language};
 }
 
-void Serve(const std::string& pipe) {
-  StopRequest stopRequest;  // before there are other threads
-  const SessionFacts session = OwnSession();
+// Waits on a thread of its own for the end that somebody asks for, and brings it about: the server
+// first, which leaves the desktop without dialogs and lock, then the desktop.
+class Ending {
+ public:
+  Ending(StopRequest& request, proxy_protocol::StopSignal& stop, std::thread& serving,
+         Desktop& desktop)
+      : request_(request), thread_([&stop, &serving, &desktop, this] {
+          request_.Wait();
+          isAskedFor_ = true;
+          stop.Raise();
+          serving.join();
+          desktop.Quit();
+        }) {}
+  ~Ending() {
+    request_.Raise();
+    thread_.join();
+  }
+  Ending(const Ending&) = delete;
+  Ending& operator=(const Ending&) = delete;
+
+  bool IsAskedFor() const { return isAskedFor_; }
+
+ private:
+  StopRequest& request_;
+  std::atomic<bool> isAskedFor_ = false;
+  std::thread thread_;
+};
+
+// The desktop belongs to this thread, which shows its windows. False when the display was lost.
+bool ShowUntilTheEnd(Desktop& desktop, StopRequest& request, proxy_protocol::StopSignal& stop,
+                     std::thread& serving) {
+  Ending ending(request, stop, serving, desktop);
+  desktop.Run();
+  return ending.IsAskedFor();
+}
+
+void WaitForTheEnd(StopRequest& request, proxy_protocol::StopSignal& stop, std::thread& serving) {
+  request.Wait();
+  stop.Raise();
+  serving.join();
+}
+
+int Serve(const std::string& pipe) {
+  StopRequest request;  // before there are other threads
+  const std::string language = UserLanguage();
+  const ProxyWords words = WordsIn(Translations({ShippedTranslations()}, Log), language);
   const auto stop = std::make_shared<proxy_protocol::StopSignal>();
+  auto listener = proxy_protocol::Listen(pipe, stop);
+  const std::unique_ptr<Desktop> desktop = MakeDesktop(words.desktop, Log);
+  UserSession session(OwnSession(language), words.dialog, desktop.get(), Log);
   ProxyServer server(
-      proxy_protocol::Listen(pipe, stop), stop,
-      [&](const Message& request) { return AnswerRequest(request, session); }, Log);
+      std::move(listener), stop, [&] { return MakeCaller(session); }, Log);
   std::thread serving([&] {
     server.Run();
-    stopRequest.Raise();  // where the server ended by itself
+    request.Raise();  // where the server ended by itself
   });
   std::printf("zelproxy ready: %s\n", pipe.c_str());
   std::fflush(stdout);
 
-  stopRequest.Wait();
-  stop->Raise();
-  serving.join();
+  if (!desktop) {
+    WaitForTheEnd(request, *stop, serving);
+    return 0;
+  }
+  if (ShowUntilTheEnd(*desktop, request, *stop, serving)) return 0;
+  Log("the display was lost");
+  return 1;
 }
 
 int Main(const std::vector<std::string>& arguments) {
@@ -53,8 +108,7 @@ int Main(const std::vector<std::string>& arguments) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 1;
   }
-  Serve(pipe.empty() ? proxy_protocol::DefaultPipe() : pipe);
-  return 0;
+  return Serve(pipe.empty() ? proxy_protocol::DefaultPipe() : pipe);
 }
 
 }  // namespace

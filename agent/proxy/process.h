@@ -19,6 +19,8 @@ std::string SessionId();
 /// "linux" or "windows".
 extern const char* const kPlatformName;
 uint32_t ProcessId();
+/// The language that the user reads, as a tag ("de-AT"); "en" where the system does not tell.
+std::string UserLanguage();
 
 /// Waits until the system, a person or the program itself asks the program to end (SIGTERM, SIGINT,
 /// SIGHUP; Ctrl-C, the console's closing). One at a time, made before the process has other

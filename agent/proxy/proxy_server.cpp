@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include "agent/proxy_protocol/frame.h"
+#include "agent/proxy/connection.h"
 
 using namespace proxy_protocol;
 
@@ -15,10 +15,10 @@ constexpr std::chrono::milliseconds kPause{100};
 }  // namespace
 
 ProxyServer::ProxyServer(std::unique_ptr<Listener> listener, std::shared_ptr<StopSignal> stop,
-                         Handler handler, Log log, const ProxyLimits& limits)
+                         CallerFactory makeCaller, Log log, const ProxyLimits& limits)
     : listener_(std::move(listener)),
       stop_(std::move(stop)),
-      handler_(std::move(handler)),
+      makeCaller_(std::move(makeCaller)),
       log_(std::move(log)),
       limits_(limits) {}
 
@@ -50,7 +50,7 @@ bool ProxyServer::ServeNext() {
 
 void ProxyServer::Take(std::unique_ptr<Channel> channel) {
   if (connections_.size() >= limits_.connections) {
-    EndConnection(*channel, "there are too many connections");
+    TurnAway(*channel, "there are too many connections");
     return log_("a caller was turned away: there are too many connections");
   }
   Connection& connection = connections_.emplace_back();
@@ -77,32 +77,8 @@ void ProxyServer::ForgetEnded() {
 
 void ProxyServer::Serve(Channel& channel) const {
   try {
-    for (;;) {
-      Received received = ReceiveNext(channel, After(limits_.idle), limits_.message);
-      if (!received.result) {
-        // What cannot be understood is answered; who has gone or dawdles is not.
-        if (received.result.status == Result::Status::kFailed)
-          EndConnection(channel, received.result.reason);
-        return;
-      }
-      if (received.message.kind != Message::Kind::kRequest)
-        return EndConnection(channel, "a reply came instead of a request");
-      if (!Send(channel, Answer(received.message), After(limits_.message))) return;
-    }
+    ServeConnection(channel, makeCaller_, limits_);
   } catch (const std::exception&) {
-    // Without memory there is no answer either: the connection ends, the proxy goes on.
+    // Without memory or threads this connection ends and the proxy goes on.
   }
-}
-
-Message ProxyServer::Answer(const Message& request) const {
-  try {
-    return handler_(request);
-  } catch (const std::exception& error) {
-    return FailureOf(request, error.what());
-  }
-}
-
-void ProxyServer::EndConnection(Channel& channel, const std::string& why) const {
-  const Message farewell{Message::Kind::kReply, kConnection, 0, kFailed, {{kReason, why}}};
-  Send(channel, farewell, After(kPause));
 }

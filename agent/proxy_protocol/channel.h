@@ -47,7 +47,8 @@ class StopSignal {
   std::unique_ptr<Handle> handle_;
 };
 
-/// One end of an open connection. Threads: one at a time. Throws only for want of memory.
+/// One end of an open connection. Threads: one that reads and one that writes at a time. Throws
+/// only for want of memory.
 class Channel {
  public:
   virtual ~Channel() = default;
@@ -56,6 +57,10 @@ class Channel {
   virtual Result Read(void* bytes, size_t count, Deadline deadline) = 0;
   /// Writes all of them.
   virtual Result Write(const void* bytes, size_t count, Deadline deadline) = 0;
+
+  /// Ends the connection, from any thread: who reads or writes here returns at once with kClosed.
+  /// The other end notices at the latest when this object is gone.
+  virtual void Abort() = 0;
 };
 
 struct Connected {
@@ -64,9 +69,11 @@ struct Connected {
   Result result;
 };
 
-/// Connects to who listens at `pipe`. Fails at once where nobody does and, but for Windows, which
-/// does not tell, where the listener is not whom the pipe belongs to.
-Connected Connect(const std::string& pipe, Deadline deadline);
+/// Connects to who listens at `pipe`. Fails at once where nobody does, and where the listener is
+/// not whom the pipe belongs to. The channel watches `stop`, if there is one; connecting, which
+/// takes no longer than its deadline, does not.
+Connected Connect(const std::string& pipe, Deadline deadline,
+                  std::shared_ptr<StopSignal> stop = nullptr);
 
 /// Takes connections.
 class Listener {

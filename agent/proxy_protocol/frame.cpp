@@ -4,8 +4,12 @@ namespace proxy_protocol {
 
 namespace {
 
+Received NothingCame(Result result) {
+  return {{}, std::move(result), false};
+}
+
 Received Failed(Result result) {
-  return {{}, std::move(result)};
+  return {{}, std::move(result), true};
 }
 
 // What follows the header's first byte.
@@ -21,7 +25,7 @@ Received ReceiveRest(Channel& channel, unsigned char first, Deadline deadline) {
     return Failed(std::move(result));
   ParsedMessage parsed = ParseMessage(document);
   if (!parsed.error.empty()) return Failed({Result::Status::kFailed, parsed.error});
-  return {std::move(parsed.message), {}};
+  return {std::move(parsed.message), {}, true};
 }
 
 }  // namespace
@@ -51,13 +55,14 @@ Result Send(Channel& channel, const Message& message, Deadline deadline) {
 
 Received Receive(Channel& channel, Deadline deadline) {
   unsigned char first = 0;
-  if (Result result = channel.Read(&first, 1, deadline); !result) return Failed(std::move(result));
+  if (Result result = channel.Read(&first, 1, deadline); !result)
+    return NothingCame(std::move(result));
   return ReceiveRest(channel, first, deadline);
 }
 
 Received ReceiveNext(Channel& channel, Deadline idle, std::chrono::milliseconds frameTime) {
   unsigned char first = 0;
-  if (Result result = channel.Read(&first, 1, idle); !result) return Failed(std::move(result));
+  if (Result result = channel.Read(&first, 1, idle); !result) return NothingCame(std::move(result));
   return ReceiveRest(channel, first, After(frameTime));
 }
 

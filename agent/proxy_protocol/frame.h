@@ -26,6 +26,8 @@ Result Send(Channel& channel, const Message& message, Deadline deadline);
 struct Received {
   Message message;
   Result result;
+  /// Whether anything of a message arrived.
+  bool hasBegun = false;
 };
 
 /// Receives a message before `deadline`. kFailed when what arrives is none.

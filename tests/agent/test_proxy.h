@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -9,17 +10,38 @@
 #include "agent/proxy/requests.h"
 #include "tests/agent/test_pipe.h"
 
+/// A caller that makes replies with one function.
+class HandlerCaller : public Caller {
+ public:
+  using Handler = std::function<proxy_protocol::Message(const proxy_protocol::Message& request)>;
+
+  explicit HandlerCaller(Handler handler) : handler_(std::move(handler)) {}
+  void Answer(const proxy_protocol::Message& request, Reply reply) override {
+    reply(handler_(request));
+  }
+
+  static CallerFactory Factory(Handler handler) {
+    return [handler] { return std::make_unique<HandlerCaller>(handler); };
+  }
+
+ private:
+  const Handler handler_;
+};
+
 /// A proxy in this process, at a place of its own, for the length of a test.
 class TestProxy {
  public:
-  explicit TestProxy(const ProxyLimits& limits = {}) : TestProxy(Answerer(), limits) {}
+  /// Without a display.
+  explicit TestProxy(const ProxyLimits& limits = {}) : TestProxy(nullptr, limits) {}
 
-  TestProxy(ProxyServer::Handler handler, const ProxyLimits& limits)
-      : stop_(std::make_shared<proxy_protocol::StopSignal>()),
-        server_(
-            proxy_protocol::Listen(pipe_.Name(), stop_), stop_, std::move(handler),
-            [](const std::string&) {}, limits),
-        thread_([this] { server_.Run(); }) {}
+  /// With the desktop, which lives longer. `lockGrace` is how long it stays locked without a
+  /// holder.
+  explicit TestProxy(Desktop& desktop, const ProxyLimits& limits = {},
+                     std::chrono::milliseconds lockGrace = kLockGrace)
+      : TestProxy(&desktop, limits, lockGrace) {}
+
+  TestProxy(HandlerCaller::Handler handler, const ProxyLimits& limits)
+      : TestProxy(nullptr, limits, kLockGrace, HandlerCaller::Factory(std::move(handler))) {}
 
   ~TestProxy() {
     stop_->Raise();
@@ -31,13 +53,20 @@ class TestProxy {
   const std::string& Pipe() const { return pipe_.Name(); }
 
  private:
-  static ProxyServer::Handler Answerer() {
-    return [](const proxy_protocol::Message& request) {
-      return AnswerRequest(request, {"alice", "3", "testing", 42, 1700000000});
-    };
-  }
+  TestProxy(Desktop* desktop, const ProxyLimits& limits,
+            std::chrono::milliseconds lockGrace = kLockGrace, CallerFactory factory = {})
+      : session_(
+            {"alice", "3", "testing", 42, 1700000000, "de-AT"}, {"Ja", "Nein", "Zu", "Nachricht"},
+            desktop, [](const std::string&) {}, lockGrace),
+        stop_(std::make_shared<proxy_protocol::StopSignal>()),
+        server_(
+            proxy_protocol::Listen(pipe_.Name(), stop_), stop_,
+            factory ? std::move(factory) : [this] { return MakeCaller(session_); },
+            [](const std::string&) {}, limits),
+        thread_([this] { server_.Run(); }) {}
 
   const TestPipe pipe_;
+  UserSession session_;
   const std::shared_ptr<proxy_protocol::StopSignal> stop_;
   ProxyServer server_;
   std::thread thread_;

@@ -34,6 +34,7 @@ class InputChannel : public Channel {
     written_.append(static_cast<const char*>(bytes), count);
     return {};
   }
+  void Abort() override { rest_ = {}; }
   const std::string& Written() const { return written_; }
 
  private:

@@ -47,7 +47,8 @@ bool EndsAfter(const std::function<void(const std::string& path)>& change) {
   const auto stop = std::make_shared<StopSignal>();
   ProxyServer server(
       Listen(pipe.Name(), stop, std::chrono::milliseconds(1)), stop,
-      [](const Message& request) { return ReplyTo(request); }, [](const std::string&) {});
+      HandlerCaller::Factory([](const Message& request) { return ReplyTo(request); }),
+      [](const std::string&) {});
   const auto running = std::async(std::launch::async, [&] { server.Run(); });
   change(pipe.Name());
   const bool hasEnded = running.wait_for(std::chrono::seconds(60)) == std::future_status::ready;

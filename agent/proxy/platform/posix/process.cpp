@@ -4,7 +4,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -23,6 +25,19 @@ sigset_t StopSignals() {
     if (!isIgnored) ::sigaddset(&signals, number);
   }
   return signals;
+}
+
+std::string_view Variable(const char* name) {
+  const char* const value = std::getenv(name);
+  return value ? value : "";
+}
+
+// "de_AT.UTF-8@euro" is "de-AT". Empty for what names no language.
+std::string TagOf(std::string_view locale) {
+  std::string tag(locale.substr(0, locale.find_first_of(".@:")));
+  if (tag == "C" || tag == "POSIX") return {};
+  std::replace(tag.begin(), tag.end(), '_', '-');
+  return tag;
 }
 
 }  // namespace
@@ -52,6 +67,19 @@ std::string SessionId() {
 
 uint32_t ProcessId() {
   return static_cast<uint32_t>(::getpid());
+}
+
+// As the system's own programs choose theirs: the first of the locale's variables that is set
+// decides, and LANGUAGE, a list, has a say where that is a language.
+std::string UserLanguage() {
+  std::string_view locale;
+  for (const char* const name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    if (locale.empty()) locale = Variable(name);
+  }
+  const std::string own = TagOf(locale);
+  if (own.empty()) return "en";
+  const std::string preferred = TagOf(Variable("LANGUAGE"));
+  return preferred.empty() ? own : preferred;
 }
 
 // The threads that are made later inherit the mask, so that only `Wait` takes these signals.

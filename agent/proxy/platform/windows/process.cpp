@@ -68,6 +68,19 @@ uint32_t ProcessId() {
   return GetCurrentProcessId();
 }
 
+// The language of the system's windows; where that is not told, the one that numbers and dates are
+// written in.
+std::string UserLanguage() {
+  wchar_t tags[256] = {};
+  ULONG count = 0;
+  ULONG length = 256;
+  const bool isKnown =
+      GetUserPreferredUILanguages(MUI_LANGUAGE_NAME, &count, tags, &length) && count > 0;
+  if (!isKnown && !GetUserDefaultLocaleName(tags, 256)) return "en";
+  // The first of several, each of which ends with a NUL.
+  return std::string(ZelString(tags).Utf8());
+}
+
 StopRequest::StopRequest() {
   stopEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);
   stoppedEvent = CreateEventW(nullptr, TRUE, FALSE, nullptr);

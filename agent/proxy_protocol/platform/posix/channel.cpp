@@ -111,6 +111,8 @@ class SocketChannel : public Channel {
     return {};
   }
 
+  void Abort() override { ::shutdown(socket_.Get(), SHUT_RDWR); }
+
  private:
   static bool IsFatal(int error) {
     return error != EINTR && error != EAGAIN && error != EWOULDBLOCK;
@@ -312,7 +314,7 @@ bool StopSignal::Wait(Deadline deadline) const {
   return static_cast<bool>(WaitFor(handle_->descriptor, POLLIN, -1, deadline));
 }
 
-Connected Connect(const std::string& pipe, Deadline deadline) {
+Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<StopSignal> stop) {
   const std::optional<sockaddr_un> address = AddressOf(pipe);
   if (!address) return {nullptr, {Result::Status::kFailed, "the name is too long or no full path"}};
   struct stat file {};
@@ -327,7 +329,7 @@ Connected Connect(const std::string& pipe, Deadline deadline) {
   if (PeerOf(socket.Get()) != file.st_uid) {
     return {nullptr, {Result::Status::kFailed, "the listener is not the owner of the socket"}};
   }
-  return {std::make_unique<SocketChannel>(std::move(socket), nullptr), {}};
+  return {std::make_unique<SocketChannel>(std::move(socket), std::move(stop)), {}};
 }
 
 std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSignal> stop,

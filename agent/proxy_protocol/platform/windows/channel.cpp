@@ -70,62 +70,85 @@ DWORD RemainingMs(Deadline deadline) {
   return static_cast<DWORD>(std::clamp<int64_t>(left, 0, kLongestWaitMs));
 }
 
-// Waits for an operation that has begun; one that is not done in time is taken back.
-Result Finish(HANDLE pipe, OVERLAPPED* operation, HANDLE stop, Deadline deadline,
+Result Closed() {
+  return {Result::Status::kClosed, "the connection was closed"};
+}
+
+bool IsEndOfConnection(DWORD error) {
+  return error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED || error == ERROR_NO_DATA;
+}
+
+// Waits for an operation that has begun; one that is not done in time is taken back. `stop` and
+// `abort`, where they are not null, end the wait.
+Result Finish(HANDLE pipe, OVERLAPPED* operation, HANDLE stop, HANDLE abort, Deadline deadline,
               DWORD* transferred) {
-  const HANDLE watched[] = {operation->hEvent, stop};
-  const DWORD count = stop ? 2 : 1;
+  HANDLE watched[] = {operation->hEvent, nullptr, nullptr};
+  DWORD count = 1;
+  for (const HANDLE event : {stop, abort}) {
+    if (event) watched[count++] = event;
+  }
   const DWORD answer = WaitForMultipleObjects(count, watched, FALSE, RemainingMs(deadline));
   if (answer != WAIT_OBJECT_0) CancelIoEx(pipe, operation);
   // The system writes into the caller's memory until this returns.
   const bool isDone = GetOverlappedResult(pipe, operation, transferred, TRUE);
   const DWORD error = isDone ? ERROR_SUCCESS : GetLastError();
-  if (answer == WAIT_OBJECT_0 + 1) return {Result::Status::kStopped, "stopped"};
+  const DWORD signalled = answer - WAIT_OBJECT_0;
+  if (signalled > 0 && signalled < count) {
+    if (watched[signalled] == abort) return Closed();
+    return {Result::Status::kStopped, "stopped"};
+  }
   if (isDone) return {};
   if (answer == WAIT_TIMEOUT) return TooLate();
-  if (error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED || error == ERROR_NO_DATA)
-    return {Result::Status::kClosed, "the connection was closed"};
+  if (IsEndOfConnection(error)) return Closed();
   return Failed("the connection failed", error);
 }
 
 class PipeChannel : public Channel {
  public:
   PipeChannel(OwnedHandle pipe, std::shared_ptr<StopSignal> stop)
-      : pipe_(std::move(pipe)), event_(MakeEvent()), stop_(std::move(stop)) {}
+      : pipe_(std::move(pipe)),
+        readEvent_(MakeEvent()),
+        writeEvent_(MakeEvent()),
+        abortEvent_(MakeEvent()),
+        stop_(std::move(stop)) {}
 
   Result Read(void* bytes, size_t count, Deadline deadline) override {
-    return Transfer(static_cast<std::byte*>(bytes), count, deadline,
+    return Transfer(static_cast<std::byte*>(bytes), count, readEvent_.get(), deadline,
                     [this](std::byte* next, DWORD size, OVERLAPPED* operation) {
                       return ReadFile(pipe_.get(), next, size, nullptr, operation);
                     });
   }
 
   Result Write(const void* bytes, size_t count, Deadline deadline) override {
-    return Transfer(static_cast<const std::byte*>(bytes), count, deadline,
+    return Transfer(static_cast<const std::byte*>(bytes), count, writeEvent_.get(), deadline,
                     [this](const std::byte* next, DWORD size, OVERLAPPED* operation) {
                       return WriteFile(pipe_.get(), next, size, nullptr, operation);
                     });
   }
 
+  void Abort() override { SetEvent(abortEvent_.get()); }
+
  private:
+  // Reading and writing go on side by side: each has an event of its own.
   template <typename Byte, typename Begin>
-  Result Transfer(Byte* next, size_t count, Deadline deadline, Begin begin) {
+  Result Transfer(Byte* next, size_t count, HANDLE event, Deadline deadline, Begin begin) {
+    const HANDLE stop = stop_ ? stop_->Get().event : nullptr;
     while (count > 0) {
+      if (WaitForSingleObject(abortEvent_.get(), 0) == WAIT_OBJECT_0) return Closed();
       OVERLAPPED operation{};
-      operation.hEvent = event_.get();
+      operation.hEvent = event;
       const auto size = static_cast<DWORD>(std::min<size_t>(count, kBufferBytes));
       if (!begin(next, size, &operation)) {
         const DWORD error = GetLastError();
-        if (error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA ||
-            error == ERROR_PIPE_NOT_CONNECTED) {
-          return {Result::Status::kClosed, "the connection was closed"};
-        }
+        if (IsEndOfConnection(error)) return Closed();
         if (error != ERROR_IO_PENDING) return Failed("the connection failed", error);
       }
       DWORD transferred = 0;
-      const HANDLE stop = stop_ ? stop_->Get().event : nullptr;
-      if (Result result = Finish(pipe_.get(), &operation, stop, deadline, &transferred); !result)
+      if (Result result =
+              Finish(pipe_.get(), &operation, stop, abortEvent_.get(), deadline, &transferred);
+          !result) {
         return result;
+      }
       next += transferred;
       count -= transferred;
     }
@@ -133,7 +156,9 @@ class PipeChannel : public Channel {
   }
 
   const OwnedHandle pipe_;
-  const OwnedHandle event_;
+  const OwnedHandle readEvent_;
+  const OwnedHandle writeEvent_;
+  const OwnedHandle abortEvent_;
   const std::shared_ptr<StopSignal> stop_;
 };
 
@@ -227,7 +252,7 @@ class PipeListener : public Listener {
       if (error != ERROR_IO_PENDING) return Failed("taking a connection", error);
     }
     DWORD ignored = 0;
-    return Finish(next_.get(), &operation, stop_->Get().event, Deadline::max(), &ignored);
+    return Finish(next_.get(), &operation, stop_->Get().event, nullptr, Deadline::max(), &ignored);
   }
 
   const std::wstring name_;
@@ -253,7 +278,7 @@ bool StopSignal::Wait(Deadline deadline) const {
   return WaitForSingleObject(handle_->event, RemainingMs(deadline)) == WAIT_OBJECT_0;
 }
 
-Connected Connect(const std::string& pipe, Deadline deadline) {
+Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<StopSignal> stop) {
   if (!IsPipeName(pipe)) {
     return {nullptr, {Result::Status::kFailed, R"(the name does not begin with \\.\pipe\)"}};
   }
@@ -263,7 +288,9 @@ Connected Connect(const std::string& pipe, Deadline deadline) {
     OwnedHandle handle(CreateFileW(
         name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
         FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
-    if (IsValid(handle)) return {std::make_unique<PipeChannel>(std::move(handle), nullptr), {}};
+    if (IsValid(handle)) {
+      return {std::make_unique<PipeChannel>(std::move(handle), std::move(stop)), {}};
+    }
     const DWORD error = GetLastError();
     if (error != ERROR_PIPE_BUSY) return {nullptr, Failed("no proxy", error)};
     const DWORD left = RemainingMs(deadline);
