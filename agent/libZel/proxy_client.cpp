@@ -1,5 +1,6 @@
 #include "libZel/proxy_client.h"
 
+#include <cstddef>
 #include <utility>
 
 #include "agent/libZel/boundary.h"
@@ -9,17 +10,25 @@ using namespace proxy_protocol;
 
 namespace {
 
-bool Refuse(const ZelString& pipe, const ZelString& reason) {
+std::nullptr_t Refuse(const ZelString& pipe, const ZelString& reason) {
   LibraryLog().WarningWithNL("the user-session proxy at \"%S\" cannot be asked: %S", pipe, reason);
-  return false;
+  return nullptr;
 }
 
+std::string TextOf(const Message& reply, const char* field) {
+  const std::string* const text = reply.Find(field);
+  return text ? *text : std::string();
+}
+
+}  // namespace
+
 // "session" is the question that every proxy answers.
-bool Open(const ZelString& pipe, uint32_t timeoutMs,
-          std::unique_ptr<XmlProxyClient::Connection>* connection) {
+std::unique_ptr<XmlProxyClient::Connection> OpenProxyConnection(const ZelString& pipe,
+                                                                uint32_t timeoutMs,
+                                                                std::shared_ptr<StopSignal> stop) {
   if (pipe.IsEmpty()) return Refuse(pipe, "nobody is logged on, or no proxy runs");
   const Deadline deadline = After(std::chrono::milliseconds(timeoutMs));
-  Connected connected = Connect(std::string(pipe.Utf8()), deadline);
+  Connected connected = Connect(std::string(pipe.Utf8()), deadline, std::move(stop));
   if (!connected.channel) return Refuse(pipe, connected.result.reason);
 
   auto opened =
@@ -27,11 +36,9 @@ bool Open(const ZelString& pipe, uint32_t timeoutMs,
   const auto answer = opened->Ask("session", {}, deadline);
   if (!answer.reply) return Refuse(pipe, answer.error);
   if (answer.reply->code != 0) return Refuse(pipe, "it does not tell its session");
-  *connection = std::move(opened);
-  return true;
+  opened->SetProxy(TextOf(*answer.reply, "processId") + "/" + TextOf(*answer.reply, "startedAt"));
+  return opened;
 }
-
-}  // namespace
 
 XmlProxyClient::XmlProxyClient() = default;
 
@@ -40,7 +47,11 @@ XmlProxyClient::~XmlProxyClient() = default;
 bool XmlProxyClient::Initialise(const ZelString& pipeName, uint32_t timeoutMs, int sessionType) {
   return Guarded("connecting to the user-session proxy", false, [&] {
     connection_.reset();
-    if (sessionType != kUserSession) return Refuse(pipeName, "there is no such type of session");
-    return Open(pipeName, timeoutMs, &connection_);
+    if (sessionType == kUserSession) {
+      connection_ = OpenProxyConnection(pipeName, timeoutMs);
+    } else {
+      Refuse(pipeName, "there is no such type of session");
+    }
+    return connection_ != nullptr;
   });
 }

@@ -46,3 +46,10 @@ XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Exchange(Channel&
     return {nullptr, "the proxy answered another question"};
   return {std::make_unique<Message>(std::move(reply)), {}};
 }
+
+std::string WhyFailed(const XmlProxyClient::Connection::Answer& answer) {
+  if (!answer.reply) return answer.error;
+  if (answer.reply->code == 0) return {};
+  const std::string* const reason = answer.reply->Find(kReason);
+  return reason ? *reason : "the proxy gives no reason";
+}

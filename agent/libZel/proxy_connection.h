@@ -28,6 +28,10 @@ struct XmlProxyClient::Connection {
   Answer Ask(const std::string& request, std::vector<proxy_protocol::Field> fields,
              proxy_protocol::Deadline deadline);
 
+  /// Which process answers, told apart from those before and after it; empty until it is known.
+  const std::string& Proxy() const { return proxy_; }
+  void SetProxy(const std::string& proxy) { proxy_ = proxy; }
+
  private:
   Answer Exchange(proxy_protocol::Channel& channel, const std::string& request,
                   std::vector<proxy_protocol::Field> fields, proxy_protocol::Deadline deadline);
@@ -35,4 +39,15 @@ struct XmlProxyClient::Connection {
   std::unique_ptr<proxy_protocol::Channel> channel_;
   const uint32_t timeoutMs_;
   uint32_t lastId_ = 0;
+  std::string proxy_;
 };
+
+/// Connects to the proxy that listens at `pipe` and has it answer a first question. Null, with the
+/// reason in the log, when that does not succeed within `timeoutMs`, which then is the time for
+/// each question. What waits for the connection returns when `stop` is raised, if there is one.
+std::unique_ptr<XmlProxyClient::Connection> OpenProxyConnection(
+    const ZelString& pipe, uint32_t timeoutMs,
+    std::shared_ptr<proxy_protocol::StopSignal> stop = nullptr);
+
+/// Why a request did not succeed, for the log; empty when it did.
+std::string WhyFailed(const XmlProxyClient::Connection::Answer& answer);

@@ -23,10 +23,7 @@ Asked Ask(XmlProxyClient& client, const std::string& request, std::vector<Field>
   if (!answer.reply) return {nullptr, FailedBecause(answer.error)};
 
   Outcome outcome;
-  if (answer.reply->code != 0) {
-    const std::string* const reason = answer.reply->Find(proxy_protocol::kReason);
-    outcome = FailedBecause(reason ? *reason : "the proxy gives no reason", answer.reply->code);
-  }
+  if (answer.reply->code != 0) outcome = FailedBecause(WhyFailed(answer), answer.reply->code);
   return {std::move(answer.reply), std::move(outcome)};
 }
 

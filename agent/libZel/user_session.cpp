@@ -1,9 +1,57 @@
 #include "libZel/user_session.h"
 
+#include <cstdint>
+#include <string>
+
+#include "agent/libZel/absence_limit.h"
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/proxy_connection.h"
+#include "agent/libZel/user_sessions.h"
+#include "agent/libZel/whole_number.h"
+
+namespace {
+
+constexpr uint32_t kTimeoutMs = 10000;
+
+bool NotKnown(const ZelString& pipe, const std::string& why) {
+  LibraryLog().WarningWithNL("whether the user at \"%S\" is absent is not known: %S", pipe, why);
+  return false;
+}
+
+bool AskWhetherAbsent(const ZelString& pipe) {
+  const auto connection = OpenProxyConnection(pipe, kTimeoutMs);
+  if (!connection) return NotKnown(pipe, "the proxy cannot be reached");
+  const auto answer = connection->Ask("absence", {});
+  if (const std::string why = WhyFailed(answer); !why.empty()) return NotKnown(pipe, why);
+
+  const std::string* const idle = answer.reply->Find("idleMs");
+  const std::string* const locked = answer.reply->Find("screenLocked");
+  const auto idleMs = idle ? ReadWholeNumber<uint64_t>(*idle) : std::nullopt;
+  if (!idleMs || !locked || (*locked != "yes" && *locked != "no"))
+    return NotKnown(pipe, "the proxy does not tell");
+  // A limit below 0 is 0.
+  const auto limitMs = GetAbsenceLimit().count();
+  return *locked == "yes" || limitMs <= 0 || *idleMs >= static_cast<uint64_t>(limitMs);
+}
+
+}  // namespace
+
 bool IsUserLogged() {
-  return false;
+  return Guarded("looking for sessions", false, [] { return !UserSessions().empty(); });
 }
-bool ProxyUtils::IsUserAbsent(const ZelString&) {
-  return false;
+
+bool ProxyUtils::IsUserAbsent(const ZelString& pipeName) {
+  return Guarded("asking whether the user is absent", false,
+                 [&] { return AskWhetherAbsent(pipeName); });
 }
-void SysTray::ExecuteAsLoggedUser(const ZelString&) {}
+
+void SysTray::ExecuteAsLoggedUser(const ZelString& command) {
+  Guarded("starting a program for the user", false, [&] {
+    const auto connection = OpenProxyConnection(pipeName_(), kTimeoutMs);
+    if (!connection) return false;
+    const std::string why =
+        WhyFailed(connection->Ask("run", {{"commandLine", std::string(command.Utf8())}}));
+    if (!why.empty()) LibraryLog().WarningWithNL("a program for the user did not start: %S", why);
+    return why.empty();
+  });
+}

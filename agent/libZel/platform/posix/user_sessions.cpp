@@ -1,0 +1,126 @@
+#include "agent/libZel/user_sessions.h"
+
+#include <paths.h>
+#include <pwd.h>
+#include <signal.h>
+#include <unistd.h>
+#include <utmpx.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "agent/libZel/platform/posix/system_bus.h"
+#include "agent/libZel/session_rules.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds kTime = std::chrono::seconds(2);
+const char* const kLogind = "org.freedesktop.login1";
+
+struct ListedSession {
+  std::string id;
+  uint32_t userId = 0;
+  std::string userName;
+  std::string path;
+};
+
+std::optional<ListedSession> ReadListed(BusReply& list) {
+  const auto id = list.ReadText();
+  const auto userId = list.ReadNumber();
+  const auto userName = list.ReadText();
+  const auto seat = list.ReadText();
+  const auto path = list.ReadText('o');
+  if (!id || !userId || !userName || !seat || !path) return std::nullopt;
+  return ListedSession{*id, *userId, *userName, *path};
+}
+
+std::optional<std::vector<ListedSession>> ReadList(BusReply& list) {
+  if (!list.Enter('a', "(susso)")) return std::nullopt;
+  std::vector<ListedSession> sessions;
+  while (list.Enter('r', "susso")) {
+    const auto session = ReadListed(list);
+    if (!session || !list.Exit()) return std::nullopt;
+    sessions.push_back(*session);
+  }
+  return sessions;
+}
+
+// None when systemd-logind does not answer.
+std::optional<std::vector<BegunSession>> AskLogind() {
+  SystemBus bus(kTime);
+  BusReply list = bus.Call(
+      {kLogind, "/org/freedesktop/login1", std::string(kLogind) + ".Manager", "ListSessions"});
+  const auto listed = ReadList(list);
+  if (!listed) return std::nullopt;
+
+  std::vector<BegunSession> sessions;
+  for (const ListedSession& one : *listed) {
+    // One that has ended meanwhile has no properties.
+    const auto properties =
+        bus.GetProperties(kLogind, one.path, std::string(kLogind) + ".Session").ReadProperties();
+    if (!properties) continue;
+    auto session = SessionOfLogind(one.id, one.userName, one.userId, *properties);
+    if (session) sessions.push_back(std::move(*session));
+  }
+  return sessions;
+}
+
+std::string ActiveTerminal() {
+  std::string name;
+  std::getline(std::ifstream("/sys/class/tty/tty0/active"), name);
+  return name;
+}
+
+// The fields need not be terminated.
+template <size_t size>
+std::string TextOf(const char (&field)[size]) {
+  return {field, ::strnlen(field, size)};
+}
+
+std::optional<uint32_t> UserIdOf(const std::string& name) {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+    return std::nullopt;
+  return entry.pw_uid;
+}
+
+// Who logs off without being seen, with the machine's power for example, leaves an entry behind.
+bool IsAlive(pid_t process) {
+  return process > 0 && (::kill(process, 0) == 0 || errno == EPERM);
+}
+
+std::vector<BegunSession> ReadLoginTable() {
+  // The system's functions share one place in the table.
+  static std::mutex mutex;
+  const std::lock_guard lock(mutex);
+  const std::string activeTerminal = ActiveTerminal();
+  std::vector<BegunSession> sessions;
+  ::setutxent();
+  while (const utmpx* const entry = ::getutxent()) {
+    if (entry->ut_type != USER_PROCESS || !IsAlive(entry->ut_pid)) continue;
+    const std::string userName = TextOf(entry->ut_user);
+    const auto userId = UserIdOf(userName);
+    if (!userId) continue;
+    auto session =
+        SessionOfLogin({TextOf(entry->ut_line), userName, *userId, TextOf(entry->ut_host),
+                        static_cast<uint64_t>(entry->ut_tv.tv_sec)},
+                       activeTerminal);
+    if (session) sessions.push_back(std::move(*session));
+  }
+  ::endutxent();
+  return sessions;
+}
+
+}  // namespace
+
+std::vector<UserSession> UserSessions() {
+  auto sessions = AskLogind();
+  return InOrder(sessions ? std::move(*sessions) : ReadLoginTable());
+}
