@@ -10,6 +10,7 @@ import pytest
 
 from agents import Agent, agent_path, copy_modules, tls_context
 from backups import Backups
+from desks import Desk
 from fleet import Authority, Fleet
 from proxy import Proxy
 from uploads import PAIRS, Place
@@ -148,3 +149,28 @@ def make_proxy(platform, short_directory):
     yield make
     for one in made:
         one.kill()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item):
+    """Keeps what is on the screen of a test that failed."""
+    report = (yield).get_result()
+    desk = getattr(item, "funcargs", {}).get("desk")
+    if report.failed and desk:
+        desk.screen.photograph("failed-" + item.name)
+
+
+@pytest.fixture(scope="session")
+def made_desk(platform):
+    directory = pathlib.Path(tempfile.mkdtemp(prefix="zeldesk"))
+    made = Desk(platform, directory)
+    yield made
+    made.end()
+    shutil.rmtree(directory)
+
+
+@pytest.fixture
+def desk(made_desk):
+    """A user's desktop with nothing on the screen, a proxy and an agent."""
+    made_desk.tidy()
+    return made_desk

@@ -8,13 +8,17 @@ import uuid
 from agents import START_TIMEOUT_S, STOP_TIMEOUT_S, clean_environment, program
 
 
-class Proxy:
-    """A zelproxy with a variable in its environment."""
+def unused_pipe(platform, directory):
+    name = f"zelproxy-test-{uuid.uuid4().hex[:12]}"
+    return rf"\\.\pipe\{name}" if platform == "windows" else str(directory / name)
 
-    def __init__(self, platform, directory, **environment):
+
+class Proxy:
+    """A zelproxy with variables in its environment."""
+
+    def __init__(self, platform, directory, pipe=None, **environment):
         self.platform = platform
-        name = f"zelproxy-test-{uuid.uuid4().hex[:12]}"
-        self.pipe = (rf"\\.\pipe\{name}" if platform == "windows" else str(directory / name))
+        self.pipe = pipe or unused_pipe(platform, directory)
         self.process = subprocess.Popen(
             program(platform, "zelproxy") + ["--pipe", self.pipe],
             env=clean_environment(**environment), stdin=subprocess.DEVNULL,

@@ -12,7 +12,7 @@ import zlib
 import Xlib.display
 import Xlib.error
 import Xlib.ext
-from Xlib import X, XK, Xatom
+from Xlib import X, XK, Xatom, Xutil
 from Xlib.ext import xtest
 
 from agents import ROOT, clean_environment
@@ -162,18 +162,24 @@ class Window:
 
 
 class Typewriter:
-    """A window of the test's own that writes down the keys pressed in it."""
+    """A white window of the test's own that writes down the keys pressed in it."""
 
-    def __init__(self, screen, title="typewriter"):
+    def __init__(self, screen, title="typewriter", whole_screen=False):
         self.screen = screen
         self.keys = []
+        self.clicks = 0
         self.x = Xlib.display.Display(screen.display)
-        root = self.x.screen().root
-        self.x_window = root.create_window(
-            20, 20, 200, 100, 0, X.CopyFromParent, background_pixel=0xffffff,
-            event_mask=X.KeyPressMask | X.ButtonPressMask | X.StructureNotifyMask)
+        size = (screen.width, screen.height) if whole_screen else (200, 100)
+        self.x_window = self.x.screen().root.create_window(
+            0, 0, *size, 0, X.CopyFromParent, background_pixel=0xffffff,
+            event_mask=X.KeyPressMask | X.ButtonPressMask)
         self.x_window.set_wm_name(title)
         self.x_window.set_wm_hints(flags=1, input=1)
+        if whole_screen:
+            # Neither frame nor place by the window manager.
+            hints = self.x.get_atom("_MOTIF_WM_HINTS")
+            self.x_window.change_property(hints, hints, 32, [2, 0, 0, 0, 0])
+            self.x_window.set_wm_normal_hints(flags=Xutil.USPosition, x=0, y=0)
         self.x_window.map()
         self.x.sync()
         self.window = screen.wait_window(title)
@@ -182,7 +188,9 @@ class Typewriter:
     def _read(self):
         while self.x.pending_events():
             event = self.x.next_event()
-            if event.type == X.KeyPress:
+            if event.type == X.ButtonPress:
+                self.clicks += 1
+            elif event.type == X.KeyPress:
                 self.keys.append(XK.keysym_to_string(self.x.keycode_to_keysym(event.detail, 0)))
 
     def typed(self):
@@ -310,6 +318,9 @@ class Screen:
         image = self.root.get_image(left, top, width, height, X.ZPixmap, 0xffffffff)
         return Picture(width, height, image.data)
 
+    def monitor_pictures(self):
+        return [self.picture(*place) for place in self.monitors()]
+
     def photograph(self, name):
         picture = self.picture()
         picture.save(SCREENSHOTS / (re.sub(r"[^\w-]+", "-", name).strip("-") + ".png"))
@@ -326,6 +337,10 @@ class Screen:
 
         wait_until(still, what="a picture that stays")
         return pictures[-1]
+
+    def monitors(self):
+        """(left, top, width, height) of each."""
+        return [(0, 0, self.width, self.height)]
 
     # Hands.
 
@@ -368,6 +383,9 @@ class TwoMonitors(Screen):
     def _server(self):
         return ["Xtigervnc", "-geometry", f"{self.width}x{self.height}", "-depth", "24",
                 "-SecurityTypes", "None", "-rfbport", "-1", "-rfbunixpath", str(self.socket)]
+
+    def monitors(self):
+        return [(0, 0, 800, 600), (800, 0, 800, 600)]
 
     def _prepare(self):
         """Asks for two monitors, as a viewer of remote desktops does (RFC 6143 and its extension

@@ -1,0 +1,175 @@
+"""The desktop of a logged-on user: a screen, a session, a proxy in it and an agent."""
+
+import concurrent.futures
+import json
+import re
+import shutil
+import subprocess
+
+import pytest
+
+from agents import ROOT, START_TIMEOUT_S, Agent, clean_environment
+from mock_logind import MockLogind
+from proxy import Proxy
+from screens import TwoMonitors, wait_until
+
+SESSION = "c7"
+PREFIX_TIMEOUT_S = 120
+# For what cannot be brought about under Wine; each test says why.
+ON_LINUX = pytest.mark.parametrize("platform", ["linux"], indirect=True)
+DIALOG_TITLE = "Message from your administrator"
+CONFIG = "[proxy]\npipe = {pipe}\nstart = no\n"
+
+
+class Desk:
+    """What is made once for all tests of a platform. Its user is the one who runs the tests."""
+
+    def __init__(self, platform, directory):
+        """`directory` has a short path and is empty."""
+        self.platform = platform
+        self.directory = directory
+        self.screen = TwoMonitors(directory)
+        self.environment = {"DISPLAY": self.screen.display, "LC_ALL": "en_US.UTF-8",
+                            "XDG_SESSION_TYPE": "x11", "NO_AT_BRIDGE": "1"}
+        self.agents = []
+        self.proxy = None
+        self.pipe = None
+        if platform == "windows":
+            # Wine ties all windows of a prefix to the screen that the first one was on.
+            self.environment["ZEL_WINEPREFIX"] = str(directory / "prefix")
+            self.make_prefix()
+        else:
+            (directory / "bus").mkdir()
+            self.logind = MockLogind(directory / "bus")
+            self.environment |= self.logind.environment
+            self.log_on()
+        self.start_proxy()
+        self.agent = self.start_agent()
+
+    def end(self):
+        for agent in self.agents:
+            agent.kill()
+        self.end_proxy()
+        self.screen.stop()
+        if self.platform == "windows":
+            self.wine_run("--stop")
+            # Its files appear until its last program has gone.
+            wait_until(lambda: not shutil.rmtree(self.directory / "prefix", ignore_errors=True)
+                       and not (self.directory / "prefix").exists(), START_TIMEOUT_S,
+                       "Wine to leave its prefix")
+        else:
+            self.logind.stop()
+
+    def wine_run(self, *arguments, **environment):
+        subprocess.run([ROOT / "scripts/wine-run", *arguments], check=True,
+                       stdin=subprocess.DEVNULL, timeout=PREFIX_TIMEOUT_S,
+                       env=clean_environment(**(self.environment | environment)))
+
+    def make_prefix(self):
+        """Without a screen: Wine would show there what it does."""
+        self.wine_run("cmd.exe", "/c", "exit", DISPLAY="")
+        self.wine_run("--stop")
+
+    # The session, on Linux. Wine has one and no more.
+
+    def log_on(self, **properties):
+        self.logind.clear()
+        self.logind.add_session(SESSION, display=self.screen.display, **properties)
+
+    def log_off(self):
+        self.logind.clear()
+
+    # The proxy.
+
+    def start_proxy(self, **environment):
+        self.proxy = Proxy(self.platform, self.directory, pipe=self.pipe,
+                           **(self.environment | environment))
+        self.pipe = self.proxy.pipe
+        return self.proxy
+
+    def end_proxy(self):
+        if self.proxy:
+            self.proxy.kill()
+        self.proxy = None
+
+    def restart_proxy(self, **environment):
+        self.end_proxy()
+        return self.start_proxy(**environment)
+
+    # The agent.
+
+    def start_agent(self, config="", pipe=None):
+        """Another agent of this desk, with more settings; it goes with the desk."""
+        home = self.directory / f"home{len(self.agents)}"
+        agent = Agent(self.platform, home, CONFIG.format(pipe=pipe or self.pipe) + config,
+                      variables=self.environment)
+        self.agents.append(agent)
+        agent.add_users()
+        return agent.start()
+
+    def call(self, action, **parameters):
+        """(code, container)"""
+        return self.agent.call(action, **parameters)
+
+    def begin(self, action, agent=None, **parameters):
+        """A call that waits for the user."""
+        return Waiting(agent or self.agent, action, **parameters)
+
+    # The hands.
+
+    def click_button(self, window, from_the_end=1):
+        """Clicks a button of a dialog, the last one or one before; labels are short."""
+        window.click(-66 - 102 * (from_the_end - 1), -30)
+
+    # For each test.
+
+    def tidy(self):
+        """Makes the desk as the next test expects it, whatever the last one left."""
+        if self.platform == "linux":
+            self.log_on()
+        if not self.proxy or self.proxy.process.poll() is not None:
+            self.end_proxy()
+            self.start_proxy()
+        if self.screen.windows() or self.screen.picture() != self.screen.empty:
+            self.restart_proxy()
+            self.agent.kill()
+            self.agent.start()
+            self.screen.wait_free()
+        # Whoever sits there touched the mouse just now.
+        self.screen.move(self.screen.width - 2, self.screen.height - 1)
+        self.screen.move(self.screen.width - 1, self.screen.height - 1)
+
+
+class Waiting:
+    """A call that waits for the user: of an action, in a thread of its own."""
+
+    pool = concurrent.futures.ThreadPoolExecutor(16)
+
+    def __init__(self, agent, action, **parameters):
+        self.future = self.pool.submit(agent.call, action, **parameters)
+
+    def is_over(self):
+        return self.future.done()
+
+    def result(self, limit_s=10):
+        """(code, container)"""
+        return self.future.result(limit_s)
+
+
+def audited(agent):
+    """A list of (user, address, text) of the agent's audit lines by the module."""
+    file = agent.home / "log/audit.jsonl"
+    lines = [json.loads(line) for line in file.read_text().splitlines()]
+    return [(line["user"], line["address"], line["text"]) for line in lines
+            if not re.match(r"action \w+ code ", line["text"])]
+
+
+class AuditWatch:
+    """The audit lines that a module writes from now on."""
+
+    def __init__(self, agent):
+        self.agent = agent
+        self.before = len(audited(agent))
+
+    def lines(self):
+        return audited(self.agent)[self.before:]
