@@ -2,9 +2,10 @@
 
 #include <gdkmm/display.h>
 #include <gdkmm/monitor.h>
+#include <gdkmm/screen.h>
 #include <gdkmm/seat.h>
 #include <glibmm/main.h>
-#include <gtkmm/icontheme.h>
+#include <gtkmm/cssprovider.h>
 #include <gtkmm/image.h>
 #include <gtkmm/scrolledwindow.h>
 #include <gtkmm/settings.h>
@@ -25,11 +26,16 @@ using std::chrono::milliseconds, std::chrono::seconds, std::chrono::steady_clock
 constexpr unsigned kDeafnessMs = 500;
 constexpr int kMargin = 20;
 constexpr int kTextColumns = 52;
+constexpr int kTextColumnsBesideImage = 36;
+constexpr int kTitleColumns = 40;
+constexpr int kTitleLines = 3;
+constexpr int kTitleMargin = 8;
 constexpr int kButtonColumns = 28;
 constexpr int kButtonWidth = 96;
 constexpr double kTextShareOfMonitor = 0.6;
 // Beyond this a text is not measured any more: it scrolls.
 constexpr size_t kLongTextBytes = 20'000;
+constexpr size_t kLongLineBytes = 10'000;
 
 Glib::RefPtr<Gdk::Monitor> MonitorWithPointer() {
   const auto display = Gdk::Display::get_default();
@@ -54,12 +60,12 @@ std::string DecorationLayout() {
   return close != std::string::npos && close < middle ? "close:" : ":close";
 }
 
-int TextWidth(Gtk::Label& label) {
+int TextWidth(Gtk::Label& label, int columns) {
   Pango::FontMetrics metrics =
       label.get_pango_context()->get_metrics(label.get_style_context()->get_font());
   const int column =
       std::max(metrics.get_approximate_char_width(), metrics.get_approximate_digit_width());
-  return kTextColumns * column / Pango::SCALE;
+  return columns * column / Pango::SCALE;
 }
 
 int TextHeight(Gtk::Label& label, const std::string& text, int width) {
@@ -69,24 +75,72 @@ int TextHeight(Gtk::Label& label, const std::string& text, int width) {
   return layout->get_pixel_logical_extents().get_height();
 }
 
+// The header bar does not ask for it at the width that it gives.
+int TitleHeight(Gtk::Label& label, const std::string& title) {
+  const auto layout = label.create_pango_layout(title);
+  layout->set_width(TextWidth(label, kTitleColumns) * Pango::SCALE);
+  layout->set_wrap(Pango::WRAP_WORD_CHAR);
+  layout->set_ellipsize(Pango::ELLIPSIZE_END);
+  layout->set_height(-kTitleLines);
+  return layout->get_pixel_logical_extents().get_height();
+}
+
 void Wrap(Gtk::Label& label) {
   label.set_line_wrap(true);
   label.set_line_wrap_mode(Pango::WRAP_WORD_CHAR);
 }
 
-Gtk::Image* MakeImage(const std::optional<LoadedImage>& image, bool isQuestion) {
+// Drawn here, for what a theme's icons look like is left to chance.
+constexpr const char* kStyle = R"(
+.zelproxy-badge {
+  min-width: 48px;
+  min-height: 48px;
+  border-radius: 24px;
+  background-color: #2a6fc4;
+  color: #ffffff;
+  font-size: 28px;
+  font-weight: bold;
+}
+.zelproxy-dialog button.text-button { padding: 6px 14px; }
+.zelproxy-dialog .zelproxy-answers button:focus {
+  border-color: #2a6fc4; outline: none; box-shadow: 0 0 0 1px #2a6fc4;
+}
+)";
+
+void UseStyle() {
+  static const Glib::RefPtr<Gtk::CssProvider> kProvider = [] {
+    const auto provider = Gtk::CssProvider::create();
+    provider->load_from_data(kStyle);
+    Gtk::StyleContext::add_provider_for_screen(Gdk::Screen::get_default(), provider,
+                                               GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+    return provider;
+  }();
+}
+
+Gtk::Widget* MakeBadge(bool isQuestion) {
+  const auto badge = Gtk::make_managed<Gtk::Label>(isQuestion ? "?" : "i");
+  badge->get_style_context()->add_class("zelproxy-badge");
+  badge->get_accessible()->set_role(Atk::ROLE_ICON);
+  return badge;
+}
+
+Gtk::Widget* MakeImage(const LoadedImage& image) {
   const auto picture = Gtk::make_managed<Gtk::Image>();
-  picture->set_valign(Gtk::ALIGN_START);
-  if (image) {
-    const auto surface = Cairo::RefPtr<Cairo::Surface>(new Cairo::Surface(
-        ::gdk_cairo_surface_create_from_pixbuf(image->pixels->gobj(), image->scale, nullptr),
-        true));
-    picture->set(surface);
-    return picture;
-  }
-  picture->set_from_icon_name(isQuestion ? "dialog-question" : "dialog-information",
-                              Gtk::ICON_SIZE_DIALOG);
+  picture->set(Cairo::RefPtr<Cairo::Surface>(new Cairo::Surface(
+      ::gdk_cairo_surface_create_from_pixbuf(image.pixels->gobj(), image.scale, nullptr), true)));
   return picture;
+}
+
+// A text view takes seconds for a single line of a million letters.
+std::string WithBrokenLines(const std::string& text) {
+  std::string broken;
+  size_t lineBytes = 0;
+  for (const char letter : text) {
+    const bool breaks = lineBytes > kLongLineBytes && letter == ' ';
+    broken += breaks ? '\n' : letter;
+    lineBytes = broken.back() == '\n' ? 0 : lineBytes + 1;
+  }
+  return broken;
 }
 
 }  // namespace
@@ -100,8 +154,9 @@ DesktopDialog::DesktopDialog(const DialogContent& content, const std::optional<L
       deadline_(steady_clock::now() + seconds(content.timeoutS)),
       header_(*Gtk::make_managed<Gtk::HeaderBar>()),
       content_(*Gtk::make_managed<Gtk::Box>(Gtk::ORIENTATION_VERTICAL, kMargin)) {
+  UseStyle();
+  get_style_context()->add_class("zelproxy-dialog");
   const std::string title = ShownLine(content.title);
-  set_title(title);
   set_icon_name(content.buttons.size() > 1 ? "dialog-question" : "dialog-information");
   set_type_hint(Gdk::WINDOW_TYPE_HINT_DIALOG);
   set_resizable(false);
@@ -126,30 +181,34 @@ DesktopDialog::DesktopDialog(const DialogContent& content, const std::optional<L
 void DesktopDialog::AddHeader(const std::string& title) {
   const auto label = Gtk::make_managed<Gtk::Label>(title);
   Wrap(*label);
-  label->set_lines(3);
+  label->set_lines(kTitleLines);
   label->set_ellipsize(Pango::ELLIPSIZE_END);
-  label->set_max_width_chars(kTextColumns);
+  label->set_max_width_chars(kTitleColumns);
   label->set_justify(Gtk::JUSTIFY_CENTER);
   label->get_style_context()->add_class("title");
-  label->set_margin_top(6);
-  label->set_margin_bottom(6);
+  label->set_margin_top(kTitleMargin);
+  label->set_margin_bottom(kTitleMargin);
   header_.set_custom_title(*label);
   header_.set_decoration_layout(DecorationLayout());
   header_.set_show_close_button(closeButton_ != 0);
   set_titlebar(header_);
+  set_title(title);  // now: the header bar brings its own, none
+  header_.set_size_request(-1, TitleHeight(*label, title) + 2 * kTitleMargin);
 }
 
 void DesktopDialog::AddBody(const DialogContent& content, const std::optional<LoadedImage>& image) {
   const auto body = Gtk::make_managed<Gtk::Box>(Gtk::ORIENTATION_HORIZONTAL, kMargin);
-  body->pack_start(*MakeImage(image, content.buttons.size() > 1), Gtk::PACK_SHRINK);
-  AddText(*body, ShownText(content.text));
+  Gtk::Widget* const picture = image ? MakeImage(*image) : MakeBadge(content.buttons.size() > 1);
+  picture->set_valign(Gtk::ALIGN_START);
+  body->pack_start(*picture, Gtk::PACK_SHRINK);
+  AddText(*body, ShownText(content.text), image ? kTextColumnsBesideImage : kTextColumns);
   content_.pack_start(*body);
 }
 
-void DesktopDialog::AddText(Gtk::Box& body, const std::string& text) {
+void DesktopDialog::AddText(Gtk::Box& body, const std::string& text, int columns) {
   const auto label = Gtk::make_managed<Gtk::Label>();
   Wrap(*label);
-  const int width = TextWidth(*label);
+  const int width = TextWidth(*label, columns);
   const int maxHeight = static_cast<int>(WorkArea().get_height() * kTextShareOfMonitor);
   const bool isLong = text.size() > kLongTextBytes || TextHeight(*label, text, width) > maxHeight;
   if (isLong) {
@@ -157,8 +216,8 @@ void DesktopDialog::AddText(Gtk::Box& body, const std::string& text) {
     return;
   }
   label->set_text(text);
-  label->set_width_chars(kTextColumns);
-  label->set_max_width_chars(kTextColumns);
+  label->set_width_chars(columns);
+  label->set_max_width_chars(columns);
   label->set_xalign(0);
   label->set_yalign(text.find('\n') == std::string::npos ? 0.5F : 0.0F);
   body.pack_start(*label);
@@ -175,7 +234,7 @@ void DesktopDialog::AddLongText(Gtk::Box& body, const std::string& text, int wid
                           &Gtk::TextView::set_top_margin, &Gtk::TextView::set_bottom_margin}) {
     (view->*side)(8);
   }
-  view->get_buffer()->set_text(text);
+  view->get_buffer()->set_text(WithBrokenLines(text));
   // No menu: while it is open, the screen could not be locked.
   view->signal_button_press_event().connect(
       [](GdkEventButton* event) { return event->button == GDK_BUTTON_SECONDARY; }, false);
@@ -203,6 +262,7 @@ void DesktopDialog::AddFooter(const DialogContent& content) {
   }
 
   const auto side = Gtk::make_managed<Gtk::Box>(Gtk::ORIENTATION_HORIZONTAL, 8);
+  side->get_style_context()->add_class("zelproxy-answers");
   for (const DialogButton& button : content.buttons) AddButton(*side, button);
   footer->pack_end(*side, Gtk::PACK_SHRINK);
   content_.pack_end(*footer, Gtk::PACK_SHRINK);
@@ -258,12 +318,9 @@ bool DesktopDialog::on_map_event(GdkEventAny* event) {
 void DesktopDialog::BecomeDeaf() {
   isDeaf_ = true;
   hearing_.disconnect();
+  // A slot that goes with this object, which a lambda would not.
   hearing_ = Glib::signal_timeout().connect(
-      [this] {
-        EndDeafness();
-        return false;
-      },
-      kDeafnessMs);
+      sigc::bind_return(sigc::mem_fun(*this, &DesktopDialog::EndDeafness), false), kDeafnessMs);
 }
 
 void DesktopDialog::EndDeafness() {

@@ -57,7 +57,7 @@ class DesktopDialog final : public Gtk::Window {
 
   void AddHeader(const std::string& title);
   void AddBody(const DialogContent& content, const std::optional<LoadedImage>& image);
-  void AddText(Gtk::Box& body, const std::string& text);
+  void AddText(Gtk::Box& body, const std::string& text, int columns);
   void AddLongText(Gtk::Box& body, const std::string& text, int width, int height);
   void AddFooter(const DialogContent& content);
   void AddButton(Gtk::Box& footer, const DialogButton& button);

@@ -141,10 +141,7 @@ void LockScreen::RaiseSoon() {
   }
   if (raising_.connected()) return;
   raising_ = Glib::signal_timeout().connect(
-      [this] {
-        Raise();
-        return false;
-      },
+      sigc::bind_return(sigc::mem_fun(*this, &LockScreen::Raise), false),
       static_cast<unsigned>(kRaiseEvery.count()));
 }
 

@@ -8,14 +8,15 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 constexpr std::string_view kPlaceOfTime = "{Time}";
-constexpr gunichar kFirstPicture = 0x2400;
-constexpr gunichar kPictureOfDelete = 0x2421;
-constexpr gunichar kDelete = 0x7F;
 
 void Append(std::string& text, gunichar character) {
   char buffer[6];
   const int length = ::g_unichar_to_utf8(character, buffer);
   text.append(buffer, static_cast<size_t>(length));
+}
+
+bool IsControl(gunichar character) {
+  return character < 0x20 || (character >= 0x7F && character < 0xA0);
 }
 
 bool IsOverride(gunichar character) {
@@ -28,11 +29,7 @@ void AppendShown(std::string& text, gunichar character) {
     text += '\n';
   } else if (character == '\n' || character == '\t') {
     text += static_cast<char>(character);
-  } else if (character < 0x20) {
-    Append(text, kFirstPicture + character);
-  } else if (character == kDelete) {
-    Append(text, kPictureOfDelete);
-  } else if ((character > kDelete && character < 0xA0) || IsOverride(character)) {
+  } else if (IsControl(character) || IsOverride(character)) {
     text += kReplacement;
   } else {
     Append(text, character);
@@ -54,11 +51,8 @@ std::string ShownText(std::string_view wtf8) {
   shown.reserve(wtf8.size());
   while (!wtf8.empty()) {
     if (wtf8.front() == '\0' || wtf8.front() == '\r') {
-      const bool isPair = wtf8.size() > 1 && wtf8.front() == '\r' && wtf8[1] == '\n';
-      if (wtf8.front() == '\0')
-        Append(shown, kFirstPicture);
-      else if (!isPair)
-        shown += '\n';
+      const bool isPair = wtf8.substr(0, 2) == "\r\n";
+      if (!isPair) shown += wtf8.front() == '\0' ? kReplacement : "\n";
       wtf8.remove_prefix(1);
       continue;
     }

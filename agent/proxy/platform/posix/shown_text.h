@@ -3,10 +3,10 @@
 #include <string>
 #include <string_view>
 
-/// A text as a widget can take it: UTF-8 without NUL, as plain text. Lines and tabs stay; other
-/// control characters become their pictures (U+2400 and on), and what is no character, lone
-/// surrogates and the overrides of the writing direction, which show a text in another order than
-/// it is read by programs, become U+FFFD.
+/// A text as a widget can take it: UTF-8 without NUL, as plain text. Lines and tabs stay. U+FFFD
+/// stands for other control characters, for what is no character, such as a lone surrogate, and for
+/// the overrides of the writing direction, which show a text in another order than it is read by
+/// programs.
 std::string ShownText(std::string_view wtf8);
 
 /// The same in one line: breaks and tabs become blanks.
