@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <system_error>
 #include <utility>
-#include <vector>
 
+#include "agent/proxy_protocol/platform/windows/pipe_owner.h"
 #include "libZel/string.h"
 
 namespace proxy_protocol {
@@ -171,23 +171,6 @@ bool IsPipeName(const std::string& pipe) {
   throw std::runtime_error("cannot listen at " + pipe + ": " + why);
 }
 
-// The account of this process, as a SID in text form.
-std::wstring OwnSid() {
-  HANDLE opened = nullptr;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) return {};
-  const OwnedHandle token(opened);
-  DWORD size = 0;
-  GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
-  std::vector<std::byte> user(size);
-  wchar_t* text = nullptr;
-  if (!GetTokenInformation(token.get(), TokenUser, user.data(), size, &size) ||
-      !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &text)) {
-    return {};
-  }
-  const LocalMemory owner(text);
-  return text;
-}
-
 // The system, administrators and this account may call, nobody else.
 LocalMemory AccessRule(const std::string& pipe) {
   const std::wstring sid = OwnSid();
@@ -262,6 +245,13 @@ class PipeListener : public Listener {
   OwnedHandle next_;
 };
 
+// Anybody may have made a pipe of that name before the one whose it is.
+Connected Trusted(const std::string& pipe, OwnedHandle handle, std::shared_ptr<StopSignal> stop) {
+  const std::string why = WhyNotHeard(pipe, OwnerOf(handle.get()));
+  if (!why.empty()) return {nullptr, {Result::Status::kFailed, why}};
+  return {std::make_unique<PipeChannel>(std::move(handle), std::move(stop)), {}};
+}
+
 }  // namespace
 
 StopSignal::StopSignal() : handle_(new Handle{MakeEvent().release()}) {}
@@ -288,9 +278,7 @@ Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<St
     OwnedHandle handle(CreateFileW(
         name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
         FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
-    if (IsValid(handle)) {
-      return {std::make_unique<PipeChannel>(std::move(handle), std::move(stop)), {}};
-    }
+    if (IsValid(handle)) return Trusted(pipe, std::move(handle), std::move(stop));
     const DWORD error = GetLastError();
     if (error != ERROR_PIPE_BUSY) return {nullptr, Failed("no proxy", error)};
     const DWORD left = RemainingMs(deadline);
