@@ -1,6 +1,5 @@
 #include "agent/libZel/user_sessions.h"
 
-#include <paths.h>
 #include <pwd.h>
 #include <signal.h>
 #include <unistd.h>
