@@ -145,9 +145,10 @@ BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, const TOKEN_PRIVILEGES
                            DWORD bufferLength, TOKEN_PRIVILEGES* previous, DWORD* previousLength);
 
 /// Ends the session of the person at this machine (`EWX_LOGOFF`), or restarts or powers off the
-/// machine, by way of systemd-logind; running programs are not asked. `reason` is not looked at. 0
-/// when the privilege was not enabled, without logind or anybody logged on (for a log-off), and
-/// when logind refuses: the agent's account needs the right to do so.
+/// machine, by way of systemd-logind; running programs are not asked. `EWX_FORCE` must be among the
+/// flags; `reason` is not looked at. Waits up to 27 seconds for logind. 0 for other flags and when
+/// the privilege was not enabled; and with the reason in the log without logind or anybody logged
+/// on (for a log-off), and when logind refuses: the agent's account needs the right to do so.
 BOOL ExitWindowsEx(UINT flags, DWORD reason);
 
 }  // extern "C"
