@@ -21,7 +21,13 @@ struct Case {
   /// Whether it calls functions that answer failure when memory is lacking, instead of throwing,
   /// and goes on from there.
   bool bearsLackOfMemory = false;
+  /// For actions that leave something behind in the process: brings about what the case starts
+  /// from, and takes it back, each with a host of its own.
+  std::function<void()> before = {};
+  std::function<void()> after = {};
 };
 
+/// Cases of the actions for the logged-on user.
+std::vector<Case> CasesOfUserActions();
 /// Cases of actions that call the system itself: on Windows it answers, elsewhere the fake host.
 std::vector<Case> CasesOfSystemCalls();

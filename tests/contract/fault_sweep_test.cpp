@@ -411,7 +411,7 @@ std::vector<Case> CasesOfArchivesAndDescriptors() {
 std::vector<Case> Cases() {
   std::vector<Case> cases = CasesOfFileOperations();
   for (auto more : {CasesOfContent(), CasesOfPrograms(), CasesOfScripts(), CasesOfTransfers(),
-                    CasesOfArchivesAndDescriptors(), CasesOfSystemCalls()}) {
+                    CasesOfArchivesAndDescriptors(), CasesOfUserActions(), CasesOfSystemCalls()}) {
     cases.insert(cases.end(), more.begin(), more.end());
   }
   return cases;
@@ -438,7 +438,24 @@ bool IsWhole(const Case& test, const std::string& container) {
   return HoldsAll(test.resultKeys, container) || HoldsAll(test.failureKeys, container);
 }
 
+/// A case's state in the process, for one run.
+class Surroundings {
+ public:
+  explicit Surroundings(const Case& test) : test_(test) {
+    if (test_.before) test_.before();
+  }
+  ~Surroundings() {
+    if (test_.after) test_.after();
+  }
+  Surroundings(const Surroundings&) = delete;
+  Surroundings& operator=(const Surroundings&) = delete;
+
+ private:
+  const Case& test_;
+};
+
 std::vector<std::string> CallsUndisturbed(const Case& test) {
+  const Surroundings surroundings(test);
   FakeHost host;
   RegisterModule(host);
   test.script(host);
@@ -447,6 +464,7 @@ std::vector<std::string> CallsUndisturbed(const Case& test) {
 }
 
 Outcome RunWithFault(const Case& test, size_t call, Fault fault) {
+  const Surroundings surroundings(test);
   FakeHost host;
   RegisterModule(host);
   test.script(host);
@@ -487,6 +505,7 @@ TEST(FaultSweep, AFailingHostCallGivesADocumentedCodeAndNoHalfWrittenResult) {
 
 /// Runs the case's handler with allocation `failing` failing; tells how many were asked for.
 Outcome RunShortOfMemory(const Case& test, size_t failing, bool andLater, size_t* allocations) {
+  const Surroundings surroundings(test);
   FakeHost host;
   RegisterModule(host);
   test.script(host);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -563,6 +564,79 @@ TEST_F(HostAgreement, OnDirectoriesThatCannotBeRead) {
     EXPECT_EQ(OpenDirectory(In(name)), nullptr) << name;
   }
   CloseDirectory(nullptr);
+}
+
+TEST_F(HostAgreement, OnDialogsWithoutAProxy) {
+  ScriptAnswer("SkinDialog", -1);
+  bool error = false;
+  SkinDialog dialog(nullptr, "m", "y", "n", "", SkinDialog::BUTTON_YES_NO, In("no.sock"), error,
+                    "");
+  EXPECT_TRUE(error);
+
+  const auto expectError = [](const char* function, auto call) {
+    bool hasFailed = false;
+    ScriptAnswer(function, -1);
+    call(hasFailed);
+    EXPECT_TRUE(hasFailed) << function;
+  };
+  expectError("SkinDialog::IsInitialised",
+              [&](bool& failed) { EXPECT_FALSE(dialog.IsInitialised(failed)); });
+  expectError("SkinDialog::Show", [&](bool& failed) { dialog.Show(true, failed); });
+  expectError("SkinDialog::GetButtonClickedID",
+              [&](bool& failed) { EXPECT_EQ(dialog.GetButtonClickedID(failed), 0u); });
+}
+
+TEST_F(HostAgreement, OnADesktopWithoutAProxy) {
+  const ZelString pipe = In("no.sock");
+  ExpectAnswer("ProxyDesktopLockManager::Lock", 0,
+               [&] { return ProxyDesktopLockManager::Lock(pipe); });
+  ExpectAnswer("ProxyDesktopLockManager::SetMessage", 0,
+               [&] { return ProxyDesktopLockManager::SetMessage(pipe, "t", "m"); });
+  ExpectAnswer("ProxyDesktopLockManager::Unlock", 0,
+               [&] { return ProxyDesktopLockManager::Unlock(pipe); });
+  ExpectAnswer("ProxyUtils::IsUserAbsent", 0, [&] { return ProxyUtils::IsUserAbsent(pipe); });
+}
+
+TEST_F(HostAgreement, OnTheNumbersOfButtons) {
+  EXPECT_EQ(SkinDialog::BUTTON_NO_BUTTON, 0u);
+  EXPECT_EQ(SkinDialog::BUTTON_CLOSE, 1u);
+  EXPECT_EQ(SkinDialog::BUTTON_YES_NO, 2u);
+  EXPECT_EQ(SkinDialog::kFirstButton, 100u);
+  EXPECT_EQ(SkinDialog::kSecondButton, 101u);
+  EXPECT_EQ(SkinDialog::kCloseButton, 102u);
+}
+
+/// The place of a virtual function among those of its class: what a pointer to it holds on the
+/// platforms there are.
+template <typename Function>
+size_t SlotOf(Function function) {
+  uintptr_t offset = 0;
+  std::memcpy(&offset, &function, sizeof offset);
+  return (offset - 1) / sizeof(void*);
+}
+
+TEST_F(HostAgreement, OnTheOrderOfADialogsFunctions) {
+  // The destructor takes two slots.
+  const std::vector<size_t> slots = {SlotOf(&SkinDialog::Close),
+                                     SlotOf(&SkinDialog::Show),
+                                     SlotOf(&SkinDialog::IsInitialised),
+                                     SlotOf(&SkinDialog::GetButtonClickedID),
+                                     SlotOf(&SkinDialog::RefreshTimerArea),
+                                     SlotOf(&SkinDialog::RadioButtonProc),
+                                     SlotOf(&SkinDialog::ProcessButtonAction),
+                                     SlotOf(&SkinDialog::GetWindowsHandle),
+                                     SlotOf(&SkinDialog::GetFormatedCurrentDateTime),
+                                     SlotOf(&SkinDialog::SkinDialogProc),
+                                     SlotOf(&SkinDialog::Run),
+                                     SlotOf(&SkinDialog::InitApplication),
+                                     SlotOf(&SkinDialog::InitInstance)};
+  EXPECT_EQ(slots, (std::vector<size_t>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}));
+}
+
+TEST_F(HostAgreement, OnTextsThatAreReplacedInAnyCase) {
+  ZelString text = "{AdminName} {adminNAME} {Admin}";
+  EXPECT_EQ(text.ReplaceAll("{AdminName}", "{AdminName} 100%", true), 2u);
+  EXPECT_EQ(text, "{AdminName} 100% {AdminName} 100% {Admin}");
 }
 
 }  // namespace

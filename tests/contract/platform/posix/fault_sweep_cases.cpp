@@ -57,6 +57,14 @@ void AnswerConvertedWriting(FakeHost& host) {
   host.Answer("FileDelete", 0);
 }
 
+void AnswerEndOfSystem(FakeHost& host) {
+  host.Answer("GetCurrentProcess", 11);
+  host.Answer("OpenProcessToken", 12);
+  host.Answer("LookupPrivilegeValueW", 13);
+  host.Answer("AdjustTokenPrivileges", 1);
+  host.Answer("ExitWindowsEx", 1);
+}
+
 }  // namespace
 
 std::vector<Case> CasesOfSystemCalls() {
@@ -72,5 +80,10 @@ std::vector<Case> CasesOfSystemCalls() {
        Texts({{"Path", "C:/a"}, {"FileContent", "aGVsbG8="}}),
        AnswerConvertedWriting,
        {"Result"}},
+      {"end the system",
+       "CoreUtilsExitOperatingSystem",
+       Texts({{"HowToExit", "a kind that needs memory of its own"}}),
+       AnswerEndOfSystem,
+       {"HowToExit"}},
   };
 }

@@ -1,0 +1,499 @@
+#include <string>
+#include <vector>
+
+#include "tests/contract/user_test.h"
+
+namespace {
+
+const std::vector<std::string> kTranslations = {
+    Translation("_MESSAGEBOX_DA_ACKNOWLEDGMENTREQUEST_"), Translation("_ACTION_YES_"),
+    Translation("_ACTION_NO_")};
+
+const std::string kAsksWhoIsLogged = "IsUserLogged()";
+const std::string kAsksWhetherAbsent = "ProxyUtils::IsUserAbsent(\"pipe\")";
+const std::string kMakesDialog =
+    "SkinDialog(null, \"May Anna Admin see your screen?\", \"Yes\", \"No\", \"\", 2, \"pipe\", "
+    "false, \"\")";
+const std::string kAsksInitialised = "SkinDialog::IsInitialised(false)";
+const std::string kShows = "SkinDialog::Show(true, false)";
+const std::string kAsksButton = "SkinDialog::GetButtonClickedID(false)";
+const std::string kCloses = "SkinDialog::Close(false, false)";
+const std::string kDeletes = "~SkinDialog";
+
+constexpr const char* kWaiting = "Waiting for acknowledgment of local user";
+constexpr const char* kAcceptedText = "Connection accepted by local user";
+constexpr const char* kRefusedText = "Connection refused by local user";
+constexpr const char* kAbortedText = "Connection aborted by remote administrator";
+constexpr const char* kNoProxyText =
+    "connection refused: no proxy on host, so user cannot be asked";
+constexpr const char* kBusyText = "Connection impossible now, waiting for another acknowlegment";
+constexpr const char* kNobodyText = "Connection impossible nobody logged";
+constexpr const char* kAbsentText = "Connection impossible user absent";
+
+std::string Audit(const std::string& event) {
+  return "Audit \"maria\", \"192.0.2.7\", \"" + event + ", class Direct Access\"";
+}
+
+const Outcome kAborted{kSuccess, "{}"};
+
+Outcome Acknowledge(int value) {
+  return {kSuccess, "{Acknowledge: Int32 " + std::to_string(value) + "}"};
+}
+
+ZelContainer AskingFor(const char* adminName) {
+  ZelContainer params =
+      Texts({{"DACurrentConsoleUser", "maria"}, {"DisplayAdminName", adminName}, {"Other", "x"}});
+  params.SetContainer("HttpProtocolRequestInfo",
+                      Texts({{"HttpProtocolRequestAddress", "192.0.2.7"}}), kNoIndex);
+  return params;
+}
+
+class AcknowledgementTest : public UserTest {
+ protected:
+  void AnswerTexts(const ZelString& question = "May {AdminName} see your screen?") {
+    host.AnswerText("ZelAgentGetTranslation", question);
+    host.AnswerText("ZelAgentGetTranslation", "Yes");
+    host.AnswerText("ZelAgentGetTranslation", "No");
+    AnswerPipe();
+  }
+  /// Up to the dialog.
+  void AnswerPresent() {
+    AnswerTexts();
+    host.Answer("IsUserLogged", 1);
+    host.Answer("ProxyUtils::IsUserAbsent", 0);
+  }
+  void AnswerDialogMade() {
+    AnswerPresent();
+    host.Answer("SkinDialog", 0);
+  }
+  /// A dialog that runs `meanwhile` while it is shown and ends with `button`.
+  void AnswerShown(unsigned int button, std::function<void()> meanwhile = {}) {
+    AnswerDialogMade();
+    host.Answer("SkinDialog::IsInitialised", 1);
+    host.AnswerWork("SkinDialog::Show", 0, std::move(meanwhile));
+    host.Answer("SkinDialog::GetButtonClickedID", button);
+  }
+  Outcome Ask() { return Run("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")); }
+  Outcome Withdraw() { return Run("CoreUtilsDestroyAckPopup", {}); }
+
+  /// Expects the calls since the last look to be those up to the dialog, and these.
+  void ExpectAfterPresence(const std::vector<std::string>& rest) {
+    std::vector<std::string> expected = kTranslations;
+    for (const std::string& line :
+         {std::string(kAsksForPipe), kAsksWhoIsLogged, kAsksWhetherAbsent}) {
+      expected.push_back(line);
+    }
+    expected.insert(expected.end(), rest.begin(), rest.end());
+    EXPECT_EQ(TakeCalls(), expected);
+  }
+};
+
+using CheckClientAccept = AcknowledgementTest;
+using DestroyAckPopup = AcknowledgementTest;
+
+// ---- the answers of the user ----
+
+TEST_F(CheckClientAccept, AsksTheUserAndReportsTheConsent) {
+  AnswerShown(100);
+
+  EXPECT_EQ(Ask(), Acknowledge(1));
+
+  ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kShows, kAsksButton,
+                       Audit(kAcceptedText), kDeletes});
+}
+
+TEST_F(CheckClientAccept, ReportsTheRefusal) {
+  AnswerShown(101);
+
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kShows, kAsksButton,
+                       Audit(kRefusedText), kDeletes});
+}
+
+TEST_F(CheckClientAccept, ReportsNothingForADialogThatEndedWithoutEither) {
+  for (const unsigned int button : {0U, 1U, 99U, 102U, 356U, ~0U}) {
+    AnswerShown(button);
+
+    EXPECT_EQ(Ask(), kAborted) << button;
+
+    ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kShows, kAsksButton,
+                         Audit(kAbortedText), kDeletes});
+  }
+}
+
+// ---- who cannot be asked ----
+
+TEST_F(CheckClientAccept, AsksNobodyWhenNobodyIsLoggedOn) {
+  AnswerTexts();
+  host.Answer("IsUserLogged", 0);
+
+  EXPECT_EQ(Ask(), Acknowledge(3));
+
+  std::vector<std::string> expected = kTranslations;
+  expected.insert(expected.end(), {kAsksForPipe, kAsksWhoIsLogged, Audit(kNobodyText)});
+  EXPECT_EQ(host.Transcript(), expected);
+}
+
+TEST_F(CheckClientAccept, AsksNobodyWhenTheUserIsAbsent) {
+  AnswerTexts();
+  host.Answer("IsUserLogged", 1);
+  host.Answer("ProxyUtils::IsUserAbsent", 1);
+
+  EXPECT_EQ(Ask(), Acknowledge(4));
+
+  ExpectAfterPresence({Audit(kAbsentText)});
+}
+
+TEST_F(CheckClientAccept, LeavesTheQuestionThatIsBeingAskedAlone) {
+  Outcome rival = kAborted;
+  AnswerShown(100, [&] {
+    host.ForgetTranscript();
+    AnswerPresent();
+    rival = Ask();
+    ExpectAfterPresence({Audit(kBusyText)});
+  });
+
+  EXPECT_EQ(Ask(), Acknowledge(1));
+
+  EXPECT_EQ(rival, Acknowledge(2));
+  EXPECT_THAT(TakeCalls(), ElementsAre(kAsksButton, Audit(kAcceptedText), kDeletes));
+}
+
+TEST_F(CheckClientAccept, FindsNobodyLoggedOnAlsoWhileAQuestionIsBeingAsked) {
+  Outcome rival = kAborted;
+  AnswerShown(101, [&] {
+    AnswerTexts();
+    host.Answer("IsUserLogged", 0);
+    rival = Ask();
+  });
+
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  EXPECT_EQ(rival, Acknowledge(3));
+}
+
+TEST_F(CheckClientAccept, FindsTheUserAbsentAlsoWhileAQuestionIsBeingAsked) {
+  Outcome rival = kAborted;
+  AnswerShown(101, [&] {
+    AnswerTexts();
+    host.Answer("IsUserLogged", 1);
+    host.Answer("ProxyUtils::IsUserAbsent", 1);
+    rival = Ask();
+  });
+
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  EXPECT_EQ(rival, Acknowledge(4));
+}
+
+TEST_F(CheckClientAccept, IsBusyAsSoonAsThereIsADialogAndUntilItIsDeleted) {
+  std::vector<Outcome> rivals;
+  const auto askMeanwhile = [&] {
+    AnswerPresent();
+    rivals.push_back(Ask());
+  };
+  AnswerDialogMade();
+  host.AnswerDialog("SkinDialog::IsInitialised", 1, false, askMeanwhile);
+  host.AnswerDialog("SkinDialog::Show", 0, false, askMeanwhile);
+  host.AnswerDialog("SkinDialog::GetButtonClickedID", 100, false, askMeanwhile);
+
+  EXPECT_EQ(Ask(), Acknowledge(1));
+
+  EXPECT_THAT(rivals, ElementsAre(Acknowledge(2), Acknowledge(2), Acknowledge(2)));
+}
+
+TEST_F(CheckClientAccept, AsksAgainWhenTheQuestionBeforeHasEnded) {
+  for (const unsigned int button : {100U, 101U, 0U}) {
+    AnswerShown(button);
+    Ask();
+  }
+  AnswerShown(100);
+  EXPECT_EQ(Ask(), Acknowledge(1));
+}
+
+// ---- what may go wrong ----
+
+TEST_F(CheckClientAccept, RefusesWhenNoDialogCanBeMade) {
+  AnswerPresent();
+  host.AnswerDialog("SkinDialog", 0, true);
+
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  ExpectAfterPresence({kMakesDialog, Audit(kNoProxyText), kDeletes});
+}
+
+TEST_F(CheckClientAccept, RefusesWhenTheProxyIsLostBeforeTheDialogIsShown) {
+  for (const bool isInitialised : {false, true}) {
+    AnswerDialogMade();
+    host.AnswerDialog("SkinDialog::IsInitialised", isInitialised, true);
+
+    EXPECT_EQ(Ask(), Acknowledge(0));
+
+    ExpectAfterPresence(
+        {kMakesDialog, Audit(kWaiting), kAsksInitialised, Audit(kNoProxyText), kDeletes});
+  }
+}
+
+TEST_F(CheckClientAccept, WritesNothingMoreWhenTheDialogIsNotInitialised) {
+  AnswerDialogMade();
+  host.Answer("SkinDialog::IsInitialised", 0);
+
+  EXPECT_EQ(Ask(), kAborted);
+
+  ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kDeletes});
+}
+
+TEST_F(CheckClientAccept, RefusesWhenTheProxyIsLostWhileTheDialogIsShown) {
+  AnswerDialogMade();
+  host.Answer("SkinDialog::IsInitialised", 1);
+  host.AnswerDialog("SkinDialog::Show", 0, true);
+
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  ExpectAfterPresence(
+      {kMakesDialog, Audit(kWaiting), kAsksInitialised, kShows, Audit(kNoProxyText), kDeletes});
+}
+
+TEST_F(CheckClientAccept, TakesNoButtonFromAProxyThatWasLost) {
+  for (const unsigned int button : {100U, 101U, 0U}) {
+    AnswerDialogMade();
+    host.Answer("SkinDialog::IsInitialised", 1);
+    host.Answer("SkinDialog::Show", 0);
+    host.AnswerDialog("SkinDialog::GetButtonClickedID", button, true);
+
+    EXPECT_EQ(Ask(), Acknowledge(0)) << button;
+
+    ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kShows, kAsksButton,
+                         Audit(kNoProxyText), kDeletes});
+  }
+}
+
+TEST_F(CheckClientAccept, AsksAgainAfterEachFailure) {
+  AnswerPresent();
+  host.AnswerDialog("SkinDialog", 0, true);
+  EXPECT_EQ(Ask(), Acknowledge(0));
+  AnswerDialogMade();
+  host.Answer("SkinDialog::IsInitialised", 0);
+  EXPECT_EQ(Ask(), kAborted);
+  AnswerDialogMade();
+  host.Answer("SkinDialog::IsInitialised", 1);
+  host.AnswerDialog("SkinDialog::Show", 0, true);
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  AnswerShown(100);
+  EXPECT_EQ(Ask(), Acknowledge(1));
+}
+
+// ---- the question ----
+
+class AskedQuestion : public AcknowledgementTest {
+ protected:
+  /// The text of the dialog, as the transcript shows it.
+  std::string Asked(const ZelString& translation, const char* adminName) {
+    AnswerTexts(translation);
+    host.Answer("IsUserLogged", 1);
+    host.Answer("ProxyUtils::IsUserAbsent", 0);
+    host.AnswerDialog("SkinDialog", 0, true);
+    Run("CoreUtilsCheckClientAccept", AskingFor(adminName));
+    const std::string start = "SkinDialog(null, ";
+    const std::string end = ", \"Yes\", \"No\", \"\", 2, \"pipe\", false, \"\")";
+    for (const std::string& line : TakeCalls()) {
+      if (!line.starts_with(start)) continue;
+      EXPECT_TRUE(line.ends_with(end)) << line;
+      return line.substr(start.size(), line.size() - start.size() - end.size());
+    }
+    return "no dialog";
+  }
+};
+
+TEST_F(AskedQuestion, NamesTheAdministratorWhereverItSaysSo) {
+  EXPECT_EQ(Asked("{AdminName}, {AdminName}{AdminName}.", "Anna"), "\"Anna, AnnaAnna.\"");
+}
+
+TEST_F(AskedQuestion, NamesTheAdministratorInAnyCase) {
+  EXPECT_EQ(Asked("{ADMINNAME} {adminname} {AdminNam}", "Anna"), "\"Anna Anna {AdminNam}\"");
+}
+
+TEST_F(AskedQuestion, IsUnchangedWhereItNamesNobody) {
+  EXPECT_EQ(Asked("May somebody see your screen?", "Anna"), "\"May somebody see your screen?\"");
+  EXPECT_EQ(Asked("", "Anna"), "\"\"");
+}
+
+TEST_F(AskedQuestion, HasAGapForANameThatIsEmpty) {
+  EXPECT_EQ(Asked("May {AdminName} see it?", ""), "\"May  see it?\"");
+}
+
+TEST_F(AskedQuestion, TakesTheNameAsItIs) {
+  EXPECT_EQ(Asked("<{AdminName}>", "100% %S \"q\" &amp; <b>\n{AdminName}"),
+            "\"<100% %S \"q\" &amp; <b>\\x0a{AdminName}>\"");
+}
+
+TEST_F(AskedQuestion, TakesTheTranslationAsItIs) {
+  EXPECT_EQ(Asked("100% %S \"q\"\r\n\t{AdminName}", "Anna"),
+            "\"100% %S \"q\"\\x0d\\x0a\\x09"
+            "Anna\"");
+}
+
+TEST_F(CheckClientAccept, PassesTheLabelsOnAsTheyAre) {
+  host.AnswerText("ZelAgentGetTranslation", "May {AdminName}?");
+  host.AnswerText("ZelAgentGetTranslation", "{AdminName} &Ja %d");
+  host.AnswerText("ZelAgentGetTranslation", "");
+  AnswerPipe();
+  host.Answer("IsUserLogged", 1);
+  host.Answer("ProxyUtils::IsUserAbsent", 0);
+  host.AnswerDialog("SkinDialog", 0, true);
+
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  ExpectAfterPresence(
+      {"SkinDialog(null, \"May Anna Admin?\", \"{AdminName} &Ja %d\", \"\", "
+       "\"\", 2, \"pipe\", false, \"\")",
+       Audit(kNoProxyText), kDeletes});
+}
+
+// ---- the container ----
+
+TEST_F(CheckClientAccept, HasClearedTheContainerBeforeTheUserIsAsked) {
+  ZelContainer params = AskingFor("Anna Admin");
+  size_t keysMeanwhile = 99;
+  AnswerShown(0, [&] { keysMeanwhile = params.CountKeys(); });
+
+  for (const FakeHost::Registration& row : host.Registrations()) {
+    if (row.signature == "CoreUtilsCheckClientAccept ()") row.handler(&params);
+  }
+
+  EXPECT_EQ(keysMeanwhile, 0u);
+}
+
+TEST_F(CheckClientAccept, KeepsNoAnswerThatWasSentIn) {
+  ZelContainer params = AskingFor("Anna Admin");
+  params.SetInt32("Acknowledge", 1, kNoIndex);
+  AnswerShown(0);
+  EXPECT_EQ(Run("CoreUtilsCheckClientAccept", params), kAborted);
+}
+
+TEST_F(CheckClientAccept, TakesAbsentParametersAsEmpty) {
+  AnswerTexts();
+  host.Answer("IsUserLogged", 0);
+
+  EXPECT_EQ(Run("CoreUtilsCheckClientAccept", {}), Acknowledge(3));
+
+  EXPECT_EQ(host.Transcript().back(),
+            "Audit \"\", \"\", \"Connection impossible nobody logged, class Direct Access\"");
+}
+
+TEST_F(CheckClientAccept, TakesParametersOfOtherTypesAsEmpty) {
+  ZelContainer params = Texts({{"HttpProtocolRequestInfo", "192.0.2.7"}});
+  params.SetInt32("DACurrentConsoleUser", 1, kNoIndex);
+  params.SetString("DisplayAdminName", "Anna", 0);
+  AnswerPresent();
+  host.AnswerDialog("SkinDialog", 0, true);
+
+  EXPECT_EQ(Run("CoreUtilsCheckClientAccept", params), Acknowledge(0));
+
+  ExpectAfterPresence(
+      {"SkinDialog(null, \"May  see your screen?\", \"Yes\", \"No\", \"\", 2, \"pipe\", false, "
+       "\"\")",
+       "Audit \"\", \"\", \"connection refused: no proxy on host, so user cannot be asked, class "
+       "Direct Access\"",
+       kDeletes});
+}
+
+// ---- CoreUtilsDestroyAckPopup ----
+
+TEST_F(DestroyAckPopup, DoesNothingWhenNothingIsAsked) {
+  EXPECT_EQ(Run("CoreUtilsDestroyAckPopup", Texts({{"Other", "x"}})),
+            (Outcome{kSuccess, "{Other: String \"x\"}"}));
+  EXPECT_THAT(host.Transcript(), IsEmpty());
+}
+
+TEST_F(DestroyAckPopup, ClosesTheDialogAndTheOneThatAskedReportsIt) {
+  Outcome withdrawn{kFailure, ""};
+  AnswerShown(0, [&] {
+    host.ForgetTranscript();
+    host.Answer("SkinDialog::Close", 0);
+    withdrawn = Run("CoreUtilsDestroyAckPopup", Texts({{"Other", "x"}}));
+    EXPECT_THAT(TakeCalls(), ElementsAre(kCloses));
+  });
+
+  EXPECT_EQ(Ask(), kAborted);
+
+  EXPECT_EQ(withdrawn, (Outcome{kSuccess, "{Other: String \"x\"}"}));
+  EXPECT_THAT(TakeCalls(), ElementsAre(kAsksButton, Audit(kAbortedText), kDeletes));
+}
+
+TEST_F(DestroyAckPopup, DoesNothingWhenTheQuestionHasEnded) {
+  for (const unsigned int button : {100U, 0U}) {
+    AnswerShown(button);
+    Ask();
+    host.ForgetTranscript();
+
+    EXPECT_EQ(Withdraw(), (Outcome{kSuccess, "{}"}));
+
+    EXPECT_THAT(host.Transcript(), IsEmpty());
+  }
+}
+
+TEST_F(DestroyAckPopup, IgnoresThatTheProxyIsLost) {
+  AnswerShown(100, [&] {
+    host.AnswerDialog("SkinDialog::Close", 0, true);
+    EXPECT_EQ(Withdraw(), (Outcome{kSuccess, "{}"}));
+  });
+
+  // What the user said before still holds.
+  EXPECT_EQ(Ask(), Acknowledge(1));
+}
+
+TEST_F(DestroyAckPopup, ClosesAsOftenAsItIsAsked) {
+  AnswerShown(0, [&] {
+    host.ForgetTranscript();
+    for (int i = 0; i < 2; ++i) {
+      host.Answer("SkinDialog::Close", 0);
+      EXPECT_EQ(Withdraw(), (Outcome{kSuccess, "{}"}));
+    }
+    EXPECT_THAT(TakeCalls(), ElementsAre(kCloses, kCloses));
+  });
+  EXPECT_EQ(Ask(), kAborted);
+}
+
+TEST_F(DestroyAckPopup, FindsTheDialogFromItsMakingToItsEnd) {
+  const auto withdraw = [this] {
+    host.Answer("SkinDialog::Close", 0);
+    Withdraw();
+  };
+  AnswerDialogMade();
+  host.AnswerDialog("SkinDialog::IsInitialised", 1, false, withdraw);
+  host.AnswerDialog("SkinDialog::Show", 0, false, withdraw);
+  host.AnswerDialog("SkinDialog::GetButtonClickedID", 0, false, withdraw);
+
+  EXPECT_EQ(Ask(), kAborted);
+
+  ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kCloses, kShows, kCloses,
+                       kAsksButton, kCloses, Audit(kAbortedText), kDeletes});
+}
+
+TEST_F(DestroyAckPopup, FindsNothingWhileTheDialogIsBeingMade) {
+  AnswerPresent();
+  host.AnswerDialog("SkinDialog", 0, false, [this] { Withdraw(); });
+  host.Answer("SkinDialog::IsInitialised", 0);
+
+  EXPECT_EQ(Ask(), kAborted);
+
+  ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kDeletes});
+}
+
+TEST_F(DestroyAckPopup, LeavesOtherDialogsAlone) {
+  AnswerPipe();
+  host.Answer("SkinDialog", 0);
+  host.Answer("SkinDialog::IsInitialised", 1);
+  host.Answer("SkinDialog::Show", 0);
+  EXPECT_EQ(Code("CoreUtilsShowDialog"), kSuccess);
+  host.ForgetTranscript();
+
+  EXPECT_EQ(Withdraw(), (Outcome{kSuccess, "{}"}));
+
+  EXPECT_THAT(host.Transcript(), IsEmpty());
+}
+
+}  // namespace

@@ -1,0 +1,82 @@
+#include <string>
+
+#include "tests/contract/user_test.h"
+
+namespace {
+
+using SessionOfUser = UserTest;
+using ShellExecuteAsLoggedUser = UserTest;
+
+constexpr const char* kAsksWhoIsLogged = "IsUserLogged()";
+
+TEST_F(SessionOfUser, IsThereAndThePersonIsPresent) {
+  host.Answer("IsUserLogged", 1);
+  AnswerPipe();
+  host.Answer("ProxyUtils::IsUserAbsent", 0);
+
+  EXPECT_EQ(Run("CoreUtilsIsUserLogged", Texts({{"Other", "x"}})),
+            (Outcome{kSuccess, "{UserLogged: Bool true, ScreenSaving: Bool false}"}));
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre(kAsksWhoIsLogged, kAsksForPipe, "ProxyUtils::IsUserAbsent(\"pipe\")"));
+}
+
+TEST_F(SessionOfUser, ReportsAnAbsentPersonAsScreenSaving) {
+  host.Answer("IsUserLogged", 1);
+  AnswerPipe();
+  host.Answer("ProxyUtils::IsUserAbsent", 1);
+  EXPECT_EQ(Run("CoreUtilsIsUserLogged", {}),
+            (Outcome{kSuccess, "{UserLogged: Bool true, ScreenSaving: Bool true}"}));
+}
+
+TEST_F(SessionOfUser, ThatIsNotThereHasNoScreen) {
+  host.Answer("IsUserLogged", 0);
+
+  EXPECT_EQ(Run("CoreUtilsIsUserLogged", {}), (Outcome{kSuccess, "{UserLogged: Bool false}"}));
+
+  EXPECT_THAT(host.Transcript(), ElementsAre(kAsksWhoIsLogged));
+}
+
+TEST_F(SessionOfUser, ReplacesAnswersThatWereSentIn) {
+  ZelContainer params = Texts({{"UserLogged", "mine"}});
+  params.SetBool("ScreenSaving", true, kNoIndex);
+  host.Answer("IsUserLogged", 0);
+  EXPECT_EQ(Run("CoreUtilsIsUserLogged", params), (Outcome{kSuccess, "{UserLogged: Bool false}"}));
+}
+
+TEST_F(SessionOfUser, AsksThePipeOfTheMoment) {
+  host.Answer("IsUserLogged", 1);
+  host.AnswerText("ZelAgentGetProxyPipeName", "");
+  host.Answer("ProxyUtils::IsUserAbsent", 0);
+  Run("CoreUtilsIsUserLogged", {});
+  EXPECT_EQ(host.Transcript().back(), "ProxyUtils::IsUserAbsent(\"\")");
+}
+
+TEST_F(ShellExecuteAsLoggedUser, HandsTheCommandToTheAgentsSysTray) {
+  EXPECT_EQ(Run("CoreUtilsShellExecuteAsLoggedUser",
+                Texts({{"Command", "notepad.exe C:\\a.txt"}, {"AgentPath", "x"}})),
+            (Outcome{kSuccess, "{}"}));
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("ZelAgentGetSysTray()",
+                          "SysTray::ExecuteAsLoggedUser(\"notepad.exe C:\\a.txt\")"));
+}
+
+TEST_F(ShellExecuteAsLoggedUser, PassesTheCommandOnAsItIs) {
+  constexpr const char* kCommand = " \"C:\\a b.exe\" 100% %S & del *\r\n\xC3\xBC ";
+  EXPECT_EQ(Run("CoreUtilsShellExecuteAsLoggedUser", Texts({{"Command", kCommand}})),
+            (Outcome{kSuccess, "{}"}));
+  EXPECT_EQ(
+      host.Transcript().back(),
+      "SysTray::ExecuteAsLoggedUser(\" \"C:\\a b.exe\" 100% %S & del *\\x0d\\x0a\xC3\xBC \")");
+}
+
+TEST_F(ShellExecuteAsLoggedUser, TakesAnAbsentCommandAsEmpty) {
+  ZelContainer number;
+  number.SetInt32("Command", 7, kNoIndex);
+  for (const ZelContainer& params : {ZelContainer(), number, Texts({{"strCommand", "a.exe"}})}) {
+    EXPECT_EQ(Run("CoreUtilsShellExecuteAsLoggedUser", params), (Outcome{kSuccess, "{}"}));
+    EXPECT_EQ(host.Transcript().back(), "SysTray::ExecuteAsLoggedUser(\"\")");
+  }
+}
+
+}  // namespace
