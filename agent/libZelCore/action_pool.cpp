@@ -34,18 +34,21 @@ ActionPool::~ActionPool() {
   Stop();
 }
 
-bool ActionPool::Submit(std::function<void()> job) {
+bool ActionPool::Submit(std::function<void()> job, Patience patience) {
+  const bool isForPeople = patience == Patience::kForPeople;
   Threads ended;
   {
     std::unique_lock lock(mutex_);
     if (stopping_) return false;
+    if (isForPeople && jobsForPeople_ >= std::max<size_t>(1, maxThreads_ / 2)) return false;
 
     // An idle thread may have been woken for a queued job and not run yet, hence the comparison.
     if (queue_.size() >= idle_ && !StartThread()) {
       const bool isFull = queue_.size() >= idle_ + maxQueued_;
       if (isFull || threads_.empty()) return false;
     }
-    queue_.push_back(std::move(job));
+    queue_.push_back({std::move(job), patience});
+    if (isForPeople) ++jobsForPeople_;
     hasQueued_ = true;
     ended.swap(ended_);
   }
@@ -56,7 +59,7 @@ bool ActionPool::Submit(std::function<void()> job) {
 
 void ActionPool::Stop() {
   Threads threads;
-  std::deque<std::function<void()>> dropped;
+  std::deque<Job> dropped;
   {
     std::unique_lock lock(mutex_);
     stopping_ = true;
@@ -86,13 +89,14 @@ bool ActionPool::StartThread() {
 void ActionPool::Work(Threads::iterator self) {
   std::unique_lock lock(mutex_);
   while (WaitForJob(lock)) {
-    std::function<void()> job = std::move(queue_.front());
+    Job job = std::move(queue_.front());
     queue_.pop_front();
     hasQueued_ = !queue_.empty();
     lock.unlock();
-    Run(job);
-    job = nullptr;  // what the job holds is released before the next wait
+    Run(job.run);
+    job.run = nullptr;  // what the job holds is released before the next wait
     lock.lock();
+    if (job.patience == Patience::kForPeople) --jobsForPeople_;
   }
   // When stopping, the thread's handle is in the hands of Stop() already.
   if (!stopping_) ended_.splice(ended_.end(), threads_, self);

@@ -19,13 +19,21 @@ class ActionPool {
   /// Waits for the running jobs; waiting ones are dropped.
   ~ActionPool();
 
+  /// What a job may wait for. Those that wait for a person have at most half of the threads, so
+  /// that a screen full of questions leaves the agent able to answer, and to withdraw them.
+  enum class Patience { kOrdinary, kForPeople };
+
   /// False when the pool is at capacity or stopping; the job is then not kept.
-  bool Submit(std::function<void()> job);
+  bool Submit(std::function<void()> job, Patience patience = Patience::kOrdinary);
   /// Takes no more jobs, drops waiting ones, waits for running ones. Not to be called from a job.
   void Stop();
 
  private:
   using Threads = std::list<std::thread>;
+  struct Job {
+    std::function<void()> run;
+    Patience patience;
+  };
 
   bool StartThread();
   void Work(Threads::iterator self);
@@ -37,7 +45,8 @@ class ActionPool {
   const size_t maxQueued_;
   std::mutex mutex_;
   std::condition_variable wake_;
-  std::deque<std::function<void()>> queue_;
+  std::deque<Job> queue_;
+  size_t jobsForPeople_ = 0;  ///< that run or wait to
   Threads threads_;
   Threads ended_;  ///< threads that have left `threads_` and are to be joined
   size_t idle_ = 0;

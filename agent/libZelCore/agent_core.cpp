@@ -4,7 +4,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "agent/libZel/absence_limit.h"
 #include "agent/libZel/archive_limits.h"
+#include "agent/libZel/dialog_waits.h"
 #include "agent/libZel/http_exchange.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/agent_core_parts.h"
@@ -40,6 +42,29 @@ std::vector<AliasTable::GuardedFile> GuardedFiles(const Settings& settings) {
           {settings.fleetSecretFile, "fleet secret"},
           {settings.certificateFile, "certificate"},
           {settings.privateKeyFile, "private key"}};
+}
+
+/// The proxy stands beside this program, where nobody but administrators may put anything.
+fs::path ProxyProgram() {
+  const fs::path agent = core_platform::ExecutablePath();
+  fs::path proxy = agent.parent_path() / "zelproxy";
+  return proxy.replace_extension(agent.extension());
+}
+
+void PrepareUserSessions(AgentCore::Implementation& core, const AgentOptions& options) {
+  const Settings& settings = core.settings;
+  SetAbsenceLimit(std::chrono::seconds(settings.absenceAfterS));
+  AllowDialogWaits();
+  core.texts = std::make_unique<UserTexts>(
+      std::vector<fs::path>{ShippedTranslations(), core.config / "translations"},
+      settings.language.empty() ? core_platform::SystemLanguage() : settings.language,
+      AskProxyForLanguage);
+  if (core.texts->Find("_ACTION_YES_", "en") == "_ACTION_YES_")
+    CoreLog().WarningWithNL("The texts for users are missing: %S",
+                            FromNativePath(ShippedTranslations()));
+  if (options.startsProxies && settings.proxyStart && settings.proxyPipe.empty())
+    core.supervisor = std::make_unique<ProxySupervisor>(RealProxySystem(ProxyProgram()));
+  core.proxies = std::make_unique<ProxyFinder>(settings.proxyPipe, core.supervisor.get());
 }
 
 DebugOptions LogOptions(const Settings& settings, const fs::path& directory, bool logToStderr) {
@@ -113,6 +138,7 @@ AgentCore::AgentCore(const AgentOptions& options) {
       {core.settings, WithSeparator(core.data), WithSeparator(core.config), core.policy,
        core.inventory, core.aliases, [&core] { return core.port.load(); }},
       &core.actions, core.coreOwner);
+  PrepareUserSessions(core, options);
   ServedCore() = &core;
   CoreLog().PrintWithNL("Agent %s starts, home %S", core.settings.agentName.c_str(),
                         FromNativePath(core.home));
@@ -122,6 +148,7 @@ AgentCore::~AgentCore() {
   StopServing();
   CoreLog().PrintWithNL("Agent stops");
   ServedCore() = nullptr;
+  implementation_->supervisor.reset();
   CoreLog().SetContext(nullptr);
   LibraryLog().SetContext(nullptr);
 }
@@ -160,6 +187,7 @@ std::string AgentCore::Serve() {
 void AgentCore::StopServing() {
   Implementation& core = *implementation_;
   if (!core.server) return;
+  EndDialogWaits();
   core.server->Stop();
   core.pool->Stop();
   core.server.reset();

@@ -14,6 +14,7 @@ struct AgentOptions {
   std::filesystem::path home;    ///< holds config/, data/, log/, bin/
   std::optional<uint16_t> port;  ///< overrides [http] port; 0 picks a free one
   bool logToStderr = false;
+  bool startsProxies = false;  ///< where the configuration does not forbid it
 };
 
 /// The agent core of this process: log, settings, users, action database, privacy policy, audit
@@ -38,7 +39,7 @@ class AgentCore {
 
   /// Starts the HTTP protocol; returns its URL. Throws std::runtime_error.
   std::string Serve();
-  /// Stops serving and waits for running actions.
+  /// Stops serving, ends what waits for people, and waits for running actions.
   void StopServing();
 
  private:

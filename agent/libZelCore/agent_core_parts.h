@@ -15,7 +15,10 @@
 #include "agent/libZelCore/credentials.h"
 #include "agent/libZelCore/http_server.h"
 #include "agent/libZelCore/privacy_policy.h"
+#include "agent/libZelCore/proxy_finder.h"
+#include "agent/libZelCore/proxy_supervisor.h"
 #include "agent/libZelCore/remote_invocation.h"
+#include "agent/libZelCore/user_texts.h"
 
 /// What an agent core consists of, for the core itself and the functions of libZelCore.h.
 struct AgentCore::Implementation {
@@ -40,6 +43,9 @@ struct AgentCore::Implementation {
   RemoteInvoker remote;
   SslContext sslContext;
   PacContext pacContext;
+  std::unique_ptr<UserTexts> texts;
+  std::unique_ptr<ProxySupervisor> supervisor;  ///< null when this agent starts no proxies
+  std::unique_ptr<ProxyFinder> proxies;
   ActionDatabase actions;
   ActionDatabase::Owner* coreOwner = nullptr;
   std::unique_ptr<ActionPool> pool;

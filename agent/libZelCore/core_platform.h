@@ -19,10 +19,13 @@ std::filesystem::path ExecutablePath();
 /// What the system calls this program's code: on Windows its module handle, else null.
 void* ApplicationHandle();
 
-/// Where the user-session proxy of the person at this machine listens when the configuration does
-/// not say; empty without such a session. Elsewhere than on Windows: the socket "zelproxy.sock" in
-/// a user's run-time directory (/run/user/UID), which that user must own; with more than one the
-/// newest.
+/// The language that the system is set to, a tag; empty when it does not tell.
+std::string SystemLanguage();
+
+/// Where the user-session proxy of the person at this machine listens when neither the
+/// configuration nor the system's list of sessions tells; empty without such a session. Elsewhere
+/// than on Windows: the socket "zelproxy.sock" in a user's run-time directory (/run/user/UID),
+/// which that user must own; with more than one the newest.
 std::string DefaultProxyPipe();
 
 /// The computer's name, UTF-8; empty when the system does not tell.

@@ -89,6 +89,12 @@ uint32_t InvokeMaster(const ZelString& action, ZelContainer* parameters, uint32_
   return result.code;
 }
 
+std::string Translate(AgentCore::Implementation& core, const std::string& key,
+                      const std::string& language) {
+  if (!language.empty()) return core.texts->Find(key, language);
+  return core.texts->Find(key, core.texts->LanguageAt(core.proxies->Pipe()));
+}
+
 // Nothing may be thrown at a module; what is left to throw is a lack of memory.
 template <typename Function>
 uint32_t Guarded(uint32_t failure, Function function) noexcept {
@@ -142,10 +148,8 @@ void* ZelAgentGetAppHandle() {
 void ZelAgentGetProxyPipeName(ZelString& pipeName) {
   Guarded(0, [&] {
     pipeName.Clear();
-    const AgentCore::Implementation* const core = ServedCore();
-    if (!core) return 0u;
-    const std::string& configured = core->settings.proxyPipe;
-    pipeName = configured.empty() ? core_platform::DefaultProxyPipe() : configured;
+    AgentCore::Implementation* const core = ServedCore();
+    if (core) pipeName = core->proxies->Pipe();
     return 0u;
   });
 }
@@ -159,8 +163,13 @@ SysTray& ZelAgentGetSysTray() {
   return sysTray;
 }
 
-void ZelAgentGetTranslation(const ZelString& key, const ZelString&, ZelString& text) {
-  text = key;
+void ZelAgentGetTranslation(const ZelString& key, const ZelString& language, ZelString& text) {
+  Guarded(0, [&] {
+    const std::string name(key.Utf8());
+    AgentCore::Implementation* const core = ServedCore();
+    text = core ? Translate(*core, name, std::string(language.Utf8())) : name;
+    return 0u;
+  });
 }
 
 ZelDebugContext* ZelAgentGetDebugContext() {

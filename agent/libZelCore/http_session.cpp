@@ -28,6 +28,13 @@ constexpr size_t kLoggedClaimantBytes = 100;
 
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
+/// Those that a person at this machine answers, however late.
+ActionPool::Patience PatienceOf(std::string_view action) {
+  const bool isForPeople =
+      action == "CoreUtilsAdvanceDialog" || action == "CoreUtilsCheckClientAccept";
+  return isForPeople ? ActionPool::Patience::kForPeople : ActionPool::Patience::kOrdinary;
+}
+
 bool IsJsonType(std::string_view contentType) {
   contentType = contentType.substr(0, contentType.find(';'));
   while (contentType.ends_with(' ') || contentType.ends_with('\t')) contentType.remove_suffix(1);
@@ -349,7 +356,8 @@ void HttpSession::Dispatch() {
     return SendReply(200, {});
   }
   EnterUnlimited(Phase::kRunning);
-  if (shared_->pool.Submit([self = shared_from_this()] { self->RunAction(); })) return;
+  const auto run = [self = shared_from_this()] { self->RunAction(); };
+  if (shared_->pool.Submit(run, PatienceOf(route_.action))) return;
   Refuse({503, "at_capacity", "too many actions are running", "Retry-After: 1\r\n", {}});
 }
 

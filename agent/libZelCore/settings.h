@@ -29,6 +29,7 @@ enum class PacUse { kNone, kSend, kSendAndReceive };
 struct Settings {
   // [agent]
   std::string agentName;               ///< default: the host name
+  std::string language;                ///< of users whose own is not known; default: the system's
   std::map<char, std::string> drives;  ///< [drives] off Windows
 
   // [system]
@@ -51,11 +52,28 @@ struct Settings {
   uint32_t maxThreads = 64;
   uint32_t maxQueued = 1024;
   /// Actions that console users need the role "administrator" for; sorted.
-  std::vector<std::string> administratorsOnly = {
-      "AgentGetProgress",        "CoreUtilsConfigureJWS",     "CoreUtilsCopyFileToRelay",
-      "CoreUtilsExtractFile",    "CoreUtilsRestoreBackup",    "CoreUtilsRestoreBackupFromRelay",
-      "CoreUtilsRunScript",      "CoreUtilsTerminateProcess", "HttpProtocolAddAlias",
-      "HttpProtocolDeleteAlias", "HttpProtocolListAliases"};
+  std::vector<std::string> administratorsOnly = {"AgentGetProgress",
+                                                 "CoreUtilsAdvanceDialog",
+                                                 "CoreUtilsCheckClientAccept",
+                                                 "CoreUtilsCloseDialog",
+                                                 "CoreUtilsConfigureJWS",
+                                                 "CoreUtilsCopyFileToRelay",
+                                                 "CoreUtilsDestroyAckPopup",
+                                                 "CoreUtilsExitOperatingSystem",
+                                                 "CoreUtilsExtractFile",
+                                                 "CoreUtilsLockDesktop",
+                                                 "CoreUtilsRestoreBackup",
+                                                 "CoreUtilsRestoreBackupFromRelay",
+                                                 "CoreUtilsRestoreDesktopLockState",
+                                                 "CoreUtilsRunScript",
+                                                 "CoreUtilsSetLockMessageText",
+                                                 "CoreUtilsShellExecuteAsLoggedUser",
+                                                 "CoreUtilsShowDialog",
+                                                 "CoreUtilsTerminateProcess",
+                                                 "CoreUtilsUnlockDesktop",
+                                                 "HttpProtocolAddAlias",
+                                                 "HttpProtocolDeleteAlias",
+                                                 "HttpProtocolListAliases"};
 
   // [fleet]
   std::filesystem::path fleetSecretFile;
@@ -88,7 +106,9 @@ struct Settings {
   std::string masterAddress;
 
   // [proxy]
-  std::string proxyPipe;  ///< where the user-session proxy listens; empty: look for it
+  std::string proxyPipe;   ///< where the user-session proxy listens; empty: look for it
+  bool proxyStart = true;  ///< start it where it is missing, unless `proxyPipe` says where it is
+  uint32_t absenceAfterS = 600;  ///< without a touch of keyboard or pointer
 
   // [log]
   ZelDebugLevel logLevel = ZelDebugLevel::kTrace;

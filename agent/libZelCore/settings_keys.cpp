@@ -9,6 +9,7 @@
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/remote_invocation.h"
+#include "agent/translations/translation_file.h"
 
 bool IsNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
@@ -110,6 +111,13 @@ std::string SetAgentName(SettingsTarget& target, const std::string& value) {
                       std::all_of(value.begin(), value.end(), IsNameCharacter);
   if (!isName) return "is not a name of 1 to 64 letters, digits, \".\", \"-\" and \"_\"";
   target.settings.agentName = value;
+  return {};
+}
+
+std::string SetLanguage(SettingsTarget& target, const std::string& value) {
+  if (!value.empty() && NormalLanguageTag(value).empty())
+    return "is no language's tag, such as de or pt-BR";
+  target.settings.language = value;
   return {};
 }
 
@@ -217,6 +225,7 @@ std::string SetArchiveNames(SettingsTarget& target, const std::string& value) {
 const std::vector<SettingsKey>& SettingsKeys() {
   static const std::vector<SettingsKey> keys = {
       {"agent", "name", SetAgentName},
+      {"agent", "language", SetLanguage},
       {"system", "code_page", SetCodePage},
       {"http", "address", SetBindAddress},
       {"http", "port", NumberKey(&Settings::port, 0, 65535)},
@@ -254,6 +263,8 @@ const std::vector<SettingsKey>& SettingsKeys() {
       {"archives", "names", SetArchiveNames},
       {"master", "address", SetMasterAddress},
       {"proxy", "pipe", TextKey(&Settings::proxyPipe)},
+      {"proxy", "start", FlagKey(&Settings::proxyStart)},
+      {"proxy", "absence_after_s", NumberKey(&Settings::absenceAfterS, 1, kDayMs / 1000)},
       {"log", "level",
        ChoiceKey(&Settings::logLevel, {"error", "warning", "print", "trace", "detail"})},
       {"log", "rotate_bytes", NumberKey(&Settings::logRotateBytes, 4096, 1ull << 40)},

@@ -38,7 +38,7 @@ struct CommandLine {
   fs::path Modules() const {
     return modules.empty() ? ProgramDirectory() / "modules" : PathOf(modules);
   }
-  AgentOptions Options() const { return {Home(), port, logToStderr}; }
+  AgentOptions Options() const { return {Home(), port, logToStderr, true}; }
 };
 
 void RunInForeground(const CommandLine& line) {

@@ -42,6 +42,29 @@ TEST(ActionPool, GrowsWhileItsThreadsWaitForAPerson) {
   answer.set_value();
 }
 
+TEST(ActionPool, KeepsHalfOfItsThreadsFromJobsThatWaitForPeople) {
+  constexpr auto kForPeople = ActionPool::Patience::kForPeople;
+  std::promise<void> answer, others;
+  const std::shared_future<void> answered = answer.get_future().share();
+  std::atomic<int> ended{0};
+  ActionPool pool(4, 1000);
+  const auto wait = [&] {
+    answered.wait();
+    ++ended;
+  };
+  EXPECT_TRUE(pool.Submit(wait, kForPeople));
+  EXPECT_TRUE(pool.Submit(wait, kForPeople));
+  EXPECT_FALSE(pool.Submit(wait, kForPeople)) << "refused, not left to wait";
+  EXPECT_TRUE(pool.Submit([&] { others.set_value(); }));
+  EXPECT_EQ(others.get_future().wait_for(kPatience), std::future_status::ready);
+
+  answer.set_value();
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!pool.Submit([] {}, kForPeople) && std::chrono::steady_clock::now() < end)
+    std::this_thread::yield();
+  EXPECT_GE(ended, 1);
+}
+
 TEST(ActionPool, QueuesUpToItsLimitAndDropsWhatWaitsWhenItStops) {
   std::promise<void> release, running;
   const std::shared_future<void> released = release.get_future().share();

@@ -118,6 +118,30 @@ TEST_F(AgentCoreTest, NamesTheProxyOfItsConfiguration) {
   EXPECT_EQ(pipe.Utf8(), "/somewhere/zelproxy.sock");
 }
 
+TEST_F(AgentCoreTest, TellsTextsInTheLanguageThatIsAskedForOrConfigured) {
+  Configure("[agent]\nlanguage = fr\n[proxy]\npipe = /nowhere/zelproxy.sock\n");
+  const std::filesystem::path ofSite = home_.Native() / "home" / "config" / "translations";
+  std::filesystem::create_directories(ofSite);
+  WriteFile(ofSite / "de.ini", "_ACTION_NO_ = Lieber nicht\n");
+  const AgentCore core(Options());
+  const auto textOf = [](const char* key, const char* language) {
+    ZelString text = "x";
+    ZelAgentGetTranslation(key, language, text);
+    return std::string(text.Utf8());
+  };
+  EXPECT_EQ(textOf("_ACTION_YES_", "de-AT"), "Ja");
+  EXPECT_EQ(textOf("_ACTION_NO_", "de-AT"), "Lieber nicht");
+  EXPECT_EQ(textOf("_ACTION_NO_", "pt-BR"), "No");
+  EXPECT_EQ(textOf("_ACTION_YES_", ""), "Oui") << "no proxy tells another language";
+  EXPECT_EQ(textOf("_NO_SUCH_KEY_", "de"), "_NO_SUCH_KEY_");
+}
+
+TEST_F(AgentCoreTest, TellsTheKeyForATextWhereNoAgentRuns) {
+  ZelString text = "_ACTION_YES_";
+  ZelAgentGetTranslation(text, "de", text);
+  EXPECT_EQ(text, "_ACTION_YES_");
+}
+
 TEST_F(AgentCoreTest, TellsModulesWhoItIsInItsFleet) {
   Configure("[agent]\nname = pc-1\n[fleet]\nsecret_file = secret\n");
   WriteFile(home_.Native() / "home" / "config" / "secret", "0123456789abcdef");

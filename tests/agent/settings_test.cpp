@@ -28,13 +28,21 @@ TEST(Settings, AreTheDefaultsWithoutAFile) {
   EXPECT_FALSE(result.settings.agentName.empty());
   EXPECT_EQ(result.settings.drives.at('C'), "/");
   EXPECT_EQ(result.settings.codePage, 1252u);
-  EXPECT_THAT(result.settings.administratorsOnly,
-              ElementsAre("AgentGetProgress", "CoreUtilsConfigureJWS", "CoreUtilsCopyFileToRelay",
-                          "CoreUtilsExtractFile", "CoreUtilsRestoreBackup",
-                          "CoreUtilsRestoreBackupFromRelay", "CoreUtilsRunScript",
-                          "CoreUtilsTerminateProcess", "HttpProtocolAddAlias",
-                          "HttpProtocolDeleteAlias", "HttpProtocolListAliases"));
+  EXPECT_THAT(
+      result.settings.administratorsOnly,
+      ElementsAre("AgentGetProgress", "CoreUtilsAdvanceDialog", "CoreUtilsCheckClientAccept",
+                  "CoreUtilsCloseDialog", "CoreUtilsConfigureJWS", "CoreUtilsCopyFileToRelay",
+                  "CoreUtilsDestroyAckPopup", "CoreUtilsExitOperatingSystem",
+                  "CoreUtilsExtractFile", "CoreUtilsLockDesktop", "CoreUtilsRestoreBackup",
+                  "CoreUtilsRestoreBackupFromRelay", "CoreUtilsRestoreDesktopLockState",
+                  "CoreUtilsRunScript", "CoreUtilsSetLockMessageText",
+                  "CoreUtilsShellExecuteAsLoggedUser", "CoreUtilsShowDialog",
+                  "CoreUtilsTerminateProcess", "CoreUtilsUnlockDesktop", "HttpProtocolAddAlias",
+                  "HttpProtocolDeleteAlias", "HttpProtocolListAliases"));
+  EXPECT_EQ(result.settings.language, "");
   EXPECT_EQ(result.settings.proxyPipe, "");
+  EXPECT_TRUE(result.settings.proxyStart);
+  EXPECT_EQ(result.settings.absenceAfterS, 600u);
   EXPECT_EQ(result.settings.remoteTimeoutMs, 86400000u);
   EXPECT_EQ(result.settings.ssl, SslUse::kNone);
   EXPECT_EQ(result.settings.pac, PacUse::kNone);
@@ -58,13 +66,13 @@ TEST(Settings, TakeEveryKeyOver) {
   WriteFile(directory.Native() / "secret", "0123456789abcdef\r\n");
   const SettingsResult result = ParseSettings(
       "\xEF\xBB\xBF# comment\r\n; comment\r\n"
-      "[agent]\r\nname = pc-1\r\n[drives]\nC = /c\nd: = /mnt/d\n"
+      "[agent]\r\nname = pc-1\r\nlanguage = pt-BR\r\n[drives]\nC = /c\nd: = /mnt/d\n"
       "[system]\ncode_page = 932\n"
       "[http]\naddress = ::1\nport = 0\ntls = yes\ncertificate = a.pem\nprivate_key = b.pem\n"
       "allow_plain = yes\nmax_body_bytes = 2048\nmax_connections = 5\nrequest_timeout_ms = 100\n"
       "idle_timeout_ms = 200\ncredential_memory_ms = 0\n"
       "[actions]\nmax_threads = 3\nmax_queued = 0\nadministrators_only = X\n"
-      "[proxy]\npipe = /run/zelproxy.sock\n"
+      "[proxy]\npipe = /run/zelproxy.sock\nstart = no\nabsence_after_s = 86400\n"
       "[fleet]\nsecret_file = secret\nca = ca.pem\ntimeout_ms = 5\nconnect_timeout_ms = 6\n"
       "allow_plain = yes\n"
       "[security]\nssl = send\npac = send_and_receive\npac_window_ms = 1000\nhost_names = "
@@ -94,7 +102,10 @@ TEST(Settings, TakeEveryKeyOver) {
   EXPECT_EQ(settings.maxThreads, 3u);
   EXPECT_EQ(settings.maxQueued, 0u);
   EXPECT_THAT(settings.administratorsOnly, ElementsAre("X"));
+  EXPECT_EQ(settings.language, "pt-BR");
   EXPECT_EQ(settings.proxyPipe, "/run/zelproxy.sock");
+  EXPECT_FALSE(settings.proxyStart);
+  EXPECT_EQ(settings.absenceAfterS, 86400u);
   EXPECT_EQ(settings.fleetSecret, "0123456789abcdef");
   EXPECT_EQ(settings.fleetSecretFile, directory.Native() / "secret");
   EXPECT_EQ(settings.fleetCaFile, directory.Native() / "ca.pem");
@@ -179,6 +190,9 @@ TEST(Settings, RefuseEachUnusableValueNamingItsLine) {
                            "[http]\n= 1",
                            "[actions]\n[",
                            "[actions]\nadministrators_only = A B",
+                           "[agent]\nlanguage = ../de",
+                           "[proxy]\nstart = maybe",
+                           "[proxy]\nabsence_after_s = 0",
                            "[actions]\nadministrators_only = A,, B",
                            "[actions]\nadministrators_only = ,",
                            "[http]\nmax_body_bytes = 99999999999999999999999"}) {

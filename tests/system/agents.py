@@ -5,6 +5,7 @@ import http.client
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import ssl
@@ -98,6 +99,7 @@ class Agent:
             self.add_user(login, password, ROLES[login])
 
     def start(self):
+        self._keep_out_of_sessions()
         arguments = ["run", "--port", "0"]
         if self.modules:
             arguments += ["--modules", self.path(self.modules)]
@@ -113,6 +115,13 @@ class Agent:
             self.kill()
             raise AssertionError("the agent did not start: " + self.describe())
         return self
+
+    def _keep_out_of_sessions(self):
+        """No proxy in the session of whoever runs the tests, unless the test decides about that."""
+        file = self.home / "config/zelagent.ini"
+        config = file.read_bytes() if file.exists() else b""
+        if not re.search(rb"(?m)^start *=", config):
+            file.write_bytes(config + b"\n[proxy]\nstart = no\n")
 
     def _read_output(self, ready):
         for line in self.process.stdout:

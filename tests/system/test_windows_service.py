@@ -58,6 +58,8 @@ def test_the_service_is_installed_started_stopped_and_removed(machine, installat
     zelagent = installation / "zelagent.exe"
     log = home / "log/zelagent.log"
     where = agent_path("windows", home)
+    (home / "config").mkdir(parents=True)
+    (home / "config/zelagent.ini").write_text("[proxy]\nstart = no\n")
 
     installed = machine(zelagent, "service", "install", "--home", where, "--port", "0")
     assert installed.returncode == 0, installed.stderr

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <tuple>
@@ -41,6 +43,23 @@ fs::path ExecutablePath() {
 
 void* ApplicationHandle() {
   return nullptr;
+}
+
+std::string SystemLanguage() {
+  for (const char* const name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    const char* const value = std::getenv(name);
+    if (value && *value) return value;
+  }
+  for (const char* const file : {"/etc/locale.conf", "/etc/default/locale"}) {
+    std::ifstream stream(file);
+    for (std::string line; std::getline(stream, line);) {
+      if (!line.starts_with("LANG=")) continue;
+      line.erase(0, 5);
+      std::erase(line, '"');
+      return line;
+    }
+  }
+  return {};
 }
 
 std::string DefaultProxyPipe() {

@@ -80,6 +80,13 @@ void* ApplicationHandle() {
   return GetModuleHandleW(nullptr);
 }
 
+std::string SystemLanguage() {
+  wchar_t name[LOCALE_NAME_MAX_LENGTH] = {};
+  const LCID locale = MAKELCID(GetSystemDefaultUILanguage(), SORT_DEFAULT);
+  if (!LCIDToLocaleName(locale, name, LOCALE_NAME_MAX_LENGTH, 0)) return {};
+  return std::string(ZelString(name).Utf8());
+}
+
 std::string DefaultProxyPipe() {
   constexpr DWORD kNoSession = 0xFFFFFFFF;
   const DWORD session = WTSGetActiveConsoleSessionId();

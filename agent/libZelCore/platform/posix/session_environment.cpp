@@ -1,0 +1,167 @@
+#include "agent/libZelCore/platform/posix/session_environment.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <map>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr size_t kMaxEnvironmentBytes = 128 * 1024;
+constexpr size_t kMaxValueLength = 4096;
+constexpr const char* kPath = "/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games";
+
+using Variables = std::map<std::string, std::string, std::less<>>;
+
+/// Of a session's desktop and language. None of them changes what code a program loads.
+bool IsTaken(std::string_view name) {
+  constexpr std::string_view kNames[] = {
+      "DISPLAY",          "WAYLAND_DISPLAY",     "XAUTHORITY",
+      "XDG_SESSION_TYPE", "XDG_SESSION_ID",      "LANG",
+      "LANGUAGE",         "XDG_SESSION_DESKTOP", "XDG_CURRENT_DESKTOP",
+      "DESKTOP_SESSION"};
+  const bool isLocale = name.starts_with("LC_") && name.size() <= 32 &&
+                        std::all_of(name.begin(), name.end(),
+                                    [](char c) { return (c >= 'A' && c <= 'Z') || c == '_'; });
+  return isLocale || std::find(std::begin(kNames), std::end(kNames), name) != std::end(kNames);
+}
+
+/// The taken ones of a process's environment; none when it cannot be read.
+Variables VariablesOf(const fs::path& process) {
+  Variables variables;
+  const int file = ::open((process / "environ").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+  if (file < 0) return variables;
+  std::string content(kMaxEnvironmentBytes, '\0');
+  size_t length = 0;
+  while (length < content.size()) {
+    const ssize_t count = ::read(file, content.data() + length, content.size() - length);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    length += static_cast<size_t>(count);
+  }
+  ::close(file);
+
+  std::string_view rest(content.data(), length);
+  // What follows the last NUL may be cut off.
+  for (size_t end = rest.find('\0'); end != std::string_view::npos; end = rest.find('\0')) {
+    const std::string_view line = rest.substr(0, end);
+    rest.remove_prefix(end + 1);
+    const size_t equals = line.find('=');
+    if (equals == std::string_view::npos || line.size() - equals > kMaxValueLength) continue;
+    const std::string_view name = line.substr(0, equals);
+    if (IsTaken(name)) variables.emplace(name, line.substr(equals + 1));
+  }
+  return variables;
+}
+
+std::string Value(const Variables& variables, std::string_view name) {
+  const auto found = variables.find(name);
+  return found == variables.end() ? std::string() : found->second;
+}
+
+/// How well a process speaks for the session: 0 not at all.
+int Rank(const Variables& variables, const UserSession& session) {
+  const std::string display = Value(variables, "DISPLAY");
+  const bool hasDesktop = !display.empty() || !Value(variables, "WAYLAND_DISPLAY").empty();
+  const bool isOfSession = Value(variables, "XDG_SESSION_ID") == session.id;
+  const bool isOfDisplay = !session.display.empty() && display == session.display;
+  return (hasDesktop ? 1 : 0) * ((isOfSession ? 2 : 0) + (isOfDisplay ? 1 : 0));
+}
+
+/// The processes of a user, oldest first as far as their numbers tell.
+std::vector<fs::path> ProcessesOf(uid_t user) {
+  std::vector<std::pair<pid_t, fs::path>> processes;
+  std::error_code error;
+  for (fs::directory_iterator entry("/proc", error), end; !error && entry != end;
+       entry.increment(error)) {
+    const std::string name = entry->path().filename();
+    pid_t number = 0;
+    const auto parsed = std::from_chars(name.data(), name.data() + name.size(), number);
+    struct stat status {};
+    const bool isProcess = parsed.ec == std::errc() && parsed.ptr == name.data() + name.size();
+    if (!isProcess || ::stat(entry->path().c_str(), &status) != 0 || status.st_uid != user)
+      continue;
+    processes.emplace_back(number, entry->path());
+  }
+  std::sort(processes.begin(), processes.end());
+  std::vector<fs::path> paths;
+  for (auto& process : processes) paths.push_back(std::move(process.second));
+  return paths;
+}
+
+Variables DesktopOf(const UserSession& session) {
+  constexpr int kBestRank = 3;
+  Variables best;
+  int bestRank = 0;
+  for (const fs::path& process : ProcessesOf(session.userId)) {
+    Variables variables = VariablesOf(process);
+    const int rank = Rank(variables, session);
+    if (rank <= bestRank) continue;
+    best = std::move(variables);
+    bestRank = rank;
+    if (rank == kBestRank || (session.display.empty() && rank == 2)) break;
+  }
+  return best;
+}
+
+bool IsDirectoryOf(const std::string& path, uid_t user) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == user;
+}
+
+bool IsSocketOf(const std::string& path, uid_t user) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) && status.st_uid == user;
+}
+
+}  // namespace
+
+bool ReadAccount(uid_t user, Account* account) {
+  std::vector<char> buffer(16384);
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found) != 0 || !found) return false;
+  account->user = user;
+  account->group = found->pw_gid;
+  account->name = found->pw_name;
+  account->home = found->pw_dir;
+  account->shell = found->pw_shell;
+
+  int count = 64;
+  account->groups.resize(static_cast<size_t>(count));
+  while (::getgrouplist(found->pw_name, found->pw_gid, account->groups.data(), &count) < 0)
+    account->groups.resize(static_cast<size_t>(count));
+  account->groups.resize(static_cast<size_t>(count));
+  return true;
+}
+
+std::vector<std::string> SessionEnvironment(const Account& account, const UserSession& session) {
+  Variables variables = DesktopOf(session);
+  if (!session.display.empty()) variables.emplace("DISPLAY", session.display);
+  if (!session.id.empty()) variables.emplace("XDG_SESSION_ID", session.id);
+  variables["HOME"] = account.home.empty() ? "/" : account.home;
+  variables["USER"] = variables["LOGNAME"] = account.name;
+  variables["SHELL"] = account.shell.empty() ? "/bin/sh" : account.shell;
+  variables["PATH"] = kPath;
+  const std::string runtime = "/run/user/" + std::to_string(account.user);
+  if (IsDirectoryOf(runtime, account.user)) {
+    variables["XDG_RUNTIME_DIR"] = runtime;
+    if (IsSocketOf(runtime + "/bus", account.user))
+      variables["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + runtime + "/bus";
+  }
+  std::vector<std::string> environment;
+  for (const auto& [name, value] : variables) environment.push_back(name + "=" + value);
+  return environment;
+}

@@ -1,0 +1,232 @@
+#include "agent/libZelCore/session_program.h"
+
+#include <fcntl.h>
+#include <linux/keyctl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "agent/libZelCore/platform/posix/session_environment.h"
+
+namespace {
+
+std::string ErrorText(int error) {
+  return std::generic_category().message(error);
+}
+
+class Descriptor {
+ public:
+  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
+  ~Descriptor() { Close(); }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  int Get() const { return descriptor_; }
+  void Close() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+    descriptor_ = -1;
+  }
+
+ private:
+  int descriptor_;
+};
+
+/// Everything that the new process needs, made beforehand: between fork and execve it may neither
+/// allocate memory nor take locks.
+struct Launch {
+  const char* program;
+  char* const* arguments;
+  char* const* environment;
+  const char* home;
+  uid_t user;
+  gid_t group;
+  const gid_t* groups;
+  size_t groupCount;
+  bool changesUser;
+  int errorPipe;  ///< above 9
+};
+
+constexpr int kErrorPipe = 3;
+
+void ResetSignals() {
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+bool EmptyStreams() {
+  const int null = ::open("/dev/null", O_RDWR);
+  if (null < 0) return false;
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::dup2(null, stream) < 0) return false;
+  }
+  return true;
+}
+
+/// The system's calls themselves: those of the C library would have other threads follow, which are
+/// not there. Nothing may come back afterwards.
+bool BecomeUser(const Launch& launch) {
+  if (!launch.changesUser) return true;
+  return ::syscall(SYS_setgroups, launch.groupCount, launch.groups) == 0 &&
+         ::syscall(SYS_setresgid, launch.group, launch.group, launch.group) == 0 &&
+         ::syscall(SYS_setresuid, launch.user, launch.user, launch.user) == 0;
+}
+
+[[noreturn]] void RunChild(const Launch& launch) {
+  ResetSignals();
+  ::setsid();
+  // The agent's keys are not the user's.
+  ::syscall(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, nullptr);
+  const bool isReady = EmptyStreams() && ::dup3(launch.errorPipe, kErrorPipe, O_CLOEXEC) >= 0;
+  if (isReady) {
+    ::closefrom(kErrorPipe + 1);
+    ::umask(077);
+    if (BecomeUser(launch)) {
+      // With the user's rights: the home may be where the agent must not go.
+      if (::chdir(launch.home) == 0 || ::chdir("/") == 0)
+        ::execve(launch.program, launch.arguments, launch.environment);
+    }
+  }
+  const int error = errno;
+  [[maybe_unused]] const ssize_t written =
+      ::write(isReady ? kErrorPipe : launch.errorPipe, &error, sizeof error);
+  ::_exit(127);
+}
+
+/// What kept the child from running the program; 0 when it runs.
+int ReadError(int pipe) {
+  int error = 0;
+  ssize_t count;
+  do {
+    count = ::read(pipe, &error, sizeof error);
+  } while (count < 0 && errno == EINTR);
+  return count == 0 ? 0 : count == sizeof error ? error : EIO;
+}
+
+class Child : public SessionProgram {
+ public:
+  explicit Child(pid_t process) : process_(process) {}
+
+  bool IsRunning() override {
+    if (process_ > 0 && ::waitpid(process_, nullptr, WNOHANG) != 0) process_ = 0;
+    return process_ > 0;
+  }
+
+  void AskToEnd() override { Signal(SIGTERM); }
+
+  void WaitForEnd(std::chrono::milliseconds patience) override {
+    constexpr std::chrono::milliseconds kStep{10};
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (IsRunning() && std::chrono::steady_clock::now() < deadline)
+      std::this_thread::sleep_for(kStep);
+    if (!IsRunning()) return;
+    Signal(SIGKILL);
+    while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    process_ = 0;
+  }
+
+ private:
+  // A child that nobody has waited for keeps its number.
+  void Signal(int number) {
+    if (IsRunning()) ::kill(process_, number);
+  }
+
+  pid_t process_;
+};
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+StartedProgram Fork(const Launch& launch, Descriptor& readEnd, Descriptor& writeEnd) {
+  const pid_t child = ::fork();
+  if (child == 0) RunChild(launch);
+  if (child < 0) return {nullptr, "cannot start a process: " + ErrorText(errno)};
+  writeEnd.Close();
+  if (const int error = ReadError(readEnd.Get())) {
+    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return {nullptr, std::string("cannot run ") + launch.program + ": " + ErrorText(error)};
+  }
+  return {std::make_unique<Child>(child), {}};
+}
+
+std::string RuntimeDirectory(const UserSession& session) {
+  return "/run/user/" + std::to_string(session.userId);
+}
+
+}  // namespace
+
+std::string ProxyPipeOf(const UserSession& session) {
+  const std::string directory = RuntimeDirectory(session);
+  struct stat status {};
+  if (::lstat(directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) return {};
+  return status.st_uid == session.userId ? directory + "/zelproxy.sock" : std::string();
+}
+
+bool HasProxyPipe(const UserSession& session) {
+  const std::string pipe = ProxyPipeOf(session);
+  struct stat status {};
+  return !pipe.empty() && ::lstat(pipe.c_str(), &status) == 0 && S_ISSOCK(status.st_mode) &&
+         status.st_uid == session.userId;
+}
+
+bool IsProxyListening(const UserSession& session) {
+  if (!HasProxyPipe(session)) return false;
+  const std::string pipe = ProxyPipeOf(session);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (pipe.empty() || pipe.size() >= sizeof address.sun_path) return false;
+  std::memcpy(address.sun_path, pipe.data(), pipe.size());
+  const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (socket.Get() < 0) return false;
+  // Too many that wait to be taken are a listener too.
+  return ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
+             0 ||
+         errno == EAGAIN;
+}
+
+bool MayStartIn(const UserSession& session) {
+  const uid_t own = ::geteuid();
+  return own == 0 || own == session.userId;
+}
+
+StartedProgram StartInSession(const std::filesystem::path& program, const UserSession& session) {
+  Account account;
+  if (!ReadAccount(session.userId, &account))
+    return {nullptr, "there is no account of number " + std::to_string(session.userId)};
+  std::vector<std::string> arguments = {program.string()};
+  std::vector<std::string> environment = SessionEnvironment(account, session);
+  const std::vector<char*> argumentPointers = Pointers(arguments);
+  const std::vector<char*> environmentPointers = Pointers(environment);
+
+  int ends[2] = {-1, -1};
+  if (::pipe2(ends, O_CLOEXEC) != 0) return {nullptr, "cannot make a pipe: " + ErrorText(errno)};
+  Descriptor readEnd(ends[0]);
+  Descriptor lowEnd(ends[1]);
+  constexpr int kAboveStreams = 10;
+  Descriptor writeEnd(::fcntl(lowEnd.Get(), F_DUPFD_CLOEXEC, kAboveStreams));
+  if (writeEnd.Get() < 0) return {nullptr, "cannot make a pipe: " + ErrorText(errno)};
+  lowEnd.Close();
+
+  const Launch launch{
+      program.c_str(),  argumentPointers.data(), environmentPointers.data(), account.home.c_str(),
+      account.user,     account.group,           account.groups.data(),      account.groups.size(),
+      ::geteuid() == 0, writeEnd.Get()};
+  return Fork(launch, readEnd, writeEnd);
+}

@@ -1,0 +1,34 @@
+#include "agent/libZelCore/proxy_finder.h"
+
+#include "agent/libZelCore/core_platform.h"
+#include "agent/libZelCore/session_program.h"
+
+namespace {
+
+constexpr std::chrono::seconds kStartPatience{5};
+constexpr std::chrono::seconds kSessionsAge{1};
+
+}  // namespace
+
+std::string ProxyFinder::Pipe() {
+  if (!configured_.empty()) return configured_;
+  const std::vector<UserSession> sessions = Sessions();
+  if (sessions.empty()) return core_platform::DefaultProxyPipe();
+
+  // No other session's: what is asked or locked is meant for whom the screen belongs to.
+  const UserSession& session = sessions.front();
+  std::string pipe = ProxyPipeOf(session);
+  if (supervisor_ && session.isGraphical && !pipe.empty())
+    supervisor_->Ensure(pipe, kStartPatience);
+  return HasProxyPipe(session) ? pipe : std::string();
+}
+
+std::vector<UserSession> ProxyFinder::Sessions() {
+  const std::lock_guard lock(mutex_);
+  const auto now = std::chrono::steady_clock::now();
+  if (readAt_ == std::chrono::steady_clock::time_point() || now - readAt_ > kSessionsAge) {
+    sessions_ = UserSessions();
+    readAt_ = std::chrono::steady_clock::now();
+  }
+  return sessions_;
+}
