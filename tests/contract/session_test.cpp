@@ -4,12 +4,12 @@
 
 namespace {
 
-using SessionOfUser = UserTest;
+using IsUserLogged = UserTest;
 using ShellExecuteAsLoggedUser = UserTest;
 
 constexpr const char* kAsksWhoIsLogged = "IsUserLogged()";
 
-TEST_F(SessionOfUser, IsThereAndThePersonIsPresent) {
+TEST_F(IsUserLogged, ReportsAPersonWhoIsPresent) {
   host.Answer("IsUserLogged", 1);
   AnswerPipe();
   host.Answer("ProxyUtils::IsUserAbsent", 0);
@@ -21,7 +21,7 @@ TEST_F(SessionOfUser, IsThereAndThePersonIsPresent) {
               ElementsAre(kAsksWhoIsLogged, kAsksForPipe, "ProxyUtils::IsUserAbsent(\"pipe\")"));
 }
 
-TEST_F(SessionOfUser, ReportsAnAbsentPersonAsScreenSaving) {
+TEST_F(IsUserLogged, ReportsAnAbsentPersonAsScreenSaving) {
   host.Answer("IsUserLogged", 1);
   AnswerPipe();
   host.Answer("ProxyUtils::IsUserAbsent", 1);
@@ -29,7 +29,7 @@ TEST_F(SessionOfUser, ReportsAnAbsentPersonAsScreenSaving) {
             (Outcome{kSuccess, "{UserLogged: Bool true, ScreenSaving: Bool true}"}));
 }
 
-TEST_F(SessionOfUser, ThatIsNotThereHasNoScreen) {
+TEST_F(IsUserLogged, TellsNothingOfAScreenWhenNobodyIsThere) {
   host.Answer("IsUserLogged", 0);
 
   EXPECT_EQ(Run("CoreUtilsIsUserLogged", {}), (Outcome{kSuccess, "{UserLogged: Bool false}"}));
@@ -37,14 +37,14 @@ TEST_F(SessionOfUser, ThatIsNotThereHasNoScreen) {
   EXPECT_THAT(host.Transcript(), ElementsAre(kAsksWhoIsLogged));
 }
 
-TEST_F(SessionOfUser, ReplacesAnswersThatWereSentIn) {
+TEST_F(IsUserLogged, ReplacesAnswersThatWereSentIn) {
   ZelContainer params = Texts({{"UserLogged", "mine"}});
   params.SetBool("ScreenSaving", true, kNoIndex);
   host.Answer("IsUserLogged", 0);
   EXPECT_EQ(Run("CoreUtilsIsUserLogged", params), (Outcome{kSuccess, "{UserLogged: Bool false}"}));
 }
 
-TEST_F(SessionOfUser, AsksThePipeOfTheMoment) {
+TEST_F(IsUserLogged, GoesOnWithoutAPipeName) {
   host.Answer("IsUserLogged", 1);
   host.AnswerText("ZelAgentGetProxyPipeName", "");
   host.Answer("ProxyUtils::IsUserAbsent", 0);
