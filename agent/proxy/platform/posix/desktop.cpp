@@ -266,11 +266,11 @@ void GtkDesktop::TakeAllDown() {
 
 std::unique_ptr<Desktop> MakeDesktop(const DesktopTexts& texts, DesktopLog log) {
   ::g_set_prgname(kProgram);
-  ::gdk_set_program_class(kProgram);
   ::gdk_set_allowed_backends("x11");
   ::gtk_disable_setlocale();
   if (!::gtk_init_check(nullptr, nullptr)) return nullptr;
 
+  ::gdk_set_program_class(kProgram);  // GTK has set one of its own
   Gtk::Main::init_gtkmm_internals();
   ::XSetIOErrorHandler(OnDisplayLost);
   ::gtk_widget_set_default_direction(texts.isRightToLeft ? GTK_TEXT_DIR_RTL : GTK_TEXT_DIR_LTR);

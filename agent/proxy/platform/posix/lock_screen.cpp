@@ -1,5 +1,6 @@
 #include "agent/proxy/platform/posix/lock_screen.h"
 
+#include <cairomm/region.h>
 #include <gdkmm/display.h>
 #include <gdkmm/monitor.h>
 #include <gdkmm/screen.h>
@@ -18,6 +19,11 @@ using std::chrono::milliseconds, std::chrono::steady_clock;
 
 constexpr unsigned kGuardMs = 250;
 constexpr milliseconds kRaiseEvery{40};
+
+Gdk::Rectangle WholeScreen() {
+  GdkWindow* const root = ::gdk_screen_get_root_window(::gdk_screen_get_default());
+  return {0, 0, ::gdk_window_get_width(root), ::gdk_window_get_height(root)};
+}
 
 GdkWindow* Root() {
   return ::gdk_screen_get_root_window(::gdk_screen_get_default());
@@ -102,13 +108,21 @@ void LockScreen::LetInputGo() {
 void LockScreen::CoverMonitors() {
   const auto display = Gdk::Display::get_default();
   std::vector<std::unique_ptr<LockWindow>> windows;
+  const auto covered = Cairo::Region::create();
   for (int i = 0; i < display->get_n_monitors(); ++i) {
     Gdk::Rectangle place;
     display->get_monitor(i)->get_geometry(place);
-    windows.push_back(std::make_unique<LockWindow>(place));
+    covered->do_union({place.get_x(), place.get_y(), place.get_width(), place.get_height()});
+    windows.push_back(std::make_unique<LockWindow>(place, LockWindow::Content::kText));
     windows.back()->SetText(title_, text_);
-    windows.back()->show_now();
   }
+  // What belongs to no monitor that the toolkit knows may be visible all the same.
+  const Gdk::Rectangle all = WholeScreen();
+  const auto contained = covered->contains_rectangle({0, 0, all.get_width(), all.get_height()});
+  if (contained != Cairo::REGION_OVERLAP_IN)
+    windows.push_back(std::make_unique<LockWindow>(all, LockWindow::Content::kNone));
+
+  for (const auto& window : windows) window->Cover();
   windows_.swap(windows);
   Raise();
 }
@@ -126,10 +140,18 @@ bool LockScreen::Guard() {
   return true;
 }
 
+// The first one above all, the others each below the one before: nothing shows through meanwhile.
 void LockScreen::Raise() {
   lastRaise_ = steady_clock::now();
-  for (const auto& window : windows_) window->get_window()->raise();
-  ::gdk_display_flush(::gdk_display_get_default());
+  std::vector<Window> windows;
+  for (const auto& window : windows_) {
+    windows.push_back(GDK_WINDOW_XID(window->get_window()->gobj()));
+  }
+  if (windows.empty()) return;
+  Display* const display = ::gdk_x11_get_default_xdisplay();
+  ::XRaiseWindow(display, windows.front());
+  ::XRestackWindows(display, windows.data(), static_cast<int>(windows.size()));
+  ::XFlush(display);
 }
 
 // At once, but not in a race with another window that wants to be the highest.

@@ -9,6 +9,8 @@
 
 #include "agent/proxy/platform/posix/shown_text.h"
 
+#include <gdk/gdkx.h>  // last: it defines macros with common names
+
 namespace {
 
 constexpr const char* kStyle = R"(
@@ -87,8 +89,9 @@ std::string Cut(Gtk::Label& label, const std::string& text, int width, int heigh
 
 }  // namespace
 
-LockWindow::LockWindow(const Gdk::Rectangle& place)
+LockWindow::LockWindow(const Gdk::Rectangle& place, Content content)
     : Gtk::Window(Gtk::WINDOW_POPUP),
+      content_(content),
       width_(place.get_width()),
       height_(place.get_height()),
       box_(Gtk::ORIENTATION_VERTICAL) {
@@ -107,14 +110,25 @@ LockWindow::LockWindow(const Gdk::Rectangle& place)
         static_cast<Gtk::Widget*>(&text_)}) {
     box_.pack_start(*widget, Gtk::PACK_SHRINK);
   }
-  add(box_);
+  if (content_ == Content::kText) add(box_);
   box_.show_all();
   move(place.get_x(), place.get_y());
   set_size_request(width_, height_);
   resize(width_, height_);
 }
 
+// GTK's own picture comes with the next frame; until then the server's black hides what is below.
+void LockWindow::Cover() {
+  show_now();
+  Display* const display = ::gdk_x11_get_default_xdisplay();
+  const auto window = GDK_WINDOW_XID(get_window()->gobj());
+  ::XSetWindowBackground(display, window, BlackPixel(display, DefaultScreen(display)));
+  ::XClearWindow(display, window);
+  ::XSync(display, False);
+}
+
 void LockWindow::SetText(const std::string& title, const std::string& text) {
+  if (content_ == Content::kNone) return;
   const std::string shownTitle = Beginning(ShownLine(title));
   const std::string shownText = Beginning(ShownText(text));
   get_accessible()->set_name(shownTitle);
