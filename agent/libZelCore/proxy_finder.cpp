@@ -6,7 +6,8 @@
 namespace {
 
 constexpr std::chrono::seconds kStartPatience{5};
-constexpr std::chrono::seconds kSessionsAge{1};
+// One action asks several times; a switch of users is to be noticed soon.
+constexpr std::chrono::milliseconds kSessionsAge{200};
 
 }  // namespace
 
