@@ -240,6 +240,7 @@ void WindowsDesktop::Open(uint32_t id, const DialogContent& content, std::option
                     std::move(ended)};
   DialogWindow& window = *dialog.window;
   dialogs_.emplace(id, std::move(dialog));
+  if (lock_) window.SetCovered(true);
   window.Show(lock_ ? lock_->Bottom() : nullptr);
 }
 
@@ -261,6 +262,7 @@ void WindowsDesktop::Lock() {
     if (lock_) return;
     lock_ = std::make_unique<LockScreen>(window_, kLockTimer, LineForWindow(lockTitle_),
                                          LinesForWindow(lockText_), texts_.isRightToLeft);
+    for (const auto& [id, dialog] : dialogs_) dialog.window->SetCovered(true);
   });
 }
 
@@ -273,7 +275,11 @@ void WindowsDesktop::SetLockText(const std::string& title, const std::string& te
 }
 
 void WindowsDesktop::Unlock() {
-  DoOnThread([&] { lock_.reset(); });
+  DoOnThread([&] {
+    if (!lock_) return;
+    lock_.reset();
+    for (const auto& [id, dialog] : dialogs_) dialog.window->SetCovered(false);
+  });
 }
 
 UserActivity WindowsDesktop::Activity() {

@@ -152,6 +152,11 @@ void DialogWindow::Show(HWND above) {
   UpdateWindow(frame_);
 }
 
+void DialogWindow::SetCovered(bool isCovered) {
+  isCovered_ = isCovered;
+  deafToPointerUntil_ = deafToKeysUntil_ = GetTickCount64() + kDeafMs;
+}
+
 bool DialogWindow::Takes(MSG& message) {
   if (message.hwnd != frame_ && !IsChild(frame_, message.hwnd)) return false;
   // The queue may hold what was typed before: a message's own time counts too.
@@ -304,7 +309,7 @@ const DialogWindow::Button* DialogWindow::ButtonOf(HWND window) const {
 
 void DialogWindow::Press(HWND window) {
   const Button* const button = ButtonOf(window);
-  if (button && isShown_) Finish(button->id);
+  if (button && !IsDeafToPointer()) Finish(button->id);
 }
 
 void DialogWindow::Finish(ButtonId button) {
@@ -314,11 +319,11 @@ void DialogWindow::Finish(ButtonId button) {
 }
 
 bool DialogWindow::IsDeafToPointer() const {
-  return !isShown_ || GetTickCount64() < deafToPointerUntil_;
+  return !isShown_ || isCovered_ || GetTickCount64() < deafToPointerUntil_;
 }
 
 bool DialogWindow::IsDeafToKeys() const {
-  return !isShown_ || GetTickCount64() < deafToKeysUntil_;
+  return !isShown_ || isCovered_ || GetTickCount64() < deafToKeysUntil_;
 }
 
 void DialogWindow::OnTick() {

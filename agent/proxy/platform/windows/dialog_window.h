@@ -30,6 +30,9 @@ class DialogWindow {
   /// Shows it, below the window `above` and without the input when that is not null.
   void Show(HWND above);
 
+  /// While it is covered by a locked screen nothing answers it, whoever sends it.
+  void SetCovered(bool isCovered);
+
   /// Whether `message`, one of the queue, is for this dialog and needs no further handling: input
   /// that came too early, or a key that moves the focus.
   bool Takes(MSG& message);
@@ -104,6 +107,7 @@ class DialogWindow {
 
   bool isShown_ = false;
   bool isFinished_ = false;
+  bool isCovered_ = false;
   ULONGLONG deafToPointerUntil_ = 0;
   ULONGLONG deafToKeysUntil_ = 0;
   ULONGLONG deadline_ = 0;
