@@ -27,6 +27,13 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
   return TRUE;
 }
 
+// A console that the system opened for this program alone, because it was started from the
+// session's own shell, is of no use to anybody.
+void LeaveOwnConsole() {
+  DWORD others[2] = {};
+  if (GetConsoleProcessList(others, 2) == 1 && IsWindowVisible(GetConsoleWindow())) FreeConsole();
+}
+
 [[noreturn]] void Fail(const char* what) {
   throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
 }
@@ -39,6 +46,7 @@ void PrepareProcess() {
   SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX);
   // Libraries come from this program's own directory or the system's.
   SetDllDirectoryW(L"");
+  LeaveOwnConsole();
 }
 
 std::vector<std::string> Arguments(int, char**) {
