@@ -119,9 +119,9 @@ ResultCode CoreUtilsCheckClientAccept(ZelContainer* params) {
   }
 
   bool error = false;
-  PendingDialog pending(std::make_unique<SkinDialog>(nullptr, question, yesLabel, noLabel, "",
-                                                     SkinDialog::BUTTON_YES_NO, pipeName, error,
-                                                     ""));
+  auto dialog = std::make_unique<SkinDialog>(nullptr, question, yesLabel, noLabel, "",
+                                             SkinDialog::BUTTON_YES_NO, pipeName, error, "");
+  PendingDialog pending(std::move(dialog));
   if (!error) AskUser(pending.Get(), request, error, params);
   if (error) {
     request.Audit("connection refused: no proxy on host, so user cannot be asked");

@@ -24,7 +24,6 @@ class DesktopLockState {
  private:
   using Text = std::shared_ptr<const ZelString>;
 
-
   /// Set last while the desktop was locked; survives an unlock. Shared, so that `Restore` has a
   /// whole text beside a `SetMessage` that replaces it.
   std::atomic<Text> message_ = std::make_shared<const ZelString>();

@@ -67,8 +67,7 @@ struct AdvanceDialog {
 AdvanceDialog ReadAdvanceDialog(const ZelContainer& params) {
   AdvanceDialog dialog;
   AppendNumber(params, "TimeOut", " -InformationPopupTimeOut %u", &dialog.options);
-  dialog.message =
-      AppendText(params, "Message", " -InformationPopup \"%S\"", &dialog.options);
+  dialog.message = AppendText(params, "Message", " -InformationPopup \"%S\"", &dialog.options);
   dialog.okLabel = ReadString(params, "ButtonOK");
   dialog.cancelLabel = ReadString(params, "ButtonCancel");
   AppendText(params, "Path", " -ImagePath \"%S\"", &dialog.options);
@@ -106,8 +105,8 @@ ResultCode CoreUtilsShowDialog(ZelContainer* params) {
   ZelString pipeName;
   ZelAgentGetProxyPipeName(pipeName);
   bool error = false;
-  shownDialog = std::make_unique<SkinDialog>(
-      nullptr, message, "", "", "", SkinDialog::BUTTON_NO_BUTTON, pipeName, error, "");
+  shownDialog = std::make_unique<SkinDialog>(nullptr, message, "", "", "",
+                                             SkinDialog::BUTTON_NO_BUTTON, pipeName, error, "");
 
   if (!error && shownDialog->IsInitialised(error) && !error) {
     shownDialog->Show(false, error);
