@@ -79,7 +79,7 @@ int Serve(const std::string& pipe) {
   const auto stop = std::make_shared<proxy_protocol::StopSignal>();
   auto listener = proxy_protocol::Listen(pipe, stop);
   const std::unique_ptr<Desktop> desktop = MakeDesktop(words.desktop, Log);
-  UserSession session(OwnSession(language), words.dialog, desktop.get(), Log);
+  ProxySession session(OwnSession(language), words.dialog, desktop.get(), Log);
   ProxyServer server(
       std::move(listener), stop, [&] { return MakeCaller(session); }, Log);
   std::thread serving([&] {

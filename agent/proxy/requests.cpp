@@ -13,7 +13,7 @@ const char* YesOrNo(bool is) {
   return is ? "yes" : "no";
 }
 
-Message TellSession(const Message& request, const UserSession& session) {
+Message TellSession(const Message& request, const ProxySession& session) {
   const SessionFacts& facts = session.facts;
   Message reply = ReplyTo(request);
   reply.fields = {{"userName", facts.userName},
@@ -34,7 +34,7 @@ Message Run(const Message& request) {
   return ReplyTo(request);
 }
 
-Message TellAbsence(const Message& request, const UserSession& session) {
+Message TellAbsence(const Message& request, const ProxySession& session) {
   if (!session.desktop) return FailureOf(request, "there is no display");
   const UserActivity activity = session.desktop->Activity();
   Message reply = ReplyTo(request);
@@ -46,7 +46,7 @@ Message TellAbsence(const Message& request, const UserSession& session) {
 // The connection itself owns dialogs and holds the lock.
 class SessionCaller : public Caller {
  public:
-  explicit SessionCaller(UserSession& session) : session_(session) {}
+  explicit SessionCaller(ProxySession& session) : session_(session) {}
   ~SessionCaller() override {
     session_.dialogs.Release(this);
     session_.lock.Release(this);
@@ -132,21 +132,21 @@ class SessionCaller : public Caller {
     return reply;
   }
 
-  UserSession& session_;
+  ProxySession& session_;
 };
 
 }  // namespace
 
-UserSession::UserSession(SessionFacts facts, DialogWords words, Desktop* desktop,
-                         LockKeeper::Log log, std::chrono::milliseconds lockGrace)
+ProxySession::ProxySession(SessionFacts facts, DialogWords words, Desktop* desktop,
+                           LockKeeper::Log log, std::chrono::milliseconds lockGrace)
     : facts(std::move(facts)),
       words(std::move(words)),
       desktop(desktop),
       dialogs(desktop),
       lock(desktop, lockGrace, std::move(log)) {}
 
-UserSession::~UserSession() = default;
+ProxySession::~ProxySession() = default;
 
-std::unique_ptr<Caller> MakeCaller(UserSession& session) {
+std::unique_ptr<Caller> MakeCaller(ProxySession& session) {
   return std::make_unique<SessionCaller>(session);
 }

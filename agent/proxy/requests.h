@@ -25,12 +25,12 @@ struct SessionFacts {
 constexpr std::chrono::milliseconds kLockGrace = std::chrono::seconds(30);
 
 /// What all connections share: the session and the desktop of its user.
-class UserSession {
+class ProxySession {
  public:
   /// `desktop` lives longer than this object; null where there is no display.
-  UserSession(SessionFacts facts, DialogWords words, Desktop* desktop, LockKeeper::Log log,
-              std::chrono::milliseconds lockGrace = kLockGrace);
-  ~UserSession();
+  ProxySession(SessionFacts facts, DialogWords words, Desktop* desktop, LockKeeper::Log log,
+               std::chrono::milliseconds lockGrace = kLockGrace);
+  ~ProxySession();
 
   const SessionFacts facts;
   const DialogWords words;
@@ -41,4 +41,4 @@ class UserSession {
 
 /// Answers the requests that docs/proxy.md describes, for one connection; refuses all others.
 /// `session` lives longer than the caller.
-std::unique_ptr<Caller> MakeCaller(UserSession& session);
+std::unique_ptr<Caller> MakeCaller(ProxySession& session);

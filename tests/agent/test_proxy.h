@@ -66,7 +66,7 @@ class TestProxy {
         thread_([this] { server_.Run(); }) {}
 
   const TestPipe pipe_;
-  UserSession session_;
+  ProxySession session_;
   const std::shared_ptr<proxy_protocol::StopSignal> stop_;
   ProxyServer server_;
   std::thread thread_;
