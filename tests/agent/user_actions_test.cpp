@@ -286,7 +286,7 @@ TEST_F(Lock, FailsWithoutAProxyAndIsUndoneAllTheSame) {
   EXPECT_EQ(Call(CoreUtilsRestoreDesktopLockState), kOk);
 }
 
-TEST_F(Lock, IsRestoredBesideMessagesThatAreSet) {
+TEST_F(Lock, IsRestoredBesideMessagesAndLocks) {
   constexpr int kTimes = 200;
   const std::vector<std::string> texts = {std::string(500, 'a'), std::string(700, 'b')};
   ASSERT_EQ(CallWith(CoreUtilsLockDesktop, "LockMessage", texts[0]), kOk);
@@ -297,6 +297,8 @@ TEST_F(Lock, IsRestoredBesideMessagesThatAreSet) {
   for (int i = 0; i < kTimes; ++i) {
     EXPECT_EQ(CallWith(CoreUtilsSetLockMessageText, "LockMessage", texts[i % 2]), kOk);
     EXPECT_THAT(texts, testing::Contains(desktop.LockText().second));
+    EXPECT_EQ(CallWith(CoreUtilsLockDesktop, "LockMessage", texts[0]), kOk);
+    EXPECT_EQ(Call(CoreUtilsUnlockDesktop), kOk);
   }
   isOver = true;
   restorer.join();
