@@ -1,7 +1,7 @@
 #include "actions/user/desktop_lock.h"
 
+#include <array>
 #include <atomic>
-#include <memory>
 
 namespace {
 
@@ -17,16 +17,17 @@ class DesktopLockState {
   bool Lock();
   bool SetMessage(const ZelString& text);
   bool Unlock();
-  /// Takes no lock, so that it does not wait for a proxy that hangs: it sends the state as it finds
-  /// it.
+  /// Takes no lock: it sends the state as it finds it, beside the others.
   bool Restore() const;
 
  private:
-  using Text = std::shared_ptr<const ZelString>;
+  const ZelString& Message() const { return messages_[newest_]; }
+  void KeepMessage(const ZelString& text);
 
-  /// Set last while the desktop was locked; survives an unlock. Shared, so that `Restore` has a
-  /// whole text beside a `SetMessage` that replaces it.
-  std::atomic<Text> message_ = std::make_shared<const ZelString>();
+  /// The newest is the text set last while the desktop was locked; it survives an unlock. The ones
+  /// before it stay a while for a `Restore` that is copying one.
+  std::array<ZelString, 16> messages_;
+  std::atomic<uint32_t> newest_ = 0;
   /// Lock requests that were not undone; 0 means unlocked.
   uint32_t lockCount_ = 0;
 };
@@ -61,8 +62,14 @@ bool DesktopLockState::Lock() {
 bool DesktopLockState::SetMessage(const ZelString& text) {
   const ZelMutexLock lock(desktopLockMutex);
   if (lockCount_ == 0) return false;
-  message_ = std::make_shared<const ZelString>(text);
+  KeepMessage(text);
   return SendMessage(PipeName(), text);
+}
+
+void DesktopLockState::KeepMessage(const ZelString& text) {
+  const uint32_t next = (newest_ + 1) % messages_.size();
+  messages_[next] = text;
+  newest_ = next;
 }
 
 bool DesktopLockState::Unlock() {
@@ -81,8 +88,8 @@ bool DesktopLockState::Restore() const {
   if (lockCount_ == 0) return true;
   const ZelString pipeName = PipeName();
   if (!ProxyDesktopLockManager::Lock(pipeName)) return false;
-  const Text message = message_;
-  return SendMessage(pipeName, *message);
+  const ZelString message = Message();
+  return SendMessage(pipeName, message);
 }
 
 }  // namespace
