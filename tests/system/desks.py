@@ -11,6 +11,7 @@ import pytest
 from agents import ROOT, START_TIMEOUT_S, Agent, clean_environment
 from mock_logind import MockLogind
 from proxy import Proxy
+from screen_reader import read_screen
 from screens import TwoMonitors, wait_until
 
 SESSION = "c7"
@@ -30,7 +31,7 @@ class Desk:
         self.directory = directory
         self.screen = TwoMonitors(directory)
         self.environment = {"DISPLAY": self.screen.display, "LC_ALL": "en_US.UTF-8",
-                            "XDG_SESSION_TYPE": "x11", "NO_AT_BRIDGE": "1"}
+                            "XDG_SESSION_TYPE": "x11"}
         self.agents = []
         self.proxy = None
         self.pipe = None
@@ -41,7 +42,7 @@ class Desk:
         else:
             (directory / "bus").mkdir()
             self.logind = MockLogind(directory / "bus")
-            self.environment |= self.logind.environment
+            self.environment |= self.logind.environment | self.start_session_bus()
             self.log_on()
         self.start_proxy()
         self.agent = self.start_agent()
@@ -58,6 +59,8 @@ class Desk:
                        and not (self.directory / "prefix").exists(), START_TIMEOUT_S,
                        "Wine to leave its prefix")
         else:
+            self.session_bus.terminate()
+            self.session_bus.wait(START_TIMEOUT_S)
             self.logind.stop()
 
     def wine_run(self, *arguments, **environment):
@@ -69,6 +72,24 @@ class Desk:
         """Without a screen: Wine would show there what it does."""
         self.wine_run("cmd.exe", "/c", "exit", DISPLAY="")
         self.wine_run("--stop")
+
+    def start_session_bus(self):
+        """What leads programs to it. Screen readers and what they read meet there."""
+        run_time_directory = self.directory / "run"
+        run_time_directory.mkdir(mode=0o700)
+        socket = run_time_directory / "bus"
+        environment = {"DBUS_SESSION_BUS_ADDRESS": f"unix:path={socket}",
+                       "XDG_RUNTIME_DIR": str(run_time_directory)}
+        self.session_bus = subprocess.Popen(
+            ["dbus-daemon", "--session", "--nofork", "--nopidfile", f"--address=unix:path={socket}"],
+            env=clean_environment(**(self.environment | environment)), stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        wait_until(socket.exists, what="the session's bus")
+        return environment
+
+    def read_screen(self):
+        """On Linux: (role, name) of everything that a screen reader finds."""
+        return read_screen(self.environment)
 
     # The session, on Linux. Wine has one and no more.
 

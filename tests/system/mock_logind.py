@@ -70,7 +70,7 @@ class MockLogind:
     def add_session(self, identifier, uid=0, user="root", display="", active=True, **properties):
         """A session at the seat, of a person with an X11 desktop but for what `properties` say."""
         self._call(ROOT, "AddSession", identifier, "seat0", dbus.UInt32(uid), user, active)
-        self.change(identifier, Type="x11", Display=display, **properties)
+        self.change(identifier, **({"Type": "x11", "Display": display} | properties))
 
     def change(self, identifier, **properties):
         self._call(f"{ROOT}/session/{identifier}", "UpdateProperties", SESSION,

@@ -1,11 +1,14 @@
 """A screen without hardware, with a window manager, and what a person would see and do on it."""
 
+import array
+import operator
 import os
 import re
 import select
 import socket
 import struct
 import subprocess
+import sys
 import time
 import zlib
 
@@ -51,18 +54,21 @@ class Picture:
         start = 4 * (y * self.width + x)
         return self.data[start:start + 3]
 
+    def _pixels(self):
+        return array.array("I", self.data)
+
     def differing(self, other):
         """How many pixels are not the same."""
         assert (self.width, self.height) == (other.width, other.height)
-        mine, others = memoryview(self.data).cast("I"), memoryview(other.data).cast("I")
-        return sum(a != b for a, b in zip(mine, others))
+        return sum(map(operator.ne, self._pixels(), other._pixels()))
 
     def share_of(self, colour):
         """The part of the pixels, 0 to 1, that have this colour."""
-        wanted = bytes(colour)
-        pixels = memoryview(self.data)
-        count = sum(pixels[i:i + 3] == wanted for i in range(0, len(self.data), 4))
-        return count / (self.width * self.height)
+        pixels = self._pixels()
+        # Nobody says what is in the fourth byte.
+        count = sum(pixels.count(int.from_bytes(bytes(colour) + bytes([last]), sys.byteorder))
+                    for last in (0, 255))
+        return count / len(pixels)
 
     def has_only(self, colour):
         return self.share_of(colour) == 1
