@@ -62,6 +62,10 @@ class Picture:
         assert (self.width, self.height) == (other.width, other.height)
         return sum(map(operator.ne, self._pixels(), other._pixels()))
 
+    def is_like(self, other):
+        """Toolkits do not always smooth the same edge in the same way."""
+        return self.differing(other) < 100
+
     def share_of(self, colour):
         """The part of the pixels, 0 to 1, that have this colour."""
         pixels = self._pixels()
@@ -333,13 +337,13 @@ class Screen:
         return picture
 
     def wait_still(self, place=None):
-        """The picture when it has stopped changing."""
+        """The picture when it has not changed for a while."""
         pictures = [self.picture(*(place or ()))]
 
         def still():
             time.sleep(0.1)
             pictures.append(self.picture(*(place or ())))
-            return pictures[-1] == pictures[-2]
+            return len(pictures) > 3 and all(one == pictures[-1] for one in pictures[-4:])
 
         wait_until(still, what="a picture that stays")
         return pictures[-1]
