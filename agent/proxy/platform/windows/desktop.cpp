@@ -40,6 +40,8 @@ bool HasVisibleStation() {
 std::chrono::milliseconds IdleTime() {
   LASTINPUTINFO last{sizeof(LASTINPUTINFO), 0};
   if (!GetLastInputInfo(&last)) return std::chrono::milliseconds(0);
+  // No input since the session began, as far as the system knows: not that nobody is there.
+  if (last.dwTime == 0) return std::chrono::milliseconds(0);
   // Both count modulo 2^32. The input's time may be a little ahead of the clock.
   const DWORD idleMs = GetTickCount() - last.dwTime;
   constexpr DWORD kAheadMs = 60000;
