@@ -94,7 +94,7 @@ def test_the_close_control_refuses(question):
 
 
 def test_no_other_key_answers(desk, question):
-    question.window.key("y", "n", "o", "alt+y", "ctrl+Return", "F1", "Delete", "Left", "a")
+    question.window.key("y", "n", "o", "alt+y", "F1", "Delete", "Left", "a")
     time.sleep(0.3)
     assert question.window.is_there() and not question.call.is_over()
     question.withdraw()
@@ -162,7 +162,9 @@ def impatient_agent(made_desk):
     return made_desk.start_agent("absence_after_s = 1\n")
 
 
+@ON_LINUX
 def test_the_user_has_touched_nothing_for_a_while(desk, impatient_agent):
+    # Wine sees only what is touched in its own windows.
     def is_absent():
         return impatient_agent.call("CoreUtilsIsUserLogged")[1]["ScreenSaving"]
 
