@@ -1,20 +1,20 @@
 #include "actions/user/dialogs.h"
 
-#include <memory>
+#include <utility>
 
 #include "module/module.h"
 
 namespace {
 
 ZelMutex dialogMutex;
-/// What `CoreUtilsShowDialog` has shown last; kept also when that failed.
-std::unique_ptr<SkinDialog> shownDialog;
+/// What `CoreUtilsShowDialog` has shown last; kept also when that failed. Outlives the module.
+SkinDialog* shownDialog = nullptr;
 
 void CloseShownDialog(const char* failureText) {
   bool error = false;
   shownDialog->Close(error, false);
   if (error) Logger().ErrorWithNL(failureText);
-  shownDialog.reset();
+  delete std::exchange(shownDialog, nullptr);
 }
 
 void AppendNumber(const ZelContainer& params, const char* key, const char* format,
@@ -105,8 +105,8 @@ ResultCode CoreUtilsShowDialog(ZelContainer* params) {
   ZelString pipeName;
   ZelAgentGetProxyPipeName(pipeName);
   bool error = false;
-  shownDialog = std::make_unique<SkinDialog>(nullptr, message, "", "", "",
-                                             SkinDialog::BUTTON_NO_BUTTON, pipeName, error, "");
+  shownDialog = new SkinDialog(nullptr, message, "", "", "", SkinDialog::BUTTON_NO_BUTTON, pipeName,
+                               error, "");
 
   if (!error && shownDialog->IsInitialised(error) && !error) {
     shownDialog->Show(false, error);
