@@ -6,7 +6,7 @@
 #include "libZel/string.h"
 
 // The system's own type, spelt without its headers.
-struct HINSTANCE__;
+struct HINSTANCE__;  // NOLINT(bugprone-reserved-identifier): the system's own name
 using HINSTANCE = HINSTANCE__*;
 
 /// A dialog in front of the logged-on user. The user-session proxy draws it; this is its handle in
@@ -22,10 +22,12 @@ using HINSTANCE = HINSTANCE__*;
 /// for want of memory.
 class SkinDialog {
  public:
+  // NOLINTBEGIN(readability-identifier-naming): names of the interface
   /// Button sets.
   static constexpr unsigned int BUTTON_NO_BUTTON = 0;
   static constexpr unsigned int BUTTON_CLOSE = 1;
   static constexpr unsigned int BUTTON_YES_NO = 2;
+  // NOLINTEND(readability-identifier-naming)
 
   /// What `GetButtonClickedID` tells. Whatever else ended the dialog is `kNoButton`: `Close`, the
   /// time-out, the user's log-off.
