@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <future>
 #include <string>
@@ -202,6 +203,11 @@ TEST_F(LockDesktop, GoesOnWithoutAPipeName) {
   EXPECT_THAT(host.Transcript(), ElementsAre(kAsksForPipe, LocksAt("")));
 }
 
+TEST_F(LockDesktop, CountsMoreLocksThanAByteHolds) {
+  LockTimes(257);
+  ExpectCount(257);
+}
+
 // ---- CoreUtilsSetLockMessageText ----
 
 TEST_F(SetLockMessageText, SendsTheTextToALockedDesktop) {
@@ -225,16 +231,20 @@ TEST_F(SetLockMessageText, FailsOnAnUnlockedDesktopAndSendsNothing) {
   ExpectCount(0);
 }
 
-TEST_F(SetLockMessageText, FailsAfterTheLastUnlockAndChangesNothingForTheNextLock) {
+TEST_F(SetLockMessageText, FailsAfterTheLastUnlockAndLeavesTheTextOfThatLock) {
   LockTimes(1);
-  ExpectCount(1);
-  EXPECT_EQ(Code("CoreUtilsSetLockMessageText", Message("too late")), kFailure);
-  LockTimes(1, "next");
-  AnswerRestore();
+  // Only a restoration that found the desktop locked tells of the text of an unlocked one.
+  AnswerPipe();
+  host.AnswerWork("ProxyDesktopLockManager::Lock", 1, [this] {
+    ExpectCount(1);
+    EXPECT_EQ(Code("CoreUtilsSetLockMessageText", Message("too late")), kFailure);
+  });
+  host.AnswerText("ZelAgentGetTranslation", "Locked");
+  host.Answer("ProxyDesktopLockManager::SetMessage", 1);
 
   EXPECT_EQ(Code("CoreUtilsRestoreDesktopLockState"), kSuccess);
 
-  EXPECT_EQ(host.Transcript().back(), Sends("next"));
+  EXPECT_EQ(host.Transcript().back(), Sends("first"));
 }
 
 TEST_F(SetLockMessageText, FailsWhenTheProxyDoesAndStaysLocked) {
@@ -416,27 +426,97 @@ TEST_F(RestoreDesktopLockState, GoesOnWhenTheDesktopIsUnlockedMeanwhile) {
 
 // ---- side by side ----
 
-/// The other actions wait for each other. The host is used by one thread at a time: while the other
-/// one is kept waiting, and while this one waits for it.
-class SideBySide : public LockTest {
- protected:
-  /// Scripts the next call of `function` to succeed and, before it answers, runs the action on
-  /// another thread, which has to wait.
-  void AnswerWithRival(const char* function, const char* action) {
-    host.AnswerWork(function, 1, [this, action] {
-      rival = std::async(std::launch::async, [this, action] { return Code(action); });
-      EXPECT_EQ(rival.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout);
-    });
-  }
+/// The actions wait for each other, but for what a restoration does.
+using SideBySide = LockTest;
 
-  std::future<ResultCode> rival;
-};
+TEST_F(SideBySide, ALockWaitsForALockAndTheProxyIsLockedOnce) {
+  AnswerPipe();
+  host.AnswerWork("ProxyDesktopLockManager::Lock", 1,
+                  RivalThatWaits("CoreUtilsLockDesktop", Message("m")));
+  AnswerMessage();
+  AnswerMessage();
+
+  EXPECT_EQ(Code("CoreUtilsLockDesktop", Message("m")), kSuccess);
+  EXPECT_EQ(rival.get(), kSuccess);
+
+  const std::vector<std::string> calls = TakeCalls();
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), LocksAt("pipe")), 1);
+  EXPECT_EQ(std::count(calls.begin(), calls.end(), Sends("m")), 2);
+  ExpectCount(2);
+}
+
+TEST_F(SideBySide, AnUnlockWaitsForALock) {
+  AnswerPipe();
+  host.AnswerWork("ProxyDesktopLockManager::Lock", 1, RivalThatWaits("CoreUtilsUnlockDesktop"));
+  // Between its two halves a lock may be undone: then there is no message to send.
+  host.AnswerAlways("ZelAgentGetProxyPipeName", 0);
+  host.AnswerAlways("ZelAgentGetTranslation", 0);
+  host.AnswerAlways("ProxyDesktopLockManager::SetMessage", 1);
+  AnswerUnlock();
+
+  Code("CoreUtilsLockDesktop");
+  EXPECT_EQ(rival.get(), kSuccess);
+
+  ExpectCount(0);
+}
+
+TEST_F(SideBySide, ALockWaitsForAMessageThatIsBeingSent) {
+  LockTimes(1);
+  AnswerPipe();
+  host.AnswerText("ZelAgentGetTranslation", "Locked");
+  host.AnswerWork("ProxyDesktopLockManager::SetMessage", 1, RivalThatWaits("CoreUtilsLockDesktop"));
+  AnswerMessage();
+
+  EXPECT_EQ(Code("CoreUtilsSetLockMessageText"), kSuccess);
+  EXPECT_EQ(rival.get(), kSuccess);
+  ExpectCount(2);
+}
+
+TEST_F(SideBySide, AMessageWaitsForAMessageThatIsBeingSent) {
+  LockTimes(1);
+  AnswerPipe();
+  host.AnswerText("ZelAgentGetTranslation", "Locked");
+  host.AnswerWork("ProxyDesktopLockManager::SetMessage", 1,
+                  RivalThatWaits("CoreUtilsSetLockMessageText", Message("third")));
+  AnswerMessage();
+
+  EXPECT_EQ(Code("CoreUtilsSetLockMessageText", Message("second")), kSuccess);
+  EXPECT_EQ(rival.get(), kSuccess);
+  EXPECT_EQ(host.Transcript().back(), Sends("third"));
+}
+
+TEST_F(SideBySide, AMessageWaitsForAnUnlockAndComesTooLate) {
+  LockTimes(1);
+  AnswerPipe();
+  host.AnswerWork("ProxyDesktopLockManager::Unlock", 1,
+                  RivalThatWaits("CoreUtilsSetLockMessageText"));
+
+  EXPECT_EQ(Code("CoreUtilsUnlockDesktop"), kSuccess);
+  EXPECT_EQ(rival.get(), kFailure);
+}
+
+/// Where a restoration begins it waits, once it has begun it does not.
+TEST_F(SideBySide, ARestorationBeginsAfterTheMessageThatIsBeingSent) {
+  LockTimes(1);
+  AnswerPipe();
+  host.AnswerText("ZelAgentGetTranslation", "Locked");
+  host.AnswerWork("ProxyDesktopLockManager::SetMessage", 1,
+                  RivalThatWaits("CoreUtilsRestoreDesktopLockState"));
+  AnswerRestore();
+
+  EXPECT_EQ(Code("CoreUtilsSetLockMessageText", Message("second")), kSuccess);
+  EXPECT_EQ(rival.get(), kSuccess);
+
+  EXPECT_THAT(TakeCalls(), ElementsAre(kAsksForPipe, kTitleQuery, Sends("second"), kAsksForPipe,
+                                       LocksAt("pipe"), kTitleQuery, Sends("second")));
+}
 
 TEST_F(SideBySide, AnUnlockWaitsForAMessageThatIsBeingSent) {
   LockTimes(1);
   AnswerPipe();
   host.AnswerText("ZelAgentGetTranslation", "Locked");
-  AnswerWithRival("ProxyDesktopLockManager::SetMessage", "CoreUtilsUnlockDesktop");
+  host.AnswerWork("ProxyDesktopLockManager::SetMessage", 1,
+                  RivalThatWaits("CoreUtilsUnlockDesktop"));
   AnswerUnlock();
 
   EXPECT_EQ(Code("CoreUtilsSetLockMessageText"), kSuccess);
@@ -446,7 +526,7 @@ TEST_F(SideBySide, AnUnlockWaitsForAMessageThatIsBeingSent) {
 TEST_F(SideBySide, AnUnlockWaitsForAnUnlock) {
   LockTimes(1);
   AnswerPipe();
-  AnswerWithRival("ProxyDesktopLockManager::Unlock", "CoreUtilsUnlockDesktop");
+  host.AnswerWork("ProxyDesktopLockManager::Unlock", 1, RivalThatWaits("CoreUtilsUnlockDesktop"));
 
   EXPECT_EQ(Code("CoreUtilsUnlockDesktop"), kSuccess);
   EXPECT_EQ(rival.get(), kFailure);
@@ -455,7 +535,7 @@ TEST_F(SideBySide, AnUnlockWaitsForAnUnlock) {
 TEST_F(SideBySide, ALockWaitsForAnUnlock) {
   LockTimes(1);
   AnswerPipe();
-  AnswerWithRival("ProxyDesktopLockManager::Unlock", "CoreUtilsLockDesktop");
+  host.AnswerWork("ProxyDesktopLockManager::Unlock", 1, RivalThatWaits("CoreUtilsLockDesktop"));
   AnswerLock();
   AnswerMessage();
 

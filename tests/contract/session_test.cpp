@@ -44,12 +44,24 @@ TEST_F(IsUserLogged, ReplacesAnswersThatWereSentIn) {
   EXPECT_EQ(Run("CoreUtilsIsUserLogged", params), (Outcome{kSuccess, "{UserLogged: Bool false}"}));
 }
 
+TEST_F(IsUserLogged, HasClearedTheContainerBeforeItAsks) {
+  host.Answer("IsUserLogged", 1);
+  AnswerPipe();
+  host.Answer("ProxyUtils::IsUserAbsent", 1);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsIsUserLogged", Texts({{"Other", "x"}, {"More", "y"}})),
+              ElementsAre(0, 1, 1));
+}
+
 TEST_F(IsUserLogged, GoesOnWithoutAPipeName) {
   host.Answer("IsUserLogged", 1);
   host.AnswerText("ZelAgentGetProxyPipeName", "");
   host.Answer("ProxyUtils::IsUserAbsent", 0);
-  Run("CoreUtilsIsUserLogged", {});
-  EXPECT_EQ(host.Transcript().back(), "ProxyUtils::IsUserAbsent(\"\")");
+
+  EXPECT_EQ(Run("CoreUtilsIsUserLogged", {}),
+            (Outcome{kSuccess, "{UserLogged: Bool true, ScreenSaving: Bool false}"}));
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre(kAsksWhoIsLogged, kAsksForPipe, "ProxyUtils::IsUserAbsent(\"\")"));
 }
 
 TEST_F(ShellExecuteAsLoggedUser, HandsTheCommandToTheAgentsSysTray) {
@@ -59,6 +71,11 @@ TEST_F(ShellExecuteAsLoggedUser, HandsTheCommandToTheAgentsSysTray) {
   EXPECT_THAT(host.Transcript(),
               ElementsAre("ZelAgentGetSysTray()",
                           "SysTray::ExecuteAsLoggedUser(\"notepad.exe C:\\a.txt\")"));
+}
+
+TEST_F(ShellExecuteAsLoggedUser, HasClearedTheContainerBeforeItHandsTheCommandOver) {
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsShellExecuteAsLoggedUser", Texts({{"Command", "a.exe"}})),
+              ElementsAre(0, 0));
 }
 
 TEST_F(ShellExecuteAsLoggedUser, PassesTheCommandOnAsItIs) {

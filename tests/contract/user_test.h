@@ -1,6 +1,9 @@
 #pragma once
 
+#include <chrono>
+#include <future>
 #include <string>
+#include <vector>
 
 #include "tests/contract/module_test.h"
 
@@ -21,6 +24,7 @@ inline void EndUserInteraction(FakeHost& host) {
 class UserTest : public ModuleTest {
  protected:
   void TearDown() override {
+    if (unheld_.valid()) unheld_.wait();
     // Those of the test, before the end takes them.
     EXPECT_THAT(host.LeftOverAnswers(), IsEmpty());
     EndUserInteraction(host);
@@ -30,12 +34,44 @@ class UserTest : public ModuleTest {
   ResultCode Code(const std::string& action, const ZelContainer& params = {}) {
     return Run(action, params).code;
   }
+  /// Runs the action; tells how many keys its container held at each call.
+  std::vector<size_t> KeysAtEachCall(const std::string& action, ZelContainer params) {
+    std::vector<size_t> keys;
+    host.WatchCalls([&](std::string_view) { keys.push_back(params.CountKeys()); });
+    for (const FakeHost::Registration& row : host.Registrations()) {
+      if (NameOf(row) == action) row.handler(&params);
+    }
+    host.WatchCalls({});
+    return keys;
+  }
+
+  /// To be done in the midst of a call: begins the action on another thread, where it has to wait
+  /// for the action that makes this call. The host is used by one thread at a time: by the other
+  /// one while this one looks whether it waits, and after this one has ended its action.
+  std::function<void()> RivalThatWaits(const std::string& action, const ZelContainer& params = {}) {
+    return [this, action, params] {
+      rival = std::async(std::launch::async, [=, this] { return Code(action, params); });
+      EXPECT_EQ(rival.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout)
+          << action << " does not wait";
+    };
+  }
+  /// Does something on another thread in the midst of a call, and expects it not to wait for the
+  /// action that makes this call. When it does wait, it ends after that action.
+  void ExpectNotToWait(std::function<void()> work) {
+    unheld_ = std::async(std::launch::async, std::move(work));
+    EXPECT_EQ(unheld_.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  }
   /// The calls since the last look.
   std::vector<std::string> TakeCalls() {
     const std::vector<std::string> calls = host.Transcript();
     host.ForgetTranscript();
     return calls;
   }
+
+  std::future<ResultCode> rival;
+
+ private:
+  std::future<void> unheld_;
 };
 
 constexpr const char* kAsksForPipe = "ZelAgentGetProxyPipeName()";

@@ -183,6 +183,7 @@ bool FakeHost::IsFailingCall() const {
 void FakeHost::Note(const std::string& line) {
   transcript_.push_back(line);
   ++calls_;
+  if (watch_) watch_(line);
   if (IsFailingCall() && fault_ != Fault::kAnswerFailure) {
     throw std::runtime_error("host call " + std::to_string(calls_) + " failed");
   }
@@ -191,6 +192,7 @@ void FakeHost::Note(const std::string& line) {
 void FakeHost::NoteRelease(const char* line) noexcept {
   if (transcript_.size() < transcript_.capacity()) transcript_.emplace_back(line);
   ++calls_;
+  if (watch_) watch_(line);
 }
 
 bool FakeHost::NoteAndTest(const std::string& line) {

@@ -81,6 +81,10 @@ class FakeHost {
   /// the script: calls without an answer answer failure, and answers may be left over.
   void FailCall(size_t n, Fault fault);
 
+  /// Called with the line of each call, log lines and releases included, before the call answers
+  /// or throws. It may make calls of its own, of which it is told too.
+  void WatchCalls(std::function<void(std::string_view)> watch) { watch_ = std::move(watch); }
+
   /// One line for each call so far, log lines included.
   const std::vector<std::string>& Transcript() const { return transcript_; }
   /// Starts the transcript, and the count of calls, anew.
@@ -145,6 +149,7 @@ class FakeHost {
   std::map<std::string, int64_t> standing_;
   std::deque<std::string> kept_;
   Complaint complain_;
+  std::function<void(std::string_view)> watch_;
   size_t calls_ = 0;
   size_t failingCall_ = 0;
   Fault fault_ = Fault::kThrowOnce;
