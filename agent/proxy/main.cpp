@@ -1,5 +1,4 @@
 #include <CLI/CLI.hpp>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <exception>
@@ -38,7 +37,6 @@ class Ending {
          Desktop& desktop)
       : request_(request), thread_([&stop, &serving, &desktop, this] {
           request_.Wait();
-          isAskedFor_ = true;
           stop.Raise();
           serving.join();
           desktop.Quit();
@@ -50,20 +48,17 @@ class Ending {
   Ending(const Ending&) = delete;
   Ending& operator=(const Ending&) = delete;
 
-  bool IsAskedFor() const { return isAskedFor_; }
-
  private:
   StopRequest& request_;
-  std::atomic<bool> isAskedFor_ = false;
   std::thread thread_;
 };
 
-// The desktop belongs to this thread, which shows its windows. False when the display was lost.
-bool ShowUntilTheEnd(Desktop& desktop, StopRequest& request, proxy_protocol::StopSignal& stop,
+// The desktop belongs to this thread, which shows its windows. It may end by itself, with the
+// session: then the server ends after it.
+void ShowUntilTheEnd(Desktop& desktop, StopRequest& request, proxy_protocol::StopSignal& stop,
                      std::thread& serving) {
-  Ending ending(request, stop, serving, desktop);
+  const Ending ending(request, stop, serving, desktop);
   desktop.Run();
-  return ending.IsAskedFor();
 }
 
 void WaitForTheEnd(StopRequest& request, proxy_protocol::StopSignal& stop, std::thread& serving) {
@@ -72,13 +67,17 @@ void WaitForTheEnd(StopRequest& request, proxy_protocol::StopSignal& stop, std::
   serving.join();
 }
 
-int Serve(const std::string& pipe) {
+int Serve(const std::string& pipe, bool needsDisplay) {
   StopRequest request;  // before there are other threads
   const std::string language = UserLanguage();
   const ProxyWords words = WordsIn(Translations({ShippedTranslations()}, Log), language);
   const auto stop = std::make_shared<proxy_protocol::StopSignal>();
   auto listener = proxy_protocol::Listen(pipe, stop);
   const std::unique_ptr<Desktop> desktop = MakeDesktop(words.desktop, Log);
+  if (!desktop && needsDisplay) {
+    Log("there is no display to show anything on");
+    return 1;
+  }
   ProxySession session(OwnSession(language), words.dialog, desktop.get(), Log);
   ProxyServer server(
       std::move(listener), stop, [&] { return MakeCaller(session); }, Log);
@@ -89,26 +88,27 @@ int Serve(const std::string& pipe) {
   std::printf("zelproxy ready: %s\n", pipe.c_str());
   std::fflush(stdout);
 
-  if (!desktop) {
+  if (desktop) {
+    ShowUntilTheEnd(*desktop, request, *stop, serving);
+  } else {
     WaitForTheEnd(request, *stop, serving);
-    return 0;
   }
-  if (ShowUntilTheEnd(*desktop, request, *stop, serving)) return 0;
-  Log("the display was lost");
-  return 1;
+  return 0;
 }
 
 int Main(const std::vector<std::string>& arguments) {
   std::string pipe;
+  bool needsDisplay = false;
   CLI::App app("The agent's helper in a user's session", "zelproxy");
   app.add_option("--pipe", pipe, "Where to listen (default: the place of this session)");
+  app.add_flag("--needs-display", needsDisplay, "End with status 1 where no window can be shown");
   app.set_version_flag("--version", "zelproxy " ZEL_VERSION);
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 1;
   }
-  return Serve(pipe.empty() ? proxy_protocol::DefaultPipe() : pipe);
+  return Serve(pipe.empty() ? proxy_protocol::DefaultPipe() : pipe, needsDisplay);
 }
 
 }  // namespace
