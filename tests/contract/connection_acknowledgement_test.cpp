@@ -203,6 +203,44 @@ TEST_F(CheckClientAccept, IsBusyAsSoonAsThereIsADialogAndUntilItIsDeleted) {
   EXPECT_THAT(rivals, ElementsAre(Acknowledge(2), Acknowledge(2), Acknowledge(2)));
 }
 
+/// Asks once more in the midst of each call of one kind.
+class AskedWhile : public AcknowledgementTest {
+ protected:
+  void AskDuring(const std::string& line) {
+    host.WatchCalls([this, line](std::string_view call) {
+      if (!call.starts_with(line) || isAsking_) return;
+      isAsking_ = true;
+      AnswerPresent();
+      rivals.push_back(Ask());
+      isAsking_ = false;
+    });
+  }
+
+  std::vector<Outcome> rivals;
+
+ private:
+  bool isAsking_ = false;
+};
+
+TEST_F(AskedWhile, TheDialogIsBeingDeletedIsBusy) {
+  AnswerShown(100);
+  AskDuring(kDeletes);
+
+  EXPECT_EQ(Ask(), Acknowledge(1));
+
+  EXPECT_THAT(rivals, ElementsAre(Acknowledge(2)));
+}
+
+TEST_F(AskedWhile, ADialogThatFailedIsAuditedIsBusy) {
+  AnswerPresent();
+  host.AnswerDialog("SkinDialog", 0, true);
+  AskDuring(Audit(kNoProxyText));
+
+  EXPECT_EQ(Ask(), Acknowledge(0));
+
+  EXPECT_THAT(rivals, ElementsAre(Acknowledge(2)));
+}
+
 TEST_F(CheckClientAccept, AsksAgainWhenTheQuestionBeforeHasEnded) {
   for (const unsigned int button : {100U, 101U, 0U}) {
     AnswerShown(button);
@@ -354,16 +392,25 @@ TEST_F(CheckClientAccept, PassesTheLabelsOnAsTheyAre) {
 
 // ---- the container ----
 
-TEST_F(CheckClientAccept, HasClearedTheContainerBeforeTheUserIsAsked) {
-  ZelContainer params = AskingFor("Anna Admin");
-  size_t keysMeanwhile = 99;
-  AnswerShown(0, [&] { keysMeanwhile = params.CountKeys(); });
+TEST_F(CheckClientAccept, ClearsTheContainerBetweenTheTranslationsAndThePipe) {
+  AnswerShown(100);
+  // The answer is written between the last audit and the end of the dialog.
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")),
+              ElementsAre(4, 4, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1));
+}
 
-  for (const FakeHost::Registration& row : host.Registrations()) {
-    if (row.signature == "CoreUtilsCheckClientAccept ()") row.handler(&params);
-  }
+TEST_F(CheckClientAccept, AuditsThatNobodyCouldBeAskedAfterItHasSaidSo) {
+  AnswerTexts();
+  host.Answer("IsUserLogged", 0);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")),
+              ElementsAre(4, 4, 4, 0, 0, 1));
+}
 
-  EXPECT_EQ(keysMeanwhile, 0u);
+TEST_F(CheckClientAccept, AuditsThatThereIsNoProxyBeforeItRefuses) {
+  AnswerPresent();
+  host.AnswerDialog("SkinDialog", 0, true);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")),
+              ElementsAre(4, 4, 4, 0, 0, 0, 0, 0, 1));
 }
 
 TEST_F(CheckClientAccept, KeepsNoAnswerThatWasSentIn) {

@@ -101,17 +101,14 @@ TEST_F(ShowDialog, PassesTheMessageOnAsItIs) {
   EXPECT_EQ(host.Transcript().at(1), MakesMessage("100% %S \"q\" &x <b>\\x0d\\x0a\xC3\xBC"));
 }
 
-TEST_F(ShowDialog, HasClearedTheContainerBeforeItMakesTheDialog) {
-  ZelContainer params = Texts({{"Message", "m"}, {"Other", "x"}});
-  size_t keysMeanwhile = 99;
+TEST_F(ShowDialog, HasClearedTheContainerBeforeItDoesAnything) {
+  ShowMessage("first");
   AnswerPipe();
-  host.AnswerDialog("SkinDialog", 0, true, [&] { keysMeanwhile = params.CountKeys(); });
-
-  for (const FakeHost::Registration& row : host.Registrations()) {
-    if (row.signature == "CoreUtilsShowDialog ()") row.handler(&params);
-  }
-
-  EXPECT_EQ(keysMeanwhile, 0u);
+  host.Answer("SkinDialog::Close", 0);
+  host.AnswerDialog("SkinDialog", 0, true);
+  // It closes, deletes, asks for the pipe, makes the dialog and logs.
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsShowDialog", Texts({{"Message", "m"}, {"Other", "x"}})),
+              ElementsAre(0, 0, 0, 0, 0));
 }
 
 TEST_F(ShowDialog, LogsThatNoDialogCouldBeMade) {
@@ -404,16 +401,9 @@ TEST_F(AdvanceDialog, KeepsNoResultThatWasSentIn) {
   EXPECT_EQ(Run("CoreUtilsAdvanceDialog", params), Result(0));
 }
 
-TEST_F(AdvanceDialog, HasClearedTheContainerBeforeTheUserIsAsked) {
-  ZelContainer params = AllKeys();
-  size_t keysMeanwhile = 99;
-  AnswerEnded(100, [&] { keysMeanwhile = params.CountKeys(); });
-
-  for (const FakeHost::Registration& row : host.Registrations()) {
-    if (row.signature == "CoreUtilsAdvanceDialog") row.handler(&params);
-  }
-
-  EXPECT_EQ(keysMeanwhile, 0u);
+TEST_F(AdvanceDialog, HasClearedTheContainerBeforeItDoesAnythingAndWritesTheResultBeforeItDeletes) {
+  AnswerEnded(100);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsAdvanceDialog", AllKeys()), ElementsAre(0, 0, 0, 0, 0, 1));
 }
 
 // Nothing is logged below: the transcripts are whole.
@@ -453,7 +443,10 @@ TEST_F(AdvanceDialog, ReportsZeroWhenTheProxyIsLostWhileTheDialogIsShown) {
 
   EXPECT_EQ(Run("CoreUtilsAdvanceDialog", {}), Result(0));
 
-  EXPECT_EQ(TakeCalls().size(), 5u);
+  EXPECT_THAT(TakeCalls(),
+              ElementsAre(kAsksForPipe,
+                          "SkinDialog(null, \"\", \"\", \"\", \"\", 1, \"pipe\", false, \"\")",
+                          kAsksInitialised, kShowsAndWaits, kDeletes));
 }
 
 TEST_F(AdvanceDialog, ReportsZeroForAnyButtonOfAProxyThatWasLost) {
@@ -471,8 +464,10 @@ TEST_F(AdvanceDialog, ReportsZeroForAnyButtonOfAProxyThatWasLost) {
 TEST_F(AdvanceDialog, IsNotClosedAsTheMessageThatIsShown) {
   AnswerEnded(100, [this] {
     host.ForgetTranscript();
-    EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
-    EXPECT_EQ(Code("CoreUtilsDestroyAckPopup"), kSuccess);
+    ExpectNotToWait([this] {
+      EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+      EXPECT_EQ(Code("CoreUtilsDestroyAckPopup"), kSuccess);
+    });
     EXPECT_THAT(host.Transcript(), IsEmpty());
   });
   EXPECT_EQ(Run("CoreUtilsAdvanceDialog", {}), Result(1));
@@ -492,11 +487,104 @@ TEST_F(AdvanceDialog, LeavesTheMessageThatIsShownAlone) {
 TEST_F(AdvanceDialog, MayBeOpenSeveralTimesAndBesideAMessage) {
   AnswerInitialised();
   host.AnswerWork("SkinDialog::Show", 0, [this] {
-    ShowMessage("m");
-    EXPECT_EQ(Answered(100, kBothLabels), Result(1));
+    ExpectNotToWait([this] {
+      ShowMessage("m");
+      EXPECT_EQ(Answered(100, kBothLabels), Result(1));
+    });
     host.Answer("SkinDialog::GetButtonClickedID", 101);
   });
   EXPECT_EQ(Run("CoreUtilsAdvanceDialog", kBothLabels), Result(0));
+}
+
+TEST_F(AdvanceDialog, DoesNotWaitForAMessageThatIsBeingShown) {
+  AnswerInitialised();
+  host.AnswerWork("SkinDialog::Show", 0, [this] {
+    ExpectNotToWait([this] { EXPECT_EQ(Answered(100, kBothLabels), Result(1)); });
+  });
+  EXPECT_EQ(Code("CoreUtilsShowDialog"), kSuccess);
+}
+
+TEST_F(AdvanceDialog, DoesNotWaitForAMessageThatIsBeingClosed) {
+  ShowMessage("m");
+  host.AnswerWork("SkinDialog::Close", 0, [this] {
+    ExpectNotToWait([this] { EXPECT_EQ(Answered(100, kBothLabels), Result(1)); });
+  });
+  EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+}
+
+// ---- side by side ----
+
+class SideBySideDialogs : public DialogTest {
+ protected:
+  /// Scripts a replacement of the message that is shown, with something to do within `step`.
+  void AnswerReplaced(const std::string& step, const std::function<void()>& meanwhile) {
+    AnswerPipe();
+    for (const char* each :
+         {"SkinDialog::Close", "SkinDialog", "SkinDialog::IsInitialised", "SkinDialog::Show"}) {
+      host.AnswerWork(each, 1, each == step ? meanwhile : nullptr);
+    }
+  }
+};
+
+const std::vector<std::string> kReplacements = {"SkinDialog::Close", "SkinDialog",
+                                                "SkinDialog::IsInitialised", "SkinDialog::Show"};
+
+TEST_F(SideBySideDialogs, AMessageWaitsForEachStepOfAMessage) {
+  for (const std::string& step : kReplacements) {
+    ShowMessage("first");
+    AnswerReplaced(step, RivalThatWaits("CoreUtilsShowDialog", Texts({{"Message", "third"}})));
+    AnswerReplaced("", {});
+
+    EXPECT_EQ(Code("CoreUtilsShowDialog", Texts({{"Message", "second"}})), kSuccess);
+    EXPECT_EQ(rival.get(), kSuccess);
+
+    EXPECT_THAT(TakeCalls(),
+                ElementsAre(kCloses, kDeletes, kAsksForPipe, MakesMessage("second"),
+                            kAsksInitialised, kShowsAndReturns, kCloses, kDeletes, kAsksForPipe,
+                            MakesMessage("third"), kAsksInitialised, kShowsAndReturns))
+        << step;
+    host.Answer("SkinDialog::Close", 0);
+    EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+  }
+}
+
+TEST_F(SideBySideDialogs, AClosingWaitsForEachStepOfAMessage) {
+  for (const std::string& step : kReplacements) {
+    ShowMessage("first");
+    AnswerReplaced(step, RivalThatWaits("CoreUtilsCloseDialog"));
+    host.Answer("SkinDialog::Close", 0);
+
+    EXPECT_EQ(Code("CoreUtilsShowDialog", Texts({{"Message", "second"}})), kSuccess);
+    EXPECT_EQ(rival.get(), kSuccess);
+
+    EXPECT_THAT(TakeCalls(), ElementsAre(kCloses, kDeletes, kAsksForPipe, MakesMessage("second"),
+                                         kAsksInitialised, kShowsAndReturns, kCloses, kDeletes))
+        << step;
+  }
+}
+
+TEST_F(SideBySideDialogs, AMessageWaitsForAClosing) {
+  ShowMessage("first");
+  host.AnswerWork("SkinDialog::Close", 0,
+                  RivalThatWaits("CoreUtilsShowDialog", Texts({{"Message", "second"}})));
+  AnswerShown();
+
+  EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+  EXPECT_EQ(rival.get(), kSuccess);
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre(kCloses, kDeletes, kAsksForPipe, MakesMessage("second"), kAsksInitialised,
+                          kShowsAndReturns));
+}
+
+TEST_F(SideBySideDialogs, AClosingWaitsForAClosing) {
+  ShowMessage("first");
+  host.AnswerWork("SkinDialog::Close", 0, RivalThatWaits("CoreUtilsCloseDialog"));
+
+  EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+  EXPECT_EQ(rival.get(), kSuccess);
+
+  EXPECT_THAT(host.Transcript(), ElementsAre(kCloses, kDeletes));
 }
 
 }  // namespace

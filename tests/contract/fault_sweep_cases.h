@@ -25,6 +25,10 @@ struct Case {
   /// from, and takes it back, each with a host of its own.
   std::function<void()> before = {};
   std::function<void()> after = {};
+  /// For the same: takes what is left behind, and says what it was.
+  std::function<std::string()> takeState = {};
+  /// What must be left behind when the first, second, ... host call throws.
+  std::vector<std::string> statesAfterThrow = {};
 };
 
 /// Cases of the actions for the logged-on user.

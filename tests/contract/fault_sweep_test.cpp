@@ -1,6 +1,8 @@
 // Every case runs once undisturbed and then again and again with host call 1, 2, ... failing, and
 // with memory allocation 1, 2, ... failing. What must hold each time: nothing is thrown, the code
-// is a documented one, and the container holds no parameters and no half-written result.
+// is a documented one, and the container holds no parameters and no half-written result. Where an
+// action leaves something behind in the process, what a throwing host call leaves is looked at,
+// too.
 
 #include <algorithm>
 #include <string>
@@ -463,13 +465,26 @@ std::vector<std::string> CallsUndisturbed(const Case& test) {
   return host.Transcript();
 }
 
-Outcome RunWithFault(const Case& test, size_t call, Fault fault) {
-  const Surroundings surroundings(test);
+Outcome RunOnHostWithFault(const Case& test, size_t call, Fault fault) {
   FakeHost host;
   RegisterModule(host);
   test.script(host);
   host.FailCall(call, fault);
   return RunAction(host, test.action, test.params);
+}
+
+/// Expects a call that throws to leave behind what it must.
+void ExpectState(const Case& test, size_t call) {
+  if (!test.takeState) return;
+  ASSERT_LE(call, test.statesAfterThrow.size()) << test.name;
+  EXPECT_EQ(test.takeState(), test.statesAfterThrow[call - 1]) << test.name << ", call " << call;
+}
+
+Outcome RunWithFault(const Case& test, size_t call, Fault fault) {
+  const Surroundings surroundings(test);
+  const Outcome outcome = RunOnHostWithFault(test, call, fault);
+  if (fault != Fault::kAnswerFailure) ExpectState(test, call);
+  return outcome;
 }
 
 TEST(FaultSweep, AThrowingHostCallGivesFailureAndAnEmptyContainer) {

@@ -5,6 +5,64 @@ namespace {
 
 constexpr const char* kPipe = "a pipe whose name needs memory of its own";
 constexpr const char* kText = "a text that needs memory of its own";
+constexpr const char* kShown = " message";
+constexpr size_t kCallsOfConsent = 13;
+
+std::string Locked(int times, const std::string& text) {
+  return " locked " + std::to_string(times) + " times: " + text;
+}
+
+/// A host for looking at what an action left behind.
+class HostAfterwards : public FakeHost {
+ public:
+  HostAfterwards() {
+    RegisterModule(*this);
+    for (const char* function : {"ZelAgentGetProxyPipeName", "ZelAgentGetTranslation"}) {
+      AnswerAlways(function, 0);
+    }
+    AnswerAlways("SkinDialog::Close", 0);
+    for (const char* function : {"Lock", "SetMessage", "Unlock"}) {
+      AnswerAlways(std::string("ProxyDesktopLockManager::") + function, 1);
+    }
+  }
+
+  /// Runs the action; tells whether it calls the proxy to close a dialog.
+  bool Closes(const char* action) {
+    ForgetTranscript();
+    EXPECT_EQ(RunAction(*this, action, {}).code, kSuccess);
+    return !Transcript().empty();
+  }
+};
+
+void EndAll() {
+  FakeHost host;
+  RegisterModule(host);
+  EndUserInteraction(host);
+}
+
+/// The text that is restored with the lock; empty when there is no lock.
+std::string TextOfLock(FakeHost& host) {
+  host.ForgetTranscript();
+  EXPECT_EQ(RunAction(host, "CoreUtilsRestoreDesktopLockState", {}).code, kSuccess);
+  if (host.Transcript().empty()) return "";
+  // SetMessage("", "", "text")
+  const std::string& line = host.Transcript().back();
+  const std::string start = "ProxyDesktopLockManager::SetMessage(\"\", \"\", \"";
+  EXPECT_TRUE(line.starts_with(start)) << line;
+  return line.substr(start.size(), line.size() - start.size() - 2);
+}
+
+/// Takes the locks and closes what is shown; says what there was, nothing for nothing.
+std::string TakeState() {
+  HostAfterwards host;
+  const std::string text = TextOfLock(host);
+  int locks = 0;
+  while (RunAction(host, "CoreUtilsUnlockDesktop", {}).code == kSuccess) ++locks;
+  std::string state = locks ? Locked(locks, text) : "";
+  if (host.Closes("CoreUtilsCloseDialog")) state += kShown;
+  if (host.Closes("CoreUtilsDestroyAckPopup")) state += " question";
+  return state;
+}
 
 void AnswerPipe(FakeHost& host) {
   host.AnswerText("ZelAgentGetProxyPipeName", kPipe);
@@ -55,6 +113,12 @@ void Lock() {
   });
 }
 
+/// Nothing is locked, and the text of a lock before is known.
+void BeUnlocked() {
+  Lock();
+  EndAll();
+}
+
 void LockTwice() {
   Lock();
   RunOnce("CoreUtilsLockDesktop", AnswerLockMessage);
@@ -64,21 +128,17 @@ void ShowMessage() {
   RunOnce("CoreUtilsShowDialog", AnswerShown);
 }
 
-void EndAll() {
-  FakeHost host;
-  RegisterModule(host);
-  EndUserInteraction(host);
-}
-
 Case LockCase(const char* name, const char* action, std::function<void(FakeHost&)> script,
-              std::function<void()> before = {}) {
+              std::function<void()> before, std::vector<std::string> statesAfterThrow) {
   return {.name = name,
           .action = action,
           .params = Texts({{"LockMessage", kText}}),
           .script = std::move(script),
           .resultKeys = {"LockMessage"},
           .before = std::move(before),
-          .after = EndAll};
+          .after = EndAll,
+          .takeState = TakeState,
+          .statesAfterThrow = std::move(statesAfterThrow)};
 }
 
 std::vector<Case> CasesOfLock() {
@@ -87,23 +147,25 @@ std::vector<Case> CasesOfLock() {
                [](FakeHost& host) {
                  AnswerLock(host);
                  AnswerLockMessage(host);
-               }),
-      LockCase("lock once more", "CoreUtilsLockDesktop", AnswerLockMessage, Lock),
-      LockCase("lock message", "CoreUtilsSetLockMessageText", AnswerLockMessage, Lock),
-      LockCase(
-          "unlock", "CoreUtilsUnlockDesktop",
-          [](FakeHost& host) {
-            AnswerPipe(host);
-            host.Answer("ProxyDesktopLockManager::Unlock", 1);
-          },
-          Lock),
+               },
+               BeUnlocked, {"", "", Locked(1, kText), Locked(1, kText), Locked(1, kText)}),
+      LockCase("lock once more", "CoreUtilsLockDesktop", AnswerLockMessage, Lock,
+               {Locked(2, kText), Locked(2, kText), Locked(2, kText)}),
+      LockCase("lock message", "CoreUtilsSetLockMessageText", AnswerLockMessage, Lock,
+               {Locked(1, kText), Locked(1, kText), Locked(1, kText)}),
+      LockCase("unlock", "CoreUtilsUnlockDesktop",
+               [](FakeHost& host) {
+                 AnswerPipe(host);
+                 host.Answer("ProxyDesktopLockManager::Unlock", 1);
+               },
+               Lock, {Locked(1, ""), Locked(1, "")}),
       LockCase(
           "restore the lock", "CoreUtilsRestoreDesktopLockState",
           [](FakeHost& host) {
             AnswerLock(host);
             AnswerText(host);
           },
-          LockTwice),
+          LockTwice, std::vector<std::string>(4, Locked(2, ""))),
   };
 }
 
@@ -120,12 +182,16 @@ std::vector<Case> CasesOfDialogs() {
        .action = "CoreUtilsCheckClientAccept",
        .params = question,
        .script = AnswerConsent,
-       .resultKeys = {"Acknowledge"}},
+       .resultKeys = {"Acknowledge"},
+       .takeState = TakeState,
+       .statesAfterThrow = std::vector<std::string>(kCallsOfConsent)},
       {.name = "show a message",
        .action = "CoreUtilsShowDialog",
        .params = Texts({{"Message", kText}}),
        .script = AnswerShown,
-       .after = EndAll},
+       .after = EndAll,
+       .takeState = TakeState,
+       .statesAfterThrow = {"", "", kShown, kShown}},
       {.name = "replace a message that cannot be closed",
        .action = "CoreUtilsShowDialog",
        .params = Texts({{"Message", kText}}),
@@ -135,13 +201,18 @@ std::vector<Case> CasesOfDialogs() {
              AnswerShown(host);
            },
        .before = ShowMessage,
-       .after = EndAll},
+       .after = EndAll,
+       .takeState = TakeState,
+       // It closes, logs, deletes, and makes the next one from the fourth call on.
+       .statesAfterThrow = {kShown, kShown, "", "", "", kShown, kShown}},
       {.name = "close a message that cannot be closed",
        .action = "CoreUtilsCloseDialog",
        .params = {},
        .script = [](FakeHost& host) { host.Answer("SkinDialog::Close", -1); },
        .before = ShowMessage,
-       .after = EndAll},
+       .after = EndAll,
+       .takeState = TakeState,
+       .statesAfterThrow = {kShown, kShown, ""}},
       {.name = "advanced dialog",
        .action = "CoreUtilsAdvanceDialog",
        .params = advanced,
