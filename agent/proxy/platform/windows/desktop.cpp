@@ -3,16 +3,15 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <deque>
+#include <atomic>
 #include <exception>
-#include <future>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
-#include "agent/libZel/user_sessions.h"
+#include "agent/proxy/platform/windows/activity.h"
+#include "agent/proxy/platform/windows/desktop_thread.h"
 #include "agent/proxy/platform/windows/dialog_window.h"
 #include "agent/proxy/platform/windows/handles.h"
 #include "agent/proxy/platform/windows/image_loading.h"
@@ -22,12 +21,8 @@
 namespace {
 
 constexpr wchar_t kClass[] = L"ZelProxyDesktop";
-constexpr UINT kTasksMessage = WM_APP;
-constexpr UINT kQuitMessage = WM_APP + 1;
-// With the dialog's number.
-constexpr UINT kFinishedMessage = WM_APP + 2;
+constexpr UINT kWakeMessage = WM_APP;
 constexpr UINT_PTR kLockTimer = 1;
-constexpr char kHasEnded[] = "the proxy shows no windows any more";
 
 bool HasVisibleStation() {
   USEROBJECTFLAGS flags{};
@@ -35,32 +30,6 @@ bool HasVisibleStation() {
   return GetUserObjectInformationW(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof flags,
                                    &size) &&
          (flags.dwFlags & WSF_VISIBLE) != 0 && GetSystemMetrics(SM_CMONITORS) > 0;
-}
-
-std::chrono::milliseconds IdleTime() {
-  LASTINPUTINFO last{sizeof(LASTINPUTINFO), 0};
-  if (!GetLastInputInfo(&last)) return std::chrono::milliseconds(0);
-  // No input since the session began, as far as the system knows: not that nobody is there.
-  if (last.dwTime == 0) return std::chrono::milliseconds(0);
-  // Both count modulo 2^32. The input's time may be a little ahead of the clock.
-  const DWORD idleMs = GetTickCount() - last.dwTime;
-  constexpr DWORD kAheadMs = 60000;
-  return std::chrono::milliseconds(idleMs > MAXDWORD - kAheadMs ? 0 : idleMs);
-}
-
-bool IsSessionLocked() {
-  DWORD number = 0;
-  if (!ProcessIdToSessionId(GetCurrentProcessId(), &number)) return false;
-  const std::string own = std::to_string(number);
-  const std::vector<UserSession> sessions = UserSessions();
-  return std::any_of(sessions.begin(), sessions.end(), [&](const UserSession& session) {
-    return session.id == own && session.isLocked;
-  });
-}
-
-bool IsScreenSaverOn() {
-  BOOL isRunning = FALSE;
-  return SystemParametersInfoW(SPI_GETSCREENSAVERRUNNING, 0, &isRunning, 0) && isRunning;
 }
 
 class WindowsDesktop final : public Desktop {
@@ -81,24 +50,23 @@ class WindowsDesktop final : public Desktop {
   void Quit() override;
 
  private:
-  struct Task {
-    std::function<void()> work;
-    // Whether it was done, or what it threw.
-    std::promise<bool> done;
-  };
   struct OpenDialog {
-    std::unique_ptr<DialogWindow> window;
+    std::unique_ptr<DesktopDialog> window;
     Ended ended;
+    bool cameWhileLocked = false;
+    bool isFinished = false;
     ButtonId button = 0;
   };
 
   static LRESULT CALLBACK WindowProcedure(HWND, UINT, WPARAM, LPARAM);
   LRESULT OnMessage(UINT message, WPARAM wParam, LPARAM lParam);
 
-  bool DoOnThread(std::function<void()> work);
-  void Require(std::function<void()> work);
-  void DoTasks();
+  void DoUnlessEnded(const std::function<void()>& work);
+  void OnWake();
+  void TakeDownFinished();
+  void RaiseNewest();
   void End();
+  void Log(const char* line) noexcept;
 
   void Open(uint32_t id, const DialogContent& content, std::optional<Picture> picture, Ended ended);
   void TakeDown(uint32_t id);
@@ -107,14 +75,13 @@ class WindowsDesktop final : public Desktop {
 
   const DesktopTexts texts_;
   const DesktopLog log_;
-  const DWORD thread_ = GetCurrentThreadId();
   const ComOnThread com_{COINIT_APARTMENTTHREADED};
   // Hidden, but one of the top: only those are told of log-off.
   HWND window_ = nullptr;
 
-  std::mutex mutex_;
-  std::deque<Task> tasks_;
-  bool hasEnded_ = false;
+  DesktopThread thread_;
+  std::atomic<bool> isQuitAsked_ = false;
+  std::atomic<bool> hasEnded_ = false;
 
   // Of the desktop's thread.
   std::map<uint32_t, OpenDialog> dialogs_;
@@ -134,6 +101,7 @@ WindowsDesktop::WindowsDesktop(const DesktopTexts& texts, DesktopLog log)
   RegisterClassExW(&description);  // fails for a second desktop, which uses the first one's
   CreateWindowExW(WS_EX_TOOLWINDOW, kClass, L"zelproxy", WS_POPUP, 0, 0, 0, 0, nullptr, nullptr,
                   description.hInstance, this);
+  thread_.SetWindow(window_, kWakeMessage);
 }
 
 WindowsDesktop::~WindowsDesktop() {
@@ -142,8 +110,14 @@ WindowsDesktop::~WindowsDesktop() {
 }
 
 void WindowsDesktop::Run() {
-  MSG message{};
-  while (GetMessageW(&message, nullptr, 0, 0) > 0) {
+  const HANDLE woken = thread_.Woken();
+  while (true) {
+    const DWORD reason =
+        MsgWaitForMultipleObjectsEx(1, &woken, INFINITE, QS_ALLINPUT, MWMO_INPUTAVAILABLE);
+    if (reason == WAIT_OBJECT_0) OnWake();
+    MSG message{};
+    if (!PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) continue;
+    if (message.message == WM_QUIT) break;
     if (IsTakenByDialog(message)) continue;
     TranslateMessage(&message);
     DispatchMessageW(&message);
@@ -152,68 +126,48 @@ void WindowsDesktop::Run() {
 }
 
 void WindowsDesktop::Quit() {
-  PostMessageW(window_, kQuitMessage, 0, 0);
+  isQuitAsked_ = true;
+  thread_.Wake();
+}
+
+void WindowsDesktop::OnWake() {
+  if (isQuitAsked_) PostQuitMessage(0);
+  try {
+    TakeDownFinished();
+    thread_.DoNext();
+  } catch (const std::exception& failure) {
+    Log(failure.what());
+  }
 }
 
 // Nobody waits for this thread any more, and nothing is left on the screen.
 void WindowsDesktop::End() {
-  std::deque<Task> dropped;
-  {
-    const std::lock_guard lock(mutex_);
-    hasEnded_ = true;
-    dropped.swap(tasks_);
-  }
-  for (Task& task : dropped) task.done.set_value(false);
+  hasEnded_ = true;
+  thread_.Close();
   lock_.reset();
   while (!dialogs_.empty()) TakeDown(dialogs_.begin()->first);
 }
 
-// Does `work` on the desktop's thread and waits for it; throws what it throws. False when the
-// desktop has ended.
-bool WindowsDesktop::DoOnThread(std::function<void()> work) {
-  std::future<bool> done;
-  const bool isOwnThread = GetCurrentThreadId() == thread_;
-  {
-    const std::lock_guard lock(mutex_);
-    if (hasEnded_) return false;
-    if (!isOwnThread) {
-      tasks_.push_back({std::move(work), {}});
-      done = tasks_.back().done.get_future();
-      // One message for all that are waiting: the system's queue is limited.
-      if (tasks_.size() == 1) PostMessageW(window_, kTasksMessage, 0, 0);
-    }
+void WindowsDesktop::DoUnlessEnded(const std::function<void()>& work) {
+  try {
+    thread_.Do(work);
+  } catch (const DesktopEnded&) {
+    // Its windows went with it.
   }
-  if (!isOwnThread) return done.get();
-  work();
-  return true;
 }
 
-void WindowsDesktop::Require(std::function<void()> work) {
-  if (!DoOnThread(std::move(work))) throw std::runtime_error(kHasEnded);
-}
-
-void WindowsDesktop::DoTasks() {
-  while (true) {
-    Task task;
-    {
-      const std::lock_guard lock(mutex_);
-      if (tasks_.empty()) return;
-      task = std::move(tasks_.front());
-      tasks_.pop_front();
-    }
-    try {
-      task.work();
-      task.done.set_value(true);
-    } catch (...) {
-      task.done.set_exception(std::current_exception());
-    }
+void WindowsDesktop::Log(const char* line) noexcept {
+  try {
+    log_(line);
+  } catch (const std::exception&) {
+    // There is not even room for a line.
   }
 }
 
 void WindowsDesktop::ShowDialog(uint32_t id, const DialogContent& content, Ended ended) {
   // Here, so that the desktop's thread is not held up: the lock needs it.
   std::optional<Picture> picture = PictureOf(content);
-  Require([&] { Open(id, content, std::move(picture), std::move(ended)); });
+  thread_.Do([&] { Open(id, content, std::move(picture), std::move(ended)); });
 }
 
 std::optional<Picture> WindowsDesktop::PictureOf(const DialogContent& content) {
@@ -229,25 +183,30 @@ std::optional<Picture> WindowsDesktop::PictureOf(const DialogContent& content) {
 void WindowsDesktop::Open(uint32_t id, const DialogContent& content, std::optional<Picture> picture,
                           Ended ended) {
   if (dialogs_.contains(id)) throw std::runtime_error("there is a dialog with this number already");
-  const HWND desktop = window_;
-  const auto finished = [this, desktop, id](ButtonId button) {
+  const auto finished = [this, id](ButtonId button) {
     const auto found = dialogs_.find(id);
     if (found == dialogs_.end()) return;
+    found->second.isFinished = true;
     found->second.button = button;
     // Later: this is called from within the window.
-    PostMessageW(desktop, kFinishedMessage, id, 0);
+    thread_.Wake();
   };
-  OpenDialog dialog{std::make_unique<DialogWindow>(content, texts_, std::move(picture),
-                                                   static_cast<int>(dialogs_.size()), finished),
-                    std::move(ended)};
-  DialogWindow& window = *dialog.window;
-  dialogs_.emplace(id, std::move(dialog));
-  if (lock_) window.SetCovered(true);
-  window.Show(lock_ ? lock_->Bottom() : nullptr);
+  OpenDialog dialog{std::make_unique<DesktopDialog>(content, texts_, std::move(picture),
+                                                    static_cast<int>(dialogs_.size()), finished),
+                    std::move(ended), lock_ != nullptr};
+  DesktopDialog& window = *dialog.window;
+  const auto place = dialogs_.emplace(id, std::move(dialog)).first;
+  try {
+    if (lock_) window.SetCovered(true);
+    window.Show(lock_ ? lock_->Bottom() : nullptr);
+  } catch (...) {
+    dialogs_.erase(place);
+    throw;
+  }
 }
 
 void WindowsDesktop::CloseDialog(uint32_t id) {
-  DoOnThread([&] { TakeDown(id); });
+  DoUnlessEnded([&] { TakeDown(id); });
 }
 
 void WindowsDesktop::TakeDown(uint32_t id) {
@@ -259,17 +218,26 @@ void WindowsDesktop::TakeDown(uint32_t id) {
   if (dialog.ended) dialog.ended(dialog.button);
 }
 
+void WindowsDesktop::TakeDownFinished() {
+  const auto isFinished = [](const auto& entry) { return entry.second.isFinished; };
+  while (true) {
+    const auto found = std::find_if(dialogs_.begin(), dialogs_.end(), isFinished);
+    if (found == dialogs_.end()) return;
+    TakeDown(found->first);
+  }
+}
+
 void WindowsDesktop::Lock() {
-  Require([&] {
+  thread_.Do([&] {
     if (lock_) return;
-    lock_ = std::make_unique<LockScreen>(window_, kLockTimer, LineForWindow(lockTitle_),
-                                         LinesForWindow(lockText_), texts_.isRightToLeft);
+    LockFace face{LineForWindow(lockTitle_), LinesForWindow(lockText_), texts_.isRightToLeft};
+    lock_ = std::make_unique<LockScreen>(window_, kLockTimer, std::move(face));
     for (const auto& [id, dialog] : dialogs_) dialog.window->SetCovered(true);
   });
 }
 
 void WindowsDesktop::SetLockText(const std::string& title, const std::string& text) {
-  Require([&] {
+  thread_.Do([&] {
     lockTitle_ = title;
     lockText_ = text;
     if (lock_) lock_->SetText(LineForWindow(title), LinesForWindow(text));
@@ -277,18 +245,26 @@ void WindowsDesktop::SetLockText(const std::string& title, const std::string& te
 }
 
 void WindowsDesktop::Unlock() {
-  DoOnThread([&] {
+  DoUnlessEnded([&] {
     if (!lock_) return;
+    // While the lock is in front: the system lets its program pass that on, and nobody else's.
+    RaiseNewest();
     lock_.reset();
     for (const auto& [id, dialog] : dialogs_) dialog.window->SetCovered(false);
   });
 }
 
-UserActivity WindowsDesktop::Activity() {
-  {
-    const std::lock_guard lock(mutex_);
-    if (hasEnded_) throw std::runtime_error(kHasEnded);
+// What came while nobody could see it is where a dialog that comes now would be.
+void WindowsDesktop::RaiseNewest() {
+  DesktopDialog* newest = nullptr;
+  for (auto& [id, dialog] : dialogs_) {
+    if (std::exchange(dialog.cameWhileLocked, false)) newest = dialog.window.get();
   }
+  if (newest) newest->ComeToTheFront();
+}
+
+UserActivity WindowsDesktop::Activity() {
+  if (hasEnded_) throw DesktopEnded();
   return {IdleTime(), IsSessionLocked() || IsScreenSaverOn()};
 }
 
@@ -318,24 +294,22 @@ LRESULT CALLBACK WindowsDesktop::WindowProcedure(HWND window, UINT message, WPAR
     return self->OnMessage(message, wParam, lParam);
   } catch (const std::exception& failure) {
     // No exception may pass the system's code.
-    self->log_(failure.what());
+    self->Log(failure.what());
     return 0;
   }
 }
 
 LRESULT WindowsDesktop::OnMessage(UINT message, WPARAM wParam, LPARAM lParam) {
   switch (message) {
-    case kTasksMessage:
-      DoTasks();
+    case kWakeMessage:
+      OnWake();
       return 0;
-    case kQuitMessage:
     case WM_CLOSE:
       PostQuitMessage(0);
       return 0;
-    case kFinishedMessage:
-      TakeDown(static_cast<uint32_t>(wParam));
-      return 0;
     case WM_TIMER:
+      if (lock_ && wParam == kLockTimer) lock_->OnTimer();
+      return 0;
     case WM_DISPLAYCHANGE:
       if (lock_) lock_->OnTimer();
       return 0;

@@ -75,11 +75,11 @@ int NaturalWidth(HFONT font, const std::wstring& text) {
 
 }  // namespace
 
-int DialogWindow::Pixels(int logical) const {
+int DesktopDialog::Pixels(int logical) const {
   return Scaled(logical, dpi_);
 }
 
-void DialogWindow::SetDpi(UINT dpi) {
+void DesktopDialog::SetDpi(UINT dpi) {
   dpi_ = dpi;
   GdiFont font(MessageFont(dpi));
   if (!font) throw std::runtime_error("the system has no font for dialogs");
@@ -97,7 +97,7 @@ void DialogWindow::SetDpi(UINT dpi) {
   InvalidateRect(frame_, nullptr, TRUE);
 }
 
-void DialogWindow::LoadIconOrPicture() {
+void DesktopDialog::LoadIconOrPicture() {
   if (picture_) {
     pictureSize_ = {std::max(1, Pixels(static_cast<int>(picture_->shownWidth))),
                     std::max(1, Pixels(static_cast<int>(picture_->shownHeight)))};
@@ -111,7 +111,7 @@ void DialogWindow::LoadIconOrPicture() {
                                             pictureSize_.cx, pictureSize_.cy, 0)));
 }
 
-DialogWindow::Layout DialogWindow::Measure() {
+DesktopDialog::Layout DesktopDialog::Measure() {
   const RECT area = WorkAreaOf(frame_);
   const int margin = Pixels(kMargin);
   const int left = margin + pictureSize_.cx + Pixels(kPictureGap);
@@ -143,7 +143,7 @@ DialogWindow::Layout DialogWindow::Measure() {
 }
 
 // The control itself knows best where it wraps.
-int DialogWindow::TextHeight(int width) {
+int DesktopDialog::TextHeight(int width) {
   ShowScrollBar(textControl_, SB_VERT, FALSE);
   const int lineHeight = LineHeight(font_.get());
   SetWindowPos(textControl_, nullptr, 0, 0, width, 4 * lineHeight,
@@ -152,13 +152,13 @@ int DialogWindow::TextHeight(int width) {
   return std::max(1, lines) * lineHeight + 2;
 }
 
-int DialogWindow::ButtonWidth(const Button& button) const {
+int DesktopDialog::ButtonWidth(const Button& button) const {
   const int natural = TextWidth(font_.get(), button.label) + 2 * Pixels(kButtonPadding);
   return std::clamp(natural, Pixels(kMinButtonWidth), Pixels(kMaxButtonWidth));
 }
 
 // Margins included.
-int DialogWindow::FooterWidth() const {
+int DesktopDialog::FooterWidth() const {
   int width = 2 * Pixels(kMargin);
   for (const Button& button : buttons_) width += ButtonWidth(button) + Pixels(kButtonGap);
   if (timeLabel_) {
@@ -168,7 +168,7 @@ int DialogWindow::FooterWidth() const {
   return width;
 }
 
-void DialogWindow::Arrange() {
+void DesktopDialog::Arrange() {
   RECT outer{0, 0, layout_.width, layout_.contentHeight + layout_.footerHeight};
   AdjustWindowRectExForDpi(&outer, static_cast<DWORD>(GetWindowLongPtrW(frame_, GWL_STYLE)), FALSE,
                            static_cast<DWORD>(GetWindowLongPtrW(frame_, GWL_EXSTYLE)), dpi_);
@@ -182,7 +182,7 @@ void DialogWindow::Arrange() {
 }
 
 // The buttons at the end of the row, the time before them.
-void DialogWindow::ArrangeFooter() {
+void DesktopDialog::ArrangeFooter() {
   const int margin = Pixels(kMargin);
   const int top = layout_.contentHeight + Pixels(kFooterMargin);
   const int height = Pixels(kButtonHeight);
@@ -192,6 +192,8 @@ void DialogWindow::ArrangeFooter() {
     const int room = width - Pixels(kButtonPadding);
     const std::wstring label = Fitted(font_.get(), button->label, room);
     SetWindowTextW(button->window, WithoutMnemonic(label).c_str());
+    // Who listens gets all of it.
+    if (label != button->label) SetAccessibleName(button->window, button->label);
     SetWindowPos(button->window, nullptr, right - width, top, width, height,
                  SWP_NOZORDER | SWP_NOACTIVATE);
     right -= width + Pixels(kButtonGap);
@@ -201,20 +203,31 @@ void DialogWindow::ArrangeFooter() {
                SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
-void DialogWindow::PlaceInTheMiddle(int cascade) {
+void DesktopDialog::PlaceInTheMiddle(int cascade) {
   const RECT area = WorkAreaOf(frame_);
   RECT window{};
   GetWindowRect(frame_, &window);
   const int offset = Pixels(kCascadeStep) * (cascade % kCascadeSteps);
   const LONG x = area.left + (area.right - area.left - (window.right - window.left)) / 2 + offset;
   const LONG y = area.top + (area.bottom - area.top - (window.bottom - window.top)) / 2 + offset;
-  SetWindowPos(frame_, nullptr, std::max(area.left, x), std::max(area.top, y), 0, 0,
+  PlaceInside(x, y);
+}
+
+// As near to it as all of the window can be seen; should it be too large, its beginning.
+void DesktopDialog::PlaceInside(LONG x, LONG y) {
+  const RECT area = WorkAreaOf(frame_);
+  RECT window{};
+  GetWindowRect(frame_, &window);
+  const LONG lastX = area.right - (window.right - window.left);
+  const LONG lastY = area.bottom - (window.bottom - window.top);
+  SetWindowPos(frame_, nullptr, std::max(area.left, std::min(x, lastX)),
+               std::max(area.top, std::min(y, lastY)), 0, 0,
                SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
 }
 
-void DialogWindow::Paint() {
-  PAINTSTRUCT painting{};
-  const HDC context = BeginPaint(frame_, &painting);
+void DesktopDialog::Paint() {
+  const WindowPainting painting(frame_);
+  const HDC context = painting.Context();
   RECT client{};
   GetClientRect(frame_, &client);
   RECT content = client;
@@ -228,10 +241,9 @@ void DialogWindow::Paint() {
     FillRect(context, &footer, GetSysColorBrush(COLOR_3DLIGHT));
   }
   PaintPicture(context, client.right);
-  EndPaint(frame_, &painting);
 }
 
-void DialogWindow::PaintPicture(HDC context, int clientWidth) const {
+void DesktopDialog::PaintPicture(HDC context, int clientWidth) const {
   // A mirrored window shows it at the other side, but not reversed.
   const DWORD layoutBefore = SetLayout(context, 0);
   const RECT& place = layout_.picture;

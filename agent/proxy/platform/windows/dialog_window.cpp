@@ -50,8 +50,8 @@ RECT MonitorOfPointer() {
 
 }  // namespace
 
-DialogWindow::DialogWindow(const DialogContent& content, const DesktopTexts& texts,
-                           std::optional<Picture> picture, int cascade, Finished finished)
+DesktopDialog::DesktopDialog(const DialogContent& content, const DesktopTexts& texts,
+                             std::optional<Picture> picture, int cascade, Finished finished)
     : content_(content),
       texts_(texts),
       picture_(std::move(picture)),
@@ -68,12 +68,12 @@ DialogWindow::DialogWindow(const DialogContent& content, const DesktopTexts& tex
   }
 }
 
-DialogWindow::~DialogWindow() {
+DesktopDialog::~DesktopDialog() {
   isFinished_ = true;
   if (frame_) DestroyWindow(frame_);
 }
 
-void DialogWindow::MakeFrame() {
+void DesktopDialog::MakeFrame() {
   static const ATOM registered = [] {
     WNDCLASSEXW description{};
     description.cbSize = sizeof description;
@@ -99,7 +99,7 @@ void DialogWindow::MakeFrame() {
 }
 
 // In the order of the Tab key.
-void DialogWindow::MakeChildren() {
+void DesktopDialog::MakeChildren() {
   for (const DialogButton& button : content_.buttons) {
     const std::wstring label = LineForWindow(button.label);
     const HWND window = MakeChild(L"BUTTON", WithoutMnemonic(label), WS_TABSTOP | BS_PUSHBUTTON);
@@ -118,7 +118,7 @@ void DialogWindow::MakeChildren() {
   SendMessageW(frame_, WM_CHANGEUISTATE, MAKEWPARAM(UIS_CLEAR, UISF_HIDEFOCUS), 0);
 }
 
-HWND DialogWindow::MakeChild(const wchar_t* windowClass, const std::wstring& text, DWORD style) {
+HWND DesktopDialog::MakeChild(const wchar_t* windowClass, const std::wstring& text, DWORD style) {
   const HWND child = CreateWindowExW(0, windowClass, text.c_str(), WS_CHILD | WS_VISIBLE | style, 0,
                                      0, 0, 0, frame_, nullptr, Instance(), nullptr);
   if (!child ||
@@ -129,11 +129,11 @@ HWND DialogWindow::MakeChild(const wchar_t* windowClass, const std::wstring& tex
 }
 
 // Never the first of two: whoever presses a key without looking grants nothing.
-HWND DialogWindow::FirstFocus() const {
+HWND DesktopDialog::FirstFocus() const {
   return buttons_.empty() ? textControl_ : buttons_.back().window;
 }
 
-void DialogWindow::Show(HWND above) {
+void DesktopDialog::Show(HWND above) {
   const ULONGLONG now = GetTickCount64();
   deafToPointerUntil_ = deafToKeysUntil_ = now + kDeafMs;
   isShown_ = true;
@@ -142,22 +142,33 @@ void DialogWindow::Show(HWND above) {
     OnTick();
   }
   // Not ShowWindow: its first call would do what whoever started this program had in mind for it.
-  const UINT flags = SWP_NOMOVE | SWP_NOSIZE | SWP_SHOWWINDOW;
+  constexpr UINT kFlags = SWP_NOMOVE | SWP_NOSIZE | SWP_SHOWWINDOW;
   if (above) {
-    SetWindowPos(frame_, above, 0, 0, 0, 0, flags | SWP_NOACTIVATE);
+    // Right below it the dialog would stay above all others from then on.
+    SetWindowPos(frame_, content_.staysOnTop ? above : HWND_TOP, 0, 0, 0, 0,
+                 kFlags | SWP_NOACTIVATE);
     return;
   }
-  SetWindowPos(frame_, content_.staysOnTop ? HWND_TOPMOST : HWND_TOP, 0, 0, 0, 0, flags);
+  SetWindowPos(frame_, Height(), 0, 0, 0, 0, kFlags);
   SetForegroundWindow(frame_);
   UpdateWindow(frame_);
 }
 
-void DialogWindow::SetCovered(bool isCovered) {
+void DesktopDialog::ComeToTheFront() {
+  SetWindowPos(frame_, Height(), 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_NOACTIVATE);
+  SetForegroundWindow(frame_);
+}
+
+HWND DesktopDialog::Height() const {
+  return content_.staysOnTop ? HWND_TOPMOST : HWND_TOP;
+}
+
+void DesktopDialog::SetCovered(bool isCovered) {
   isCovered_ = isCovered;
   deafToPointerUntil_ = deafToKeysUntil_ = GetTickCount64() + kDeafMs;
 }
 
-bool DialogWindow::Takes(MSG& message) {
+bool DesktopDialog::Takes(MSG& message) {
   if (message.hwnd != frame_ && !IsChild(frame_, message.hwnd)) return false;
   // The queue may hold what was typed before: a message's own time counts too.
   const auto ageMs = static_cast<LONG>(GetTickCount() - message.time);
@@ -171,15 +182,15 @@ bool DialogWindow::Takes(MSG& message) {
   return movesFocus && IsDialogMessageW(frame_, &message);
 }
 
-LRESULT CALLBACK DialogWindow::FrameProcedure(HWND window, UINT message, WPARAM wParam,
-                                              LPARAM lParam) {
+LRESULT CALLBACK DesktopDialog::FrameProcedure(HWND window, UINT message, WPARAM wParam,
+                                               LPARAM lParam) {
   if (message == WM_NCCREATE) {
     const auto* const creation = reinterpret_cast<CREATESTRUCTW*>(lParam);
-    auto* const created = static_cast<DialogWindow*>(creation->lpCreateParams);
+    auto* const created = static_cast<DesktopDialog*>(creation->lpCreateParams);
     created->frame_ = window;
     SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(created));
   }
-  auto* const self = reinterpret_cast<DialogWindow*>(GetWindowLongPtrW(window, GWLP_USERDATA));
+  auto* const self = reinterpret_cast<DesktopDialog*>(GetWindowLongPtrW(window, GWLP_USERDATA));
   if (self && message == WM_NCDESTROY) {
     self->frame_ = nullptr;
     SetWindowLongPtrW(window, GWLP_USERDATA, 0);
@@ -194,7 +205,7 @@ LRESULT CALLBACK DialogWindow::FrameProcedure(HWND window, UINT message, WPARAM 
   return DefWindowProcW(window, message, wParam, lParam);
 }
 
-std::optional<LRESULT> DialogWindow::OnFrameMessage(UINT message, WPARAM wParam, LPARAM lParam) {
+std::optional<LRESULT> DesktopDialog::OnFrameMessage(UINT message, WPARAM wParam, LPARAM lParam) {
   switch (message) {
     case WM_CLOSE:
       if (content_.closeButton && !IsDeafToPointer()) Finish(content_.closeButton);
@@ -209,18 +220,22 @@ std::optional<LRESULT> DialogWindow::OnFrameMessage(UINT message, WPARAM wParam,
       OnCommand(reinterpret_cast<HWND>(lParam), HIWORD(wParam));
       return 0;
     case WM_TIMER:
-      OnTick();
+      if (wParam == kTickTimer && content_.timeoutS > 0) OnTick();
       return 0;
     case WM_DPICHANGED: {
       const auto* const place = reinterpret_cast<const RECT*>(lParam);
       SetDpi(LOWORD(wParam));
-      SetWindowPos(frame_, nullptr, place->left, place->top, 0, 0,
-                   SWP_NOSIZE | SWP_NOZORDER | SWP_NOACTIVATE);
+      PlaceInside(place->left, place->top);
       return 0;
     }
     case WM_SETTINGCHANGE:
+    case WM_DISPLAYCHANGE: {
       SetDpi(dpi_);
+      RECT place{};
+      GetWindowRect(frame_, &place);
+      PlaceInside(place.left, place.top);
       return 0;
+    }
     case WM_CTLCOLORSTATIC: {
       const bool isText = reinterpret_cast<HWND>(lParam) == textControl_;
       const int background = isText ? COLOR_WINDOW : COLOR_BTNFACE;
@@ -241,13 +256,17 @@ std::optional<LRESULT> DialogWindow::OnFrameMessage(UINT message, WPARAM wParam,
   }
 }
 
-LRESULT CALLBACK DialogWindow::ChildProcedure(HWND child, UINT message, WPARAM wParam,
-                                              LPARAM lParam, UINT_PTR, DWORD_PTR owner) {
-  auto* const self = reinterpret_cast<DialogWindow*>(owner);
+LRESULT CALLBACK DesktopDialog::ChildProcedure(HWND child, UINT message, WPARAM wParam,
+                                               LPARAM lParam, UINT_PTR, DWORD_PTR owner) {
+  auto* const self = reinterpret_cast<DesktopDialog*>(owner);
   if (message == WM_NCDESTROY) {
     RemoveWindowSubclass(child, ChildProcedure, kSubclass);
-  } else if (const auto result = self->OnChildMessage(child, message, wParam, lParam)) {
-    return *result;
+    return DefSubclassProc(child, message, wParam, lParam);
+  }
+  try {
+    if (const auto result = self->OnChildMessage(child, message, wParam, lParam)) return *result;
+  } catch (const std::exception&) {
+    return 0;  // as in the frame's procedure: what could not be done answers nothing
   }
   const LRESULT result = DefSubclassProc(child, message, wParam, lParam);
   // The text is there to be read: no caret blinks in it.
@@ -255,8 +274,8 @@ LRESULT CALLBACK DialogWindow::ChildProcedure(HWND child, UINT message, WPARAM w
   return result;
 }
 
-std::optional<LRESULT> DialogWindow::OnChildMessage(HWND child, UINT message, WPARAM wParam,
-                                                    LPARAM lParam) {
+std::optional<LRESULT> DesktopDialog::OnChildMessage(HWND child, UINT message, WPARAM wParam,
+                                                     LPARAM lParam) {
   if (IsDeafToPointer() && (IsPointerInput(message) || message == BM_CLICK)) return 0;
   if (IsDeafToKeys() && IsKeyInput(message)) return 0;
 
@@ -277,7 +296,7 @@ std::optional<LRESULT> DialogWindow::OnChildMessage(HWND child, UINT message, WP
   return std::nullopt;
 }
 
-std::optional<LRESULT> DialogWindow::OnTextMessage(UINT message, WPARAM wParam) {
+std::optional<LRESULT> DesktopDialog::OnTextMessage(UINT message, WPARAM wParam) {
   // Tab leaves the text, and no key selects all of it.
   if (message == WM_GETDLGCODE) return DLGC_WANTARROWS;
   // The control would ring the bell for what cannot be written into it.
@@ -286,7 +305,7 @@ std::optional<LRESULT> DialogWindow::OnTextMessage(UINT message, WPARAM wParam) 
   return std::nullopt;
 }
 
-void DialogWindow::OnActivate(WPARAM how) {
+void DesktopDialog::OnActivate(WPARAM how) {
   if (LOWORD(how) == WA_INACTIVE) {
     const HWND focused = GetFocus();
     if (focused && IsChild(frame_, focused)) focus_ = focused;
@@ -297,36 +316,36 @@ void DialogWindow::OnActivate(WPARAM how) {
   if (LOWORD(how) == WA_ACTIVE) deafToKeysUntil_ = GetTickCount64() + kDeafMs;
 }
 
-void DialogWindow::OnCommand(HWND child, WORD notification) {
+void DesktopDialog::OnCommand(HWND child, WORD notification) {
   if (child && notification == BN_CLICKED) Press(child);
 }
 
-const DialogWindow::Button* DialogWindow::ButtonOf(HWND window) const {
+const DesktopDialog::Button* DesktopDialog::ButtonOf(HWND window) const {
   const auto found = std::find_if(buttons_.begin(), buttons_.end(),
                                   [&](const Button& button) { return button.window == window; });
   return found == buttons_.end() ? nullptr : &*found;
 }
 
-void DialogWindow::Press(HWND window) {
+void DesktopDialog::Press(HWND window) {
   const Button* const button = ButtonOf(window);
   if (button && !IsDeafToPointer()) Finish(button->id);
 }
 
-void DialogWindow::Finish(ButtonId button) {
+void DesktopDialog::Finish(ButtonId button) {
   if (isFinished_ || !isShown_) return;
   isFinished_ = true;
   finished_(button);
 }
 
-bool DialogWindow::IsDeafToPointer() const {
+bool DesktopDialog::IsDeafToPointer() const {
   return !isShown_ || isCovered_ || GetTickCount64() < deafToPointerUntil_;
 }
 
-bool DialogWindow::IsDeafToKeys() const {
+bool DesktopDialog::IsDeafToKeys() const {
   return !isShown_ || isCovered_ || GetTickCount64() < deafToKeysUntil_;
 }
 
-void DialogWindow::OnTick() {
+void DesktopDialog::OnTick() {
   const ULONGLONG now = GetTickCount64();
   if (now >= deadline_) {
     KillTimer(frame_, kTickTimer);

@@ -13,7 +13,7 @@
 #include "agent/proxy/platform/windows/image_loading.h"
 
 /// A dialog on the screen. Everything of it belongs to the desktop's thread, which has COM.
-class DialogWindow {
+class DesktopDialog {
  public:
   /// Called at most once, from within the window's procedure: the dialog is to be taken down, and
   /// this is how it ended. It must not be destroyed there.
@@ -21,14 +21,18 @@ class DialogWindow {
 
   /// Makes the window, not yet visible, `cascade` steps away from the middle of the monitor that
   /// has the pointer. Throws std::runtime_error.
-  DialogWindow(const DialogContent& content, const DesktopTexts& texts,
-               std::optional<Picture> picture, int cascade, Finished finished);
-  ~DialogWindow();
-  DialogWindow(const DialogWindow&) = delete;
-  DialogWindow& operator=(const DialogWindow&) = delete;
+  DesktopDialog(const DialogContent& content, const DesktopTexts& texts,
+                std::optional<Picture> picture, int cascade, Finished finished);
+  ~DesktopDialog();
+  DesktopDialog(const DesktopDialog&) = delete;
+  DesktopDialog& operator=(const DesktopDialog&) = delete;
 
-  /// Shows it, below the window `above` and without the input when that is not null.
+  /// Shows it; when `above` is not null below that window, one of those that stay above all others,
+  /// and without the input.
   void Show(HWND above);
+
+  /// In front of its like, with the input.
+  void ComeToTheFront();
 
   /// While it is covered by a locked screen nothing answers it, whoever sends it.
   void SetCovered(bool isCovered);
@@ -70,6 +74,8 @@ class DialogWindow {
   bool IsDeafToKeys() const;
   const Button* ButtonOf(HWND window) const;
   HWND FirstFocus() const;
+  // For SetWindowPos: above all windows, or only above the usual ones.
+  HWND Height() const;
   void Press(HWND button);
   void Finish(ButtonId button);
 
@@ -83,6 +89,7 @@ class DialogWindow {
   void Arrange();
   void ArrangeFooter();
   void PlaceInTheMiddle(int cascade);
+  void PlaceInside(LONG x, LONG y);
   void Paint();
   void PaintPicture(HDC context, int clientWidth) const;
   int Pixels(int logical) const;

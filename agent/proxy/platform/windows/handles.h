@@ -14,6 +14,7 @@ struct CloseHandleOf {
 };
 /// Of files; never INVALID_HANDLE_VALUE.
 using FileHandle = std::unique_ptr<void, CloseHandleOf>;
+using EventHandle = std::unique_ptr<void, CloseHandleOf>;
 
 struct DeleteGdiObject {
   void operator()(HGDIOBJ object) const { DeleteObject(object); }
@@ -28,6 +29,23 @@ struct DeleteContext {
 };
 /// Of CreateCompatibleDC, with no object selected into it that outlives it.
 using MemoryContext = std::unique_ptr<std::remove_pointer_t<HDC>, DeleteContext>;
+
+/// The painting of a window's WM_PAINT.
+class WindowPainting {
+ public:
+  explicit WindowPainting(HWND window)
+      : window_(window), context_(BeginPaint(window, &painting_)) {}
+  ~WindowPainting() { EndPaint(window_, &painting_); }
+  WindowPainting(const WindowPainting&) = delete;
+  WindowPainting& operator=(const WindowPainting&) = delete;
+
+  HDC Context() const { return context_; }
+
+ private:
+  HWND window_;
+  PAINTSTRUCT painting_{};
+  HDC context_;
+};
 
 struct DestroyIconOf {
   void operator()(HICON icon) const { DestroyIcon(icon); }

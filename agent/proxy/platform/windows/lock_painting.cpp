@@ -1,8 +1,8 @@
 #include "agent/proxy/platform/windows/lock_painting.h"
 
 #include <algorithm>
+#include <utility>
 
-#include "agent/proxy/platform/windows/handles.h"
 #include "agent/proxy/platform/windows/window_text.h"
 
 namespace {
@@ -118,21 +118,26 @@ void PaintText(HDC context, HFONT font, const std::wstring& text, RECT place, CO
   SelectObject(context, before);
 }
 
-struct Fonts {
-  GdiFont title;
-  GdiFont text;
-  int titleHeight = 0;
-  int textHeight = 0;
-};
+}  // namespace
+
+LockPainter::LockPainter(LockFace face) : face_(std::move(face)) {}
+
+void LockPainter::SetFace(LockFace face) {
+  face_ = std::move(face);
+  fonts_.clear();
+}
 
 // The largest ones with which title and text are no higher than `room`, or the smallest.
-Fonts FittingFonts(HDC context, const LockFace& face, UINT dpi, int width, int room, UINT flags) {
-  Fonts fonts;
+const LockPainter::Fonts& LockPainter::FittingFonts(HDC context, UINT dpi, int width, int room,
+                                                    UINT flags) {
+  const auto [place, isNew] = fonts_.try_emplace({dpi, width, room});
+  Fonts& fonts = place->second;
+  if (!isNew) return fonts;
   for (const FontSizes& sizes : kFontSizes) {
     fonts.title.reset(MessageFont(dpi, sizes.title));
     fonts.text.reset(MessageFont(dpi, sizes.text));
-    fonts.titleHeight = TextHeight(context, fonts.title.get(), face.title, width, flags);
-    fonts.textHeight = TextHeight(context, fonts.text.get(), face.text, width, flags);
+    fonts.titleHeight = TextHeight(context, fonts.title.get(), face_.title, width, flags);
+    fonts.textHeight = TextHeight(context, fonts.text.get(), face_.text, width, flags);
     if (fonts.titleHeight + fonts.textHeight <= room) break;
   }
   fonts.titleHeight = std::min(fonts.titleHeight, room);
@@ -140,31 +145,29 @@ Fonts FittingFonts(HDC context, const LockFace& face, UINT dpi, int width, int r
   return fonts;
 }
 
-}  // namespace
-
-void PaintLock(HDC context, const RECT& area, UINT dpi, const LockFace& face) {
+void LockPainter::Paint(HDC context, const RECT& area, UINT dpi) {
   const int width = area.right - area.left;
   const int height = area.bottom - area.top;
   const Canvas canvas(context, width, height);
   const HDC painting = canvas.Context();
   FillBackground(painting, width, height);
 
-  const UINT flags = kTextFlags | (face.isRightToLeft ? DT_RTLREADING : 0);
+  const UINT flags = kTextFlags | (face_.isRightToLeft ? DT_RTLREADING : 0);
   const int side = Scaled(kSignSide, dpi);
   const int gaps = Scaled(kGap, dpi) + Scaled(kTitleGap, dpi);
   const int textWidth = std::min(Scaled(kMaxTextWidth, dpi), width * kMaxWidthPercent / 100);
   const int room = std::max(0, height * kMaxHeightPercent / 100 - side - gaps);
-  const Fonts fonts = FittingFonts(painting, face, dpi, textWidth, room, flags);
+  const Fonts& fonts = FittingFonts(painting, dpi, textWidth, room, flags);
 
   const int left = (width - textWidth) / 2;
   int top = std::max(0, (height - side - gaps - fonts.titleHeight - fonts.textHeight) / 2);
   PaintSign(painting, (width - side) / 2, top, side,
             Between(kTopColour, kBottomColour, top + side / 2, height));
   top += side + Scaled(kGap, dpi);
-  PaintText(painting, fonts.title.get(), face.title,
+  PaintText(painting, fonts.title.get(), face_.title,
             {left, top, left + textWidth, top + fonts.titleHeight}, kTitleColour, flags);
   top += fonts.titleHeight + Scaled(kTitleGap, dpi);
-  PaintText(painting, fonts.text.get(), face.text,
+  PaintText(painting, fonts.text.get(), face_.text,
             {left, top, left + textWidth, top + fonts.textHeight}, kTextColour, flags);
   BitBlt(context, area.left, area.top, width, height, painting, 0, 0, SRCCOPY);
 }

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
-#include "agent/proxy/platform/windows/lock_painting.h"
+#include "agent/proxy/platform/windows/activity.h"
 #include "agent/proxy/platform/windows/window_text.h"
 
 namespace {
@@ -28,6 +29,8 @@ void RememberHeldKeys() {
   for (unsigned key = 0; key < kKeys; ++key) {
     heldKeys[key] = GetAsyncKeyState(static_cast<int>(key)) < 0;
   }
+  // That was the state of the buttons themselves, while the hook is told what they mean.
+  if (GetSystemMetrics(SM_SWAPBUTTON)) std::swap(heldKeys[VK_LBUTTON], heldKeys[VK_RBUTTON]);
 }
 
 // Whether this release is of a key or button from before the lock; only the first one is.
@@ -84,26 +87,16 @@ std::vector<RECT> Monitors() {
   return places;
 }
 
-// The system lets only the program that got the last input come to the front: an input that does
-// nothing makes this one it.
 void TakeForeground(HWND window) {
   if (SetForegroundWindow(window) && GetForegroundWindow() == window) return;
-  INPUT nothing{};
-  nothing.type = INPUT_MOUSE;
-  nothing.mi.dwExtraInfo = kOwnInput;
-  SendInput(1, &nothing, sizeof nothing);
+  SendOwnInput(kOwnInput);
   SetForegroundWindow(window);
 }
 
 }  // namespace
 
-LockScreen::LockScreen(HWND owner, UINT_PTR timer, std::wstring title, std::wstring text,
-                       bool isRightToLeft)
-    : owner_(owner),
-      timer_(timer),
-      isRightToLeft_(isRightToLeft),
-      title_(std::move(title)),
-      text_(std::move(text)) {
+LockScreen::LockScreen(HWND owner, UINT_PTR timer, LockFace face)
+    : owner_(owner), timer_(timer), painter_(std::move(face)) {
   RememberHeldKeys();
   // The hooks first: what is typed while the windows appear is swallowed.
   if (!SetHooks()) throw std::runtime_error("the system does not let the lock hold the input");
@@ -113,12 +106,13 @@ LockScreen::LockScreen(HWND owner, UINT_PTR timer, std::wstring title, std::wstr
     if (!SetTimer(owner_, timer_, kFrontMs, nullptr)) {
       throw std::runtime_error("the system has no timer for the lock");
     }
+    Announce();
+    ComeToTheFront();
   } catch (...) {
+    KillTimer(owner_, timer_);
     DestroyCovers();
     throw;
   }
-  Announce();
-  ComeToTheFront();
 }
 
 LockScreen::~LockScreen() {
@@ -182,8 +176,7 @@ void LockScreen::DestroyCovers() {
 }
 
 void LockScreen::SetText(std::wstring title, std::wstring text) {
-  title_ = std::move(title);
-  text_ = std::move(text);
+  painter_.SetFace({std::move(title), std::move(text), painter_.Face().isRightToLeft});
   Announce();
   for (const Cover& cover : covers_) {
     InvalidateRect(cover.window, nullptr, FALSE);
@@ -192,15 +185,17 @@ void LockScreen::SetText(std::wstring title, std::wstring text) {
 }
 
 void LockScreen::Announce() {
-  for (const Cover& cover : covers_) SetAccessibleName(cover.window, title_ + L"\r\n" + text_);
+  const std::wstring words = painter_.Face().title + L"\r\n" + painter_.Face().text;
+  for (const Cover& cover : covers_) SetAccessibleName(cover.window, words);
 }
 
 void LockScreen::OnTimer() {
+  // First what cannot fail.
+  if (++ticks_ % kTicksPerHook == 0) SetHooks();
+  ComeToTheFront();
   const size_t before = covers_.size();
   CoverMonitors();
   if (covers_.size() != before) Announce();
-  if (++ticks_ % kTicksPerHook == 0) SetHooks();
-  ComeToTheFront();
 }
 
 void LockScreen::ComeToTheFront() {
@@ -228,8 +223,13 @@ LRESULT CALLBACK LockScreen::WindowProcedure(HWND window, UINT message, WPARAM w
     SetWindowLongPtrW(window, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(creation->lpCreateParams));
   }
   auto* const self = reinterpret_cast<LockScreen*>(GetWindowLongPtrW(window, GWLP_USERDATA));
-  return self ? self->OnMessage(window, message, wParam, lParam)
-              : DefWindowProcW(window, message, wParam, lParam);
+  if (!self) return DefWindowProcW(window, message, wParam, lParam);
+  try {
+    return self->OnMessage(window, message, wParam, lParam);
+  } catch (const std::exception&) {
+    // No exception may pass the system's code. What was being painted stays incomplete.
+    return 0;
+  }
 }
 
 LRESULT LockScreen::OnMessage(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
@@ -258,11 +258,9 @@ LRESULT LockScreen::OnMessage(HWND window, UINT message, WPARAM wParam, LPARAM l
   }
 }
 
-void LockScreen::Paint(HWND window) const {
-  PAINTSTRUCT painting{};
-  const HDC context = BeginPaint(window, &painting);
+void LockScreen::Paint(HWND window) {
+  const WindowPainting painting(window);
   RECT area{};
   GetClientRect(window, &area);
-  PaintLock(context, area, GetDpiForWindow(window), {title_, text_, isRightToLeft_});
-  EndPaint(window, &painting);
+  painter_.Paint(painting.Context(), area, GetDpiForWindow(window));
 }

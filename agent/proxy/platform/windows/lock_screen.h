@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/proxy/platform/windows/handles.h"
+#include "agent/proxy/platform/windows/lock_painting.h"
 
 /// Covers every monitor and swallows keyboard and pointer for as long as it lives. What the system
 /// keeps for itself goes past it: Ctrl+Alt+Del and Win+L, whose screens come before this one. One
@@ -17,13 +17,14 @@ class LockScreen {
   /// Its windows belong to `owner`, a window of this thread, whose timer `timer` it sets: for each
   /// such message of it `OnTimer` is to be called. Throws std::runtime_error, and leaves nothing
   /// behind, when it cannot cover the screen or hold the input.
-  LockScreen(HWND owner, UINT_PTR timer, std::wstring title, std::wstring text, bool isRightToLeft);
+  LockScreen(HWND owner, UINT_PTR timer, LockFace face);
   ~LockScreen();
   LockScreen(const LockScreen&) = delete;
   LockScreen& operator=(const LockScreen&) = delete;
 
   void SetText(std::wstring title, std::wstring text);
-  /// Covers monitors that were added or moved, and gets in front of everything again.
+  /// Gets in front of everything again, and covers monitors that were added or moved. Throws
+  /// std::runtime_error when one cannot be covered; the next time it is tried again.
   void OnTimer();
   /// The undermost of its windows, for what is to stay below.
   HWND Bottom() const;
@@ -47,13 +48,11 @@ class LockScreen {
   bool SetHooks();
   void ComeToTheFront();
   void Announce();
-  void Paint(HWND window) const;
+  void Paint(HWND window);
 
   const HWND owner_;
   const UINT_PTR timer_;
-  const bool isRightToLeft_;
-  std::wstring title_;
-  std::wstring text_;
+  LockPainter painter_;
   std::vector<Cover> covers_;
   Hook keyboard_;
   Hook pointer_;

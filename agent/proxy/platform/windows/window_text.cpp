@@ -28,6 +28,11 @@ bool IsControl(wchar_t unit) {
   return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F);
 }
 
+// They would turn around what stands beside them too.
+bool IsOverride(wchar_t unit) {
+  return unit == 0x202D || unit == 0x202E;
+}
+
 std::wstring Wide(std::string_view text) {
   const ZelString converted(text);
   return std::wstring(reinterpret_cast<const wchar_t*>(converted.GetTCHAR()),
@@ -53,7 +58,7 @@ std::wstring Showable(std::string_view text) {
       shown += unit;
     } else {
       const bool isLone = IsHighSurrogate(unit) || IsLowSurrogate(unit);
-      shown += isLone || IsControl(unit) ? kReplacement : unit;
+      shown += isLone || IsControl(unit) || IsOverride(unit) ? kReplacement : unit;
     }
   }
   return shown;

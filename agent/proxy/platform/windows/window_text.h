@@ -9,7 +9,8 @@
 // Texts and measures of the proxy's windows.
 
 /// `text` (WTF-8) for a control of several lines: every end of line as CR LF; other control
-/// characters and lone surrogates, which no font shows, as U+FFFD. Tabs stay.
+/// characters and lone surrogates, which no font shows, and overrides of the direction of writing
+/// as U+FFFD. Tabs stay.
 std::wstring LinesForWindow(std::string_view text);
 
 /// The same for a title or a label: ends of lines and tabs become blanks.
