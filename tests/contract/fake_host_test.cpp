@@ -186,6 +186,25 @@ TEST(FakeHost, ComplainsOfAnErrorListThatIsNotTheContexts) {
   EXPECT_THAT(complaints, ElementsAre("the error list is not the context's own"));
 }
 
+TEST(FakeHost, TellsWhoWatchesOfEachCallBeforeItIsAnswered) {
+  std::vector<std::string> lines;
+  FakeHost host;
+  host.Answer("FileExists", 1);
+  host.FailCall(2, FakeHost::Fault::kThrowOnce);
+  host.WatchCalls([&](std::string_view line) {
+    lines.emplace_back(line);
+    EXPECT_EQ(host.Transcript().back(), line);
+  });
+
+  EXPECT_EQ(FileExists("a"), 1);
+  EXPECT_THROW(ZelAgentGetAppHandle(), std::runtime_error);
+  host.NoteRelease("~Something");
+  host.WatchCalls({});
+  host.Note("unwatched");
+
+  EXPECT_THAT(lines, ElementsAre("FileExists(\"a\")", "ZelAgentGetAppHandle()", "~Something"));
+}
+
 TEST(Describe, ShowsEveryTypeAndLists) {
   ZelContainer container = Texts({{"Text", "a\n"}});
   container.SetInt32("Small", -1, kNoIndex);

@@ -22,7 +22,8 @@ std::string Describe(const ZelContainer& container);
 /// types and pure functions (strings, containers, path splitting, URLs) are the real ones.
 ///
 /// A call that answers something fails the test unless an answer was scripted for it; so does an
-/// answer that nobody asked for. One FakeHost exists at a time, on one thread.
+/// answer that nobody asked for. One FakeHost exists at a time, and
+/// one thread at a time uses it.
 class FakeHost {
  public:
   FakeHost();
