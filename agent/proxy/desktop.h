@@ -21,16 +21,17 @@ struct DialogButton {
 };
 
 struct DialogContent {
-  /// Of the window; not empty.
+  /// Of the window; not empty. As the labels up to some hundreds of characters.
   std::string title;
-  /// Up to some ten thousands of characters: a long one scrolls.
+  /// Up to some hundred thousand characters: a long one scrolls.
   std::string text;
   /// None, one or two, in reading order.
   std::vector<DialogButton> buttons;
   /// What Escape and the window's close control answer; 0: the person cannot close the dialog.
   ButtonId closeButton = 0;
   /// An image to show beside the text, a native path; empty for none. Left out, with a line in the
-  /// log, when it cannot be read, is no image, or is larger than 16 MiB or 8192 pixels either way.
+  /// log, when it cannot be read, is no image, or is larger than 16 MiB, 8192 pixels either way or
+  /// 32 megapixels.
   /// Shown within 320 by 240 logical pixels.
   std::string imagePath;
   /// After so many seconds the dialog ends with 0 and until then shows how many are left; 0: it
@@ -72,8 +73,10 @@ class Desktop {
   using Ended = std::function<void(ButtonId button)>;
 
   /// Puts a dialog on the screen; returns when its window is there. `id` is the caller's, used
-  /// once. For half a second after its appearance a dialog takes no click and no key, so that what
-  /// the person was typing does not answer it. When this throws, `ended` is not called.
+  /// once. For half a second after its appearance a dialog takes no click and no key, and no key
+  /// for half a second after it gets the focus, so that what the person was typing does not answer
+  /// it. While the screen is locked nothing answers it, nor for half a second after. When this
+  /// throws, `ended` is not called.
   virtual void ShowDialog(uint32_t id, const DialogContent& content, Ended ended) = 0;
   /// Takes the dialog down and returns when it is gone, after its `ended`. Does nothing for one
   /// that is not on the screen.
@@ -90,8 +93,10 @@ class Desktop {
 
   virtual UserActivity Activity() = 0;
 
-  /// Shows windows and takes input until `Quit`, or until the display is lost. Takes all windows
-  /// down at the end: dialogs end with 0. Returns at once after a `Quit` that came before.
+  /// Shows windows and takes input until `Quit`, or until the system ends the session and says so.
+  /// Takes all windows down at the end: dialogs end with 0. Returns at once after a `Quit` that
+  /// came before. Does not return when the connection to an X11 display is lost, with which all
+  /// windows are gone: the process ends with status 1 and a line on standard error.
   virtual void Run() = 0;
   virtual void Quit() = 0;
 

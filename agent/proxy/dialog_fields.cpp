@@ -19,8 +19,9 @@ constexpr ButtonId kCloseButton = 102;
 
 // None for a field that is missing or empty.
 std::optional<uint32_t> ReadNumber(const Message& request, const char* field) {
-  const std::string text = ReadText(request, field);
-  if (text.empty()) return std::nullopt;
+  const std::string* const found = request.Find(field);
+  if (!found || found->empty()) return std::nullopt;
+  const std::string& text = *found;
   uint32_t number = 0;
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, number);
@@ -29,7 +30,7 @@ std::optional<uint32_t> ReadNumber(const Message& request, const char* field) {
 }
 
 std::string TextOr(const Message& request, const char* field, const std::string& word) {
-  const std::string text = ReadText(request, field);
+  std::string text = ReadText(request, field, kMaxLineCharacters);
   return text.empty() ? word : text;
 }
 
@@ -54,9 +55,24 @@ void AddButtons(const Message& request, const DialogWords& words, DialogContent*
 
 // No file has such a name, and none may be shown in its place.
 std::string ReadPath(const Message& request, const char* field) {
-  std::string path = ReadText(request, field);
-  if (path.find('\0') != path.npos) path.clear();
-  return path;
+  const std::string* const path = request.Find(field);
+  return path && path->find('\0') == path->npos ? *path : std::string();
+}
+
+bool IsInsideCharacter(char byte) {
+  return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+}
+
+// What is no UTF-8 counts by its bytes, at four to a character.
+std::string Beginning(const std::string& text, size_t maxCharacters) {
+  size_t characters = 0;
+  size_t end = 0;
+  for (; end < text.size(); ++end) {
+    const bool isBegun = !IsInsideCharacter(text[end]);
+    if (characters == maxCharacters && (isBegun || end >= maxCharacters * 4)) break;
+    if (isBegun || end >= characters * 4) ++characters;
+  }
+  return end == text.size() ? text : text.substr(0, end) + "…";
 }
 
 }  // namespace
@@ -65,7 +81,7 @@ DialogContent DialogOf(const Message& request, const DialogWords& words) {
   DialogContent content;
   AddButtons(request, words, &content);
   content.title = TextOr(request, "title", words.title);
-  content.text = ReadText(request, "text");
+  content.text = ReadText(request, "text", kMaxTextCharacters);
   content.imagePath = ReadPath(request, "imagePath");
   content.timeoutS = ReadNumber(request, "timeoutS").value_or(0);
   content.staysOnTop = ReadFlag(request, "topMost");
@@ -84,7 +100,7 @@ bool ReadFlag(const Message& request, const char* field) {
   return flag == 1;
 }
 
-std::string ReadText(const Message& request, const char* field) {
+std::string ReadText(const Message& request, const char* field, size_t maxCharacters) {
   const std::string* const text = request.Find(field);
-  return text ? *text : std::string();
+  return text ? Beginning(*text, maxCharacters) : std::string();
 }

@@ -25,8 +25,9 @@ DialogTable::~DialogTable() = default;
 uint32_t DialogTable::Create(Owner owner, DialogContent content) {
   if (!desktop_) throw std::runtime_error("there is no display");
   const std::lock_guard lock(mutex_);
-  MakeRoomFor(owner);
+  const Entries::const_iterator replaced = FindOneToReplace(owner);
   if (CountOpen() >= limits_.open) throw std::runtime_error("there are too many dialogs");
+  if (replaced != entries_.end()) entries_.erase(replaced);
   const uint32_t number = ++lastNumber_;
   entries_[number] = {owner, std::make_shared<Dialog>(*desktop_, number, std::move(content))};
   return number;
@@ -93,13 +94,13 @@ size_t DialogTable::CountOpen() const {
   }));
 }
 
-void DialogTable::MakeRoomFor(Owner owner) {
+DialogTable::Entries::const_iterator DialogTable::FindOneToReplace(Owner owner) const {
   const auto owned = std::count_if(entries_.begin(), entries_.end(),
                                    [&](const auto& one) { return one.second.owner == owner; });
-  if (static_cast<size_t>(owned) < limits_.perOwner) return;
+  if (static_cast<size_t>(owned) < limits_.perOwner) return entries_.end();
   const auto oldest = std::find_if(entries_.begin(), entries_.end(), [&](const auto& one) {
     return one.second.owner == owner && one.second.dialog->HasEnded();
   });
   if (oldest == entries_.end()) throw std::runtime_error("the connection has too many dialogs");
-  entries_.erase(oldest);
+  return oldest;
 }

@@ -64,7 +64,8 @@ class DialogTable {
 
   std::shared_ptr<Dialog> Find(uint32_t number) const;
   size_t CountOpen() const;
-  void MakeRoomFor(Owner owner);
+  /// What a new dialog of the owner takes the place of: nothing (the end) while it may have more.
+  Entries::const_iterator FindOneToReplace(Owner owner) const;
 
   Desktop* const desktop_;
   const DialogLimits limits_;

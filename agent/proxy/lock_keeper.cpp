@@ -31,7 +31,7 @@ void LockKeeper::Lock(Holder holder) {
     holders_.insert(holder);
     desktop.Lock();
   } catch (const std::exception&) {
-    Forget();
+    FreeWhatWasCovered();
     throw;
   }
   isLocked_ = true;
@@ -96,6 +96,14 @@ void LockKeeper::UnlockInTime() {
     unlockAt_ = steady_clock::now() + grace_;
     log_(std::string("the screen could not be unlocked: ") + error.what());
   }
+}
+
+// A lock that fails half-way may have covered the screen.
+void LockKeeper::FreeWhatWasCovered() {
+  holders_.clear();
+  isLocked_ = true;
+  UnlockInTime();
+  changed_.notify_all();
 }
 
 void LockKeeper::Forget() {

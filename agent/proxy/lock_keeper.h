@@ -31,7 +31,8 @@ class LockKeeper {
   LockKeeper& operator=(const LockKeeper&) = delete;
 
   /// Locks and returns when the screen is covered; a locked one gets one more holder. When this
-  /// throws the screen is free and nobody holds it.
+  /// throws nobody holds it and the screen is free; one that the desktop does not free is tried
+  /// again after each `grace`.
   void Lock(Holder holder);
   /// Throws when the screen is not locked.
   void SetText(const std::string& title, const std::string& text);
@@ -46,6 +47,7 @@ class LockKeeper {
   Desktop& NeedDesktop() const;
   void Watch();
   void UnlockInTime();
+  void FreeWhatWasCovered();
   void Forget();
 
   Desktop* const desktop_;

@@ -11,6 +11,13 @@ namespace {
 
 constexpr size_t kFew = 16;
 
+// A reply that no message can carry is a failure, and not the connection's end.
+bool SendOrExplain(Channel& channel, const Message& reply, Deadline deadline) {
+  if (Send(channel, reply, deadline)) return true;
+  const bool isTooLong = FormatMessage(reply).size() > kMaxDocumentBytes;
+  return isTooLong && Send(channel, FailureOf(reply, "the reply is too long"), deadline);
+}
+
 }  // namespace
 
 void Outbox::Post(Message reply) {
@@ -65,7 +72,7 @@ bool Outbox::SendNext(Channel& channel, std::chrono::milliseconds messageTime) {
     waiting_.pop_front();
   }
   changed_.notify_all();
-  if (Send(channel, next, After(messageTime))) return true;
+  if (SendOrExplain(channel, next, After(messageTime))) return true;
   channel.Abort();
   return false;
 }

@@ -81,7 +81,8 @@ class SessionCaller : public Caller {
   }
 
   Message SetLockText(const Message& request) {
-    session_.lock.SetText(ReadText(request, "title"), ReadText(request, "text"));
+    session_.lock.SetText(ReadText(request, "title", kMaxLineCharacters),
+                          ReadText(request, "text", kMaxLockTextCharacters));
     return ReplyTo(request);
   }
 
@@ -100,8 +101,8 @@ class SessionCaller : public Caller {
   void ShowDialog(const Message& request, Reply reply) {
     const uint32_t number = NeedNumber(request, "dialog");
     if (ReadFlag(request, "wait")) {
-      session_.dialogs.Show(this, number, [request, reply](ButtonId button) {
-        Message answer = ReplyTo(request);
+      session_.dialogs.Show(this, number, [empty = ReplyTo(request), reply](ButtonId button) {
+        Message answer = empty;
         answer.fields = {{"button", std::to_string(button)}};
         reply(std::move(answer));
       });

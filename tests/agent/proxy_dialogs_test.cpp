@@ -13,6 +13,7 @@ using std::chrono::milliseconds;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Pair;
 
 namespace {
 
@@ -84,11 +85,11 @@ TEST(ProxyDialog, HasTheProxysOwnWordsWhereNoneAreGiven) {
 }
 
 TEST(ProxyDialog, CarriesOddTexts) {
-  const std::string odd =
-      std::string("\0\x01\r\n\xE2\x80\xAE&amp;\"]]>", 16) + std::string(10000, 'x');
+  const std::string odd = std::string("\0\x01\r\n\xE2\x80\xAE&amp;\"]]>", 16);
+  const std::string text = odd + std::string(10000, 'x');
   const DialogContent content =
-      ShownAs({{"text", odd}, {"buttons", "1"}, {"closeButton", odd}, {"title", odd}});
-  EXPECT_EQ(content.text, odd);
+      ShownAs({{"text", text}, {"buttons", "1"}, {"closeButton", odd}, {"title", odd}});
+  EXPECT_EQ(content.text, text);
   EXPECT_EQ(content.title, odd);
   EXPECT_EQ(content.buttons.at(0).label, odd);
   EXPECT_EQ(ShownAs({{"buttons", "0"}, {"imagePath", std::string("/a\0b", 4)}}).imagePath, "");
@@ -117,6 +118,19 @@ TEST(ProxyDialog, RefusesFieldsThatMakeNoSense) {
   EXPECT_THAT(caller.WhyNot("dialog-show", {{"dialog", dialog}, {"wait", "2"}}),
               HasSubstr("field wait"));
   EXPECT_EQ(desktop.CountShown(), 0u);
+}
+
+// Laid out whole they would hold up the desktop's thread for seconds.
+TEST(ProxyDialog, CutsLongTexts) {
+  const DialogContent content = ShownAs({{"text", std::string(300'000, 't')},
+                                         {"buttons", "2"},
+                                         {"firstButton", std::string(501, 'f')},
+                                         {"secondButton", std::string(500, 's')},
+                                         {"title", std::string(200'000, 'x')}});
+  EXPECT_EQ(content.text, std::string(100'000, 't') + "…");
+  EXPECT_EQ(content.title, std::string(500, 'x') + "…");
+  EXPECT_THAT(ButtonsOf(content), ElementsAre(Pair(100u, std::string(500, 'f') + "…"),
+                                              Pair(101u, std::string(500, 's'))));
 }
 
 TEST(ProxyDialog, NeedsADisplay) {
@@ -363,6 +377,15 @@ TEST(ProxyServer, IsNotHeldUpByWhoDoesNotRead) {
   desktop.Press(id, 100);
   EXPECT_TRUE(desktop.WaitUntilNoneIsOpen());
   EXPECT_EQ(ProxyCaller::TextOf(other.Ask("session"), "userName"), "alice");
+}
+
+TEST(ProxyServer, SaysSoWhenAReplyIsTooLong) {
+  ScriptedDesktop desktop;
+  const TestProxy proxy(desktop);
+  ProxyCaller caller(proxy.Pipe());
+  desktop.Break(std::string(2'000'000, 'x'));
+  EXPECT_EQ(caller.WhyNot("absence"), "the reply is too long");
+  EXPECT_EQ(ProxyCaller::TextOf(caller.Ask("session"), "userName"), "alice") << "goes on";
 }
 
 TEST(Proxy, TellsLanguageDisplayAndActivity) {

@@ -39,7 +39,7 @@ TEST(ProxyLock, ShowsTexts) {
   EXPECT_EQ(caller.WhyNot("lock-text", {{"title", "T"}, {"text", "x"}}),
             "the screen is not locked");
   EXPECT_EQ(caller.WhyNot("lock"), "");
-  const std::string odd = std::string("\0&_<b>", 6) + std::string(10000, 'x');
+  const std::string odd = std::string("\0&_<b>", 6) + std::string(3000, 'x');
   EXPECT_EQ(caller.WhyNot("lock-text", {{"title", "T"}, {"text", odd}}), "");
   EXPECT_THAT(desktop.LockText(), Pair("T", odd));
   EXPECT_EQ(caller.WhyNot("lock-text"), "") << "empty ones";
@@ -96,19 +96,49 @@ TEST(ProxyLock, IsTakenFromAllHoldersByAnUnlock) {
   EXPECT_TRUE(desktop.IsLocked()) << "they held it no more";
 }
 
+TEST(ProxyLock, CutsLongTexts) {
+  ScriptedDesktop desktop;
+  const TestProxy proxy(desktop);
+  ProxyCaller caller(proxy.Pipe());
+  EXPECT_EQ(caller.WhyNot("lock"), "");
+  const auto repeat = [](int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += "é";
+    return text;
+  };
+  EXPECT_EQ(caller.WhyNot("lock-text", {{"title", repeat(500)}, {"text", repeat(4000)}}), "");
+  EXPECT_THAT(desktop.LockText(), Pair(repeat(500), repeat(4000)));
+  EXPECT_EQ(caller.WhyNot("lock-text", {{"title", repeat(501)}, {"text", repeat(90000)}}), "");
+  EXPECT_THAT(desktop.LockText(), Pair(repeat(500) + "…", repeat(4000) + "…"));
+}
+
 TEST(ProxyLock, IsFreeWhenLockingFails) {
   ScriptedDesktop desktop;
   const TestProxy proxy(desktop, ProxyLimits{.idle = milliseconds(300)}, kGrace);
   ProxyCaller caller(proxy.Pipe());
-  desktop.Break("another program holds the keyboard");
+  desktop.BreakLockHalfWay("another program holds the keyboard");
   EXPECT_EQ(caller.WhyNot("lock"), "another program holds the keyboard");
   EXPECT_EQ(caller.WhyNot("lock-text"), "the screen is not locked");
+  EXPECT_FALSE(desktop.IsLocked()) << "what was covered is uncovered";
   EXPECT_TRUE(caller.IsClosed()) << "it holds nothing that keeps it open";
 
-  desktop.Break("");
+  desktop.BreakLockHalfWay("");
   ProxyCaller next(proxy.Pipe());
   EXPECT_EQ(next.WhyNot("lock"), "");
   EXPECT_EQ(desktop.CountLocks(), 1u);
+}
+
+TEST(ProxyLock, ThatFailedHalfWayIsTakenAwayOnceTheDesktopLetsIt) {
+  ScriptedDesktop desktop;
+  const TestProxy proxy(desktop, {}, kGrace);
+  ProxyCaller caller(proxy.Pipe());
+  desktop.BreakLockHalfWay("one monitor is not covered");
+  desktop.BreakUnlock("not now");
+  EXPECT_EQ(caller.WhyNot("lock"), "one monitor is not covered");
+  EXPECT_TRUE(desktop.IsLocked());
+  EXPECT_EQ(caller.WhyNot("unlock"), "not now") << "may be asked for";
+  desktop.BreakUnlock("");
+  EXPECT_TRUE(desktop.WaitUntilLocked(false)) << "though nobody asks";
 }
 
 TEST(ProxyLock, IsTakenAwayOnceTheDesktopLetsIt) {

@@ -40,6 +40,7 @@ class ScriptedDesktop : public Desktop {
     Change([&] {
       ThrowIfBroken();
       isLocked_ = true;
+      if (!lockFailure_.empty()) throw std::runtime_error(lockFailure_);
       ++locks_;
     });
   }
@@ -56,6 +57,7 @@ class ScriptedDesktop : public Desktop {
     const std::lock_guard turn(turn_);
     Change([&] {
       ThrowIfBroken();
+      if (!unlockFailure_.empty()) throw std::runtime_error(unlockFailure_);
       isLocked_ = false;
     });
   }
@@ -84,6 +86,14 @@ class ScriptedDesktop : public Desktop {
   /// From now on everything fails with this sentence; an empty one mends it.
   void Break(const std::string& sentence) {
     Change([&] { failure_ = sentence; });
+  }
+  /// From now on `Lock` covers the screen and fails then; an empty sentence mends it.
+  void BreakLockHalfWay(const std::string& sentence) {
+    Change([&] { lockFailure_ = sentence; });
+  }
+  /// From now on `Unlock` alone fails; an empty sentence mends it.
+  void BreakUnlock(const std::string& sentence) {
+    Change([&] { unlockFailure_ = sentence; });
   }
   /// Called in each `ShowDialog` before anything else, in the desktop's turn.
   void SetWhenShown(std::function<void(uint32_t id)> action) {
@@ -196,5 +206,7 @@ class ScriptedDesktop : public Desktop {
   std::pair<std::string, std::string> lockText_;
   UserActivity activity_;
   std::string failure_;
+  std::string lockFailure_;
+  std::string unlockFailure_;
   bool hasQuit_ = false;
 };
