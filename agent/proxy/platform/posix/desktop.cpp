@@ -162,8 +162,14 @@ void GtkDesktop::MakeDialog(uint32_t id, const DialogContent& content,
   if (dialogs_.empty()) shownDialogs_ = 1;
   const int offset = dialogs_.empty() ? 0 : place * kCascadeStep;
   DesktopDialog& shown = *window;
+  shown.SetCovered(lock_.IsLocked());
   dialogs_[id] = {std::move(window), std::move(ended), appeared};
-  shown.Appear(offset);
+  try {
+    shown.Appear(offset);
+  } catch (...) {
+    dialogs_.erase(id);  // or nobody would take it down
+    throw;
+  }
 }
 
 void GtkDesktop::NoteAppearance(uint32_t id) {
@@ -213,6 +219,8 @@ void GtkDesktop::Lock() {
     thread_.Do([&] {
       if (isEnding_) throw DesktopEnded();
       isLocked = lock_.TryLock();
+      if (!isLocked) return;
+      for (auto& [id, dialog] : dialogs_) dialog.window->SetCovered(true);
     });
     if (isLocked) return;
     if (steady_clock::now() >= until) break;
@@ -230,8 +238,7 @@ void GtkDesktop::Unlock() {
     thread_.Do([&] {
       if (!lock_.IsLocked()) return;
       lock_.Unlock();
-      // They come to light again.
-      for (auto& [id, dialog] : dialogs_) dialog.window->BecomeDeaf();
+      for (auto& [id, dialog] : dialogs_) dialog.window->SetCovered(false);
     });
   } catch (const DesktopEnded&) {
     // And the screen is free.

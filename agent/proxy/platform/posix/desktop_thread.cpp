@@ -1,6 +1,7 @@
 #include "agent/proxy/platform/posix/desktop_thread.h"
 
 #include <glib.h>
+#include <glibmm/exception.h>
 
 #include <deque>
 #include <exception>
@@ -26,9 +27,18 @@ struct DesktopThread::Queue {
     return true;
   }
 
+  // Failures of the toolkit's wrapper are no std::exception; callers know of nothing else.
+  static void Call(const std::function<void()>& work) {
+    try {
+      work();
+    } catch (const Glib::Exception& failure) {
+      throw std::runtime_error(failure.what());
+    }
+  }
+
   static void Perform(Task& task) {
     try {
-      (*task.work)();
+      Call(*task.work);
       task.done.set_value();
     } catch (...) {
       task.done.set_exception(std::current_exception());
@@ -54,7 +64,7 @@ DesktopThread::~DesktopThread() {
 
 void DesktopThread::Do(const std::function<void()>& work) {
   if (IsCurrent()) {
-    work();
+    Queue::Call(work);
     return;
   }
   std::future<void> done;

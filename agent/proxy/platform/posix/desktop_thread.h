@@ -19,7 +19,8 @@ class DesktopThread {
   DesktopThread(const DesktopThread&) = delete;
   DesktopThread& operator=(const DesktopThread&) = delete;
 
-  /// Returns when the work is done, and throws what it threw. Called on the thread itself it does
+  /// Returns when the work is done, and throws what it threw, a Glib::Exception as
+  /// std::runtime_error. Called on the thread itself it does
   /// it at once; else the thread's main loop does, before drawing and input. Any thread may call.
   void Do(const std::function<void()>& work);
   bool IsCurrent() const { return std::this_thread::get_id() == id_; }

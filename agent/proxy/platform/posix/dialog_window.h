@@ -6,7 +6,6 @@
 #include <gtkmm/label.h>
 #include <gtkmm/window.h>
 
-#include <array>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "agent/proxy/desktop.h"
+#include "agent/proxy/platform/posix/dialog_hearing.h"
 #include "agent/proxy/platform/posix/image_loading.h"
 
 /// The window of one dialog. On the desktop's thread alone.
@@ -28,8 +28,8 @@ class DesktopDialog final : public Gtk::Window {
   struct Events {
     /// The window is on the screen.
     std::function<void()> appeared;
-    /// The person has used a button, or the time is over (0). Comes once; the window is still there
-    /// and must outlive the call.
+    /// The person has used a button, or the time since `Appear` is over (0). Comes once; the window
+    /// is still there and must outlive the call.
     std::function<void(ButtonId)> answered;
   };
 
@@ -40,11 +40,10 @@ class DesktopDialog final : public Gtk::Window {
   /// pixels to the lower end side so that several can be told apart.
   void Appear(int offset);
 
-  /// For half a second from now on, no key and no click does anything. Begins by itself with the
-  /// window's appearance.
-  void BecomeDeaf();
-  /// Whether an event of keyboard, pointer or touch comes too early to mean this dialog.
-  bool IsTooEarly(const GdkEvent& event);
+  /// As `DialogHearing`, which becomes deaf by itself with the window's appearance, and to keys
+  /// when it gets the focus.
+  void SetCovered(bool isCovered) { hearing_.SetCovered(isCovered); }
+  bool IsTooEarly(const GdkEvent& event) { return hearing_.IsTooEarly(event); }
 
  protected:
   bool on_map_event(GdkEventAny* event) override;
@@ -53,26 +52,21 @@ class DesktopDialog final : public Gtk::Window {
   bool on_delete_event(GdkEventAny* event) override;
 
  private:
-  using Keys = std::array<char, 32>;
-
   void AddHeader(const std::string& title);
   void AddBody(const DialogContent& content, const std::optional<LoadedImage>& image);
-  void AddText(Gtk::Box& body, const std::string& text, int columns);
-  void AddLongText(Gtk::Box& body, const std::string& text, int width, int height);
   void AddFooter(const DialogContent& content);
   void AddButton(Gtk::Box& footer, const DialogButton& button);
   void MoveFocus(bool isForward);
   void Answer(ButtonId button);
-  void EndDeafness();
   void ShowTimeLeft();
-  Keys KeysDown() const;
-  bool IsStillHeld(const GdkEventKey& key) const;
 
   const ButtonId closeButton_;
   const std::string timeLeft_;
   const Events events_;
-  const bool isTimed_;
-  const std::chrono::steady_clock::time_point deadline_;
+  /// 0: none.
+  const std::chrono::seconds timeout_;
+  /// Set with the appearance.
+  std::chrono::steady_clock::time_point deadline_;
 
   // Of the window, which destroys them:
   Gtk::HeaderBar& header_;
@@ -81,11 +75,6 @@ class DesktopDialog final : public Gtk::Window {
   std::vector<Gtk::Button*> buttons_;
   std::vector<Gtk::Widget*> focusOrder_;
 
-  bool isDeaf_ = true;
+  DialogHearing hearing_{*this};
   bool hasAnswered_ = false;
-  sigc::connection hearing_;
-  /// The server's time when it began to hear; what happened before is not for it.
-  guint32 hearsSinceMs_ = 0;
-  /// The keys that were down then, until they are let go.
-  Keys heldKeys_{};
 };

@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <mutex>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -15,6 +17,8 @@ namespace {
 
 constexpr off_t kMaxFileBytes = 16 * 1024 * 1024;
 constexpr int kMaxSidePixels = 8192;
+constexpr int64_t kMaxPixels = 32'000'000;
+constexpr size_t kPieceBytes = 64 * 1024;
 constexpr int kShownWidth = 320;
 constexpr int kShownHeight = 240;
 
@@ -53,6 +57,20 @@ class File {
   const int handle_;
 };
 
+std::vector<guint8> ReadAll(const std::string& path) {
+  const File file(path);
+  if (file.Size() > kMaxFileBytes) throw std::runtime_error("larger than 16 MiB");
+
+  std::vector<guint8> bytes;
+  std::vector<guint8> piece(kPieceBytes);
+  while (const size_t count = file.Read(piece)) {
+    bytes.insert(bytes.end(), piece.begin(), piece.begin() + static_cast<ptrdiff_t>(count));
+    if (bytes.size() > static_cast<size_t>(kMaxFileBytes))
+      throw std::runtime_error("larger than 16 MiB");
+  }
+  return bytes;
+}
+
 // What is decoded, told before the decoding: nothing of an image that is too large.
 class Decoding {
  public:
@@ -88,10 +106,10 @@ class Decoding {
   }
 
  private:
-  static constexpr const char* kTooLarge = "larger than 8192 pixels";
+  static constexpr const char* kTooLarge = "larger than 8192 pixels or 32 megapixels";
 
   void OnSize(int width, int height) {
-    if (width > kMaxSidePixels || height > kMaxSidePixels) {
+    if (width > kMaxSidePixels || height > kMaxSidePixels || int64_t{width} * height > kMaxPixels) {
       isTooLarge_ = true;
       loader_->set_size(0, 0);  // ends the decoding
       return;
@@ -127,16 +145,15 @@ class Decoding {
 }  // namespace
 
 LoadedImage LoadImage(const std::string& path, int pixelsPerLogical) {
-  const File file(path);
-  if (file.Size() > kMaxFileBytes) throw std::runtime_error("larger than 16 MiB");
-
+  const std::vector<guint8> bytes = ReadAll(path);
+  // A decoded image may take a hundred megabytes until it is made smaller: one at a time.
+  static std::mutex decodingOne;
+  const std::lock_guard lock(decodingOne);
   Decoding decoding(pixelsPerLogical);
-  std::vector<guint8> buffer(64 * 1024);
-  off_t total = 0;
-  while (const size_t count = file.Read(buffer)) {
-    total += static_cast<off_t>(count);
-    if (total > kMaxFileBytes) throw std::runtime_error("larger than 16 MiB");
-    decoding.Write(buffer.data(), count);
+  for (size_t done = 0; done < bytes.size();) {
+    const size_t count = std::min(bytes.size() - done, kPieceBytes);
+    decoding.Write(bytes.data() + done, count);
+    done += count;
   }
   return decoding.Finish();
 }

@@ -42,10 +42,22 @@ bool LockScreen::TryLock() {
   if (isLocked_) return true;
   // A press on one of this program's own windows holds the pointer, too.
   ::gdk_seat_ungrab(::gdk_display_get_default_seat(::gdk_display_get_default()));
-  if (!HoldInput()) return false;
-
+  if (!HoldInput()) {
+    LetInputGo();
+    return false;
+  }
   isLocked_ = true;
   holdsInput_ = true;
+  try {
+    Begin();
+  } catch (...) {
+    Unlock();
+    throw;
+  }
+  return true;
+}
+
+void LockScreen::Begin() {
   GdkWindow* const root = Root();
   ::gdk_window_set_events(
       root, static_cast<GdkEventMask>(::gdk_window_get_events(root) | GDK_SUBSTRUCTURE_MASK));
@@ -57,7 +69,6 @@ bool LockScreen::TryLock() {
       screen->signal_size_changed().connect(cover),
       Glib::signal_timeout().connect(sigc::mem_fun(*this, &LockScreen::Guard), kGuardMs)};
   CoverMonitors();
-  return true;
 }
 
 void LockScreen::Unlock() {
@@ -78,7 +89,8 @@ void LockScreen::SetText(const std::string& title, const std::string& text) {
 }
 
 // The core protocol's grabs: GTK takes no notice of their events, which is what is wanted, and a
-// repeated one renews those that were lost.
+// repeated one renews those that were lost. What it holds it keeps, also where it cannot hold both:
+// of a locked screen's input as much as can be had.
 bool LockScreen::HoldInput() {
   Display* const display = ::gdk_x11_get_default_xdisplay();
   const Window root = ::gdk_x11_get_default_root_xwindow();
@@ -92,9 +104,7 @@ bool LockScreen::HoldInput() {
   const int result = ::XGrabPointer(display, root, False, kButtons, GrabModeAsync, GrabModeAsync,
                                     None, cursor, CurrentTime);
   if (arrow) ::g_object_unref(arrow);
-  if (result == GrabSuccess) return true;
-  LetInputGo();
-  return false;
+  return result == GrabSuccess;
 }
 
 void LockScreen::LetInputGo() {

@@ -24,13 +24,15 @@ class LockScreen : public sigc::trackable {
   LockScreen(const LockScreen&) = delete;
   LockScreen& operator=(const LockScreen&) = delete;
 
-  /// False, and nothing has happened, when another program holds the input at this moment.
+  /// False when another program holds the input at this moment. Then, and when it throws, the
+  /// screen and the input are free.
   bool TryLock();
   bool IsLocked() const { return isLocked_; }
   void SetText(const std::string& title, const std::string& text);
   void Unlock();
 
  private:
+  void Begin();
   bool HoldInput();
   void LetInputGo();
   void CoverMonitors();
