@@ -514,23 +514,23 @@ TEST_F(AdvanceDialog, DoesNotWaitForAMessageThatIsBeingClosed) {
 
 // ---- side by side ----
 
+/// The steps of replacing the message that is shown.
+const std::vector<std::string> kSteps = {"SkinDialog::Close", "SkinDialog",
+                                         "SkinDialog::IsInitialised", "SkinDialog::Show"};
+
 class SideBySideDialogs : public DialogTest {
  protected:
   /// Scripts a replacement of the message that is shown, with something to do within `step`.
   void AnswerReplaced(const std::string& step, const std::function<void()>& meanwhile) {
     AnswerPipe();
-    for (const char* each :
-         {"SkinDialog::Close", "SkinDialog", "SkinDialog::IsInitialised", "SkinDialog::Show"}) {
+    for (const std::string& each : kSteps) {
       host.AnswerWork(each, 1, each == step ? meanwhile : nullptr);
     }
   }
 };
 
-const std::vector<std::string> kReplacements = {"SkinDialog::Close", "SkinDialog",
-                                                "SkinDialog::IsInitialised", "SkinDialog::Show"};
-
 TEST_F(SideBySideDialogs, AMessageWaitsForEachStepOfAMessage) {
-  for (const std::string& step : kReplacements) {
+  for (const std::string& step : kSteps) {
     ShowMessage("first");
     AnswerReplaced(step, RivalThatWaits("CoreUtilsShowDialog", Texts({{"Message", "third"}})));
     AnswerReplaced("", {});
@@ -549,7 +549,7 @@ TEST_F(SideBySideDialogs, AMessageWaitsForEachStepOfAMessage) {
 }
 
 TEST_F(SideBySideDialogs, AClosingWaitsForEachStepOfAMessage) {
-  for (const std::string& step : kReplacements) {
+  for (const std::string& step : kSteps) {
     ShowMessage("first");
     AnswerReplaced(step, RivalThatWaits("CoreUtilsCloseDialog"));
     host.Answer("SkinDialog::Close", 0);
