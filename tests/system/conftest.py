@@ -10,7 +10,7 @@ import pytest
 
 from agents import Agent, agent_path, copy_modules, tls_context
 from backups import Backups
-from desks import Desk
+from desks import new_desk
 from fleet import Authority, Fleet
 from proxy import Proxy
 from uploads import PAIRS, Place
@@ -162,11 +162,8 @@ def pytest_runtest_makereport(item):
 
 @pytest.fixture(scope="session")
 def made_desk(platform):
-    directory = pathlib.Path(tempfile.mkdtemp(prefix="zeldesk"))
-    made = Desk(platform, directory)
-    yield made
-    made.end()
-    shutil.rmtree(directory)
+    with new_desk(platform) as made:
+        yield made
 
 
 @pytest.fixture

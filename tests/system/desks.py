@@ -1,14 +1,18 @@
 """The desktop of a logged-on user: a screen, a session, a proxy in it and an agent."""
 
 import concurrent.futures
+import contextlib
 import json
+import os
+import pathlib
 import re
 import shutil
 import subprocess
+import tempfile
 
 import pytest
 
-from agents import ROOT, START_TIMEOUT_S, Agent, clean_environment
+from agents import ROOT, START_TIMEOUT_S, Agent, agent_path, clean_environment
 from mock_logind import MockLogind
 from proxy import Proxy
 from screen_reader import read_screen
@@ -16,10 +20,16 @@ from screens import TwoMonitors, wait_until
 
 SESSION = "c7"
 PREFIX_TIMEOUT_S = 120
+MACHINE_ENVIRONMENT = r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment"
 # For what cannot be brought about under Wine; each test says why.
 ON_LINUX = pytest.mark.parametrize("platform", ["linux"], indirect=True)
 DIALOG_TITLE = "Message from your administrator"
 CONFIG = "[proxy]\npipe = {pipe}\nstart = no\n"
+
+
+def windows_libraries():
+    return os.environ.get("ZEL_WINDOWS_DEPS") or subprocess.run(
+        [ROOT / "scripts/windows-deps"], check=True, capture_output=True, text=True).stdout.strip()
 
 
 class Desk:
@@ -69,8 +79,12 @@ class Desk:
                        env=clean_environment(**(self.environment | environment)))
 
     def make_prefix(self):
-        """Without a screen: Wine would show there what it does."""
-        self.wine_run("cmd.exe", "/c", "exit", DISPLAY="")
+        """Without a screen: Wine would show there what it does. A program that the agent starts in
+        the session has the machine's environment, not that of scripts/wine-run: there, too, the
+        system finds the build's libraries."""
+        path = r"C:\windows\system32;C:\windows;" + agent_path("windows", windows_libraries() + "/bin")
+        self.wine_run("reg.exe", "add", MACHINE_ENVIRONMENT, "/v", "PATH", "/t", "REG_EXPAND_SZ",
+                      "/d", path, "/f", DISPLAY="")
         self.wine_run("--stop")
 
     def start_session_bus(self):
@@ -155,10 +169,23 @@ class Desk:
             self.restart_proxy()
             self.agent.kill()
             self.agent.start()
+            for window in self.screen.windows():
+                window.close()
             self.screen.wait_free()
         # Whoever sits there touched the mouse just now.
         self.screen.move(self.screen.width - 2, self.screen.height - 1)
         self.screen.move(self.screen.width - 1, self.screen.height - 1)
+
+
+@contextlib.contextmanager
+def new_desk(platform):
+    directory = pathlib.Path(tempfile.mkdtemp(prefix="zeldesk"))
+    made = Desk(platform, directory)
+    try:
+        yield made
+    finally:
+        made.end()
+        shutil.rmtree(directory)
 
 
 class Waiting:

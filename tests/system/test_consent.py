@@ -6,7 +6,7 @@ import time
 import pytest
 
 from desks import DIALOG_TITLE, ON_LINUX, AuditWatch
-from screens import DEAF_S, wait_until
+from screens import DEAF_S, Typewriter, wait_until
 
 WAITING = "Waiting for acknowledgment of local user"
 ACCEPTED = "Connection accepted by local user"
@@ -108,6 +108,22 @@ def test_what_was_typed_when_it_appeared_does_not_answer(desk):
     assert question.window.is_there() and not question.call.is_over()
     question.withdraw()
     assert question.answer() == {}
+
+
+def test_what_is_typed_while_a_window_above_it_closes_does_not_answer(desk, question):
+    question.window.key("shift+Tab")
+    above = Typewriter(desk.screen)
+    desk.screen.key("a")
+    wait_until(lambda: above.typed() == "a", what="the first key")
+    above.close()
+    wait_until(lambda: desk.screen.key("space", "Return") or question.window.is_active(),
+               what="the question to be the active window again")
+    desk.screen.key("space", "Return")
+    time.sleep(DEAF_S)
+    assert question.window.is_there() and not question.call.is_over()
+
+    question.window.key("Escape")
+    assert question.answer() == {"Acknowledge": 0}
 
 
 def test_a_click_in_its_first_half_second_does_not_answer(desk):
@@ -279,8 +295,8 @@ def test_a_name_is_no_markup_and_no_command(desk):
     left, top, width, height = question.window.place()
     assert left >= 0 and left + width <= desk.screen.width
     assert top >= 0 and top + height <= desk.screen.height
-    desk.screen.photograph("consent-odd-name-" + desk.platform)
     question.wait_for_hearing()
+    desk.screen.photograph("consent-odd-name-" + desk.platform)
     desk.click_button(question.window, 2)
     assert question.answer() == {"Acknowledge": 1}
 

@@ -222,9 +222,8 @@ def test_a_listener_that_the_socket_does_not_belong_to_hears_nothing(desk, short
 
 
 @pytest.mark.parametrize("platform", ["windows"], indirect=True)
-def test_a_session_of_windows_gets_a_proxy(desk, tmp_path):
-    agent = Agent("windows", tmp_path / "home", "[proxy]\nstart = yes\n",
-                  variables=desk.environment)
+def test_a_session_of_windows_gets_a_proxy(desk, make_agent):
+    agent = make_agent("[proxy]\nstart = yes\n", variables=desk.environment)
     agent.add_users()
     agent.start()
     assert agent.call("CoreUtilsShowDialog", Message="Hello") == (0, {})
