@@ -12,7 +12,7 @@ namespace {
 // The smaller one is the better one.
 auto RankOf(const BegunSession& one) {
   const UserSession& session = one.session;
-  return std::tuple(!session.isGraphical, !session.isActive, session.isRemote, one.begunAt);
+  return std::tuple(!session.isActive, !session.isGraphical, session.isRemote, one.begunAt);
 }
 
 std::string Get(const std::map<std::string, std::string>& properties, const char* name) {
@@ -41,18 +41,19 @@ std::vector<UserSession> InOrder(std::vector<BegunSession> sessions) {
   return ordered;
 }
 
-std::optional<BegunSession> SessionOfLogind(const std::string& id, const std::string& userName,
-                                            uint32_t userId,
+std::optional<BegunSession> SessionOfLogind(const LogindSession& listed,
                                             const std::map<std::string, std::string>& properties) {
   if (Get(properties, "Class") != "user" || Get(properties, "State") == "closing")
     return std::nullopt;
   const std::string type = Get(properties, "Type");
+  const bool isGraphical = type == "x11" || type == "wayland" || type == "mir";
+  if (!isGraphical && listed.seat.empty()) return std::nullopt;
 
   BegunSession made;
-  made.session.id = id;
-  made.session.userName = userName;
-  made.session.userId = userId;
-  made.session.isGraphical = type == "x11" || type == "wayland" || type == "mir";
+  made.session.id = listed.id;
+  made.session.userName = listed.userName;
+  made.session.userId = listed.userId;
+  made.session.isGraphical = isGraphical;
   made.session.isActive = Get(properties, "Active") == "yes";
   made.session.isLocked = Get(properties, "LockedHint") == "yes";
   made.session.isRemote = Get(properties, "Remote") == "yes";

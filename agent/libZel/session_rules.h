@@ -19,10 +19,19 @@ struct BegunSession {
 /// The order that `UserSessions` promises.
 std::vector<UserSession> InOrder(std::vector<BegunSession> sessions);
 
+/// A session in the list of systemd-logind.
+struct LogindSession {
+  std::string id;
+  uint32_t userId = 0;
+  std::string userName;
+  /// Empty for one without screen and keyboard of this machine.
+  std::string seat;
+};
+
 /// A session as systemd-logind describes it; `properties` by name, booleans as "yes" and "no". None
-/// for a greeter's, a background session and one that is ending.
-std::optional<BegunSession> SessionOfLogind(const std::string& id, const std::string& userName,
-                                            uint32_t userId,
+/// for a greeter's, a background session, one that is ending, and one that is neither graphical nor
+/// at a seat: a login by SSH, or a serial line's, is not a person at this machine.
+std::optional<BegunSession> SessionOfLogind(const LogindSession& listed,
                                             const std::map<std::string, std::string>& properties);
 
 /// A user's entry in the system's table of logins.

@@ -37,7 +37,10 @@ bool AskWhetherAbsent(const ZelString& pipe) {
 }  // namespace
 
 bool IsUserLogged() {
-  return Guarded("looking for sessions", false, [] { return !UserSessions().empty(); });
+  return Guarded("looking for sessions", false, [] {
+    const auto sessions = UserSessions();
+    return sessions && !sessions->empty();
+  });
 }
 
 bool ProxyUtils::IsUserAbsent(const ZelString& pipeName) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,11 +27,13 @@ struct UserSession {
   std::string display;
 };
 
-/// The sessions of people who are logged on, without greeters and background sessions. The first
-/// one is the one whose desktop the agent speaks to: graphical before textual, active before
-/// inactive, at the console before remote, in the order in which they began. On Windows from the
-/// terminal services; elsewhere from systemd-logind over the system's bus and, where that does not
-/// answer, from the system's table of logins (utmp), with those of terminals and X11 displays of
-/// this machine alone. Empty when the system does not tell. Takes milliseconds; waits at most two
-/// seconds. Throws only for want of memory. Any number of threads may call at once.
-std::vector<UserSession> UserSessions();
+/// The sessions of people who are logged on, without greeters, background sessions and, elsewhere
+/// than on Windows, logins over the network without a desktop. The first one is the one whose
+/// desktop the agent speaks to: active before inactive, for nobody sees the others' screens, then
+/// graphical before textual, at the console before remote, in the order in which they began. On
+/// Windows from the terminal services; elsewhere from systemd-logind over the system's bus and,
+/// where that does not answer, from the system's table of logins (utmp), with those of terminals
+/// and X11 displays of this machine alone. Empty when nobody is logged on, none when the system
+/// does not tell, or not all of it within the time. Takes milliseconds; waits at most two seconds.
+/// Throws only for want of memory. Any number of threads may call at once.
+std::optional<std::vector<UserSession>> UserSessions();

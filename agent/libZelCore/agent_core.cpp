@@ -54,7 +54,6 @@ fs::path ProxyProgram() {
 void PrepareUserSessions(AgentCore::Implementation& core, const AgentOptions& options) {
   const Settings& settings = core.settings;
   SetAbsenceLimit(std::chrono::seconds(settings.absenceAfterS));
-  AllowDialogWaits();
   core.texts = std::make_unique<UserTexts>(
       std::vector<fs::path>{ShippedTranslations(), core.config / "translations"},
       settings.language.empty() ? core_platform::SystemLanguage() : settings.language,
@@ -176,6 +175,7 @@ std::string AgentCore::Serve() {
   auto server = std::make_unique<HttpServer>(
       core.settings, core.authenticator, core.actions, core.aliases, *pool,
       [&core](const InvocationRecord& record) { core.Audit(record); });
+  AllowDialogWaits();
   server->Start();
   core.pool = std::move(pool);
   core.server = std::move(server);

@@ -13,23 +13,25 @@ constexpr std::chrono::milliseconds kSessionsAge{200};
 
 std::string ProxyFinder::Pipe() {
   if (!configured_.empty()) return configured_;
-  const std::vector<UserSession> sessions = Sessions();
-  if (sessions.empty()) return core_platform::DefaultProxyPipe();
+  const Seen seen = Look();
+  if (!seen.canTell) return core_platform::DefaultProxyPipe();
+  if (!seen.sessions || seen.sessions->empty()) return {};
 
   // No other session's: what is asked or locked is meant for whom the screen belongs to.
-  const UserSession& session = sessions.front();
+  const UserSession& session = seen.sessions->front();
   std::string pipe = ProxyPipeOf(session);
   if (supervisor_ && session.isGraphical && !pipe.empty())
     supervisor_->Ensure(pipe, kStartPatience);
   return HasProxyPipe(session) ? pipe : std::string();
 }
 
-std::vector<UserSession> ProxyFinder::Sessions() {
+ProxyFinder::Seen ProxyFinder::Look() {
   const std::lock_guard lock(mutex_);
   const auto now = std::chrono::steady_clock::now();
   if (readAt_ == std::chrono::steady_clock::time_point() || now - readAt_ > kSessionsAge) {
-    sessions_ = UserSessions();
+    seen_.sessions = UserSessions();
+    seen_.canTell = seen_.canTell || seen_.sessions;
     readAt_ = std::chrono::steady_clock::now();
   }
-  return sessions_;
+  return seen_;
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,16 +17,23 @@ class ProxyFinder {
   ProxyFinder(std::string configured, ProxySupervisor* supervisor)
       : configured_(std::move(configured)), supervisor_(supervisor) {}
 
-  /// Empty when there is none. Looks at the sessions once a second at most; waits up to five
-  /// seconds for a proxy that is being started.
+  /// Empty when there is none, and when nobody is logged on. Where the system has never told who
+  /// is, that of the newest proxy (`core_platform::DefaultProxyPipe`). Looks at the sessions five
+  /// times a second at most; waits up to five seconds for a proxy that is being started.
   std::string Pipe();
 
  private:
-  std::vector<UserSession> Sessions();
+  struct Seen {
+    std::optional<std::vector<UserSession>> sessions;
+    /// Whether the system has told once: that it does not now is then a failure.
+    bool canTell = false;
+  };
+
+  Seen Look();
 
   const std::string configured_;
   ProxySupervisor* const supervisor_;
   std::mutex mutex_;
-  std::vector<UserSession> sessions_;
+  Seen seen_;
   std::chrono::steady_clock::time_point readAt_{};
 };

@@ -14,13 +14,16 @@ constexpr std::chrono::seconds kEndPatience{2};
 ProxySystem RealProxySystem(std::filesystem::path program) {
   return {UserSessions, ProxyPipeOf, IsProxyListening, MayStartIn,
           [program = std::move(program)](const UserSession& session) {
-            return StartInSession(program, session);
+            // Listening without one, it would be left alone for ever.
+            return StartInSession(program, session, {"--needs-display"});
           }};
 }
 
 std::map<std::string, ProxyKeeper::State> ProxyKeeper::Look(Clock::time_point now) {
   std::map<std::string, State> states;
-  for (const UserSession& session : system_.sessions()) {
+  const auto sessions = system_.sessions();
+  if (!sessions) return states;
+  for (const UserSession& session : *sessions) {
     if (!session.isGraphical || !system_.mayStart(session)) continue;
     const std::string pipe = system_.pipeOf(session);
     if (pipe.empty() || states.contains(pipe)) continue;
@@ -30,8 +33,7 @@ std::map<std::string, ProxyKeeper::State> ProxyKeeper::Look(Clock::time_point no
                    : kept.program   ? State::kStarting
                                     : State::kPaused;
   }
-  // A list without a session may be one that the system did not give: what runs goes on, and ends
-  // by itself with its session.
+  // What runs in a session that is not listed any more ends by itself with it.
   std::erase_if(kept_, [&](const auto& entry) {
     const Kept& kept = entry.second;
     return !states.contains(entry.first) && !(kept.program && kept.program->IsRunning());

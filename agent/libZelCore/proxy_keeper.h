@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,8 @@
 
 /// What the keeping of proxies asks of the system.
 struct ProxySystem {
-  std::function<std::vector<UserSession>()> sessions;
+  /// None when the system does not tell.
+  std::function<std::optional<std::vector<UserSession>>()> sessions;
   std::function<std::string(const UserSession&)> pipeOf;
   std::function<bool(const UserSession&)> isListening;
   std::function<bool(const UserSession&)> mayStart;

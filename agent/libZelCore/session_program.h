@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "agent/libZel/user_sessions.h"
 
@@ -33,7 +34,8 @@ class SessionProgram {
   virtual bool IsRunning() = 0;
   /// Asks it to end, on Windows ends it. Returns at once.
   virtual void AskToEnd() = 0;
-  /// Waits until it has ended and ends it by force when that takes longer than `patience`.
+  /// Waits until it has ended and ends it by force when that takes longer than `patience`. One that
+  /// even that does not end within two seconds is let go.
   virtual void WaitForEnd(std::chrono::milliseconds patience) = 0;
 
  protected:
@@ -49,7 +51,10 @@ struct StartedProgram {
   std::string error;
 };
 
-/// Starts `program`, without arguments, in the session, with the rights and the environment of its
-/// user and nothing of this process: no handles, empty standard streams, the user's home as working
-/// directory. Throws only for want of memory.
-StartedProgram StartInSession(const std::filesystem::path& program, const UserSession& session);
+/// Starts `program` in the session, with the rights and the environment of its user and nothing of
+/// this process: no handles, empty standard streams, "/" as working directory (on Windows the
+/// program's own), on Linux a umask of 022. `options` are its arguments, without blanks and quotes.
+/// Fails for a graphical session that has no display yet. Takes five seconds at most, seven when it
+/// has to end by force what does not start. Throws only for want of memory.
+StartedProgram StartInSession(const std::filesystem::path& program, const UserSession& session,
+                              const std::vector<std::string>& options = {});

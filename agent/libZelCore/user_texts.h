@@ -45,5 +45,5 @@ class UserTexts {
   std::set<std::string> unknown_;
 };
 
-/// Asks a real proxy, for at most a second.
+/// Asks a real proxy; gives up after about two seconds, one for connecting and one for the answer.
 std::string AskProxyForLanguage(const std::string& pipe);

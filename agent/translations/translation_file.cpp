@@ -1,9 +1,12 @@
 #include "agent/translations/translation_file.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <optional>
 #include <set>
 #include <utility>
+
+#include "libZel/string.h"
 
 namespace {
 
@@ -30,29 +33,14 @@ bool IsKey(std::string_view key) {
          });
 }
 
-/// How many bytes the character at the start of `text`, which is not empty, has: 0 when it is no
-/// UTF-8, a surrogate or a control character.
-size_t CharacterLength(std::string_view text) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned first = byte(0);
-  if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;
-  const size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  if (first < 0xC2 || first > 0xF4 || text.size() < length) return 0;
-  unsigned code = first & (0xFFu >> (length + 1));
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-    code = code << 6 | (byte(i) & 0x3F);
-  }
-  constexpr unsigned kSmallest[] = {0, 0, 0xA0, 0x800, 0x10000};
-  const bool isSurrogate = code >= 0xD800 && code <= 0xDFFF;
-  return code < kSmallest[length] || code > 0x10FFFF || isSurrogate ? 0 : length;
-}
-
+/// Whether it is UTF-8 without control characters other than tabs.
 bool IsPlainText(std::string_view text) {
-  while (!text.empty()) {
-    const size_t length = text[0] == '\t' ? 1 : CharacterLength(text);
-    if (length == 0) return false;
-    text.remove_prefix(length);
+  if (!ZelString::IsTextUTF8(text.data(), static_cast<uint32_t>(text.size()))) return false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if ((byte < 0x20 && byte != '\t') || byte == 0x7F) return false;
+    // U+0080 to U+009F.
+    if (byte == 0xC2 && static_cast<unsigned char>(text[i + 1]) < 0xA0) return false;
   }
   return true;
 }

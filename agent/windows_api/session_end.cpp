@@ -50,8 +50,8 @@ BOOL AskLogind(const char* member, std::initializer_list<BusArgument> arguments)
 }
 
 BOOL EndSession() {
-  const std::vector<UserSession> sessions = UserSessions();
-  if (!sessions.empty()) return AskLogind("TerminateSession", {sessions.front().id});
+  const auto sessions = UserSessions();
+  if (sessions && !sessions->empty()) return AskLogind("TerminateSession", {sessions->front().id});
   LibraryLog().ErrorWithNL("nobody can be logged off: nobody is logged on");
   return 0;
 }

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -48,8 +49,9 @@ struct Machine {
   };
 
   ProxySystem System() {
-    return {[this] {
+    return {[this]() -> std::optional<std::vector<UserSession>> {
               const std::lock_guard lock(mutex);
+              if (!tellsSessions) return std::nullopt;
               return sessions;
             },
             [](const UserSession& session) { return session.userName; },
@@ -87,6 +89,7 @@ struct Machine {
   std::vector<std::shared_ptr<Proxy>> proxies;
   std::string startError;
   bool listensAtOnce = true;
+  bool tellsSessions = true;
 };
 
 UserSession Desktop(const char* id, const char* user) {
@@ -222,6 +225,18 @@ TEST_F(TheProxyKeeper, KeepsAProxyWhoseSessionIsNotToldForAWhile) {
   EXPECT_THAT(LookAfter(2s), ElementsAre(Pair("maria", State::kListening)));
   EXPECT_EQ(machine_.starts.size(), 1u);
   EXPECT_FALSE(machine_.proxies[0]->wasAskedToEnd);
+}
+
+TEST_F(TheProxyKeeper, KnowsItsPausesWhenTheSystemDoesNotTellForAWhile) {
+  machine_.sessions = {Desktop("1", "maria")};
+  machine_.startError = "there is no such program";
+  Look();
+  machine_.tellsSessions = false;
+  EXPECT_THAT(Look(), IsEmpty());
+  machine_.tellsSessions = true;
+
+  EXPECT_THAT(Look(), ElementsAre(Pair("maria", State::kPaused)));
+  EXPECT_EQ(machine_.starts.size(), 1u);
 }
 
 TEST_F(TheProxyKeeper, EndsWhatItStartedAndNothingElse) {

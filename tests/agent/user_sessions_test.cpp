@@ -23,12 +23,12 @@ namespace {
 
 using Properties = std::map<std::string, std::string>;
 
-std::optional<BegunSession> OfLogind(const Properties& changes = {}) {
-  Properties properties = {{"Class", "user"},    {"Type", "x11"},   {"State", "active"},
-                           {"Active", "yes"},    {"Remote", "no"},  {"Display", ":0"},
-                           {"LockedHint", "no"}, {"Seat", "seat0"}, {"Timestamp", "1700"}};
+std::optional<BegunSession> OfLogind(const Properties& changes = {}, const char* seat = "seat0") {
+  Properties properties = {{"Class", "user"},    {"Type", "x11"},      {"State", "active"},
+                           {"Active", "yes"},    {"Remote", "no"},     {"Display", ":0"},
+                           {"LockedHint", "no"}, {"Timestamp", "1700"}};
   for (const auto& [name, value] : changes) properties[name] = value;
-  return SessionOfLogind("c1", "alice", 1000, properties);
+  return SessionOfLogind({"c1", 1000, "alice", seat}, properties);
 }
 
 BegunSession Of(const char* id, bool isGraphical, bool isActive, bool isRemote, uint64_t begunAt) {
@@ -69,10 +69,12 @@ TEST(UserSessions, AreInTheOrderOfWhomTheAgentSpeaksTo) {
   std::vector<std::string> ids;
   for (const UserSession& session :
        InOrder({Of("text", false, true, false, 1), Of("remote text", false, true, true, 1),
-                Of("inactive", true, false, false, 1), Of("later", true, true, false, 9),
-                Of("remote", true, true, true, 1), Of("first", true, true, false, 5)}))
+                Of("inactive text", false, false, false, 1), Of("inactive", true, false, false, 1),
+                Of("later", true, true, false, 9), Of("remote", true, true, true, 1),
+                Of("first", true, true, false, 5)}))
     ids.push_back(session.id);
-  EXPECT_THAT(ids, ElementsAre("first", "later", "remote", "inactive", "text", "remote text"));
+  EXPECT_THAT(ids, ElementsAre("first", "later", "remote", "text", "remote text", "inactive",
+                               "inactive text"));
 }
 
 TEST(UserSessions, AreAsLogindDescribesThem) {
@@ -102,7 +104,16 @@ TEST(UserSessions, AreThoseOfPeopleAlone) {
   EXPECT_FALSE(OfLogind({{"Class", "manager"}}));
   EXPECT_FALSE(OfLogind({{"Class", "lock-screen"}}));
   EXPECT_FALSE(OfLogind({{"State", "closing"}}));
-  EXPECT_FALSE(SessionOfLogind("c1", "alice", 1000, {})) << "nothing is known of it";
+  EXPECT_FALSE(SessionOfLogind({"c1", 1000, "alice", "seat0"}, {})) << "nothing is known of it";
+}
+
+TEST(UserSessions, AreDesktopsOrAtASeat) {
+  constexpr const char* kNoSeat = "";
+  EXPECT_FALSE(OfLogind({{"Type", "tty"}, {"Remote", "yes"}, {"Display", ""}}, kNoSeat)) << "SSH";
+  EXPECT_FALSE(OfLogind({{"Type", "tty"}}, kNoSeat)) << "a serial line";
+  EXPECT_FALSE(OfLogind({{"Type", "unspecified"}}, kNoSeat));
+  EXPECT_TRUE(OfLogind({{"Type", "tty"}}));
+  EXPECT_TRUE(OfLogind({{"Type", "x11"}, {"Remote", "yes"}}, kNoSeat)) << "a remote desktop";
 }
 
 TEST(UserSessions, AreThoseOfThisMachineInTheTableOfLogins) {
@@ -127,11 +138,12 @@ TEST(UserSessions, AreThoseOfThisMachineInTheTableOfLogins) {
 }
 
 TEST(UserSessions, HaveAnIdentifierAndAUser) {
-  for (const UserSession& session : UserSessions()) {
+  const auto sessions = UserSessions().value_or(std::vector<UserSession>());
+  for (const UserSession& session : sessions) {
     EXPECT_FALSE(session.id.empty());
     EXPECT_FALSE(session.userName.empty());
   }
-  EXPECT_EQ(IsUserLogged(), !UserSessions().empty());
+  EXPECT_EQ(IsUserLogged(), !sessions.empty());
 }
 
 TEST(IsUserAbsent, GoesByTheLimit) {

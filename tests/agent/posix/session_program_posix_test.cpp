@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -108,6 +109,25 @@ TEST(SessionEnvironment, FindsASessionWithoutNameByItsDisplay) {
   EXPECT_THAT(EnvironmentOf(SessionOf(user, "tty7", ":903")), Contains("LANG=de_AT.UTF-8"));
 }
 
+TEST(SessionEnvironment, FindsADisplayThatTheSystemDoesNotTell) {
+  const uid_t user = SomeUser();
+  const Process compositor(user, {"XDG_SESSION_ID=zel-test-6", "WAYLAND_DISPLAY=wayland-0"});
+  const Process other(user, {"XDG_SESSION_ID=zel-test-7", "DISPLAY=:906"});
+  const Process remote(user, {"DISPLAY=localhost:10.0"});
+  const UserSession session = SessionOf(user, "zel-test-6", "");
+  EXPECT_THAT(EnvironmentOf(session), Contains("WAYLAND_DISPLAY=wayland-0"));
+  EXPECT_THAT(EnvironmentOf(session), Not(Contains(StartsWith("DISPLAY="))));
+  {
+    const Process service(user, {"DISPLAY=:907", "XAUTHORITY=/run/cookie"});
+    EXPECT_THAT(EnvironmentOf(session), Contains("DISPLAY=:907"));
+    EXPECT_THAT(EnvironmentOf(session), Contains("XAUTHORITY=/run/cookie"));
+    EXPECT_THAT(EnvironmentOf(session), Contains("XDG_SESSION_ID=zel-test-6"));
+  }
+  const Process own(user, {"XDG_SESSION_ID=zel-test-6", "DISPLAY=:908"});
+  const Process later(user, {"DISPLAY=:907"});
+  EXPECT_THAT(EnvironmentOf(session), Contains("DISPLAY=:908"));
+}
+
 TEST(SessionEnvironment, LeavesOutWhatIsTooLong) {
   const uid_t user = SomeUser();
   const Process process(user, {"DISPLAY=:904", "LANG=" + std::string(5000, 'x')});
@@ -123,11 +143,11 @@ class StartedInASession : public testing::Test {
     ::chmod(directory_.Native().c_str(), 0777);
   }
 
-  StartedProgram Start(const std::string& script) {
+  StartedProgram Start(const std::string& script, const std::vector<std::string>& options = {}) {
     const std::filesystem::path program = directory_.Native() / "program";
     WriteFile(program, "#!/bin/sh\n" + script);
     ::chmod(program.c_str(), 0755);
-    return StartInSession(program, SessionOf(SomeUser(), "zel-test-5", ""));
+    return StartInSession(program, SessionOf(SomeUser(), "zel-test-5", ":905"), options);
   }
   /// What the script has written into its file, once that is there.
   std::string Result() const {
@@ -147,15 +167,15 @@ class StartedInASession : public testing::Test {
 
 TEST_F(StartedInASession, ProgramsAreTheUsersAndHoldNothingOfThisProcess) {
   ::setenv("ZEL_TEST_SECRET", "of the agent", 1);
-  const StartedProgram started = Start(
-      WriteResult("id -u; id -ru; umask; env; echo descriptors: $(ls /proc/$$/fd | tr '\\n' ' '); "
-                  "readlink /proc/$$/fd/0 /proc/$$/fd/2"));
+  const StartedProgram started = Start(WriteResult(
+      "id -u; id -ru; umask; pwd; env; echo descriptors: $(ls /proc/$$/fd | tr '\\n' ' '); "
+      "readlink /proc/$$/fd/0 /proc/$$/fd/2"));
   ::unsetenv("ZEL_TEST_SECRET");
   ASSERT_TRUE(started.program) << started.error;
 
   const std::string user = std::to_string(SomeUser());
   const std::string result = Result();
-  EXPECT_THAT(result, StartsWith(user + "\n" + user + "\n0077\n"));
+  EXPECT_THAT(result, StartsWith(user + "\n" + user + "\n0022\n/\n"));
   EXPECT_THAT(result, Not(HasSubstr("ZEL_TEST_SECRET")));
   EXPECT_THAT(result, HasSubstr("XDG_SESSION_ID=zel-test-5\n"));
   EXPECT_THAT(result, HasSubstr("/dev/null\n/dev/null\n"));
@@ -192,6 +212,65 @@ TEST_F(StartedInASession, ProgramsThatDoNotWantToEndAreEnded) {
   EXPECT_FALSE(started.program->IsRunning());
 }
 
+TEST_F(StartedInASession, ProgramsGetTheirOptions) {
+  const StartedProgram started = Start(WriteResult("echo $# $1 $2"), {"--one", "--two"});
+  ASSERT_TRUE(started.program) << started.error;
+  EXPECT_EQ(Result(), "2 --one --two\n");
+  started.program->WaitForEnd(kPatience);
+}
+
+TEST_F(StartedInASession, ProgramsWaitForItsDisplay) {
+  UserSession session = SessionOf(SomeUser(), "zel-test-9", "");
+  EXPECT_THAT(StartInSession("/bin/true", session).error, HasSubstr("no display yet"));
+  session.isGraphical = false;
+  const StartedProgram started = StartInSession("/bin/true", session);
+  ASSERT_TRUE(started.program) << started.error;
+  started.program->WaitForEnd(kPatience);
+}
+
+/// Holds a process's end back, as a debugger does.
+class Tracer {
+ public:
+  explicit Tracer(pid_t traced) {
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    process_ = ::fork();
+    if (process_ == 0) {
+      const char result = ::ptrace(PTRACE_SEIZE, traced, nullptr, nullptr) == 0 ? 'y' : 'n';
+      if (::write(ends[1], &result, 1) == 1) ::pause();
+      ::_exit(1);
+    }
+    ::close(ends[1]);
+    char result = 0;
+    EXPECT_EQ(::read(ends[0], &result, 1), 1);
+    EXPECT_EQ(result, 'y');
+    ::close(ends[0]);
+  }
+  ~Tracer() {
+    ::kill(process_, SIGKILL);
+    ::waitpid(process_, nullptr, 0);
+  }
+  Tracer(const Tracer&) = delete;
+  Tracer& operator=(const Tracer&) = delete;
+
+ private:
+  pid_t process_;
+};
+
+TEST_F(StartedInASession, ProgramsThatCannotEndAreLetGo) {
+  const StartedProgram started = Start(WriteResult("echo $$") + "exec sleep 600\n");
+  ASSERT_TRUE(started.program) << started.error;
+  const pid_t process = std::stoi(Result());
+  {
+    const Tracer tracer(process);
+    const auto start = std::chrono::steady_clock::now();
+    started.program->WaitForEnd(std::chrono::milliseconds(0));
+    EXPECT_FALSE(started.program->IsRunning());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+  }
+  EXPECT_EQ(::waitpid(process, nullptr, 0), process) << "it was let go before its end";
+}
+
 TEST_F(StartedInASession, ProgramsThatEndAreNoticed) {
   const StartedProgram started = Start("exit 3\n");
   ASSERT_TRUE(started.program) << started.error;
@@ -201,7 +280,7 @@ TEST_F(StartedInASession, ProgramsThatEndAreNoticed) {
 
 TEST_F(StartedInASession, ProgramsThatAreNotThereAreAnError) {
   const StartedProgram started =
-      StartInSession(directory_.Native() / "none", SessionOf(SomeUser(), "zel-test-5", ""));
+      StartInSession(directory_.Native() / "none", SessionOf(SomeUser(), "zel-test-5", ":905"));
 
   EXPECT_FALSE(started.program);
   EXPECT_THAT(started.error, HasSubstr("none: No such file"));

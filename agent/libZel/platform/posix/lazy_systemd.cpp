@@ -1,7 +1,8 @@
-// libsystemd's bus client, loaded at its first use: it comes with compression libraries that an
-// idle agent does not need, and a system without systemd does not have it. Whoever links this file
-// instead of libsystemd calls these functions, which stay inside the library that links them. Where
-// libsystemd is missing there is no bus: opening one fails.
+// libsystemd's bus client, loaded at its first use: it comes with compression libraries that
+// programs need only when they ask who is logged on (an agent that starts proxies does at once),
+// and a system without systemd does not have it. Whoever links this file instead of libsystemd
+// calls these functions, which stay inside the library that links them. Where libsystemd is missing
+// there is no bus: opening one fails.
 
 #include <dlfcn.h>
 #include <systemd/sd-bus.h>

@@ -22,11 +22,11 @@ constexpr std::chrono::milliseconds kTime = std::chrono::seconds(2);
 const char* const kLogind = "org.freedesktop.login1";
 
 struct ListedSession {
-  std::string id;
-  uint32_t userId = 0;
-  std::string userName;
+  LogindSession session;
   std::string path;
 };
+
+using Sessions = std::optional<std::vector<BegunSession>>;
 
 std::optional<ListedSession> ReadListed(BusReply& list) {
   const auto id = list.ReadText();
@@ -35,7 +35,7 @@ std::optional<ListedSession> ReadListed(BusReply& list) {
   const auto seat = list.ReadText();
   const auto path = list.ReadText('o');
   if (!id || !userId || !userName || !seat || !path) return std::nullopt;
-  return ListedSession{*id, *userId, *userName, *path};
+  return ListedSession{{*id, *userId, *userName, *seat}, *path};
 }
 
 std::optional<std::vector<ListedSession>> ReadList(BusReply& list) {
@@ -46,24 +46,27 @@ std::optional<std::vector<ListedSession>> ReadList(BusReply& list) {
     if (!session || !list.Exit()) return std::nullopt;
     sessions.push_back(*session);
   }
+  // Only an array that was read to its end can be left.
+  if (!list.Exit()) return std::nullopt;
   return sessions;
 }
 
-// None when systemd-logind does not answer.
-std::optional<std::vector<BegunSession>> AskLogind() {
-  SystemBus bus(kTime);
-  BusReply list = bus.Call(
-      {kLogind, "/org/freedesktop/login1", std::string(kLogind) + ".Manager", "ListSessions"});
+bool HasVanished(const BusReply& reply) {
+  return reply.ErrorName() == "org.freedesktop.login1.NoSuchSession" ||
+         reply.ErrorName() == "org.freedesktop.DBus.Error.UnknownObject";
+}
+
+// A list that lacks somebody is none: the next one in it would be taken for the first.
+Sessions ReadSessions(SystemBus& bus, BusReply& list) {
   const auto listed = ReadList(list);
   if (!listed) return std::nullopt;
-
   std::vector<BegunSession> sessions;
   for (const ListedSession& one : *listed) {
-    // One that has ended meanwhile has no properties.
-    const auto properties =
-        bus.GetProperties(kLogind, one.path, std::string(kLogind) + ".Session").ReadProperties();
-    if (!properties) continue;
-    auto session = SessionOfLogind(one.id, one.userName, one.userId, *properties);
+    BusReply reply = bus.GetProperties(kLogind, one.path, std::string(kLogind) + ".Session");
+    if (HasVanished(reply)) continue;
+    const auto properties = reply.ReadProperties();
+    if (!properties) return std::nullopt;
+    auto session = SessionOfLogind(one.session, *properties);
     if (session) sessions.push_back(std::move(*session));
   }
   return sessions;
@@ -95,14 +98,17 @@ bool IsAlive(pid_t process) {
   return process > 0 && (::kill(process, 0) == 0 || errno == EPERM);
 }
 
-std::vector<BegunSession> ReadLoginTable() {
+// None where nobody keeps the table, which else tells at least when the machine was started.
+Sessions ReadLoginTable() {
   // The system's functions share one place in the table.
   static std::mutex mutex;
   const std::lock_guard lock(mutex);
   const std::string activeTerminal = ActiveTerminal();
   std::vector<BegunSession> sessions;
+  bool isKept = false;
   ::setutxent();
   while (const utmpx* const entry = ::getutxent()) {
+    isKept = true;
     if (entry->ut_type != USER_PROCESS || !IsAlive(entry->ut_pid)) continue;
     const std::string userName = TextOf(entry->ut_user);
     const auto userId = UserIdOf(userName);
@@ -114,12 +120,17 @@ std::vector<BegunSession> ReadLoginTable() {
     if (session) sessions.push_back(std::move(*session));
   }
   ::endutxent();
+  if (!isKept) return std::nullopt;
   return sessions;
 }
 
 }  // namespace
 
-std::vector<UserSession> UserSessions() {
-  auto sessions = AskLogind();
-  return InOrder(sessions ? std::move(*sessions) : ReadLoginTable());
+std::optional<std::vector<UserSession>> UserSessions() {
+  SystemBus bus(kTime);
+  BusReply list = bus.Call(
+      {kLogind, "/org/freedesktop/login1", std::string(kLogind) + ".Manager", "ListSessions"});
+  Sessions sessions = list ? ReadSessions(bus, list) : ReadLoginTable();
+  if (!sessions) return std::nullopt;
+  return InOrder(std::move(*sessions));
 }

@@ -68,11 +68,12 @@ std::optional<BegunSession> SessionAt(DWORD id) {
   return made;
 }
 
-std::vector<DWORD> SessionIds() {
+// None when the system does not tell.
+std::optional<std::vector<DWORD>> SessionIds() {
   WTS_SESSION_INFOW* found = nullptr;
   DWORD count = 0;
+  if (!WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &found, &count)) return std::nullopt;
   std::vector<DWORD> ids;
-  if (!WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &found, &count)) return ids;
   const WtsMemory<WTS_SESSION_INFOW> owner(found);
   for (DWORD i = 0; i < count; ++i) {
     if (found[i].State != WTSListen) ids.push_back(found[i].SessionId);
@@ -82,14 +83,15 @@ std::vector<DWORD> SessionIds() {
 
 }  // namespace
 
-std::vector<UserSession> UserSessions() {
-  std::vector<DWORD> ids = SessionIds();
+std::optional<std::vector<UserSession>> UserSessions() {
+  std::optional<std::vector<DWORD>> ids = SessionIds();
   // Where the system lists none, which Wine does, there is the console's.
   const DWORD console = WTSGetActiveConsoleSessionId();
-  if (ids.empty() && console != kNoSession) ids.push_back(console);
+  if ((!ids || ids->empty()) && console != kNoSession) ids = {console};
+  if (!ids) return std::nullopt;
 
   std::vector<BegunSession> sessions;
-  for (const DWORD id : ids) {
+  for (const DWORD id : *ids) {
     if (auto session = SessionAt(id)) sessions.push_back(std::move(*session));
   }
   return InOrder(std::move(sessions));

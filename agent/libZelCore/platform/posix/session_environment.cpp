@@ -38,11 +38,16 @@ bool IsTaken(std::string_view name) {
   return isLocale || std::find(std::begin(kNames), std::end(kNames), name) != std::end(kNames);
 }
 
-/// The taken ones of a process's environment; none when it cannot be read.
-Variables VariablesOf(const fs::path& process) {
+/// The taken ones of a process's environment; none when it cannot be read or is not the user's.
+Variables VariablesOf(const fs::path& process, uid_t user) {
   Variables variables;
   const int file = ::open((process / "environ").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
   if (file < 0) return variables;
+  struct stat status {};
+  if (::fstat(file, &status) != 0 || status.st_uid != user) {
+    ::close(file);
+    return variables;
+  }
   std::string content(kMaxEnvironmentBytes, '\0');
   size_t length = 0;
   while (length < content.size()) {
@@ -71,17 +76,25 @@ std::string Value(const Variables& variables, std::string_view name) {
   return found == variables.end() ? std::string() : found->second;
 }
 
+constexpr int kBestRank = 4;
+
 /// How well a process speaks for the session: 0 not at all.
 int Rank(const Variables& variables, const UserSession& session) {
   const std::string display = Value(variables, "DISPLAY");
-  const bool hasDesktop = !display.empty() || !Value(variables, "WAYLAND_DISPLAY").empty();
-  const bool isOfSession = Value(variables, "XDG_SESSION_ID") == session.id;
-  const bool isOfDisplay = !session.display.empty() && display == session.display;
-  return (hasDesktop ? 1 : 0) * ((isOfSession ? 2 : 0) + (isOfDisplay ? 1 : 0));
+  const std::string id = Value(variables, "XDG_SESSION_ID");
+  const bool isOfSession = id == session.id;
+  // The compositor of a Wayland session has no DISPLAY, its programs have.
+  if (display.empty()) return isOfSession && !Value(variables, "WAYLAND_DISPLAY").empty() ? 1 : 0;
+  const bool isDisplayKnown = !session.display.empty();
+  if (isOfSession) return !isDisplayKnown || display == session.display ? kBestRank : 3;
+  // Recent desktops run their programs as services of the user, which are told no session; a
+  // display of this machine is then the session's.
+  return isDisplayKnown ? (display == session.display ? 2 : 0)
+                        : (id.empty() && display.starts_with(':') ? 2 : 0);
 }
 
-/// The processes of a user, oldest first as far as their numbers tell.
-std::vector<fs::path> ProcessesOf(uid_t user) {
+/// All processes, oldest first as far as their numbers tell.
+std::vector<fs::path> Processes() {
   std::vector<std::pair<pid_t, fs::path>> processes;
   std::error_code error;
   for (fs::directory_iterator entry("/proc", error), end; !error && entry != end;
@@ -89,11 +102,8 @@ std::vector<fs::path> ProcessesOf(uid_t user) {
     const std::string name = entry->path().filename();
     pid_t number = 0;
     const auto parsed = std::from_chars(name.data(), name.data() + name.size(), number);
-    struct stat status {};
     const bool isProcess = parsed.ec == std::errc() && parsed.ptr == name.data() + name.size();
-    if (!isProcess || ::stat(entry->path().c_str(), &status) != 0 || status.st_uid != user)
-      continue;
-    processes.emplace_back(number, entry->path());
+    if (isProcess) processes.emplace_back(number, entry->path());
   }
   std::sort(processes.begin(), processes.end());
   std::vector<fs::path> paths;
@@ -102,16 +112,15 @@ std::vector<fs::path> ProcessesOf(uid_t user) {
 }
 
 Variables DesktopOf(const UserSession& session) {
-  constexpr int kBestRank = 3;
   Variables best;
   int bestRank = 0;
-  for (const fs::path& process : ProcessesOf(session.userId)) {
-    Variables variables = VariablesOf(process);
+  for (const fs::path& process : Processes()) {
+    Variables variables = VariablesOf(process, session.userId);
     const int rank = Rank(variables, session);
     if (rank <= bestRank) continue;
     best = std::move(variables);
     bestRank = rank;
-    if (rank == kBestRank || (session.display.empty() && rank == 2)) break;
+    if (rank == kBestRank) break;
   }
   return best;
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/keyctl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -10,12 +11,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <system_error>
 #include <thread>
 #include <vector>
 
+#include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/platform/posix/session_environment.h"
 
 namespace {
@@ -47,7 +50,6 @@ struct Launch {
   const char* program;
   char* const* arguments;
   char* const* environment;
-  const char* home;
   uid_t user;
   gid_t group;
   const gid_t* groups;
@@ -75,7 +77,9 @@ bool EmptyStreams() {
 }
 
 /// The system's calls themselves: those of the C library would have other threads follow, which are
-/// not there. Nothing may come back afterwards.
+/// not there. Nothing may come back afterwards. Elsewhere the calls of these names cut account
+/// numbers off at 16 bits.
+static_assert(sizeof(void*) == 8);
 bool BecomeUser(const Launch& launch) {
   if (!launch.changesUser) return true;
   return ::syscall(SYS_setgroups, launch.groupCount, launch.groups) == 0 &&
@@ -91,12 +95,11 @@ bool BecomeUser(const Launch& launch) {
   const bool isReady = EmptyStreams() && ::dup3(launch.errorPipe, kErrorPipe, O_CLOEXEC) >= 0;
   if (isReady) {
     ::closefrom(kErrorPipe + 1);
-    ::umask(077);
-    if (BecomeUser(launch)) {
-      // With the user's rights: the home may be where the agent must not go.
-      if (::chdir(launch.home) == 0 || ::chdir("/") == 0)
-        ::execve(launch.program, launch.arguments, launch.environment);
-    }
+    // What the user's programs make is to be as everywhere.
+    ::umask(022);
+    // Not the user's home, which may never answer.
+    if (::chdir("/") == 0 && BecomeUser(launch))
+      ::execve(launch.program, launch.arguments, launch.environment);
   }
   const int error = errno;
   [[maybe_unused]] const ssize_t written =
@@ -104,8 +107,27 @@ bool BecomeUser(const Launch& launch) {
   ::_exit(127);
 }
 
+using Clock = std::chrono::steady_clock;
+
+/// The child belongs to the user before it runs the program, so the user can stop it there.
+constexpr std::chrono::seconds kRunPatience{5};
+/// One that was killed, but is traced or waits for a device, ends when that lets it.
+constexpr std::chrono::seconds kKillPatience{2};
+
+bool IsReadable(int pipe, Clock::time_point deadline) {
+  for (;;) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return false;
+    pollfd waited{pipe, POLLIN, 0};
+    const int ready = ::poll(&waited, 1, static_cast<int>(left));
+    if (ready > 0 || (ready < 0 && errno != EINTR)) return true;
+  }
+}
+
 /// What kept the child from running the program; 0 when it runs.
 int ReadError(int pipe) {
+  if (!IsReadable(pipe, Clock::now() + kRunPatience)) return ETIMEDOUT;
   int error = 0;
   ssize_t count;
   do {
@@ -116,7 +138,7 @@ int ReadError(int pipe) {
 
 class Child : public SessionProgram {
  public:
-  explicit Child(pid_t process) : process_(process) {}
+  void Take(pid_t process) { process_ = process; }
 
   bool IsRunning() override {
     if (process_ > 0 && ::waitpid(process_, nullptr, WNOHANG) != 0) process_ = 0;
@@ -126,24 +148,27 @@ class Child : public SessionProgram {
   void AskToEnd() override { Signal(SIGTERM); }
 
   void WaitForEnd(std::chrono::milliseconds patience) override {
-    constexpr std::chrono::milliseconds kStep{10};
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (IsRunning() && std::chrono::steady_clock::now() < deadline)
-      std::this_thread::sleep_for(kStep);
-    if (!IsRunning()) return;
+    if (HasEndedIn(patience)) return;
     Signal(SIGKILL);
-    while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    if (HasEndedIn(kKillPatience)) return;
+    CoreLog().WarningWithNL("The process %d was killed and does not end; it is let go", process_);
     process_ = 0;
   }
 
  private:
+  bool HasEndedIn(std::chrono::milliseconds patience) {
+    constexpr std::chrono::milliseconds kStep{10};
+    const auto deadline = Clock::now() + patience;
+    while (IsRunning() && Clock::now() < deadline) std::this_thread::sleep_for(kStep);
+    return !IsRunning();
+  }
+
   // A child that nobody has waited for keeps its number.
   void Signal(int number) {
     if (IsRunning()) ::kill(process_, number);
   }
 
-  pid_t process_;
+  pid_t process_ = 0;
 };
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
@@ -154,16 +179,23 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 }
 
 StartedProgram Fork(const Launch& launch, Descriptor& readEnd, Descriptor& writeEnd) {
-  const pid_t child = ::fork();
-  if (child == 0) RunChild(launch);
-  if (child < 0) return {nullptr, "cannot start a process: " + ErrorText(errno)};
+  // Before there is a child, for want of memory.
+  auto child = std::make_unique<Child>();
+  const pid_t process = ::fork();
+  if (process == 0) RunChild(launch);
+  if (process < 0) return {nullptr, "cannot start a process: " + ErrorText(errno)};
+  child->Take(process);
   writeEnd.Close();
   if (const int error = ReadError(readEnd.Get())) {
-    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    child->WaitForEnd({});
     return {nullptr, std::string("cannot run ") + launch.program + ": " + ErrorText(error)};
   }
-  return {std::make_unique<Child>(child), {}};
+  return {std::move(child), {}};
+}
+
+bool HasDisplay(const std::vector<std::string>& environment) {
+  return std::ranges::any_of(environment,
+                             [](const std::string& one) { return one.starts_with("DISPLAY="); });
 }
 
 std::string RuntimeDirectory(const UserSession& session) {
@@ -206,12 +238,17 @@ bool MayStartIn(const UserSession& session) {
   return own == 0 || own == session.userId;
 }
 
-StartedProgram StartInSession(const std::filesystem::path& program, const UserSession& session) {
+StartedProgram StartInSession(const std::filesystem::path& program, const UserSession& session,
+                              const std::vector<std::string>& options) {
   Account account;
   if (!ReadAccount(session.userId, &account))
     return {nullptr, "there is no account of number " + std::to_string(session.userId)};
-  std::vector<std::string> arguments = {program.string()};
   std::vector<std::string> environment = SessionEnvironment(account, session);
+  // Listed before its desktop is there.
+  if (session.isGraphical && !HasDisplay(environment))
+    return {nullptr, "the session has no display yet"};
+  std::vector<std::string> arguments = {program.string()};
+  arguments.insert(arguments.end(), options.begin(), options.end());
   const std::vector<char*> argumentPointers = Pointers(arguments);
   const std::vector<char*> environmentPointers = Pointers(environment);
 
@@ -224,9 +261,8 @@ StartedProgram StartInSession(const std::filesystem::path& program, const UserSe
   if (writeEnd.Get() < 0) return {nullptr, "cannot make a pipe: " + ErrorText(errno)};
   lowEnd.Close();
 
-  const Launch launch{
-      program.c_str(),  argumentPointers.data(), environmentPointers.data(), account.home.c_str(),
-      account.user,     account.group,           account.groups.data(),      account.groups.size(),
-      ::geteuid() == 0, writeEnd.Get()};
+  const Launch launch{program.c_str(),       argumentPointers.data(), environmentPointers.data(),
+                      account.user,          account.group,           account.groups.data(),
+                      account.groups.size(), ::geteuid() == 0,        writeEnd.Get()};
   return Fork(launch, readEnd, writeEnd);
 }

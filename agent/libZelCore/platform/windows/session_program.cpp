@@ -7,7 +7,9 @@
 
 #include <charconv>
 #include <system_error>
+#include <utility>
 
+#include "agent/libZelCore/core_log.h"
 #include "libZel/string.h"
 
 namespace {
@@ -36,15 +38,43 @@ DWORD OwnSession() {
   return ProcessIdToSessionId(GetCurrentProcessId(), &session) ? session : kNoSession;
 }
 
-/// Whether this process has more rights than the programs that its user starts.
-bool IsElevated() {
+Handle OwnToken() {
+  constexpr DWORD kRights = TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_ASSIGN_PRIMARY;
   HANDLE token = nullptr;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return true;
-  const Handle closer(token);
-  TOKEN_ELEVATION_TYPE type = TokenElevationTypeFull;
+  return Handle(OpenProcessToken(GetCurrentProcess(), kRights, &token) ? token : nullptr);
+}
+
+/// Whether this process has more rights than the programs that its user starts.
+bool IsElevated(HANDLE token) {
+  TOKEN_ELEVATION_TYPE type = TokenElevationTypeDefault;
   DWORD size = 0;
-  if (!GetTokenInformation(token, TokenElevationType, &type, sizeof type, &size)) return true;
-  return type == TokenElevationTypeFull;
+  return GetTokenInformation(token, TokenElevationType, &type, sizeof type, &size) &&
+         type == TokenElevationTypeFull;
+}
+
+/// The integrity of the programs that a user starts; true where it was set.
+bool SetMediumIntegrity(HANDLE token) {
+  SID_IDENTIFIER_AUTHORITY authority = SECURITY_MANDATORY_LABEL_AUTHORITY;
+  PSID level = nullptr;
+  if (!AllocateAndInitializeSid(&authority, 1, SECURITY_MANDATORY_MEDIUM_RID, 0, 0, 0, 0, 0, 0, 0,
+                                &level))
+    return false;
+  TOKEN_MANDATORY_LABEL label{{level, SE_GROUP_INTEGRITY}};
+  const DWORD size = static_cast<DWORD>(sizeof label + GetLengthSid(level));
+  const bool isSet = SetTokenInformation(token, TokenIntegrityLevel, &label, size);
+  FreeSid(level);
+  return isSet;
+}
+
+/// This process's token without what makes it an administrator's, like the one that the system
+/// keeps for the user's programs (the linked one, which it gives to nobody but itself for starting
+/// any). Null where the system cannot make it.
+Handle OrdinaryToken(HANDLE own) {
+  HANDLE made = nullptr;
+  if (!CreateRestrictedToken(own, LUA_TOKEN, 0, nullptr, 0, nullptr, 0, nullptr, &made))
+    return nullptr;
+  Handle token(made);
+  return SetMediumIntegrity(token.get()) ? std::move(token) : nullptr;
 }
 
 class Process : public SessionProgram {
@@ -81,11 +111,14 @@ class Environment {
 };
 
 /// As the user of `token`, or as this process's own where it is null.
-StartedProgram Start(const std::filesystem::path& program, HANDLE token) {
+StartedProgram Start(const std::filesystem::path& program, const std::vector<std::string>& options,
+                     HANDLE token) {
   const Environment environment(token);
   if (token && !environment.Get())
     return {nullptr, "the user's environment cannot be made: " + ErrorText(GetLastError())};
   std::wstring line = L"\"" + program.native() + L"\"";
+  for (const std::string& option : options)
+    line += L" " + std::wstring(option.begin(), option.end());
   const std::wstring directory = program.parent_path().native();
   wchar_t desktop[] = L"winsta0\\default";
   STARTUPINFOW startup{};
@@ -130,17 +163,24 @@ bool MayStartIn(const UserSession& session) {
   return NumberOf(session) != kNoSession;
 }
 
-StartedProgram StartInSession(const std::filesystem::path& program, const UserSession& session) {
+StartedProgram StartInSession(const std::filesystem::path& program, const UserSession& session,
+                              const std::vector<std::string>& options) {
   const DWORD number = NumberOf(session);
   HANDLE token = nullptr;
   if (WTSQueryUserToken(number, &token)) {
     const Handle closer(token);
-    return Start(program, token);
+    return Start(program, options, token);
   }
   const DWORD error = GetLastError();
   if (number != OwnSession())
     return {nullptr, "the user's token is not to be had: " + ErrorText(error)};
-  // The proxy serves every program of its account: with these rights it would hand them on.
-  if (IsElevated()) return {nullptr, "the agent runs with more rights than the user has"};
-  return Start(program, nullptr);
+  // No service, but started by hand in the user's own session. The proxy serves every program of
+  // its account: with an administrator's rights it would hand them on.
+  if (const Handle own = OwnToken(); own && IsElevated(own.get())) {
+    const Handle ordinary = OrdinaryToken(own.get());
+    if (ordinary) return Start(program, options, ordinary.get());
+    CoreLog().WarningWithNL("The proxy gets the rights of the agent, which was started by hand: %S",
+                            ZelString(ErrorText(GetLastError())));
+  }
+  return Start(program, options, nullptr);
 }

@@ -42,7 +42,7 @@ ServerActivity AskServerForActivity() {
 bool IsSessionLocked() {
   const std::string id = Variable("XDG_SESSION_ID");
   const std::string display = Variable("DISPLAY");
-  const std::vector<UserSession> sessions = UserSessions();
+  const std::vector<UserSession> sessions = UserSessions().value_or(std::vector<UserSession>());
   // A unit of "systemd --user" belongs to the user, not to a session, and is told no session's id.
   const auto own = std::find_if(sessions.begin(), sessions.end(), [&](const UserSession& session) {
     if (!id.empty()) return session.id == id;
