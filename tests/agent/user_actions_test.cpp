@@ -234,7 +234,7 @@ class ContestedConsent : public UserActions {
 
 TEST_F(ContestedConsent, EndsEachTimeAndIsNeverTakenForGiven) {
   constexpr int kTimes = 1000;
-  // A thousand take a second; slow machines and checkers of races do as many as they can.
+  // Slow machines, and checkers of races, do as many as they can until then.
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   int unanswered = 0;
   int accepted = 0;
