@@ -35,7 +35,7 @@ int Connected(lua_State* L) {
 int Info(lua_State* L) {
   XmlProxyClient* const client = Client(L);
   if (client == nullptr) return Fail(L, kNoSession);
-  const SessionInfo session = AskSession(*client);
+  const SessionInfo session = SessionOf(*client);
   if (!session.outcome) return Fail(L, session.outcome.reason);
 
   lua_createtable(L, 0, 5);

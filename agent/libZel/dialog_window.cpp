@@ -125,13 +125,15 @@ bool DialogWindow::Close(bool waitUntilGone) {
 
 bool DialogWindow::TellToClose(bool waitUntilGone) {
   if (isAbandoned_) return LogFailure("closed", "its connection was dropped");
+  // Connecting and telling take this long together.
+  const Deadline deadline = After(std::chrono::milliseconds(kTimeoutMs));
   // The dialog's own connection may be in use by `Show`.
   const auto connection = OpenProxyConnection(pipe_, kTimeoutMs);
   if (!connection) return false;
   // Another proxy has taken the place of the one with which the dialog went: numbers mean other
   // dialogs there.
   if (connection->Proxy() != proxy_) return true;
-  const Answer answer = connection->Ask("dialog-close", Fields("wait", waitUntilGone));
+  const Answer answer = connection->Ask("dialog-close", Fields("wait", waitUntilGone), deadline);
   const std::string why = WhyFailed(answer);
   return why.empty() || LogFailure("closed", why);
 }

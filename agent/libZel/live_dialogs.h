@@ -12,18 +12,16 @@ class LiveDialogs {
   /// The one of this process, which is never destroyed.
   static LiveDialogs& Instance();
 
-  /// After `EndWaits` the window is abandoned at once.
-  void Add(const void* dialog, std::shared_ptr<DialogWindow> window);
+  /// When proxies cannot be asked any more the window is abandoned at once.
+  void Add(const void* dialog, const std::shared_ptr<DialogWindow>& window);
   void Remove(const void* dialog);
   /// Null for a dialog that is not alive.
   std::shared_ptr<DialogWindow> Find(const void* dialog) const;
 
-  /// Abandons all windows, and those that come, until `AllowWaits`.
-  void EndWaits();
-  void AllowWaits();
+  /// Those that come meanwhile may be left out.
+  void AbandonAll();
 
  private:
   mutable std::mutex mutex_;
   std::unordered_map<const void*, std::shared_ptr<DialogWindow>> windows_;
-  bool isEnding_ = false;
 };

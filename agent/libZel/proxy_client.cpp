@@ -5,6 +5,7 @@
 
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/proxy_connection.h"
+#include "agent/libZel/proxy_waits.h"
 
 using namespace proxy_protocol;
 
@@ -15,11 +16,6 @@ std::nullptr_t Refuse(const ZelString& pipe, const ZelString& reason) {
   return nullptr;
 }
 
-std::string TextOf(const Message& reply, const char* field) {
-  const std::string* const text = reply.Find(field);
-  return text ? *text : std::string();
-}
-
 }  // namespace
 
 // "session" is the question that every proxy answers.
@@ -27,6 +23,8 @@ std::unique_ptr<XmlProxyClient::Connection> OpenProxyConnection(const ZelString&
                                                                 uint32_t timeoutMs,
                                                                 std::shared_ptr<StopSignal> stop) {
   if (pipe.IsEmpty()) return Refuse(pipe, "nobody is logged on, or no proxy runs");
+  if (HaveProxyWaitsEnded()) return Refuse(pipe, "the agent is stopping");
+  if (!stop) stop = ProxyWaitsEnd();
   const Deadline deadline = After(std::chrono::milliseconds(timeoutMs));
   Connected connected = Connect(std::string(pipe.Utf8()), deadline, std::move(stop));
   if (!connected.channel) return Refuse(pipe, connected.result.reason);
@@ -36,7 +34,7 @@ std::unique_ptr<XmlProxyClient::Connection> OpenProxyConnection(const ZelString&
   const auto answer = opened->Ask("session", {}, deadline);
   if (!answer.reply) return Refuse(pipe, answer.error);
   if (answer.reply->code != 0) return Refuse(pipe, "it does not tell its session");
-  opened->SetProxy(TextOf(*answer.reply, "processId") + "/" + TextOf(*answer.reply, "startedAt"));
+  opened->SetSession(std::move(*answer.reply));
   return opened;
 }
 

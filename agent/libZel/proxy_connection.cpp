@@ -2,9 +2,19 @@
 
 #include <utility>
 
+#include "agent/libZel/proxy_waits.h"
 #include "agent/proxy_protocol/frame.h"
 
 using namespace proxy_protocol;
+
+namespace {
+
+std::string TextOf(const Message& message, const char* field) {
+  const std::string* const text = message.Find(field);
+  return text ? *text : std::string();
+}
+
+}  // namespace
 
 XmlProxyClient::Connection::Connection(std::unique_ptr<Channel> channel, uint32_t timeoutMs)
     : channel_(std::move(channel)), timeoutMs_(timeoutMs) {}
@@ -17,12 +27,19 @@ XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Ask(const std::st
 XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Ask(const std::string& request,
                                                                    std::vector<Field> fields,
                                                                    Deadline deadline) {
-  if (!channel_) return {nullptr, "the connection to the proxy is broken"};
+  if (isBroken_) return {nullptr, "the connection to the proxy is broken"};
+  if (HaveProxyWaitsEnded()) return {nullptr, "the agent is stopping"};
   // Taken away for the time being: it comes back when nothing went wrong, exceptions included.
+  isBroken_ = true;
   std::unique_ptr<Channel> channel = std::exchange(channel_, nullptr);
   Answer answer = Exchange(*channel, request, std::move(fields), deadline);
-  if (answer.reply) channel_ = std::move(channel);
+  isBroken_ = !answer.reply;
+  if (!isBroken_ || holdsOn_) channel_ = std::move(channel);
   return answer;
+}
+
+std::string XmlProxyClient::Connection::Proxy() const {
+  return TextOf(session_, "processId") + "/" + TextOf(session_, "startedAt");
 }
 
 XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Exchange(Channel& channel,

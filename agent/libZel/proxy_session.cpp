@@ -10,6 +10,8 @@ using proxy_protocol::Message;
 
 namespace {
 
+const char* const kNotOpen = "the connection to the proxy is not open";
+
 struct Asked {
   /// Null when no answer came; then, and when the answer is no success, the outcome says why.
   std::unique_ptr<Message> reply;
@@ -18,7 +20,7 @@ struct Asked {
 
 Asked Ask(XmlProxyClient& client, const std::string& request, std::vector<Field> fields) {
   XmlProxyClient::Connection* const connection = client.GetConnection();
-  if (!connection) return {nullptr, FailedBecause("the connection to the proxy is not open")};
+  if (!connection) return {nullptr, FailedBecause(kNotOpen)};
   XmlProxyClient::Connection::Answer answer = connection->Ask(request, std::move(fields));
   if (!answer.reply) return {nullptr, FailedBecause(answer.error)};
 
@@ -36,20 +38,23 @@ const char* const kWhat = "asking the user-session proxy";
 
 }  // namespace
 
-SessionInfo AskSession(XmlProxyClient& client) {
+SessionInfo SessionOf(const XmlProxyClient& client) {
   SessionInfo failed;
   failed.outcome.code = -1;
   return Guarded(kWhat, failed, [&] {
-    Asked asked = Ask(client, "session", {});
     SessionInfo session;
-    session.outcome = std::move(asked.outcome);
-    if (!session.outcome) return session;
-    session.userName = TextOf(*asked.reply, "userName");
-    session.sessionId = TextOf(*asked.reply, "sessionId");
-    session.platform = TextOf(*asked.reply, "platform");
-    session.processId = TextOf(*asked.reply, "processId").ToUL(10);
-    session.startedAt = TextOf(*asked.reply, "startedAt").ToInt64(10);
-    session.language = TextOf(*asked.reply, "language");
+    const XmlProxyClient::Connection* const connection = client.GetConnection();
+    if (!connection || connection->IsBroken()) {
+      session.outcome = FailedBecause(kNotOpen);
+      return session;
+    }
+    const Message& told = connection->Session();
+    session.userName = TextOf(told, "userName");
+    session.sessionId = TextOf(told, "sessionId");
+    session.platform = TextOf(told, "platform");
+    session.processId = TextOf(told, "processId").ToUL(10);
+    session.startedAt = TextOf(told, "startedAt").ToInt64(10);
+    session.language = TextOf(told, "language");
     return session;
   });
 }

@@ -7,14 +7,14 @@
 #include "libZel/string.h"
 
 // What the agent's own code asks of the user-session proxy, over a connection that
-// `XmlProxyClient::Initialise` has opened. Each call waits for the answer as long as that
+// `XmlProxyClient::Initialise` has opened. A question waits for its answer as long as that
 // connection's time-out allows. Nothing here throws; `outcome.reason` is for the log.
 //
 // Threads: as the connection, one at a time.
 
 /// The session that a proxy runs in.
 struct SessionInfo {
-  /// Whether the proxy answered; without success the rest is empty.
+  /// Whether it is known; without success the rest is empty.
   Outcome outcome;
   /// The user's login name.
   ZelString userName;
@@ -39,8 +39,9 @@ struct ProxyOutcome {
   Outcome outcome;
 };
 
-/// Asks who is logged on there.
-SessionInfo AskSession(XmlProxyClient& client);
+/// Who is logged on there, as the proxy told when the connection was opened. Fails when that is not
+/// open, or a question has broken it.
+SessionInfo SessionOf(const XmlProxyClient& client);
 
 /// Has the proxy start a program, with the user's rights and environment, and does not wait for its
 /// end. `commandLine` is what `ExecRedirect` takes. The outcome is a success when it was started.

@@ -6,6 +6,7 @@
 #include "agent/libZel/absence_limit.h"
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/proxy_connection.h"
+#include "agent/libZel/proxy_session.h"
 #include "agent/libZel/user_sessions.h"
 #include "agent/libZel/whole_number.h"
 
@@ -50,11 +51,11 @@ bool ProxyUtils::IsUserAbsent(const ZelString& pipeName) {
 
 void SysTray::ExecuteAsLoggedUser(const ZelString& command) {
   Guarded("starting a program for the user", false, [&] {
-    const auto connection = OpenProxyConnection(pipeName_(), kTimeoutMs);
-    if (!connection) return false;
-    const std::string why =
-        WhyFailed(connection->Ask("run", {{"commandLine", std::string(command.Utf8())}}));
-    if (!why.empty()) LibraryLog().WarningWithNL("a program for the user did not start: %S", why);
-    return why.empty();
+    XmlProxyClient proxy;
+    if (!proxy.Initialise(pipeName_(), kTimeoutMs, XmlProxyClient::kUserSession)) return false;
+    const Outcome outcome = RunInSession(proxy, command);
+    if (!outcome)
+      LibraryLog().WarningWithNL("a program for the user did not start: %S", outcome.reason);
+    return static_cast<bool>(outcome);
   });
 }

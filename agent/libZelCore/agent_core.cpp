@@ -6,7 +6,7 @@
 
 #include "agent/libZel/absence_limit.h"
 #include "agent/libZel/archive_limits.h"
-#include "agent/libZel/dialog_waits.h"
+#include "agent/libZel/proxy_waits.h"
 #include "agent/libZel/http_exchange.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/agent_core_parts.h"
@@ -175,7 +175,7 @@ std::string AgentCore::Serve() {
   auto server = std::make_unique<HttpServer>(
       core.settings, core.authenticator, core.actions, core.aliases, *pool,
       [&core](const InvocationRecord& record) { core.Audit(record); });
-  AllowDialogWaits();
+  AllowProxyWaits();
   server->Start();
   core.pool = std::move(pool);
   core.server = std::move(server);
@@ -187,7 +187,7 @@ std::string AgentCore::Serve() {
 void AgentCore::StopServing() {
   Implementation& core = *implementation_;
   if (!core.server) return;
-  EndDialogWaits();
+  EndProxyWaits();
   core.server->Stop();
   core.pool->Stop();
   core.server.reset();

@@ -57,6 +57,6 @@ void UserTexts::NoteUnknown(const std::string& key) {
 std::string AskProxyForLanguage(const std::string& pipe) {
   XmlProxyClient client;
   if (!client.Initialise(pipe, kAskTimeoutMs, XmlProxyClient::kUserSession)) return {};
-  const SessionInfo session = AskSession(client);
+  const SessionInfo session = SessionOf(client);
   return session.outcome ? std::string(session.language.Utf8()) : std::string();
 }

@@ -70,8 +70,7 @@ struct Connected {
 };
 
 /// Connects to who listens at `pipe`. Fails at once where nobody does, and where the listener is
-/// not whom the pipe belongs to. The channel watches `stop`, if there is one; connecting, which
-/// takes no longer than its deadline, does not.
+/// not whom the pipe belongs to. Connecting and the channel watch `stop`, if there is one.
 Connected Connect(const std::string& pipe, Deadline deadline,
                   std::shared_ptr<StopSignal> stop = nullptr);
 

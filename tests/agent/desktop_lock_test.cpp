@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,6 +13,18 @@
 #include "tests/agent/test_pipe.h"
 
 using Lock = ProxyDesktopLockManager;
+using proxy_protocol::Message;
+
+namespace {
+
+/// The answer to another request, after which nothing that comes over the connection counts.
+std::optional<Message> Astray(const Message& request) {
+  Message reply = ReplyTo(request);
+  reply.id += 1000;
+  return reply;
+}
+
+}  // namespace
 
 TEST(DesktopLock, StaysAsLongAsItIsWanted) {
   const TestPipe pipe;
@@ -50,6 +64,73 @@ TEST(DesktopLock, IsTakenAnewFromTheNextProxy) {
   EXPECT_TRUE(Lock::Lock(pipe.Name())) << "without a call in between";
   EXPECT_TRUE(proxy->HasLock());
   EXPECT_TRUE(Lock::Unlock(pipe.Name()));
+}
+
+TEST(DesktopLock, StaysWhenAnAnswerGoesAstray) {
+  const TestPipe pipe;
+  std::atomic<bool> isAstray = false;
+  const ScriptedProxy proxy(pipe.Name(), [&](const Message& request) {
+    return request.name == "lock-text" && isAstray.exchange(false) ? Astray(request) : std::nullopt;
+  });
+  ASSERT_TRUE(Lock::Lock(pipe.Name()));
+  isAstray = true;
+  EXPECT_TRUE(Lock::SetMessage(pipe.Name(), "Title", "Text"));
+  EXPECT_TRUE(proxy.WaitUntil([&] { return proxy.Connections() == 1; }));
+  EXPECT_TRUE(proxy.HasLock()) << "the new connection holds it";
+  EXPECT_EQ(proxy.Count("lock"), 2u);
+  EXPECT_EQ(proxy.Count("session"), 2u);
+  EXPECT_TRUE(Lock::Unlock(pipe.Name()));
+  EXPECT_TRUE(proxy.WaitUntil([&] { return proxy.Connections() == 0; }));
+}
+
+TEST(DesktopLock, StaysWhileTheProxyAnswersNothing) {
+  const TestPipe pipe;
+  std::atomic<bool> isAstray = false;
+  const ScriptedProxy proxy(pipe.Name(), [&](const Message& request) {
+    return isAstray ? Astray(request) : std::nullopt;
+  });
+  ASSERT_TRUE(Lock::Lock(pipe.Name()));
+  isAstray = true;
+  EXPECT_FALSE(Lock::SetMessage(pipe.Name(), "Title", "Text"));
+  EXPECT_FALSE(Lock::Lock(pipe.Name()));
+  EXPECT_TRUE(proxy.WaitUntil([&] { return proxy.Connections() == 1; }));
+  EXPECT_TRUE(proxy.HasLock()) << "the connection that locked is still there";
+
+  isAstray = false;
+  EXPECT_TRUE(Lock::SetMessage(pipe.Name(), "Title", "Text"));
+  EXPECT_TRUE(proxy.WaitUntil([&] { return proxy.Connections() == 1; }));
+  EXPECT_TRUE(proxy.HasLock());
+
+  isAstray = true;
+  EXPECT_FALSE(Lock::Unlock(pipe.Name()));
+  EXPECT_TRUE(proxy.WaitUntil([&] { return proxy.Connections() == 0; }))
+      << "the proxy unlocks by itself";
+}
+
+TEST(DesktopLock, IsForgottenWhenItCannotBeTakenAgain) {
+  const TestPipe pipe;
+  std::atomic<bool> isBroken = false;
+  const ScriptedProxy proxy(pipe.Name(), [&](const Message& request) {
+    if (!isBroken) return std::optional<Message>();
+    if (request.name == "lock-text") return Astray(request);
+    return ScriptedProxy::Refuses("lock")(request);
+  });
+  ASSERT_TRUE(Lock::Lock(pipe.Name()));
+  isBroken = true;
+  EXPECT_FALSE(Lock::SetMessage(pipe.Name(), "Title", "Text"));
+  EXPECT_EQ(proxy.Count("lock-text"), 1u);
+  EXPECT_TRUE(proxy.WaitUntil([&] { return proxy.Connections() == 0; }));
+}
+
+TEST(DesktopLock, IsNotTakenFromTheNextProxyByAMessage) {
+  const TestPipe pipe;
+  auto proxy = std::make_unique<ScriptedProxy>(pipe.Name(), nullptr, 42);
+  ASSERT_TRUE(Lock::Lock(pipe.Name()));
+  proxy.reset();
+  proxy = std::make_unique<ScriptedProxy>(pipe.Name(), nullptr, 43);
+  EXPECT_FALSE(Lock::SetMessage(pipe.Name(), "Title", "Text"));
+  EXPECT_EQ(proxy->Count("lock"), 0u);
+  EXPECT_TRUE(proxy->WaitUntil([&] { return proxy->Connections() == 0; }));
 }
 
 TEST(DesktopLock, UnlocksWhatWasLockedBefore) {

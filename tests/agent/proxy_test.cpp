@@ -86,7 +86,7 @@ TEST(Proxy, TellsItsSession) {
   const TestProxy proxy;
   XmlProxyClient client;
   ASSERT_TRUE(client.Initialise(proxy.Pipe(), kTimeoutMs, XmlProxyClient::kUserSession));
-  const SessionInfo session = AskSession(client);
+  const SessionInfo session = SessionOf(client);
   ASSERT_TRUE(session.outcome) << session.outcome.reason.Utf8();
   EXPECT_EQ(session.userName, "alice");
   EXPECT_EQ(session.sessionId, "3");
@@ -104,7 +104,7 @@ TEST(Proxy, TellsWhyAProgramDoesNotRun) {
   EXPECT_GT(answer.outcome.code, 0);
   EXPECT_FALSE(answer.outcome.reason.IsEmpty());
   EXPECT_FALSE(RunInSession(client, std::string("a\0b", 3)));
-  EXPECT_TRUE(AskSession(client).outcome) << "the connection goes on";
+  EXPECT_TRUE(client.GetConnection()->Ask("session", {}).reply) << "the connection goes on";
 }
 
 TEST(Proxy, AnswersARequestThatItDoesNotKnow) {
@@ -139,7 +139,7 @@ TEST(Proxy, ServesManyAtOnce) {
       XmlProxyClient client;
       if (!client.Initialise(proxy.Pipe(), kTimeoutMs, XmlProxyClient::kUserSession)) return;
       for (int j = 0; j < 20; ++j) {
-        if (AskSession(client).userName == "alice") ++good;
+        if (client.GetConnection()->Ask("session", {}).reply) ++good;
       }
     });
   }
@@ -170,8 +170,8 @@ TEST(Proxy, TurnsAwayOneTooMany) {
   ASSERT_TRUE(first.Initialise(proxy.Pipe(), kTimeoutMs, XmlProxyClient::kUserSession));
   ASSERT_TRUE(second.Initialise(proxy.Pipe(), kTimeoutMs, XmlProxyClient::kUserSession));
   EXPECT_FALSE(third.Initialise(proxy.Pipe(), kTimeoutMs, XmlProxyClient::kUserSession));
-  EXPECT_TRUE(AskSession(first).outcome);
-  EXPECT_TRUE(AskSession(second).outcome);
+  EXPECT_TRUE(first.GetConnection()->Ask("session", {}).reply);
+  EXPECT_TRUE(second.GetConnection()->Ask("session", {}).reply);
 }
 
 TEST(Proxy, EndsAConnectionThatMakesNoSense) {
@@ -200,7 +200,7 @@ TEST(Proxy, EndsWhileConnectionsAreOpen) {
   const ProxyOutcome answer = AskToRun(client, "program");
   EXPECT_FALSE(answer.wasAsked);
   EXPECT_FALSE(answer.outcome);
-  EXPECT_FALSE(AskSession(client).outcome) << "and stays broken";
+  EXPECT_FALSE(SessionOf(client).outcome) << "and stays broken";
 }
 
 TEST(Proxy, DoesNotListenWhereOneListens) {
@@ -284,9 +284,9 @@ TEST(XmlProxyClient, RefusesAListenerThatIsNoProxy) {
   }
 }
 
-TEST(AskSession, FailsWithoutAConnection) {
+TEST(SessionOf, FailsWithoutAConnection) {
   XmlProxyClient client;
-  EXPECT_FALSE(AskSession(client).outcome);
+  EXPECT_FALSE(SessionOf(client).outcome);
   EXPECT_FALSE(AskToRun(client, "program").wasAsked);
   EXPECT_FALSE(RunInSession(client, "program"));
 }

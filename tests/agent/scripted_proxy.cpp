@@ -78,6 +78,11 @@ void ScriptedProxy::ForgetShows() {
   for (auto& [number, dialog] : dialogs_) dialog.show.reset();
 }
 
+void ScriptedProxy::Hang() {
+  const std::lock_guard lock(mutex_);
+  hangs_ = true;
+}
+
 bool ScriptedProxy::IsOpen(uint32_t dialog) const {
   const std::lock_guard lock(mutex_);
   const auto found = dialogs_.find(dialog);
@@ -131,8 +136,11 @@ void ScriptedProxy::Serve(Connection& connection) {
 void ScriptedProxy::Answer(Connection& connection, const Message& request) {
   const std::lock_guard lock(mutex_);
   requests_.push_back(request);
-  std::optional<Message> reply = script_ ? script_(request) : std::nullopt;
-  if (!reply) reply = Handle(connection, request);
+  std::optional<Message> reply;
+  if (!hangs_) {
+    reply = script_ ? script_(request) : std::nullopt;
+    if (!reply) reply = Handle(connection, request);
+  }
   if (reply) Reply(connection, *reply);
   changed_.notify_all();
 }

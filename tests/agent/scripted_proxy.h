@@ -36,6 +36,8 @@ class ScriptedProxy {
   void End(uint32_t dialog, unsigned int button);
   /// `Show` is not answered any more.
   void ForgetShows();
+  /// From now on requests are taken and not answered.
+  void Hang();
 
   bool IsOpen(uint32_t dialog) const;
   bool IsShown(uint32_t dialog) const;
@@ -82,6 +84,7 @@ class ScriptedProxy {
   std::list<Connection> connections_;
   std::map<uint32_t, Dialog> dialogs_;
   std::vector<Message> requests_;
+  bool hangs_ = false;
   std::list<std::thread> threads_;
   std::thread accepting_;
 };

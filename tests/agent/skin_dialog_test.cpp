@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "agent/libZel/dialog_memory.h"
-#include "agent/libZel/dialog_waits.h"
+#include "agent/libZel/proxy_waits.h"
 #include "agent/libZel/native_path.h"
 #include "tests/agent/scripted_proxy.h"
 #include "tests/agent/temporary_directory.h"
@@ -350,7 +350,7 @@ TEST_F(SkinDialogTest, EndsWhenTheAgentStops) {
   std::future<bool> show = ShowAndWait();
   ASSERT_TRUE(WaitUntilShown());
 
-  EndDialogWaits();
+  EndProxyWaits();
   ASSERT_TRUE(IsOver(show));
   EXPECT_TRUE(show.get());
   EXPECT_TRUE(proxy_->WaitUntil([this] { return !proxy_->IsOpen(1) && !proxy_->IsOpen(2); }));
@@ -360,7 +360,7 @@ TEST_F(SkinDialogTest, EndsWhenTheAgentStops) {
   const Dialog late = Make(pipe_.Name(), error);
   EXPECT_TRUE(error);
 
-  AllowDialogWaits();
+  AllowProxyWaits();
   error = false;
   const Dialog next = Make(pipe_.Name(), error);
   EXPECT_TRUE(next->IsInitialised(error));

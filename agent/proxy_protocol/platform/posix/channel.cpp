@@ -143,15 +143,17 @@ Descriptor MakeSocket() {
   return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
-// 0 or the error. A full queue of the listener is waited for.
-int ConnectSocket(int socket, const sockaddr_un& address, Deadline deadline) {
+// 0 or the error, ECANCELED when `stop` (where >= 0) is raised. A full queue of the listener is
+// waited for.
+int ConnectSocket(int socket, const sockaddr_un& address, int stop, Deadline deadline) {
   for (;;) {
     if (::connect(socket, Generic(address), sizeof address) == 0) return 0;
     if (errno == EINTR) continue;
     if (errno != EAGAIN) return errno;
     const int left = RemainingMs(deadline);
     if (left == 0) return ETIMEDOUT;
-    ::poll(nullptr, 0, std::min(left, kTryAgainMs));
+    pollfd watched{stop, POLLIN, 0};
+    if (::poll(&watched, 1, std::min(left, kTryAgainMs)) > 0) return ECANCELED;
   }
 }
 
@@ -226,7 +228,7 @@ void RemoveStale(const std::string& path, const sockaddr_un& address) {
   if (status.st_uid != ::geteuid()) Refuse(path, "the socket there belongs to somebody else");
   const Descriptor socket = MakeSocket();
   if (!socket) Refuse(path, ErrorText(errno));
-  const int error = ConnectSocket(socket.Get(), address, std::chrono::steady_clock::now());
+  const int error = ConnectSocket(socket.Get(), address, -1, std::chrono::steady_clock::now());
   if (error == 0 || error == ETIMEDOUT) RefuseSecond(path);
   if (error != ECONNREFUSED) Refuse(path, ErrorText(error));
   if (::unlink(path.c_str()) != 0) Refuse(path, ErrorText(errno));
@@ -323,7 +325,9 @@ Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<St
 
   Descriptor socket = MakeSocket();
   if (!socket) return {nullptr, Failed("making a socket", errno)};
-  const int error = ConnectSocket(socket.Get(), *address, deadline);
+  const int error =
+      ConnectSocket(socket.Get(), *address, stop ? stop->Get().descriptor : -1, deadline);
+  if (error == ECANCELED) return {nullptr, {Result::Status::kStopped, "stopped"}};
   if (error == ETIMEDOUT) return {nullptr, {Result::Status::kTooLate, "no answer in time"}};
   if (error != 0) return {nullptr, Failed("connecting", error)};
   if (PeerOf(socket.Get()) != file.st_uid) {

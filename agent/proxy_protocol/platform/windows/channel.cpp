@@ -25,6 +25,7 @@ namespace {
 constexpr std::string_view kPipePrefix = R"(\\.\pipe\)";
 constexpr DWORD kBufferBytes = 64 * 1024;
 constexpr DWORD kLongestWaitMs = 0x7FFFFFFF;
+constexpr DWORD kTryAgainMs = 50;
 
 std::string ErrorText(DWORD error) {
   return std::system_category().message(static_cast<int>(error));
@@ -281,9 +282,12 @@ Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<St
     if (IsValid(handle)) return Trusted(pipe, std::move(handle), std::move(stop));
     const DWORD error = GetLastError();
     if (error != ERROR_PIPE_BUSY) return {nullptr, Failed("no proxy", error)};
+    if (stop && stop->Wait(Deadline::min()))
+      return {nullptr, {Result::Status::kStopped, "stopped"}};
     const DWORD left = RemainingMs(deadline);
-    // 0 would be the pipe's own default.
-    if (left == 0 || !WaitNamedPipeW(name.c_str(), left)) return {nullptr, TooLate()};
+    if (left == 0) return {nullptr, TooLate()};
+    // The system watches nothing else meanwhile.
+    WaitNamedPipeW(name.c_str(), std::min(left, kTryAgainMs));
   }
 }
 
