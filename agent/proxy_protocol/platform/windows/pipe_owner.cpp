@@ -78,6 +78,9 @@ std::wstring OwnSid() {
   return text;
 }
 
+// Judges by the process that made the pipe. Should that have gone while somebody else keeps its end
+// open, its number may be another process's by now. The owner of the pipe itself would tell; Wine
+// names none that matches the maker's account.
 PipeOwner OwnerOf(HANDLE pipe) {
   PipeOwner owner;
   ULONG process = 0;
