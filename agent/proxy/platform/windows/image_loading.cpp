@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <stdexcept>
 #include <system_error>
 
@@ -19,6 +20,7 @@ namespace {
 
 constexpr int64_t kMaxFileBytes = 16 * 1024 * 1024;
 constexpr unsigned kMaxSide = 8192;
+constexpr uint64_t kMaxPixels = 32'000'000;
 constexpr unsigned kMaxShownWidth = 320;
 constexpr unsigned kMaxShownHeight = 240;
 // Displays have up to three times 96 dots per inch, as a rule.
@@ -112,7 +114,8 @@ Picture LoadPicture(const std::string& path) {
   Size size{};
   Check(frame->GetSize(&size.width, &size.height), "the image is damaged");
   if (size.width == 0 || size.height == 0) throw std::runtime_error("the image is empty");
-  if (size.width > kMaxSide || size.height > kMaxSide) {
+  const bool isHuge = uint64_t{size.width} * size.height > kMaxPixels;
+  if (isHuge || size.width > kMaxSide || size.height > kMaxSide) {
     throw std::runtime_error("the image has too many pixels");
   }
 
