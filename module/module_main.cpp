@@ -22,8 +22,8 @@ constexpr const char* kBuildTag = "121004r";
 constexpr const char* kBuildDate = "Oct  4 2012";
 constexpr const char* kBuildTime = "17:35:35";
 
-// What all actions share and outlives a call stands here, in one translation unit, so that the order
-// of construction and destruction is the order of these lines.
+// What all actions share and outlives a call stands here, in one translation unit, so that the
+// order of construction and destruction is the order of these lines.
 ZelDebug moduleLogger(kName, kDescription);
 ZelString moduleDataDirectory;
 ZelString moduleIniPath;

@@ -6,9 +6,9 @@
 
 #include "agent/libZel/absence_limit.h"
 #include "agent/libZel/archive_limits.h"
-#include "agent/libZel/proxy_waits.h"
 #include "agent/libZel/http_exchange.h"
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/proxy_waits.h"
 #include "agent/libZelCore/agent_core_parts.h"
 #include "agent/libZelCore/core_actions.h"
 #include "agent/libZelCore/core_log.h"

@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "agent/libZel/dialog_memory.h"
-#include "agent/libZel/proxy_waits.h"
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/proxy_waits.h"
 #include "tests/agent/scripted_proxy.h"
 #include "tests/agent/temporary_directory.h"
 #include "tests/agent/test_pipe.h"
