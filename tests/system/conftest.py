@@ -22,6 +22,19 @@ PLATFORMS = ("linux", "windows")
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "first: begins what goes on beside all other tests")
+    config.addinivalue_line("markers", "last: waits for what a first one began")
+
+
+@pytest.hookimpl(trylast=True)
+def pytest_collection_modifyitems(items):
+    def position(item):
+        return bool(item.get_closest_marker("last")) - bool(item.get_closest_marker("first"))
+
+    items.sort(key=position)
+
+
 @pytest.fixture(scope="session", params=PLATFORMS)
 def platform(request):
     return request.param

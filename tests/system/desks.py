@@ -13,7 +13,7 @@ import tempfile
 import pytest
 
 from agents import ROOT, START_TIMEOUT_S, Agent, agent_path, clean_environment
-from mock_logind import MockLogind
+from mock_logind import MockLogind, end_programs, wait_listening
 from proxy import Proxy
 from screen_reader import read_screen
 from screens import TwoMonitors, wait_until
@@ -39,39 +39,51 @@ class Desk:
         """`directory` has a short path and is empty."""
         self.platform = platform
         self.directory = directory
-        self.screen = TwoMonitors(directory)
-        self.environment = {"DISPLAY": self.screen.display, "LC_ALL": "en_US.UTF-8",
-                            "XDG_SESSION_TYPE": "x11"}
         self.agents = []
         self.proxy = None
         self.pipe = None
-        if platform == "windows":
+        self.ending = contextlib.ExitStack()
+        try:
+            self.make()
+        except BaseException:
+            self.end()
+            raise
+
+    def make(self):
+        self.screen = TwoMonitors(self.directory)
+        self.ending.callback(self.screen.stop)
+        self.environment = {"DISPLAY": self.screen.display, "LC_ALL": "en_US.UTF-8",
+                            "XDG_SESSION_TYPE": "x11"}
+        if self.platform == "windows":
             # Wine ties all windows of a prefix to the screen that the first one was on.
-            self.environment["ZEL_WINEPREFIX"] = str(directory / "prefix")
+            self.environment["ZEL_WINEPREFIX"] = str(self.directory / "prefix")
+            self.ending.callback(self.end_prefix)
             self.make_prefix()
         else:
-            (directory / "bus").mkdir()
-            self.logind = MockLogind(directory / "bus")
+            (self.directory / "bus").mkdir()
+            self.logind = MockLogind(self.directory / "bus")
+            self.ending.callback(self.logind.stop)
             self.environment |= self.logind.environment | self.start_session_bus()
             self.log_on()
+        self.ending.callback(self.end_proxy)
         self.start_proxy()
+        self.ending.callback(lambda: [agent.kill() for agent in self.agents])
         self.agent = self.start_agent()
 
     def end(self):
-        for agent in self.agents:
-            agent.kill()
-        self.end_proxy()
-        self.screen.stop()
-        if self.platform == "windows":
-            self.wine_run("--stop")
-            # Its files appear until its last program has gone.
-            wait_until(lambda: not shutil.rmtree(self.directory / "prefix", ignore_errors=True)
-                       and not (self.directory / "prefix").exists(), START_TIMEOUT_S,
-                       "Wine to leave its prefix")
-        else:
-            self.session_bus.terminate()
-            self.session_bus.wait(START_TIMEOUT_S)
-            self.logind.stop()
+        self.ending.close()
+
+    def end_prefix(self):
+        self.wine_run("--stop")
+        # Its files appear until its last program has gone.
+        wait_until(lambda: not shutil.rmtree(self.directory / "prefix", ignore_errors=True)
+                   and not (self.directory / "prefix").exists(), START_TIMEOUT_S,
+                   "Wine to leave its prefix")
+
+    def end_session_bus(self):
+        self.session_bus.terminate()
+        self.session_bus.wait(START_TIMEOUT_S)
+        end_programs(self.directory / "run")
 
     def wine_run(self, *arguments, **environment):
         subprocess.run([ROOT / "scripts/wine-run", *arguments], check=True,
@@ -98,7 +110,8 @@ class Desk:
             ["dbus-daemon", "--session", "--nofork", "--nopidfile", f"--address=unix:path={socket}"],
             env=clean_environment(**(self.environment | environment)), stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        wait_until(socket.exists, what="the session's bus")
+        self.ending.callback(self.end_session_bus)
+        wait_listening(socket)
         return environment
 
     def read_screen(self):
@@ -180,11 +193,13 @@ class Desk:
 @contextlib.contextmanager
 def new_desk(platform):
     directory = pathlib.Path(tempfile.mkdtemp(prefix="zeldesk"))
-    made = Desk(platform, directory)
     try:
-        yield made
+        made = Desk(platform, directory)
+        try:
+            yield made
+        finally:
+            made.end()
     finally:
-        made.end()
         shutil.rmtree(directory)
 
 

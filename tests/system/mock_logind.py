@@ -1,5 +1,10 @@
 """A stand-in for systemd-logind on a message bus of its own."""
 
+import contextlib
+import os
+import pathlib
+import signal
+import socket
 import subprocess
 
 import dbus.bus
@@ -30,6 +35,32 @@ BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration
 """
 
 
+def wait_listening(path):
+    """Waits for a listener at a socket: the socket itself is there a moment earlier."""
+    def is_listening():
+        with socket.socket(socket.AF_UNIX) as caller:
+            return caller.connect_ex(str(path)) == 0
+
+    wait_until(is_listening, START_TIMEOUT_S, f"a listener at {path}")
+
+
+def end_programs(run_time_directory):
+    """Ends what still runs in a session, as systemd does when its user has logged off: programs for
+    accessibility may outlive the windows that asked for them."""
+    mark = f"XDG_RUNTIME_DIR={run_time_directory}\0".encode()
+
+    def killed():
+        found = []
+        for process in pathlib.Path("/proc").glob("[0-9]*"):
+            with contextlib.suppress(OSError):
+                if mark in (process / "environ").read_bytes():
+                    os.kill(int(process.name), signal.SIGKILL)
+                    found.append(process)
+        return found
+
+    wait_until(lambda: not killed(), START_TIMEOUT_S, "the session's programs to end")
+
+
 class MockLogind:
     def __init__(self, directory):
         """`directory` has a short path and is empty."""
@@ -46,7 +77,7 @@ class MockLogind:
         config = directory / "bus.conf"
         config.write_text(BUS.format(socket=directory / "bus"))
         self._run(["dbus-daemon", "--nofork", "--nopidfile", f"--config-file={config}"])
-        wait_until((directory / "bus").exists, START_TIMEOUT_S, "the bus")
+        wait_listening(directory / "bus")
         self._run(["/usr/bin/python3", "-m", "dbusmock", "--system", "--template", "logind"])
         self.bus = dbus.bus.BusConnection(self.address, mainloop=dbus.mainloop.NULL_MAIN_LOOP)
         wait_until(lambda: self.bus.name_has_owner(NAME), START_TIMEOUT_S, "the stand-in's name")

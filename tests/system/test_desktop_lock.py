@@ -57,7 +57,7 @@ def wait_free(desk):
     wait_until(lambda: is_free(desk), what="a free screen")
 
 
-@pytest.fixture(scope="module")
+@pytest.fixture(scope="session")
 def abandoned_lock():
     """A lock of a desk of its own, whose agent is killed now: after how many seconds it has gone."""
     # What measures the time is the same on all platforms. Half a minute is long for one test: the
@@ -80,8 +80,8 @@ def abandoned_lock():
         yield watcher.submit(wait_free)
 
 
-@ON_LINUX
-def test_a_lock_stays_when_its_agent_is_killed(platform, abandoned_lock):
+@pytest.mark.first
+def test_a_lock_stays_when_its_agent_is_killed(abandoned_lock):
     assert not abandoned_lock.done()
 
 
@@ -256,6 +256,6 @@ def test_an_agent_that_stops_frees_the_screen_in_time(desk, typewriter):
     wait_free(desk)
 
 
-@ON_LINUX
-def test_a_lock_whose_agent_was_killed_goes_in_time(platform, abandoned_lock):
+@pytest.mark.last
+def test_a_lock_whose_agent_was_killed_goes_in_time(abandoned_lock):
     assert 25 < abandoned_lock.result(45) < 33
