@@ -282,7 +282,7 @@ Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<St
     if (IsValid(handle)) return Trusted(pipe, std::move(handle), std::move(stop));
     const DWORD error = GetLastError();
     if (error != ERROR_PIPE_BUSY) return {nullptr, Failed("no proxy", error)};
-    if (stop && stop->Wait(Deadline::min()))
+    if (stop && stop->Wait(After(std::chrono::milliseconds(0))))
       return {nullptr, {Result::Status::kStopped, "stopped"}};
     const DWORD left = RemainingMs(deadline);
     if (left == 0) return {nullptr, TooLate()};
