@@ -269,11 +269,13 @@ TEST(ProxyDialog, GoesWithItsConnection) {
   EXPECT_EQ(other.WhyNot("dialog-show", NumberOf(kept)), "");
 
   caller.HangUp();
-  while (desktop.Closed().size() < 2) std::this_thread::yield();
+  while (desktop.CountOpen() > 1) std::this_thread::yield();
   EXPECT_FALSE(desktop.IsOpen(id));
   EXPECT_EQ(desktop.CountOpen(), 1u) << "the other connection's";
-  for (const std::string& gone : {waiting, shown, made})
+  for (const std::string& gone : {waiting, shown, made}) {
+    while (other.WhyNot("dialog-state", NumberOf(gone)).empty()) std::this_thread::yield();
     EXPECT_THAT(other.WhyNot("dialog-state", NumberOf(gone)), HasSubstr("no dialog"));
+  }
 }
 
 TEST(ProxyDialog, GoesWithTheProxy) {
