@@ -1,24 +1,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
-#include "agent/zelctl/agent_client.h"
 #include "agent/zelctl/command_line_text.h"
-#include "agent/zelctl/failure.h"
 #include "agent/zelctl/interruption.h"
 #include "agent/zelctl/local_file.h"
 #include "agent/zelctl/process_commands.h"
 #include "agent/zelctl/process_output.h"
 #include "agent/zelctl/script_command.h"
 #include "tests/agent/temporary_directory.h"
-#include "tests/agent/test_http_server.h"
+#include "tests/agent/zelctl_agent.h"
 
 namespace {
 
@@ -27,57 +23,18 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::StartsWith;
 
-constexpr char kGood[] = R"({"code":0,"container":{}})";
-constexpr char kFailed[] = R"({"code":1,"container":{}})";
 constexpr char kDirectories[] =
     R"({"code":0,"container":{"DataDirectory":"/data/","ConfigDirectory":"/config/"}})";
 
-/// The `Failure` that `run` throws.
-template <typename Run>
-Failure FailureOf(Run run) {
-  try {
-    run();
-  } catch (const Failure& failure) {
-    return failure;
-  }
-  ADD_FAILURE() << "nothing was thrown";
-  return {ExitStatus::kSuccess, ""};
-}
-
-/// An agent that answers each action with the reply set for it, else with success and nothing.
-class ZelctlPrograms : public testing::Test {
+class ZelctlPrograms : public ZelctlTest {
  protected:
-  ZelctlPrograms()
-      : server_([this](const TestHttpRequest& request) {
-          const std::string action = request.target.substr(std::string("/v1/actions/").size());
-          actions_.push_back(action);
-          bodies_.push_back(request.body);
-          if (action == interruptedAction_) {
-            // Not SIGINT, which is ignored where the tests run in the background.
-            std::raise(SIGTERM);
-            interruptedAction_.clear();
-            return TestHttpAnswer{200, {}, kGood, 1};
-          }
-          const auto reply = replies_.find(action);
-          return TestHttpAnswer{200, {}, reply == replies_.end() ? kGood : reply->second};
-        }),
-        client_({server_.Url(""), "admin", "secret", ""}) {}
-
   std::string LocalScript(const std::string& bytes) {
     const std::filesystem::path file = directory_.Native() / "job.mlx";
     std::ofstream(file, std::ios::binary) << bytes;
     return PathText(file);
   }
 
-  // Written by the server's thread while a request waits, read between requests.
-  std::vector<std::string> actions_;
-  std::vector<std::string> bodies_;
-  std::map<std::string, std::string> replies_;
-  std::string interruptedAction_;
-
   TemporaryDirectory directory_;
-  TestHttpServer server_;
-  AgentClient client_;
 };
 
 TEST(ZelctlCommandLine, JoinsPlainArgumentsWithBlanks) {

@@ -11,11 +11,10 @@
 
 #include "agent/zelctl/agent_client.h"
 #include "agent/zelctl/backup_commands.h"
-#include "agent/zelctl/failure.h"
 #include "agent/zelctl/listing_output.h"
 #include "agent/zelctl/relay_commands.h"
 #include "agent/zelctl/transfer_progress.h"
-#include "tests/agent/test_http_server.h"
+#include "tests/agent/zelctl_agent.h"
 
 namespace {
 
@@ -25,25 +24,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-constexpr char kGood[] = R"({"code":0,"container":{}})";
-constexpr char kFailed[] = R"({"code":1,"container":{}})";
 constexpr char kRelay[] =
     R"({"code":0,"container":{"Values":{"ParentName":"relay.test","ParentPort":7461,"ParentGuid":"g-1"}}})";
 constexpr char kAddress[] = R"({"code":0,"container":{"IPAddress":"10.0.0.5"}})";
 constexpr char kParams[] =
     R"({"code":0,"container":{"Values":{"Port":7460,"Address":"0.0.0.0","Ssl":false}}})";
-
-/// The `Failure` that `run` throws.
-template <typename Run>
-Failure FailureOf(Run run) {
-  try {
-    run();
-  } catch (const Failure& failure) {
-    return failure;
-  }
-  ADD_FAILURE() << "nothing was thrown";
-  return {ExitStatus::kSuccess, ""};
-}
 
 std::string Work(int id, const std::string& kind, const std::string& name,
                  const std::string& failure, bool isRunning = false) {

@@ -1,15 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <csignal>
-#include <map>
 #include <string>
 #include <vector>
 
-#include "agent/zelctl/agent_client.h"
-#include "agent/zelctl/failure.h"
 #include "agent/zelctl/user_commands.h"
-#include "tests/agent/test_http_server.h"
+#include "tests/agent/zelctl_agent.h"
 
 namespace {
 
@@ -18,44 +14,14 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-constexpr char kGood[] = R"({"code":0,"container":{}})";
-constexpr char kFailed[] = R"({"code":1,"container":{}})";
 constexpr char kPrivacy[] = R"({"code":12,"container":{}})";
 
 std::string Answer(const std::string& key, int value) {
   return R"({"code":0,"container":{")" + key + "\":" + std::to_string(value) + "}}";
 }
 
-/// The `Failure` that `run` throws.
-template <typename Run>
-Failure FailureOf(Run run) {
-  try {
-    run();
-  } catch (const Failure& failure) {
-    return failure;
-  }
-  ADD_FAILURE() << "nothing was thrown";
-  return {ExitStatus::kSuccess, ""};
-}
-
-/// An agent that answers each action with the reply set for it, else with success and nothing.
-class ZelctlUser : public testing::Test {
+class ZelctlUser : public ZelctlTest {
  protected:
-  ZelctlUser()
-      : server_([this](const TestHttpRequest& request) {
-          const std::string action = request.target.substr(std::string("/v1/actions/").size());
-          actions_.push_back(action);
-          bodies_.push_back(request.body);
-          if (action == interruptedAction_) {
-            // Not SIGINT, which is ignored where the tests run in the background.
-            std::raise(SIGTERM);
-            return TestHttpAnswer{200, {}, kGood, 1};
-          }
-          const auto reply = replies_.find(action);
-          return TestHttpAnswer{200, {}, reply == replies_.end() ? kGood : reply->second};
-        }),
-        client_({server_.Url(""), "admin", "secret", ""}) {}
-
   /// What is said when the person is asked and the agent answers so.
   Result Asked(const std::string& reply) {
     replies_["CoreUtilsCheckClientAccept"] = reply;
@@ -66,15 +32,6 @@ class ZelctlUser : public testing::Test {
     replies_["CoreUtilsAdvanceDialog"] = Answer("Result", answer);
     return AskInDialog(client_, options);
   }
-
-  // Written by the server's thread while a request waits, read between requests.
-  std::vector<std::string> actions_;
-  std::vector<std::string> bodies_;
-  std::map<std::string, std::string> replies_;
-  std::string interruptedAction_;
-
-  TestHttpServer server_;
-  AgentClient client_;
 };
 
 TEST_F(ZelctlUser, LocksWithAMessageOrWithout) {
