@@ -344,11 +344,11 @@ TEST(ProxyDialog, AreNotTooMany) {
   ProxyCaller one(proxy.Pipe());
   EXPECT_THAT(one.WhyNot("dialog-create", fields), HasSubstr("there are too many dialogs"));
 
-  EXPECT_EQ(one.WhyNot("dialog-close", NumberOf("1")), "");
+  EXPECT_EQ(one.WhyNot("dialog-close", AwaitOf("1")), "");
   const std::string last = one.Create();
   EXPECT_THAT(callers[0].WhyNot("dialog-create", fields), HasSubstr("there are too many dialogs"));
   EXPECT_EQ(one.WhyNot("dialog-state", NumberOf("1")), "") << "it made room for none";
-  EXPECT_EQ(one.WhyNot("dialog-close", NumberOf(last)), "");
+  EXPECT_EQ(one.WhyNot("dialog-close", AwaitOf(last)), "");
   EXPECT_EQ(callers[0].WhyNot("dialog-create", fields), "") << "one that has ended makes room";
   EXPECT_THAT(one.WhyNot("dialog-state", NumberOf("1")), HasSubstr("no dialog 1"));
 }
