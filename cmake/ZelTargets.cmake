@@ -38,11 +38,11 @@ function(zel_use_boost target)
 endfunction()
 
 function(zel_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE zel_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
-                       PROPERTIES TIMEOUT 120 LABELS ${name})
+                       PROPERTIES TIMEOUT 120 LABELS ${name} ${ARG_PROPERTIES})
 endfunction()
 
 # Gives a program or library of the Windows build its version resource. The resource compiler is kept
