@@ -18,3 +18,8 @@ inline ResultCode InvokeAt(const ZelString* agent, const ZelString& url, const Z
                            ZelContainer* container) {
   return ActionDbInvokeContainer(agent, url, action, container, nullptr, ~0U, ~0U, false);
 }
+
+/// An action of the master server.
+inline ResultCode InvokeOnMaster(const ZelString& action, ZelContainer* container) {
+  return InvokeContainerToMasterWithTempTunnel(action, container, nullptr, nullptr, ~0U, ~0U);
+}

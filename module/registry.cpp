@@ -17,6 +17,7 @@
 #include "actions/relay/backup_restore.h"
 #include "actions/relay/relay_upload.h"
 #include "actions/relay/web_start.h"
+#include "actions/tasks/helpdesk_tasks.h"
 #include "actions/user/connection_acknowledgement.h"
 #include "actions/user/desktop_lock.h"
 #include "actions/user/dialogs.h"
@@ -74,6 +75,11 @@ constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsUnlockDesktop ()", CoreUtilsUnlockDesktop},
     {"CoreUtilsRestoreDesktopLockState ()", CoreUtilsRestoreDesktopLockState},
     {"CoreUtilsFileMD5 ()", CoreUtilsFileMD5},
+    {"CoreUtilsCreateTask ()", CoreUtilsCreateTask},
+    {"CoreUtilsCloseTask ()", CoreUtilsCloseTask},
+    {"CoreUtilsTaskAddNote ()", CoreUtilsTaskAddNote},
+    {"CoreUtilsTaskGetList ()", CoreUtilsTaskGetList},
+    {"CoreUtilsCheckTask ()", CoreUtilsCheckTask},
     {"CoreUtilsCopyFileToRelay ()", CoreUtilsCopyFileToRelay},
     {"CoreUtilsRestoreBackupFromRelay ()", CoreUtilsRestoreBackupFromRelay},
     {"CoreUtilsRestoreBackup ()", CoreUtilsRestoreBackup},
@@ -98,7 +104,7 @@ constexpr bool NamesAreUnique() {
   return true;
 }
 
-static_assert(kActions.size() == 36);
+static_assert(kActions.size() == 41);
 static_assert(NamesAreUnique());
 
 /// What the core calls for a row: the handler, behind a wall that no exception passes.

@@ -172,6 +172,11 @@ void ZelAgentGetTranslation(const ZelString& key, const ZelString& language, Zel
   });
 }
 
+const Settings* CurrentSettings() {
+  const AgentCore::Implementation* const core = ServedCore();
+  return core ? &core->settings : nullptr;
+}
+
 ZelDebugContext* ZelAgentGetDebugContext() {
   AgentCore::Implementation* const core = ServedCore();
   return core ? &core->context : nullptr;

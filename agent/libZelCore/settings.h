@@ -103,7 +103,13 @@ struct Settings {
   ArchiveLimits archiveLimits;
 
   // [master]
-  std::string masterAddress;
+  std::string masterAddress;          ///< empty: none, or this agent itself where it is one
+  uint32_t masterTimeoutMs = 60'000;  ///< of one invocation
+  bool isMaster = false;              ///< loads the task database
+  std::string masterDatabase;         ///< see TaskStoreOptions; empty: an embedded one below data/
+  uint32_t masterConnections = 8;     ///< to the database
+  uint32_t masterMaxListed = 200;     ///< tasks in one list
+  bool listsOwnDeviceOnly = false;    ///< agents see the tasks of their device, not the fleet's
 
   // [proxy]
   std::string proxyPipe;   ///< where the user-session proxy listens; empty: look for it
@@ -132,3 +138,6 @@ SettingsResult ParseSettings(std::string_view text, const std::filesystem::path&
 /// Reads the configuration; a missing file gives the defaults. Relative file names are resolved
 /// against the directory of `iniFile`. Never throws.
 SettingsResult LoadSettings(const std::filesystem::path& iniFile);
+
+/// The configuration of the agent that runs in this process; null when none does.
+const Settings* CurrentSettings();

@@ -220,6 +220,12 @@ std::string SetArchiveNames(SettingsTarget& target, const std::string& value) {
   return {};
 }
 
+std::string SetVisibility(SettingsTarget& target, const std::string& value) {
+  if (value != "fleet" && value != "device") return "is neither fleet nor device";
+  target.settings.listsOwnDeviceOnly = value == "device";
+  return {};
+}
+
 }  // namespace
 
 const std::vector<SettingsKey>& SettingsKeys() {
@@ -262,6 +268,12 @@ const std::vector<SettingsKey>& SettingsKeys() {
       {"archives", "max_ratio", LimitKey(&ArchiveLimits::maxRatio, 1000000)},
       {"archives", "names", SetArchiveNames},
       {"master", "address", SetMasterAddress},
+      {"master", "timeout_ms", NumberKey(&Settings::masterTimeoutMs, 1, kDayMs)},
+      {"master", "enabled", FlagKey(&Settings::isMaster)},
+      {"master", "database", TextKey(&Settings::masterDatabase)},
+      {"master", "connections", NumberKey(&Settings::masterConnections, 1, 1000)},
+      {"master", "max_listed", NumberKey(&Settings::masterMaxListed, 1, 10000)},
+      {"master", "visibility", SetVisibility},
       {"proxy", "pipe", TextKey(&Settings::proxyPipe)},
       {"proxy", "start", FlagKey(&Settings::proxyStart)},
       {"proxy", "absence_after_s", NumberKey(&Settings::absenceAfterS, 1, kDayMs / 1000)},
