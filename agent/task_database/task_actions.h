@@ -40,6 +40,7 @@ struct TaskService {
 /// What the actions work with from now on; null: they fail with code 1. Actions that run keep what
 /// they began with.
 void SetTaskService(std::shared_ptr<TaskService> service);
+std::shared_ptr<TaskService> CurrentTaskService();
 
 /// Opens a task.
 ///
@@ -61,14 +62,13 @@ void SetTaskService(std::shared_ptr<TaskService> service);
 uint32_t TrnDbCreateTask(ZelContainer* parameters);
 
 /// Closes the task `ObjectId` (Int32) for `_DB_ATTR_REQUESTEDBY_` (text), where that one may
-/// (task_rules.h). `GUID` (text) is checked and not used. Answers `Result`; false for a task that
-/// is closed already.
+/// (task_rules.h). Answers `Result`; false for a task that is closed already.
 uint32_t TrnDbCloseTask(ZelContainer* parameters);
 
 /// Adds the note `_DB_ATTR_NOTES_` (text, not empty) to the open task `ObjectId` (Int32) for
 /// `_DB_ATTR_REQUESTEDBY_` (text), where that one may (task_rules.h). The note's author is
 /// `_DB_ATTR_REQUESTEDBY_`; when that is empty the console user, or the agent where there is none.
-/// `GUID` (text) is checked and not used. Answers `Result`.
+/// Answers `Result`.
 uint32_t TrnDbTaskAddNote(ZelContainer* parameters);
 
 /// Lists tasks, the newest first: those whose requester, state ("open", "closed") and priority are
