@@ -230,12 +230,12 @@ class Agent:
 
 
 def copy_modules(platform, target):
-    """A modules directory with the agent's own modules and the tests' one."""
-    target.mkdir()
+    """A modules directory with the agent's own modules, those of a master and the tests' one."""
+    (target / "master").mkdir(parents=True)
     suffix = ".dll" if platform == "windows" else ".so"
-    for directory in ("modules", "test_modules"):
-        for module in (BUILDS[platform] / "bin" / directory).glob("*" + suffix):
-            shutil.copy(module, target)
+    for source, below in (("modules", "."), ("modules/master", "master"), ("test_modules", ".")):
+        for module in (BUILDS[platform] / "bin" / source).glob("*" + suffix):
+            shutil.copy(module, target / below)
     return target
 
 

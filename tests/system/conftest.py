@@ -12,6 +12,8 @@ from agents import Agent, agent_path, copy_modules, tls_context
 from backups import Backups
 from desks import new_desk
 from fleet import Authority, Fleet
+from helpdesk import DATABASES, Helpdesk
+from postgres import PostgresServer
 from proxy import Proxy
 from uploads import PAIRS, Place
 
@@ -97,6 +99,29 @@ def pair(fleet, request):
 @pytest.fixture(scope="module")
 def plain_pair(fleet, platform):
     return fleet.pair("plain", platform, platform)
+
+
+@pytest.fixture(scope="session")
+def postgres():
+    """A running server. What is lost when the machine goes down, tests do not ask for."""
+    server = PostgresServer(["fsync=off"])
+    try:
+        yield server.start()
+    finally:
+        server.remove()
+
+
+@pytest.fixture(scope="session")
+def helpdesk(fleet, postgres):
+    """Makes masters on both databases and their devices, and keeps them."""
+    made = Helpdesk(fleet, postgres)
+    yield made
+    assert made.end() == []
+
+
+@pytest.fixture(scope="module", params=DATABASES)
+def database(request):
+    return request.param
 
 
 @pytest.fixture

@@ -130,6 +130,17 @@ class Fleet:
         self.agents.append(agent)
         return agent.start() if is_started else agent
 
+    def make_master(self, mode="plain", database="", name="master", **options):
+        """A member that keeps the fleet's tasks; without `database` in a file below its home."""
+        settings = {"enabled": "yes", "max_listed": "10000", "database": database}
+        settings.update(options.pop("master", {}))
+        return self.make("linux", name, mode, master=settings, **options)
+
+    def make_device(self, platform, master, mode="plain", name="device", **options):
+        """A member whose tasks go to that master."""
+        settings = {"address": master.url, **options.pop("master", {})}
+        return self.make(platform, name, mode, master=settings, **options)
+
     def pair(self, mode, device_platform, relay_platform):
         """(device, relay), the same ones each time: the relay is the device's parent."""
         key = mode, device_platform, relay_platform
