@@ -21,5 +21,12 @@ struct CallingUser {
 constexpr const char* kCallingUserKey = "AgentCallingUser";
 
 /// Takes what another agent said about it out of the action's parameters. From anybody else that
-/// key is taken out and not believed.
+/// key is taken out and not believed. What is not of the form above, with a login of at most 256
+/// visible ASCII characters, counts as nothing said: no login, no administrator. Without an agent
+/// in this process all is empty.
 CallingUser TakeCallingUser(ZelContainer* parameters);
+
+/// The other half: says in a request to another agent for whom this one asks. What runs here for
+/// another agent is vouched for by nobody: that agent may say what it likes about its callers, but
+/// not in this one's name. A key that was there is gone then, and replaced otherwise.
+void SetCallingUser(ZelContainer* request);
