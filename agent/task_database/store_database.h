@@ -1,0 +1,21 @@
+#pragma once
+
+#include <memory>
+
+#include "agent/task_database/store_pool.h"
+
+/// The connections to one database.
+class StoreDatabase {
+ public:
+  virtual ~StoreDatabase() = default;
+  virtual ConnectionPool& Readers() = 0;
+  virtual ConnectionPool& Writers() = 0;
+};
+
+/// Make no connection yet.
+std::unique_ptr<StoreDatabase> MakeSqliteDatabase(const TaskStoreOptions& options);
+/// Throws StoreError when the options are no connection string.
+std::unique_ptr<StoreDatabase> MakePostgresDatabase(const TaskStoreOptions& options);
+
+/// Whether TaskStoreOptions::database means PostgreSQL.
+bool IsPostgres(const std::string& database);

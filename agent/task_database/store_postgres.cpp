@@ -1,0 +1,172 @@
+#include <libpq-fe.h>
+#include <poll.h>
+#include <soci/postgresql/soci-postgresql.h>
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+#include <utility>
+
+#include "agent/task_database/store_database.h"
+#include "agent/task_database/store_schema.h"
+#include "agent/task_database/store_text.h"
+
+namespace {
+
+constexpr Dialect kDialect = {
+    .smallIdentity = "INTEGER GENERATED ALWAYS AS IDENTITY PRIMARY KEY",
+    .bigIdentity = "BIGINT GENERATED ALWAYS AS IDENTITY PRIMARY KEY",
+    .countVersionTable = "SELECT COUNT(*) FROM pg_class WHERE oid = to_regclass('schema_version')",
+    // The number stands for this schema and means nothing else.
+    .lockSchema = "SELECT pg_advisory_xact_lock(7460110500)",
+    .lockRow = " FOR UPDATE",
+};
+
+/// The parameters of a connection, by libpq's names.
+using Parameters = std::map<std::string, std::string>;
+
+/// Throws StoreError. What libpq says of a string that it does not understand may hold a piece of
+/// the password, so it is not told.
+Parameters ParseParameters(const std::string& text) {
+  const std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)> options(
+      PQconninfoParse(text.c_str(), nullptr), &PQconninfoFree);
+  if (!options) throw StoreError("the connection string of the database is not well formed");
+
+  Parameters parameters;
+  for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
+    if (option->val != nullptr) parameters[option->keyword] = option->val;
+  }
+  return parameters;
+}
+
+std::string ConnectString(const Parameters& parameters) {
+  std::string text;
+  for (const auto& [name, value] : parameters) {
+    text += name + "='";
+    for (const char letter : value) {
+      if (letter == '\'' || letter == '\\') text += '\\';
+      text += letter;
+    }
+    text += "' ";
+  }
+  return text;
+}
+
+/// The parameters with those that the store relies on, and time-outs where none were given.
+Parameters Completed(Parameters parameters, uint32_t timeoutMs) {
+  parameters["client_encoding"] = "UTF8";
+  parameters.try_emplace("fallback_application_name", "zelagent");
+  // In seconds, libpq takes 1 for 2.
+  parameters.try_emplace("connect_timeout", std::to_string(std::max(timeoutMs / 1000, 2u)));
+  parameters.try_emplace("tcp_user_timeout", std::to_string(timeoutMs));
+  return parameters;
+}
+
+class PostgresConnection : public StoreConnection {
+ public:
+  PostgresConnection(const std::string& connectString, Deadline deadline) {
+    try {
+      Open(connectString, deadline);
+    } catch (const soci::soci_error& error) {
+      throw Explain(error);
+    }
+  }
+
+  const Dialect& SqlDialect() const override { return kDialect; }
+
+  /// A server that ends a connection says so: nothing else is to come while nothing was asked.
+  bool IsAlive() override {
+    if (PQstatus(Handle()) != CONNECTION_OK) return false;
+    pollfd socket = {.fd = PQsocket(Handle()), .events = POLLIN, .revents = 0};
+    return poll(&socket, 1, 0) == 0;
+  }
+
+  void BeginReading(Deadline deadline) override {
+    Begin("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY", deadline);
+  }
+  void BeginWriting(Deadline deadline) override {
+    Begin("BEGIN ISOLATION LEVEL READ COMMITTED READ WRITE", deadline);
+  }
+
+  void Commit() override {
+    try {
+      sql_ << "COMMIT";
+    } catch (const soci::soci_error& error) {
+      if (PQstatus(Handle()) == CONNECTION_OK) throw;
+      throw StoreError(
+          "it is not known whether the change was made, the connection to PostgreSQL "
+          "broke meanwhile: " +
+          OneLine(error.get_error_message()));
+    }
+  }
+
+  StoreError Explain(const soci::soci_error& error) const override {
+    return StoreError("PostgreSQL: " + OneLine(error.get_error_message()));
+  }
+
+ private:
+  PGconn* Handle() {
+    return static_cast<soci::postgresql_session_backend*>(sql_.get_backend())->conn_;
+  }
+
+  void Open(const std::string& connectString, Deadline deadline) {
+    sql_.open(soci::postgresql, connectString);
+    const char* encoding = PQparameterStatus(Handle(), "server_encoding");
+    if (encoding == nullptr || std::string_view(encoding) != "UTF8") {
+      throw StoreError(std::string("the database must have the encoding UTF8, not ") +
+                       (encoding ? encoding : "an unknown one"));
+    }
+    UpdateSchema(this, deadline);
+  }
+
+  /// All in one message, which the server answers when it has done all.
+  void Begin(const std::string& begin, Deadline deadline) {
+    const std::string milliseconds = std::to_string(Remaining(deadline).count());
+    sql_ << begin + "; SET LOCAL statement_timeout = " + milliseconds +
+                "; SET LOCAL lock_timeout = " + milliseconds;
+  }
+};
+
+class PostgresDatabase : public StoreDatabase {
+ public:
+  explicit PostgresDatabase(const TaskStoreOptions& options)
+      : connections_(options.connections, Connector(options)) {}
+
+  ConnectionPool& Readers() override { return connections_; }
+  ConnectionPool& Writers() override { return connections_; }
+
+ private:
+  static ConnectionPool::Connect Connector(const TaskStoreOptions& options) {
+    const std::string connectString =
+        ConnectString(Completed(ParseParameters(options.database), options.timeoutMs));
+    return [connectString](Deadline deadline) {
+      return std::make_unique<PostgresConnection>(connectString, deadline);
+    };
+  }
+
+  ConnectionPool connections_;
+};
+
+constexpr std::string_view kBlanks = " \t\r\n";
+
+bool HasKey(std::string_view text, std::string_view key) {
+  for (size_t at = text.find(key); at != std::string_view::npos; at = text.find(key, at + 1)) {
+    if (at > 0 && kBlanks.find(text[at - 1]) == std::string_view::npos) continue;
+    const size_t end = text.find_first_not_of(kBlanks, at + key.size());
+    if (end != std::string_view::npos && text[end] == '=') return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool IsPostgres(const std::string& database) {
+  if (database.starts_with("postgresql://") || database.starts_with("postgres://")) return true;
+  if (database.starts_with('/')) return false;
+  return HasKey(database, "host") || HasKey(database, "hostaddr") || HasKey(database, "service") ||
+         HasKey(database, "dbname");
+}
+
+std::unique_ptr<StoreDatabase> MakePostgresDatabase(const TaskStoreOptions& options) {
+  return std::make_unique<PostgresDatabase>(options);
+}

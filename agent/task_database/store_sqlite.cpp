@@ -1,0 +1,168 @@
+#include <fcntl.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "agent/task_database/store_database.h"
+#include "agent/task_database/store_schema.h"
+#include "agent/task_database/store_text.h"
+
+namespace {
+
+constexpr Dialect kDialect = {
+    .smallIdentity = "INTEGER PRIMARY KEY AUTOINCREMENT",
+    .bigIdentity = "INTEGER PRIMARY KEY AUTOINCREMENT",
+    .countVersionTable =
+        "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table' AND name = 'schema_version'",
+    .lockSchema = "",
+    .lockRow = "",
+};
+
+[[noreturn]] void ThrowSystemError(const std::string& what, const std::string& path) {
+  throw StoreError(what + " '" + path + "': " + std::generic_category().message(errno));
+}
+
+void MakeDirectory(const std::filesystem::path& directory) {
+  if (directory.empty() || std::filesystem::exists(std::filesystem::status(directory))) return;
+  MakeDirectory(directory.parent_path());
+  if (mkdir(directory.c_str(), S_IRWXU) == 0 || errno == EEXIST) return;
+  ThrowSystemError("cannot create the directory", directory.string());
+}
+
+/// Makes an empty file that is its owner's alone; SQLite gives its other files the same mode.
+void MakeFile(const std::string& path) {
+  MakeDirectory(std::filesystem::path(path).parent_path());
+  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  if (file >= 0) {
+    close(file);
+  } else if (errno != EEXIST) {
+    ThrowSystemError("cannot create the database file", path);
+  }
+}
+
+/// A path in SOCI's words, which know no way to write quotation marks.
+std::string ConnectString(const std::string& path) {
+  if (path.find('=') == std::string::npos) return path;
+  if (path.find('"') == std::string::npos) return "dbname=\"" + path + "\"";
+  throw StoreError("the path '" + path + "' of the database file holds both = and \"");
+}
+
+class SqliteConnection : public StoreConnection {
+ public:
+  SqliteConnection(const std::string& path, Deadline deadline) : path_(path) {
+    MakeFile(path);
+    try {
+      Open(deadline);
+    } catch (const soci::soci_error& error) {
+      throw Explain(error);
+    }
+  }
+
+  const Dialect& SqlDialect() const override { return kDialect; }
+
+  /// Whether the file is still the one that was opened: what is written to a file that was removed
+  /// or replaced would be lost.
+  bool IsAlive() override {
+    struct stat now = {};
+    return stat(path_.c_str(), &now) == 0 && now.st_dev == file_.st_dev &&
+           now.st_ino == file_.st_ino;
+  }
+
+  void BeginReading(Deadline deadline) override {
+    SetTimeout(deadline);
+    sql_ << "BEGIN";
+  }
+  void BeginWriting(Deadline deadline) override {
+    SetTimeout(deadline);
+    sql_ << "BEGIN IMMEDIATE";
+  }
+  void Commit() override { sql_ << "COMMIT"; }
+
+  StoreError Explain(const soci::soci_error& error) const override {
+    const auto* known = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+    const std::string file = "the database file '" + path_ + "' ";
+    switch (known ? known->result() & 0xFF : SQLITE_ERROR) {
+      case SQLITE_BUSY:
+      case SQLITE_LOCKED:
+        return StoreError(file + "is locked by another program");
+      case SQLITE_READONLY:
+        return StoreError(file + "may not be written");
+      case SQLITE_FULL:
+        return StoreError(file + "cannot grow: no space is left");
+      case SQLITE_NOTADB:
+        return StoreError(file + "is no SQLite database");
+      case SQLITE_CORRUPT:
+        return StoreError(file + "is damaged");
+      case SQLITE_CANTOPEN:
+        return StoreError(file + "cannot be opened");
+      default:
+        return StoreError(file + "failed: " + OneLine(error.get_error_message()));
+    }
+  }
+
+ private:
+  void Open(Deadline deadline) {
+    sql_.open(soci::sqlite3, ConnectString(path_));
+    if (stat(path_.c_str(), &file_) != 0) ThrowSystemError("cannot find the file", path_);
+    SetTimeout(deadline);
+    RequireKnownSchema(this);
+
+    UseWriteAheadLog(deadline);
+    sql_ << "PRAGMA synchronous = FULL";
+    sql_ << "PRAGMA foreign_keys = ON";
+    UpdateSchema(this, deadline);
+  }
+
+  void SetTimeout(Deadline deadline) {
+    sql_ << "PRAGMA busy_timeout = " + std::to_string(Remaining(deadline).count());
+  }
+
+  /// SQLite does not wait when two connections change to it at once.
+  void UseWriteAheadLog(Deadline deadline) {
+    while (true) {
+      try {
+        sql_ << "PRAGMA journal_mode = WAL";
+        return;
+      } catch (const soci::sqlite3_soci_error& error) {
+        const bool isBusy = (error.result() & 0xFF) == SQLITE_BUSY;
+        if (!isBusy || std::chrono::steady_clock::now() >= deadline) throw;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+
+  const std::string path_;
+  struct stat file_ = {};
+};
+
+/// SQLite has one writer at a time: threads of this process wait in the pool, where they are woken
+/// at once, and only other processes are waited for by asking again.
+class SqliteDatabase : public StoreDatabase {
+ public:
+  explicit SqliteDatabase(const TaskStoreOptions& options)
+      : readers_(options.connections, Connector(options.database)),
+        writer_(1, Connector(options.database)) {}
+
+  ConnectionPool& Readers() override { return readers_; }
+  ConnectionPool& Writers() override { return writer_; }
+
+ private:
+  static ConnectionPool::Connect Connector(const std::string& path) {
+    return [path](Deadline deadline) { return std::make_unique<SqliteConnection>(path, deadline); };
+  }
+
+  ConnectionPool readers_;
+  ConnectionPool writer_;
+};
+
+}  // namespace
+
+std::unique_ptr<StoreDatabase> MakeSqliteDatabase(const TaskStoreOptions& options) {
+  return std::make_unique<SqliteDatabase>(options);
+}
