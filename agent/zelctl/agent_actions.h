@@ -43,6 +43,11 @@ constexpr char kAdvanceDialog[] = "CoreUtilsAdvanceDialog";
 constexpr char kIsUserLogged[] = "CoreUtilsIsUserLogged";
 constexpr char kExitOperatingSystem[] = "CoreUtilsExitOperatingSystem";
 constexpr char kShellExecuteAsLoggedUser[] = "CoreUtilsShellExecuteAsLoggedUser";
+constexpr char kCreateTask[] = "CoreUtilsCreateTask";
+constexpr char kCloseTask[] = "CoreUtilsCloseTask";
+constexpr char kTaskAddNote[] = "CoreUtilsTaskAddNote";
+constexpr char kTaskGetList[] = "CoreUtilsTaskGetList";
+constexpr char kCheckTask[] = "CoreUtilsCheckTask";
 constexpr char kGetProgress[] = "AgentGetProgress";
 constexpr char kGetIpAddress[] = "AgentGetIPAddress";
 constexpr char kRelayGetValues[] = "RelayGetValues";
@@ -53,6 +58,7 @@ constexpr uint32_t kSuccess = 0;
 constexpr uint32_t kFailureCode = 1;
 constexpr uint32_t kAccessRefused = 12;
 constexpr uint32_t kFileNotFound = 14001;
+constexpr uint32_t kMasterNotInvoked = 32003;
 
 /// A container with one text. What of `value` is not UTF-8 travels as the codec's escapes.
 ZelContainer TextParameter(const char* key, const std::string& value);

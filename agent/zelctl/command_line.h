@@ -13,6 +13,7 @@
 #include "agent/zelctl/process_commands.h"
 #include "agent/zelctl/relay_commands.h"
 #include "agent/zelctl/script_command.h"
+#include "agent/zelctl/task_commands.h"
 #include "agent/zelctl/user_commands.h"
 
 // The command line of zelctl, as CLI11 takes it apart.
@@ -42,6 +43,9 @@ struct Options {
   DialogOptions dialog;
   bool isConfirmed = false;
   std::vector<std::string> program;
+  TaskAddOptions taskAdd;
+  TaskChangeOptions taskChange;
+  TaskListOptions taskList;
 };
 
 /// What the command line asked for.
@@ -67,6 +71,8 @@ void AddTransferVerbs(CLI::App& app, Options* options, Command* command);
 
 /// The same for the person who is logged on there.
 void AddUserVerbs(CLI::App& app, Options* options, Command* command);
+/// The same for helpdesk tasks.
+void AddTaskVerbs(CLI::App& app, Options* options, Command* command);
 
 /// Removes "--" and what follows from a command line of the verbs that run a program, and returns
 /// what followed: it belongs to the program as it is, and CLI11 would read meanings into it. Other

@@ -14,6 +14,8 @@ struct Result {
   /// What is wrong in a text of the user's, as FILE:LINE: MESSAGE; for whom editors look for that,
   /// it is written without zelctl's name.
   std::string diagnostic = {};
+  /// What there is to say of a success, where nothing was printed; on standard error.
+  std::string remark = {};
 };
 
 // The commands of zelctl that are no verbs over files or programs. Each throws `Failure`, which

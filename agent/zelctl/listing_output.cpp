@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <ctime>
 
 #include "agent/zelctl/text_output.h"
 #include "libZel/string.h"
@@ -59,14 +58,6 @@ std::string FormatPermissions(uint32_t bits, bool isSpecial, char specialLetter)
   return {(bits & 4) != 0 ? 'r' : '-', (bits & 2) != 0 ? 'w' : '-', isSpecial ? special : plain};
 }
 
-std::string FormatTime(uint32_t secondsUtc) {
-  const auto time = static_cast<std::time_t>(secondsUtc);
-  const std::tm* const local = std::localtime(&time);
-  char text[32] = "?";
-  if (local != nullptr) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", local);
-  return text;
-}
-
 std::string FormatName(const ListingRow& row) {
   return EscapeForTerminal(row.name) + (row.isDirectory ? "/" : "");
 }
@@ -99,7 +90,7 @@ std::string FormatListing(const std::vector<ListingRow>& rows) {
   for (size_t i = 0; i < rows.size(); ++i) {
     text += FormatMode(rows[i].mode, rows[i].isDirectory) + "  ";
     text.append(width - sizes[i].size(), ' ').append(sizes[i]).append("  ");
-    text += FormatTime(rows[i].modifyTime) + "  " + FormatName(rows[i]) + "\n";
+    text += FormatLocalTime(rows[i].modifyTime) + "  " + FormatName(rows[i]) + "\n";
   }
   return text;
 }

@@ -1,5 +1,6 @@
 #include "agent/zelctl/local_file.h"
 
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 
@@ -16,6 +17,15 @@ std::string ReadLocalFile(const std::filesystem::path& file) {
   // A directory opens, but cannot be read.
   if (input.is_open() && !input.bad() && !std::filesystem::is_directory(file)) return bytes;
   throw Failure(ExitStatus::kUsage, PathText(file) + " cannot be read");
+}
+
+std::string ReadStandardInput() {
+  std::string bytes;
+  char block[65536];
+  size_t count = 0;
+  while ((count = std::fread(block, 1, sizeof block, stdin)) > 0) bytes.append(block, count);
+  if (std::ferror(stdin) == 0) return bytes;
+  throw Failure(ExitStatus::kUsage, "standard input cannot be read");
 }
 
 void WriteLocalFile(const std::filesystem::path& file, const std::string& bytes) {

@@ -85,6 +85,7 @@ ExitStatus RunCommand(const Command& command, Options& options) {
     PrintResult(result.text, result.json, options.json);
     if (!result.diagnostic.empty()) PrintDiagnostic(result.diagnostic);
     if (!result.problem.empty()) PrintError(result.problem);
+    if (!result.remark.empty()) PrintError(result.remark);
     const bool isGood = result.diagnostic.empty() && result.problem.empty();
     return isGood ? ExitStatus::kSuccess : ExitStatus::kActionFailed;
   } catch (const Failure& failure) {
@@ -96,7 +97,8 @@ ExitStatus RunCommand(const Command& command, Options& options) {
 
 ExitStatus Run(int argc, char** argv) {
   CLI::App app(
-      "Commands an agent: its actions by name, and verbs for files, programs and the user there.",
+      "Commands an agent: its actions by name, and verbs for files, programs, the user there and\n"
+      "helpdesk tasks.",
       "zelctl");
   Options options;
   Command command;
@@ -113,6 +115,7 @@ ExitStatus Run(int argc, char** argv) {
   AddProgramVerbs(app, &options, &command);
   AddTransferVerbs(app, &options, &command);
   AddUserVerbs(app, &options, &command);
+  AddTaskVerbs(app, &options, &command);
   AddAuditCommands(app, &options, &command);
 
   std::vector<std::string> arguments = ProgramArguments(argc, argv);

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <ctime>
 
 #include "libZel/string.h"
 
@@ -220,6 +221,14 @@ std::string FormatTable(const std::vector<std::string>& header,
 std::string FormatContainer(const ZelContainer& container) {
   std::string text;
   for (size_t i = 0; i < container.CountKeys(); ++i) text += FormatEntry(container.EntryAt(i));
+  return text;
+}
+
+std::string FormatLocalTime(int64_t secondsUtc) {
+  const auto time = static_cast<std::time_t>(secondsUtc);
+  const std::tm* const local = std::localtime(&time);
+  char text[32] = "?";
+  if (local != nullptr) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", local);
   return text;
 }
 

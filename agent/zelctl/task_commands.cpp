@@ -1,0 +1,114 @@
+#include "agent/zelctl/task_commands.h"
+
+#include <string_view>
+
+#include "agent/zelctl/agent_actions.h"
+#include "agent/zelctl/failure.h"
+#include "agent/zelctl/result_code.h"
+#include "agent/zelctl/task_output.h"
+#include "libZel/string.h"
+
+namespace {
+
+constexpr char kName[] = "_DB_ATTR_NAME_";
+constexpr char kDescription[] = "_DB_ATTR_DESCRIPTION_";
+constexpr char kPriority[] = "_DB_ATTR_PRIORITY_";
+constexpr char kRequestedBy[] = "_DB_ATTR_REQUESTEDBY_";
+constexpr char kNotes[] = "_DB_ATTR_NOTES_";
+constexpr char kStatus[] = "_DB_ATTR_STATUS_";
+
+/// What is empty is not sent: to the action it is the same.
+void SetText(const char* key, const std::string& text, ZelContainer* parameters) {
+  if (!text.empty()) parameters->SetString(key, ZelString(std::string_view(text)), kNoIndex);
+}
+
+void SetRequester(const AgentClient& agent, const std::string& requester,
+                  ZelContainer* parameters) {
+  SetText(kRequestedBy, requester.empty() ? agent.Address().user : requester, parameters);
+}
+
+bool RequireVerdict(const char* action, const ActionReply& reply) {
+  bool isYes = false;
+  if (reply.container.GetBool("Result", &isYes, kNoIndex)) return isYes;
+  throw Failure(ExitStatus::kAgentRefused, std::string(action) + ": the reply has no usable Result",
+                reply.body);
+}
+
+/// The result of a change. A refusal and a master that is away look the same here.
+Result FinishChange(const char* action, const ActionReply& reply, const char* success) {
+  RequireSuccess(action, reply);
+  if (RequireVerdict(action, reply)) return {success, reply.body, ""};
+  throw Failure(ExitStatus::kActionFailed,
+                std::string("the master refused, or could not be asked; the agent's log says why "
+                            "(") +
+                    action + ")",
+                reply.body);
+}
+
+ActionReply AskWhetherTasksAreKept(AgentClient& agent) {
+  ActionReply reply = Invoke(agent, kCheckTask, ZelContainer());
+  if (reply.code == kMasterNotInvoked) {
+    throw Failure(ExitStatus::kActionFailed,
+                  std::string("the master could not be asked, or its database failed; the agent's "
+                              "log says why (") +
+                      kCheckTask + ": " + DescribeCode(reply.code) + ")",
+                  reply.body);
+  }
+  RequireSuccess(kCheckTask, reply);
+  return reply;
+}
+
+}  // namespace
+
+Result AddTask(AgentClient& agent, const TaskAddOptions& options) {
+  ZelContainer parameters = TextParameter(kName, options.name);
+  SetText(kDescription, options.description, &parameters);
+  SetText(kPriority, options.priority, &parameters);
+  SetRequester(agent, options.requester, &parameters);
+  SetText(kNotes, options.note, &parameters);
+  SetText("Language", options.language, &parameters);
+  SetText("UserEmail", options.email, &parameters);
+  SetText("UserDomain", options.domain, &parameters);
+  SetText("UserLogin", options.login, &parameters);
+  return FinishChange(kCreateTask, Invoke(agent, kCreateTask, parameters), "The task is open.\n");
+}
+
+Result AddTaskNote(AgentClient& agent, const TaskChangeOptions& options) {
+  ZelContainer parameters;
+  parameters.SetInt32("ObjectId", options.id, kNoIndex);
+  SetRequester(agent, options.requester, &parameters);
+  SetText(kNotes, options.note, &parameters);
+  return FinishChange(kTaskAddNote, Invoke(agent, kTaskAddNote, parameters),
+                      "The note is added.\n");
+}
+
+Result CloseTask(AgentClient& agent, const TaskChangeOptions& options) {
+  ZelContainer parameters;
+  parameters.SetInt32("ObjectId", options.id, kNoIndex);
+  SetRequester(agent, options.requester, &parameters);
+  return FinishChange(kCloseTask, Invoke(agent, kCloseTask, parameters), "The task is closed.\n");
+}
+
+Result ListTasks(AgentClient& agent, const TaskListOptions& options) {
+  ZelContainer parameters;
+  SetText(kStatus, options.status, &parameters);
+  SetText(kPriority, options.priority, &parameters);
+  SetText(kRequestedBy, options.requester, &parameters);
+  const ActionReply reply = Invoke(agent, kTaskGetList, parameters);
+  RequireSuccess(kTaskGetList, reply);
+
+  const std::vector<TaskRow> rows = ReadTaskRows(reply.container);
+  if (!rows.empty()) {
+    return {options.isLong ? FormatTasksInFull(rows) : FormatTasks(rows), reply.body, ""};
+  }
+  AskWhetherTasksAreKept(agent);
+  Result result{"", reply.body, ""};
+  result.remark = parameters.CountKeys() == 0 ? "there are no tasks" : "there are no such tasks";
+  return result;
+}
+
+Result CheckTasks(AgentClient& agent) {
+  const ActionReply reply = AskWhetherTasksAreKept(agent);
+  if (RequireVerdict(kCheckTask, reply)) return {"The master keeps tasks.\n", reply.body, ""};
+  return {"", reply.body, "the master cannot keep tasks; its log says why"};
+}
