@@ -31,6 +31,8 @@ struct Case {
   std::vector<std::string> statesAfterThrow = {};
 };
 
+/// Cases of the actions for helpdesk tasks.
+std::vector<Case> CasesOfTaskActions();
 /// Cases of the actions for the logged-on user.
 std::vector<Case> CasesOfUserActions();
 /// Cases of actions that call the system itself: on Windows it answers, elsewhere the fake host.
