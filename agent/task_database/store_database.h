@@ -10,6 +10,8 @@ class StoreDatabase {
   virtual ~StoreDatabase() = default;
   virtual ConnectionPool& Readers() = 0;
   virtual ConnectionPool& Writers() = 0;
+  /// Whether changes wait for each other anyway, whatever they change.
+  virtual bool HasOneWriter() const = 0;
 };
 
 /// Make no connection yet.

@@ -134,6 +134,7 @@ class PostgresDatabase : public StoreDatabase {
 
   ConnectionPool& Readers() override { return connections_; }
   ConnectionPool& Writers() override { return connections_; }
+  bool HasOneWriter() const override { return false; }
 
  private:
   static ConnectionPool::Connect Connector(const TaskStoreOptions& options) {

@@ -151,6 +151,7 @@ class SqliteDatabase : public StoreDatabase {
 
   ConnectionPool& Readers() override { return readers_; }
   ConnectionPool& Writers() override { return writer_; }
+  bool HasOneWriter() const override { return true; }
 
  private:
   static ConnectionPool::Connect Connector(const std::string& path) {

@@ -2,9 +2,11 @@
 
 #include <mutex>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 #include "agent/task_database/store_database.h"
+#include "agent/task_database/store_group.h"
 #include "agent/task_database/store_list.h"
 #include "agent/task_database/store_tasks.h"
 #include "agent/task_database/store_text.h"
@@ -40,26 +42,12 @@ TaskStore::Change Decide(const std::optional<Task>& task, const TaskStore::MayCh
   return TaskStore::Change::kDone;
 }
 
-}  // namespace
-
-class TaskStore::Implementation {
+/// Runs work in transactions of one database.
+class Transactions {
  public:
-  explicit Implementation(TaskStoreOptions options) : options_(std::move(options)) {}
+  explicit Transactions(TaskStoreOptions options) : options_(std::move(options)) {}
 
-  /// What `work` returns for a connection in a transaction, which is then committed.
-  template <typename Work>
-  auto Read(const Work& work) {
-    return Run(Database().Readers(), &StoreConnection::BeginReading, work);
-  }
-  template <typename Work>
-  auto Write(const Work& work) {
-    return Run(Database().Writers(), &StoreConnection::BeginWriting, work);
-  }
-
- private:
-  using Begin = void (StoreConnection::*)(Deadline);
-
-  /// Made late, as the constructor does not fail.
+  /// Made late, as making it may fail.
   StoreDatabase& Database() {
     const std::lock_guard lock(mutex_);
     if (!database_) {
@@ -69,16 +57,33 @@ class TaskStore::Implementation {
     return *database_;
   }
 
+  Deadline DeadlineFromNow() const {
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.timeoutMs);
+  }
+
+  /// What `work` returns for a connection in a transaction, which is then committed.
   template <typename Work>
-  auto Run(ConnectionPool& pool, Begin begin, const Work& work) {
-    const Deadline deadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(options_.timeoutMs);
+  auto Read(const Work& work) {
+    return Run(&Database().Readers(), &StoreConnection::BeginReading, work);
+  }
+  template <typename Work>
+  auto Write(const Work& work) {
+    return Run(&Database().Writers(), &StoreConnection::BeginWriting, work);
+  }
+
+ private:
+  using Begin = void (StoreConnection::*)(Deadline);
+
+  template <typename Work>
+  std::invoke_result_t<Work, StoreConnection*> Run(ConnectionPool* pool, Begin begin,
+                                                   const Work& work) {
+    const Deadline deadline = DeadlineFromNow();
     while (true) {
-      ConnectionPool::Loan connection = pool.Take(deadline);
+      ConnectionPool::Loan connection = pool->Take(deadline);
       if (!TryBegin(connection, begin, deadline)) {
         connection.Close();
         // Those that were idle as long as this one broke with it.
-        pool.CloseIdle();
+        pool->CloseIdle();
         continue;
       }
       try {
@@ -93,7 +98,7 @@ class TaskStore::Implementation {
 
   /// False when the connection turned out to be broken, before anything was done with it, and a new
   /// one may do.
-  static bool TryBegin(ConnectionPool::Loan& connection, Begin begin, Deadline deadline) {
+  static bool TryBegin(const ConnectionPool::Loan& connection, Begin begin, Deadline deadline) {
     try {
       ((*connection).*begin)(deadline);
       return true;
@@ -111,6 +116,32 @@ class TaskStore::Implementation {
   std::unique_ptr<StoreDatabase> database_;
 };
 
+}  // namespace
+
+class TaskStore::Implementation : public Transactions {
+ public:
+  explicit Implementation(TaskStoreOptions options)
+      : Transactions(std::move(options)),
+        group_([this](const std::vector<CreateGroup::Pending*>& tasks) { CreateAll(tasks); }) {}
+
+  int32_t Create(const NewTask& task, int64_t nowMs) {
+    if (Database().HasOneWriter()) return group_.Create(task, nowMs, DeadlineFromNow());
+    return Write([&](StoreConnection* connection) { return InsertTask(connection, task, nowMs); });
+  }
+
+ private:
+  void CreateAll(const std::vector<CreateGroup::Pending*>& tasks) {
+    Write([&tasks](StoreConnection* connection) {
+      for (CreateGroup::Pending* one : tasks) {
+        one->id = InsertTask(connection, *one->task, one->nowMs);
+      }
+      return true;
+    });
+  }
+
+  CreateGroup group_;
+};
+
 TaskStore::TaskStore(TaskStoreOptions options)
     : implementation_(std::make_unique<Implementation>(std::move(options))) {}
 
@@ -118,8 +149,7 @@ TaskStore::~TaskStore() = default;
 
 int32_t TaskStore::Create(const NewTask& task, int64_t nowMs) {
   RequireTexts(task);
-  return implementation_->Write(
-      [&](StoreConnection* connection) { return InsertTask(connection, task, nowMs); });
+  return implementation_->Create(task, nowMs);
 }
 
 TaskStore::Change TaskStore::Close(int32_t id, int64_t nowMs, const MayChange& mayChange) {
