@@ -63,11 +63,11 @@ TaskStoreOptions StoreOptions(const Settings& settings) {
   return options;
 }
 
-/// What the log may tell of where the tasks are: connection strings hold passwords in many ways.
+/// Where the tasks are, as the log may tell it: connection strings hold passwords in many ways.
 std::string NameForLog(const std::string& database) {
-  const bool mayHoldPassword = database.find_first_of("=@") != std::string::npos ||
-                               database.find("://") != std::string::npos;
-  return mayHoldPassword ? "the PostgreSQL database that [master] database names" : database;
+  if (database.starts_with('/')) return "the file " + database;
+  const bool mayHoldPassword = database.find_first_of("=@:") != std::string::npos;
+  return mayHoldPassword ? "the database that [master] database names" : "the file " + database;
 }
 
 void Initialise() {

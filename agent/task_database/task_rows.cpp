@@ -13,6 +13,12 @@ void SetText(ZelContainer* row, const char* key, std::string&& text) {
   row->SetString(key, ZelString(std::move(text)), kNoIndex);
 }
 
+/// A task that was opened for nobody in particular has a first note without an author: it is of
+/// whoever opened the task.
+void CompleteAuthor(const Task& task, TaskNote* note) {
+  if (note->author.empty()) note->author = task.consoleUser.empty() ? task.agent : task.consoleUser;
+}
+
 ZelContainer RowOf(TaskNote&& note) {
   ZelContainer row;
   SetText(&row, "Author", std::move(note.author));
@@ -24,6 +30,7 @@ ZelContainer RowOf(TaskNote&& note) {
 }  // namespace
 
 ZelContainer RowOf(Task&& task) {
+  for (TaskNote& note : task.notes) CompleteAuthor(task, &note);
   ZelContainer row;
   row.SetInt32(kObjectIdKey, task.id, kNoIndex);
   SetText(&row, kDeviceGuidKey, std::move(task.deviceGuid));
