@@ -14,6 +14,7 @@
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/host_functions.h"
+#include "agent/libZelCore/identity.h"
 
 namespace fs = std::filesystem;
 
@@ -94,6 +95,7 @@ AgentCore::Implementation::Implementation(const AgentOptions& options)
       settings(loaded.settings),
       audit(log / "audit.jsonl"),
       context(LogOptions(settings, log, options.logToStderr)),
+      identity(DeviceIdentity(data / "identity")),
       users(config / "users"),
       authenticator(users, settings.fleetSecret,
                     std::chrono::milliseconds(settings.credentialMemoryMs)),
@@ -134,8 +136,8 @@ AgentCore::AgentCore(const AgentOptions& options) {
 
   core.coreOwner = core.actions.AddOwner("libZelCore");
   RegisterCoreActions(
-      {core.settings, WithSeparator(core.data), WithSeparator(core.config), core.policy,
-       core.inventory, core.aliases, [&core] { return core.port.load(); }},
+      {core.settings, WithSeparator(core.data), WithSeparator(core.config), core.identity,
+       core.policy, core.inventory, core.aliases, [&core] { return core.port.load(); }},
       &core.actions, core.coreOwner);
   PrepareUserSessions(core, options);
   ServedCore() = &core;

@@ -35,6 +35,7 @@ struct AgentCore::Implementation {
   Settings& settings;
   AuditLog audit;
   ZelDebugContext context;
+  const std::string identity;
   UserStore users;
   Authenticator authenticator;
   PrivacyPolicy policy;

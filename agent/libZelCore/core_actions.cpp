@@ -100,6 +100,12 @@ class CoreActions {
     return kDone;
   }
 
+  uint32_t GetIdentity(ZelContainer* answer) {
+    answer->Clear();
+    answer->SetString("GUID", ZelString(parts_.identity), kNoIndex);
+    return kDone;
+  }
+
   uint32_t GetIPAddress(ZelContainer* answer) {
     answer->Clear();
     answer->SetString("IPAddress", OwnAddress(), kNoIndex);
@@ -195,6 +201,7 @@ constexpr Row kRows[] = {
      &CoreActions::GetApplicationInfo},
     {"AgentGetDirectories ()", &CoreActions::GetDirectories},
     {"AgentGetIPAddress ()", &CoreActions::GetIPAddress},
+    {"IdentityGetGUID ()", &CoreActions::GetIdentity},
     {"AgentGetProgress ()", &CoreActions::GetProgress},
     {"RelayGetValues ()", &CoreActions::GetRelay},
     {"HttpProtocolGetParams ()", &CoreActions::GetHttpProtocol},

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 #include "agent/libZelCore/action_database.h"
 #include "agent/libZelCore/alias_table.h"
@@ -14,6 +15,7 @@ struct CoreParts {
   const Settings& settings;
   ZelString dataDirectory;    ///< ends in a separator
   ZelString configDirectory;  ///< ends in a separator
+  std::string identity;       ///< see identity.h
   const PrivacyPolicy& policy;
   ApplicationInventory& inventory;
   AliasTable& aliases;

@@ -6,6 +6,7 @@
 #include "agent/libZelCore/agent_core_parts.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
+#include "agent/libZelCore/master_tunnel.h"
 #include "libZelCore.h"
 
 std::atomic<AgentCore::Implementation*>& ServedCore() {
@@ -14,21 +15,6 @@ std::atomic<AgentCore::Implementation*>& ServedCore() {
 }
 
 namespace {
-
-const char* MasterFailure(uint32_t code) {
-  switch (code) {
-    case kInvokeNotConfigured:
-      return "the connection to the master is not configured";
-    case kInvokeUnreachable:
-      return "the master is not reachable";
-    case kInvokeRefused:
-      return "the connection was refused";
-    case kInvokeUnknownAction:
-      return "the master has no such action";
-    default:
-      return "the invocation failed";
-  }
-}
 
 uint32_t Register(const ZelString& signature, ActionHandler handler, void* context) {
   AgentCore::Implementation* const core = ServedCore();
@@ -67,26 +53,11 @@ uint32_t Invoke(const ZelString* agent, const ZelString& address, const ZelStrin
   return result.code;
 }
 
-uint32_t InvokeMaster(const ZelString& action, ZelContainer* parameters, uint32_t timeoutMs) {
+uint32_t AskMaster(const ZelString& action, ZelContainer* parameters, uint32_t timeoutMs) {
   AgentCore::Implementation* const core = ServedCore();
   if (!core) return kInvokeNotConfigured;
   ZelContainer unused;
-  if (!parameters) parameters = &unused;
-  const std::string& address = core->settings.masterAddress;
-  if (address.empty()) {
-    CoreLog().WarningWithNL("Action %S on the master: no master is configured ([master] address)",
-                            action);
-    return kInvokeNotConfigured;
-  }
-  const RemoteResult result =
-      core->remote.Invoke(address, std::string(action.Utf8()), parameters, timeoutMs);
-  if (!result.error.empty()) {
-    CoreLog().WarningWithNL("Action %S on the master: %s (%s): %s", action,
-                            MasterFailure(result.code), address.c_str(), result.error.c_str());
-  } else if (result.code != 0) {
-    CoreLog().WarningWithNL("Action %S on the master: it failed with code %u", action, result.code);
-  }
-  return result.code;
+  return InvokeMaster(*core, action, parameters ? parameters : &unused, timeoutMs);
 }
 
 std::string Translate(AgentCore::Implementation& core, const std::string& key,
@@ -121,7 +92,7 @@ uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& 
 
 uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
                                                void*, void*, uint32_t timeoutMs, uint32_t) {
-  return Guarded(kInvokeFailed, [&] { return InvokeMaster(action, parameters, timeoutMs); });
+  return Guarded(kInvokeFailed, [&] { return AskMaster(action, parameters, timeoutMs); });
 }
 
 void ZelAgentGetDataDir(ZelString& directory) {

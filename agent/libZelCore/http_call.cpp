@@ -1,6 +1,7 @@
 #include "agent/libZelCore/http_call.h"
 
 #include "agent/libZel/request_proof.h"
+#include "agent/libZelCore/calling_user.h"
 #include "agent/libZelCore/json_codec.h"
 #include "agent/libZelCore/parameter_types.h"
 
@@ -21,6 +22,7 @@ std::optional<HttpRefusal> DecodeParameters(const std::string& body, const Calle
                                             std::string_view signature, ZelContainer* parameters) {
   static const ZelString kConsoleUser("DACurrentConsoleUser");
   static const ZelString kRequestInfo("HttpProtocolRequestInfo");
+  static const ZelString kVouchedFor(kCallingUserKey);
   static const ZelString kRequestAddress("HttpProtocolRequestAddress");
   static const ZelString kRequestUser("HttpProtocolRequestUser");
 
@@ -32,6 +34,7 @@ std::optional<HttpRefusal> DecodeParameters(const std::string& body, const Calle
   if (isConsole) {
     parameters->Remove(kConsoleUser);
     parameters->Remove(kRequestInfo);
+    parameters->Remove(kVouchedFor);
   }
   std::string wrongType = FindWrongType(signature, *parameters);
   if (!wrongType.empty()) return HttpRefusal{400, "wrong_type", std::move(wrongType), {}, {}};

@@ -10,6 +10,7 @@
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/ini_reader.h"
+#include "agent/libZelCore/remote_invocation.h"
 #include "agent/libZelCore/settings_keys.h"
 
 namespace {
@@ -209,8 +210,13 @@ class Interpreter {
   void Note(const IniEntry& entry, const std::string& error) {
     if (error.empty()) return;
     result_.errors.push_back(Line(entry.line) + "[" + std::string(entry.section) + "] " +
-                             std::string(entry.key) + " = " + std::string(entry.value) + ": " +
-                             error);
+                             std::string(entry.key) + " = " + Shown(entry) + ": " + error);
+  }
+
+  // Others than those who may read the file see what is wrong with it.
+  static std::string Shown(const IniEntry& entry) {
+    const bool isOfAgent = entry.section == "master" || entry.section == "relay";
+    return isOfAgent ? WithoutCredentials(std::string(entry.value)) : std::string(entry.value);
   }
 
   void WarnOfUnknownKey(const IniEntry& entry, const std::vector<std::string_view>& known) {
@@ -225,6 +231,18 @@ class Interpreter {
   std::optional<IniEntry> ssl_;  ///< where these are set
   std::optional<IniEntry> pac_;
 };
+
+/// Whether what is said of a database seems to hold a password: a word in front of "@" in a URL,
+/// or a key of that name.
+bool SeemsToHoldPassword(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+  if (text.find("password") != std::string::npos) return true;
+  const size_t login = text.find("://");
+  if (login == std::string::npos) return false;
+  const size_t at = text.find('@', login);
+  return at != std::string::npos && text.find(':', login + 3) < at;
+}
 
 }  // namespace
 
@@ -242,5 +260,11 @@ SettingsResult LoadSettings(const fs::path& iniFile) {
   SettingsResult result = ParseSettings(text, iniFile.parent_path());
   if (isThere && (!stream.is_open() || stream.bad() || fs::is_directory(iniFile, error)))
     result.errors.push_back("cannot read " + std::string(FromNativePath(iniFile).Utf8()));
+  if (SeemsToHoldPassword(result.settings.masterDatabase) &&
+      core_platform::OthersMayRead(iniFile)) {
+    result.warnings.push_back("[master] database holds a password, and " +
+                              std::string(FromNativePath(iniFile).Utf8()) +
+                              " can be read by other accounts of this machine");
+  }
   return result;
 }

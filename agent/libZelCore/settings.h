@@ -73,7 +73,12 @@ struct Settings {
                                                  "CoreUtilsUnlockDesktop",
                                                  "HttpProtocolAddAlias",
                                                  "HttpProtocolDeleteAlias",
-                                                 "HttpProtocolListAliases"};
+                                                 "HttpProtocolListAliases",
+                                                 "TrnDbCloseTask",
+                                                 "TrnDbCreateTask",
+                                                 "TrnDbTaskAddNote",
+                                                 "TrnDbTaskCheckRequirements",
+                                                 "TrnDbTaskGetList"};
 
   // [fleet]
   std::filesystem::path fleetSecretFile;

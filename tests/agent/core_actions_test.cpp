@@ -20,13 +20,8 @@ class CoreActionsTest : public testing::Test {
     for (const char* name : {"config", "data"})
       std::filesystem::create_directories(root_.Native() / "home" / name);
     settings_.bindAddress = "192.0.2.1";
-    const CoreParts parts{settings_,
-                          "/data/",
-                          "/config/",
-                          policy_,
-                          inventory_,
-                          aliases_,
-                          [] { return uint16_t{4711}; }};
+    const CoreParts parts{settings_, "/data/",   "/config/", "0f8fad5b-d9cb-469f-a165-70867728950e",
+                          policy_,   inventory_, aliases_,   [] { return uint16_t{4711}; }};
     RegisterCoreActions(parts, &actions_, actions_.AddOwner("libZelCore"));
   }
 
@@ -120,6 +115,14 @@ TEST_F(CoreActionsTest, TellTheHttpProtocolUnderBothNames) {
     EXPECT_EQ(Text(values, "Address"), "192.0.2.1");
     EXPECT_TRUE(Flag(values, "Ssl"));
   }
+}
+
+TEST_F(CoreActionsTest, TellTheIdentityAndNothingElse) {
+  ZelContainer answer;
+  answer.SetInt32("Unasked", 1, kNoIndex);
+  EXPECT_EQ(Invoke("IdentityGetGUID", &answer), 0u);
+  EXPECT_EQ(answer.CountKeys(), 1u);
+  EXPECT_EQ(Text(answer, "GUID"), "0f8fad5b-d9cb-469f-a165-70867728950e");
 }
 
 TEST_F(CoreActionsTest, TellTheAddressThatTheAgentListensAt) {
@@ -261,7 +264,7 @@ TEST_F(CoreActionsTest, DeclareTheTypesOfTheirParameters) {
             "HttpProtocolAddAlias (string AliasName, string AliasPath, boolean AliasTemporary)");
   EXPECT_EQ(actions_.Signature("HttpProtocolDeleteAlias"),
             "HttpProtocolDeleteAlias (string AliasName)");
-  EXPECT_EQ(actions_.List().size(), 11u);
+  EXPECT_EQ(actions_.List().size(), 12u);
 }
 
 }  // namespace
