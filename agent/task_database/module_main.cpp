@@ -101,6 +101,8 @@ void Run(uint32_t command, TCHAR* buffer) {
   switch (command) {
     case 1:
       return Register(buffer);
+    case 2:
+      return TaskDatabaseLog().SetContext(nullptr);
     case 3:
       return Initialise();
     case 4:

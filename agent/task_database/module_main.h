@@ -9,7 +9,7 @@
 /// | command | meaning     | `buffer`                                                     |
 /// |---------|-------------|--------------------------------------------------------------|
 /// | 1       | register    | the registration context of the module's actions             |
-/// | 2       | unregister  | unused                                                       |
+/// | 2       | unregister  | unused; nothing is logged from then on                       |
 /// | 3       | initialise  | unused; takes the database's name from the settings          |
 /// | 4       | activate    | unused; looks whether the database can be used, for the log  |
 /// | 5       | clean up    | unused; closes the database when the last action has ended   |
