@@ -73,8 +73,8 @@ uint32_t TrnDbTaskAddNote(ZelContainer* parameters);
 
 /// Lists tasks, the newest first: those whose requester, state ("open", "closed") and priority are
 /// exactly `_DB_ATTR_REQUESTEDBY_`, `_DB_ATTR_STATUS_` and `_DB_ATTR_PRIORITY_` (texts; an empty
-/// one leaves all). At most `[master] max_listed` tasks and 8 MiB of text; but for its own size the
-/// first task is always there. Under `[master] visibility = device` a request with the flag
+/// one leaves all). At most `[master] max_listed` tasks and 8 MiB of text; the first task is always
+/// there, with as many of its newest notes as fit. Under `[master] visibility = device` a request with the flag
 /// `FromHCHL` gets, unless it comes from an administrator, only the tasks of the device `GUID`
 /// (none when that is empty).
 ///

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/libZelCore/json_codec.h"
 #include "tests/agent/task_database_fixture.h"
 
 namespace {
@@ -60,6 +61,35 @@ TEST_F(TaskDatabase, ListsNoMoreThanEightMebibytesOfText) {
   const std::vector<ZelContainer> rows = List(Agent("pc-1"));
   EXPECT_EQ(rows.size(), 7u);
   EXPECT_EQ(NumberOf(rows.at(0), "ObjectId"), newest);
+}
+
+/// Agents take no larger reply from each other.
+constexpr size_t kMaxReplyBytes = 64 * 1024 * 1024;
+
+TEST_F(TaskDatabase, ListsNoMoreThanFitsIntoAReplyHoweverTheTextsAreWritten) {
+  // Control characters take the most room in JSON.
+  const ZelString text(std::string(1024 * 1024, '\x01'));
+  ZelContainer request = NewTaskFor("anna");
+  request.SetString("_DB_ATTR_DESCRIPTION_", text, kNoIndex);
+  request.SetString("_DB_ATTR_NOTES_", text, kNoIndex);
+  for (int i = 0; i < 5; ++i) MustCreate(Agent("pc-1"), request);
+
+  const Reply reply = Invoke(Agent("pc-1"), "TrnDbTaskGetList", {});
+  EXPECT_EQ(ListOf(reply.answer, "Values").size(), 3u);
+  std::string json;
+  EncodeContainer(reply.answer, &json);
+  EXPECT_GT(json.size(), kMaxReplyBytes / 2);
+  EXPECT_LT(json.size(), kMaxReplyBytes);
+}
+
+TEST_F(TaskDatabase, ListsTheNewestTaskWithTheNewestNotesThatFit) {
+  const int64_t id = MustCreate(Agent("pc-1"), NewTaskFor("anna"));
+  for (char letter = 'a'; letter < 'k'; ++letter)
+    ExpectYes(AddNote(Agent("pc-1"), id, "anna", std::string(1024 * 1024, letter)));
+  const std::vector<ZelContainer> notes = ListOf(Newest(), "_DB_ATTR_NOTES_");
+  ASSERT_EQ(notes.size(), 7u);
+  EXPECT_EQ(TextOf(notes.front(), "Text").front(), 'd');
+  EXPECT_EQ(TextOf(notes.back(), "Text").front(), 'j');
 }
 
 class ShortLists : public TaskDatabase {
