@@ -74,9 +74,9 @@ uint32_t TrnDbTaskAddNote(ZelContainer* parameters);
 /// Lists tasks, the newest first: those whose requester, state ("open", "closed") and priority are
 /// exactly `_DB_ATTR_REQUESTEDBY_`, `_DB_ATTR_STATUS_` and `_DB_ATTR_PRIORITY_` (texts; an empty
 /// one leaves all). At most `[master] max_listed` tasks and 8 MiB of text; the first task is always
-/// there, with as many of its newest notes as fit. Under `[master] visibility = device` a request with the flag
-/// `FromHCHL` gets, unless it comes from an administrator, only the tasks of the device `GUID`
-/// (none when that is empty).
+/// there, with as many of its newest notes as fit. Under `[master] visibility = device` a request
+/// with the flag `FromHCHL` gets, unless it comes from an administrator, only the tasks of the
+/// device `GUID` (none when that is empty).
 ///
 /// Answers `Values`, a list of containers, absent when there are none; nothing else on success.
 ///

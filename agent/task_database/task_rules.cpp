@@ -4,7 +4,7 @@ bool MayChangeTask(const Task& task, std::string_view requester, const CallingUs
   if (caller.isAdministrator) return true;
   if (requester.empty() || requester != task.requester) return false;
 
-  // An agent that asks by itself speaks for whomever it names.
+  // An agent that vouches for nobody speaks for whomever it names.
   if (caller.login.empty()) return true;
 
   // A console user can put any name into a request, so the name alone does not make it theirs.
