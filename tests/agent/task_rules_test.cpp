@@ -50,7 +50,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"the master itself", OpenedBy("pc-1", "bob"), "", Administrator("master", ""), true}));
 
 INSTANTIATE_TEST_SUITE_P(
-    ForAgentsThemselves, MayChange,
+    ForAgentsThatVouchForNobody, MayChange,
     testing::Values(Row{"the requester", OpenedBy("pc-1", "bob"), "anna", Caller("pc-1", ""), true},
                     Row{"another agent", OpenedBy("pc-1", "bob"), "anna", Caller("pc-2", ""), true},
                     Row{"somebody else", OpenedBy("pc-1", "bob"), "eve", Caller("pc-1", ""), false},
