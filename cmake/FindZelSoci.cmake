@@ -7,11 +7,13 @@ find_path(ZelSoci_POSTGRESQL_INCLUDE_DIR libpq-fe.h PATH_SUFFIXES postgresql)
 find_library(ZelSoci_LIBRARY NAMES soci_core)
 find_library(ZelSoci_SQLITE_BACKEND NAMES soci_sqlite3)
 find_library(ZelSoci_POSTGRESQL_BACKEND NAMES soci_postgresql)
+find_library(ZelSoci_SQLITE_LIBRARY NAMES sqlite3)
 find_library(ZelSoci_POSTGRESQL_LIBRARY NAMES pq)
 
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(ZelSoci REQUIRED_VARS
-  ZelSoci_LIBRARY ZelSoci_SQLITE_BACKEND ZelSoci_POSTGRESQL_BACKEND ZelSoci_POSTGRESQL_LIBRARY
+  ZelSoci_LIBRARY ZelSoci_SQLITE_BACKEND ZelSoci_POSTGRESQL_BACKEND
+  ZelSoci_SQLITE_LIBRARY ZelSoci_POSTGRESQL_LIBRARY
   ZelSoci_INCLUDE_DIR ZelSoci_SQLITE_INCLUDE_DIR ZelSoci_POSTGRESQL_INCLUDE_DIR)
 
 if(ZelSoci_FOUND AND NOT TARGET zel_soci)
@@ -20,5 +22,5 @@ if(ZelSoci_FOUND AND NOT TARGET zel_soci)
     ${ZelSoci_INCLUDE_DIR} ${ZelSoci_SQLITE_INCLUDE_DIR} ${ZelSoci_POSTGRESQL_INCLUDE_DIR})
   target_link_libraries(zel_soci INTERFACE
     ${ZelSoci_SQLITE_BACKEND} ${ZelSoci_POSTGRESQL_BACKEND} ${ZelSoci_LIBRARY}
-    ${ZelSoci_POSTGRESQL_LIBRARY})
+    ${ZelSoci_SQLITE_LIBRARY} ${ZelSoci_POSTGRESQL_LIBRARY})
 endif()

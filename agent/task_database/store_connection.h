@@ -19,6 +19,14 @@ struct Dialect {
   const char* countVersionTable;  ///< a query: 1 when the table schema_version is there
   const char* lockSchema;         ///< a statement that keeps other migrations out; empty: none
   const char* lockRow;            ///< ends a query whose row will be changed
+  /// The end of the indexes of lists, and their order, newest first. PostgreSQL would sometimes
+  /// rather walk through all tasks by their identifier than use the index of what is looked for,
+  /// and find the first one late; a negated identifier leaves it that index alone.
+  const char* listKey;
+  const char* listOrder;
+  /// Whether a union of queries that are in order each is read in order, no further than needed;
+  /// otherwise each of them needs a bound.
+  bool mergesUnions;
 };
 
 /// One connection to a database, used by one thread at a time. After an exception, whichever, it

@@ -4,6 +4,9 @@
 
 #include "agent/task_database/store_pool.h"
 
+extern const Dialect kSqliteDialect;
+extern const Dialect kPostgresDialect;
+
 /// The connections to one database.
 class StoreDatabase {
  public:

@@ -88,7 +88,7 @@ Bounded CountWithin(StoreConnection* connection, const TaskFilter& filter,
   values.Give(&statement);
   const int64_t bound = bounds.tasks;
   statement.exchange(soci::use(bound, "bound"));
-  Execute(&statement, ListQuery(filter, "text_bytes, id"));
+  Execute(&statement, ListQuery(filter, "text_bytes, id", connection->SqlDialect()));
 
   Bounded counted;
   size_t total = 0;
@@ -111,7 +111,7 @@ std::vector<Task> ReadTasks(StoreConnection* connection, const TaskFilter& filte
   row.Receive(&statement);
   values.Give(&statement);
   statement.exchange(soci::use(count, "bound"));
-  Execute(&statement, ListQuery(filter, kTaskColumns));
+  Execute(&statement, ListQuery(filter, kTaskColumns, connection->SqlDialect()));
 
   std::vector<Task> tasks;
   while (statement.fetch()) tasks.push_back(row.Take());
@@ -152,19 +152,23 @@ std::string NewestNotesOf(const Task& task, size_t textBytes) {
 
 }  // namespace
 
-std::string ListQuery(const TaskFilter& filter, const std::string& columns) {
-  const auto ofState = [&](TaskState state) {
-    return QueryOfState(filter, columns, TaskStateText(state));
-  };
-  std::string query;
-  if (!filter.state.empty()) {
-    query = QueryOfState(filter, columns, filter.state);
-  } else if (HasCriterion(filter)) {
-    query = ofState(TaskState::kOpen) + " UNION ALL " + ofState(TaskState::kClosed);
-  } else {
-    query = "SELECT " + columns + " FROM tasks";
+std::string ListQuery(const TaskFilter& filter, const std::string& columns,
+                      const Dialect& dialect) {
+  const std::string bound = " LIMIT :bound";
+  if (filter.state.empty() && !HasCriterion(filter)) {
+    return "SELECT " + columns + " FROM tasks ORDER BY id DESC" + bound;
   }
-  return query + " ORDER BY id DESC LIMIT :bound";
+
+  const std::string end = std::string(" ORDER BY ") + dialect.listOrder + bound;
+  if (!filter.state.empty()) return QueryOfState(filter, columns, filter.state) + end;
+
+  // Each half comes from the index in the right order.
+  const auto half = [&](TaskState state) {
+    const std::string query = QueryOfState(filter, columns, TaskStateText(state));
+    return dialect.mergesUnions ? query : "(" + query + end + ")";
+  };
+  return "SELECT " + columns + " FROM (" + half(TaskState::kOpen) + " UNION ALL " +
+         half(TaskState::kClosed) + ") AS listed" + end;
 }
 
 std::vector<Task> ListTasks(StoreConnection* connection, const TaskFilter& filter,

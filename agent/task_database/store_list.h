@@ -10,6 +10,6 @@
 std::vector<Task> ListTasks(StoreConnection* connection, const TaskFilter& filter,
                             const TaskListBounds& bounds);
 
-/// The query for these columns of the tasks that the filter leaves, newest first, with the values
-/// that it names left open.
-std::string ListQuery(const TaskFilter& filter, const std::string& columns);
+/// The query for these columns, `id` among them, of the tasks that the filter leaves, newest first,
+/// with the values that it names left open.
+std::string ListQuery(const TaskFilter& filter, const std::string& columns, const Dialect& dialect);

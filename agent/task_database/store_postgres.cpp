@@ -11,16 +11,19 @@
 #include "agent/task_database/store_schema.h"
 #include "agent/task_database/store_text.h"
 
-namespace {
-
-constexpr Dialect kDialect = {
+const Dialect kPostgresDialect = {
     .smallIdentity = "INTEGER GENERATED ALWAYS AS IDENTITY PRIMARY KEY",
     .bigIdentity = "BIGINT GENERATED ALWAYS AS IDENTITY PRIMARY KEY",
     .countVersionTable = "SELECT COUNT(*) FROM pg_class WHERE oid = to_regclass('schema_version')",
     // The number stands for this schema and means nothing else.
     .lockSchema = "SELECT pg_advisory_xact_lock(7460110500)",
     .lockRow = " FOR UPDATE",
+    .listKey = "(-id)",
+    .listOrder = "(-id)",
+    .mergesUnions = false,
 };
+
+namespace {
 
 /// The parameters of a connection, by libpq's names.
 using Parameters = std::map<std::string, std::string>;
@@ -72,7 +75,7 @@ class PostgresConnection : public StoreConnection {
     }
   }
 
-  const Dialect& SqlDialect() const override { return kDialect; }
+  const Dialect& SqlDialect() const override { return kPostgresDialect; }
 
   /// A server that ends a connection says so: nothing else is to come while nothing was asked.
   bool IsAlive() override {

@@ -7,7 +7,7 @@
 namespace {
 
 /// The statements that lead from one version to the next. What was released is never changed: add
-/// another step instead. @SMALL_IDENTITY@ and @BIG_IDENTITY@ stand for the database's own words.
+/// another step instead. @WORDS@ stand for what the dialect has.
 using Migration = std::vector<const char*>;
 
 // The *_key columns are TextKey() of the texts beside them. Every combination of what a list can be
@@ -47,18 +47,18 @@ const std::vector<Migration> kMigrations = {
 
         "CREATE INDEX notes_by_task ON notes (task_id, id)",
 
-        "CREATE INDEX tasks_by_state ON tasks (state, id)",
-        "CREATE INDEX tasks_by_requester ON tasks (requester_key, state, id)",
-        "CREATE INDEX tasks_by_priority ON tasks (priority_key, state, id)",
-        "CREATE INDEX tasks_by_device ON tasks (device_key, state, id)",
+        "CREATE INDEX tasks_by_state ON tasks (state, @LIST_KEY@)",
+        "CREATE INDEX tasks_by_requester ON tasks (requester_key, state, @LIST_KEY@)",
+        "CREATE INDEX tasks_by_priority ON tasks (priority_key, state, @LIST_KEY@)",
+        "CREATE INDEX tasks_by_device ON tasks (device_key, state, @LIST_KEY@)",
         "CREATE INDEX tasks_by_requester_priority"
-        " ON tasks (requester_key, priority_key, state, id)",
+        " ON tasks (requester_key, priority_key, state, @LIST_KEY@)",
         "CREATE INDEX tasks_by_requester_device"
-        " ON tasks (requester_key, device_key, state, id)",
+        " ON tasks (requester_key, device_key, state, @LIST_KEY@)",
         "CREATE INDEX tasks_by_priority_device"
-        " ON tasks (priority_key, device_key, state, id)",
+        " ON tasks (priority_key, device_key, state, @LIST_KEY@)",
         "CREATE INDEX tasks_by_requester_priority_device"
-        " ON tasks (requester_key, priority_key, device_key, state, id)",
+        " ON tasks (requester_key, priority_key, device_key, state, @LIST_KEY@)",
     },
 };
 
@@ -71,6 +71,7 @@ std::string InDialect(std::string statement, const Dialect& dialect) {
   };
   replace("@SMALL_IDENTITY@", dialect.smallIdentity);
   replace("@BIG_IDENTITY@", dialect.bigIdentity);
+  replace("@LIST_KEY@", dialect.listKey);
   return statement;
 }
 

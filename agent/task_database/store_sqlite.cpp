@@ -13,16 +13,19 @@
 #include "agent/task_database/store_schema.h"
 #include "agent/task_database/store_text.h"
 
-namespace {
-
-constexpr Dialect kDialect = {
+const Dialect kSqliteDialect = {
     .smallIdentity = "INTEGER PRIMARY KEY AUTOINCREMENT",
     .bigIdentity = "INTEGER PRIMARY KEY AUTOINCREMENT",
     .countVersionTable =
         "SELECT COUNT(*) FROM sqlite_master WHERE type = 'table' AND name = 'schema_version'",
     .lockSchema = "",
     .lockRow = "",
+    .listKey = "id",
+    .listOrder = "id DESC",
+    .mergesUnions = true,
 };
+
+namespace {
 
 [[noreturn]] void ThrowSystemError(const std::string& what, const std::string& path) {
   throw StoreError(what + " '" + path + "': " + std::generic_category().message(errno));
@@ -64,7 +67,7 @@ class SqliteConnection : public StoreConnection {
     }
   }
 
-  const Dialect& SqlDialect() const override { return kDialect; }
+  const Dialect& SqlDialect() const override { return kSqliteDialect; }
 
   /// Whether the file is still the one that was opened: what is written to a file that was removed
   /// or replaced would be lost.
@@ -86,8 +89,11 @@ class SqliteConnection : public StoreConnection {
 
   StoreError Explain(const soci::soci_error& error) const override {
     const auto* known = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
+    const int code = known ? known->result() : SQLITE_ERROR;
     const std::string file = "the database file '" + path_ + "' ";
-    switch (known ? known->result() & 0xFF : SQLITE_ERROR) {
+    // No space for the file beside it that connections share is told otherwise than for the rest.
+    if (code == SQLITE_IOERR_SHMSIZE) return StoreError(file + "cannot grow: no space is left");
+    switch (code & 0xFF) {
       case SQLITE_BUSY:
       case SQLITE_LOCKED:
         return StoreError(file + "is locked by another program");
@@ -109,6 +115,8 @@ class SqliteConnection : public StoreConnection {
  private:
   void Open(Deadline deadline) {
     sql_.open(soci::sqlite3, ConnectString(path_));
+    const auto* backend = static_cast<soci::sqlite3_session_backend*>(sql_.get_backend());
+    sqlite_api::sqlite3_extended_result_codes(backend->conn_, 1);
     if (stat(path_.c_str(), &file_) != 0) ThrowSystemError("cannot find the file", path_);
     SetTimeout(deadline);
     RequireKnownSchema(this);

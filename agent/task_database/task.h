@@ -9,25 +9,25 @@
 
 /// One remark on a task.
 struct TaskNote {
-  std::string author;
+  std::string author = {};
   int64_t createdMs = 0;
-  std::string text;
+  std::string text = {};
 };
 
 /// What a task is opened with.
 struct NewTask {
-  std::string name;
-  std::string description;
-  std::string priority;   ///< the fleet's own words, such as "high"
-  std::string requester;  ///< for whom it was opened, as the caller said
-  std::string language;
-  std::string userEmail;
-  std::string userDomain;
-  std::string userLogin;
-  std::string deviceGuid;   ///< the identity of the device it was opened on; empty when not known
-  std::string agent;        ///< the name of the agent that asked
-  std::string consoleUser;  ///< who called that agent, as it vouches; empty: nobody but itself
-  std::string note;         ///< becomes the first note, by the requester; empty: none
+  std::string name = {};
+  std::string description = {};
+  std::string priority = {};   ///< the fleet's own words, such as "high"
+  std::string requester = {};  ///< for whom it was opened, as the caller said
+  std::string language = {};
+  std::string userEmail = {};
+  std::string userDomain = {};
+  std::string userLogin = {};
+  std::string deviceGuid = {};   ///< of the device it was opened on; empty when not known
+  std::string agent = {};        ///< the name of the agent that asked
+  std::string consoleUser = {};  ///< who called that agent, as it vouches; empty: nobody but itself
+  std::string note = {};         ///< becomes the first note, by the requester; empty: none
 };
 
 enum class TaskState { kOpen, kClosed };
@@ -46,10 +46,10 @@ struct Task : NewTask {
 
 /// What a list is narrowed down to: all that is given must be equal, an empty text leaves all.
 struct TaskFilter {
-  std::string requester;
-  std::string state;
-  std::string priority;
-  std::string deviceGuid;
+  std::string requester = {};
+  std::string state = {};
+  std::string priority = {};
+  std::string deviceGuid = {};
 };
 
 /// How long a list may get.

@@ -1,0 +1,209 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+#include <sys/fsuid.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+
+#include "agent/task_database/store_database.h"
+#include "tests/agent/task_store_database.h"
+#include "tests/agent/temporary_directory.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class SqliteTestDatabase : public TestDatabase {
+ public:
+  TaskStoreOptions Options() const override { return {.database = Path()}; }
+  std::unique_ptr<soci::session> Connect() const override {
+    auto session = std::make_unique<soci::session>(soci::sqlite3, Path());
+    *session << "PRAGMA busy_timeout = 10000";
+    *session << "PRAGMA foreign_keys = ON";
+    return session;
+  }
+  const Dialect& SqlDialect() const override { return kSqliteDialect; }
+  std::string Explain(const std::string& query) const override {
+    const std::unique_ptr<soci::session> session = Connect();
+    const soci::rowset<soci::row> rows = session->prepare << "EXPLAIN QUERY PLAN " + query;
+    std::string plan;
+    for (const soci::row& row : rows) plan += row.get<std::string>("detail") + "\n";
+    return plan;
+  }
+  void UseUpIdentifiers() const override {
+    *Connect() << "UPDATE sqlite_sequence SET seq = 2147483646 WHERE name = 'tasks'";
+  }
+
+ private:
+  std::string Path() const { return (directory_.Native() / "made" / "tasks.db").string(); }
+  TemporaryDirectory directory_;
+};
+
+class SqliteStore : public testing::Test {
+ protected:
+  std::string Path() const { return (directory_.Native() / "tasks.db").string(); }
+  TaskStoreOptions Options() const { return {.database = Path(), .timeoutMs = 200}; }
+
+  TemporaryDirectory directory_;
+};
+
+/// What went wrong, and whether that took no longer than it may.
+std::string What(const std::function<void()>& action) {
+  const auto start = std::chrono::steady_clock::now();
+  std::string what = "no error";
+  try {
+    action();
+  } catch (const StoreError& error) {
+    what = error.what();
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  return what;
+}
+
+TEST_F(SqliteStore, ItsFilesAreTheOwnersAlone) {
+  const std::filesystem::path path = directory_.Native() / "one" / "two" / "tasks.db";
+  TaskStore store({.database = path.string()});
+  store.Create({.name = "a"}, 1);
+  const auto mode = [](const std::filesystem::path& of) {
+    struct stat facts = {};
+    EXPECT_EQ(stat(of.c_str(), &facts), 0) << of;
+    return facts.st_mode & 0777;
+  };
+  EXPECT_EQ(mode(path), 0600u);
+  EXPECT_EQ(mode(path.string() + "-wal"), 0600u);
+  EXPECT_EQ(mode(path.parent_path()), 0700u);
+  EXPECT_EQ(mode(path.parent_path().parent_path()), 0700u);
+}
+
+TEST_F(SqliteStore, WritesAheadAndToTheDisk) {
+  TaskStore(Options()).Create({.name = "a"}, 1);
+  std::string mode;
+  soci::session(soci::sqlite3, Path()) << "PRAGMA journal_mode", soci::into(mode);
+  EXPECT_EQ(mode, "wal");
+}
+
+TEST_F(SqliteStore, ALockedFileIsAnErrorUntilItIsFree) {
+  TaskStore store(Options());
+  store.Create({.name = "a"}, 1);
+  soci::session other(soci::sqlite3, Path());
+  other << "BEGIN IMMEDIATE";
+  EXPECT_THAT(What([&] { store.Create({.name = "b"}, 1); }),
+              HasSubstr("locked by another program"));
+  EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("locked by another program"));
+  EXPECT_EQ(store.List({}, {}).size(), 1u);
+
+  other << "COMMIT";
+  EXPECT_EQ(store.Create({.name = "b"}, 1), 2);
+}
+
+TEST_F(SqliteStore, AFileThatIsNoDatabaseIsNotTouched) {
+  const std::string content(5000, 'x');
+  WriteFile(Path(), content);
+  TaskStore store(Options());
+  EXPECT_THAT(What([&] { store.Create({.name = "a"}, 1); }), HasSubstr("is no SQLite database"));
+  EXPECT_THAT(What([&] { store.List({}, {}); }), HasSubstr("is no SQLite database"));
+  EXPECT_EQ(ReadFile(Path()), content);
+  EXPECT_EQ(directory_.CountEntries(), 1u);
+}
+
+TEST_F(SqliteStore, ADirectoryThatCannotBeMadeIsNamed) {
+  WriteFile(directory_.Native() / "file", "");
+  TaskStore store({.database = (directory_.Native() / "file" / "tasks.db").string()});
+  EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("/file"));
+}
+
+TEST_F(SqliteStore, AFileThatWasRemovedIsMadeAnew) {
+  TaskStore store(Options());
+  store.Create({.name = "a"}, 1);
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(Path() + suffix);
+  EXPECT_EQ(store.Create({.name = "b"}, 1), 1);
+  EXPECT_EQ(store.List({}, {}).at(0).name, "b");
+  EXPECT_TRUE(std::filesystem::exists(Path()));
+}
+
+TEST_F(SqliteStore, OddPathsAreFiles) {
+  for (const char* name : {"a b.db", "host=x dbname=y", "\"quoted\".db", "100%?x.db"}) {
+    const std::string path = (directory_.Native() / name).string();
+    TaskStore store({.database = path});
+    EXPECT_EQ(store.Create({.name = "a"}, 1), 1) << name;
+    EXPECT_TRUE(std::filesystem::exists(path)) << name;
+  }
+}
+
+/// The file system's rights of a user who owns nothing, for this thread: root may write everything.
+class OtherUser {
+ public:
+  OtherUser() : before_(setfsuid(65534)) {}
+  ~OtherUser() { setfsuid(static_cast<uid_t>(before_)); }
+
+ private:
+  const int before_;
+};
+
+TEST_F(SqliteStore, AFileThatMayNotBeWrittenIsAnErrorUntilItMay) {
+  TaskStore(Options()).Create({.name = "a"}, 1);
+  std::filesystem::permissions(directory_.Native(), std::filesystem::perms(0555));
+  std::filesystem::permissions(Path(), std::filesystem::perms(0444));
+  TaskStore store(Options());
+  {
+    const OtherUser rights;
+    EXPECT_THAT(What([&] { store.Create({.name = "b"}, 1); }), HasSubstr(Path()));
+    EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr(Path()));
+  }
+  std::filesystem::permissions(directory_.Native(), std::filesystem::perms(0700));
+  std::filesystem::permissions(Path(), std::filesystem::perms(0600));
+  EXPECT_EQ(store.Create({.name = "b"}, 1), 2);
+}
+
+std::atomic<bool> diskIsFull = false;
+
+ssize_t WriteUnlessFull(int file, const void* bytes, size_t count, off_t at) {
+  if (!diskIsFull) return pwrite(file, bytes, count, at);
+  errno = ENOSPC;
+  return -1;
+}
+
+/// SQLite's calls of the system can be replaced, for tests like this one.
+class FullDisk {
+ public:
+  FullDisk() {
+    using sqlite_api::sqlite3_syscall_ptr;
+    sqlite_api::sqlite3_vfs* files = sqlite_api::sqlite3_vfs_find(nullptr);
+    for (const char* call : {"pwrite", "pwrite64"}) {
+      files->xSetSystemCall(files, call, reinterpret_cast<sqlite3_syscall_ptr>(&WriteUnlessFull));
+    }
+    diskIsFull = true;
+  }
+  ~FullDisk() {
+    diskIsFull = false;
+    sqlite_api::sqlite3_vfs* files = sqlite_api::sqlite3_vfs_find(nullptr);
+    files->xSetSystemCall(files, nullptr, nullptr);
+  }
+};
+
+TEST_F(SqliteStore, AFullDiskIsAnErrorUntilThereIsSpace) {
+  TaskStore store(Options());
+  store.Create({.name = "a"}, 1);
+  {
+    const FullDisk full;
+    EXPECT_THAT(What([&] { store.Create({.name = "b"}, 1); }), HasSubstr("no space is left"));
+    EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("no space is left"));
+    EXPECT_THAT(What([&] { TaskStore(Options()).Create({.name = "b"}, 1); }),
+                HasSubstr("no space is left"));
+    EXPECT_THAT(What([&] { store.Close(1, 2, [](const Task&) { return true; }); }),
+                HasSubstr("no space is left"));
+  }
+  EXPECT_EQ(store.Create({.name = "b"}, 1), 2);
+  EXPECT_EQ(store.List({.state = "open"}, {}).size(), 2u);
+}
+
+}  // namespace
+
+std::unique_ptr<TestDatabase> TestDatabase::Make() {
+  return std::make_unique<SqliteTestDatabase>();
+}
