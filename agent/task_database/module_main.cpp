@@ -1,5 +1,6 @@
 #include "agent/task_database/module_main.h"
 
+#include <algorithm>
 #include <exception>
 #include <memory>
 #include <stdexcept>
@@ -55,6 +56,8 @@ TaskStoreOptions StoreOptions(const Settings& settings) {
   TaskStoreOptions options;
   options.database = settings.masterDatabase;
   options.connections = settings.masterConnections;
+  // Who asks shall hear why before they give up.
+  options.timeoutMs = std::min(options.timeoutMs, std::max(settings.masterTimeoutMs / 2, 1u));
   if (options.database.empty()) {
     ZelString directory;
     ZelAgentGetDataDir(directory);

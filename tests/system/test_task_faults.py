@@ -231,6 +231,29 @@ def test_a_master_starts_before_its_postgresql(own_postgres, make_faulty):
     assert master.stop() == 0
 
 
+def test_a_locked_file_is_waited_for_no_longer_than_half_of_an_invocation(make_faulty):
+    master = make_faulty(timeout_ms="1000")
+    assert ask(master, "TrnDbCreateTask", ObjectName="before")[0] == 0
+    with contextlib.closing(sqlite3.connect(own_file(master), isolation_level=None)) as other:
+        other.execute("BEGIN EXCLUSIVE")
+        start = time.monotonic()
+        code, container = ask(master, "TrnDbCreateTask", ObjectName="meanwhile")
+        assert (code, container["Result"]) == (FAILED, False)
+        assert 0.4 < time.monotonic() - start < 10
+        assert "locked" in container["Error"] and container["Error"] in master.log()
+        # Whoever only reads sees what was there before.
+        assert names(listed(master)) == ["before"]
+
+        # A start does not wait for it either.
+        assert master.stop() == 0
+        master.start()
+        assert "The task database cannot be used: " in master.log()
+        other.execute("ROLLBACK")
+    assert ask(master, "TrnDbCreateTask", ObjectName="after")[1]["Result"] is True
+    assert names(listed(master)) == ["after", "before"]
+    assert master.stop() == 0
+
+
 def test_a_lock_that_goes_in_time_is_not_noticed(make_faulty):
     master = make_faulty()
     assert ask(master, "TrnDbCreateTask", ObjectName="before")[0] == 0
