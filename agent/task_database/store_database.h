@@ -6,6 +6,10 @@
 
 extern const Dialect kSqliteDialect;
 extern const Dialect kPostgresDialect;
+/// Statements that leave PostgreSQL's planner, within one transaction, the indexes that are made
+/// for the queries. It would else, before it has statistics of a table that grew, collect and sort
+/// all tasks that match instead of reading the newest of them.
+extern const char* const kPostgresPlanning;
 
 /// The connections to one database.
 class StoreDatabase {

@@ -21,7 +21,11 @@ const Dialect kPostgresDialect = {
     .listKey = "(-id)",
     .listOrder = "(-id)",
     .mergesUnions = false,
+    .keepsStatistics = true,
 };
+
+const char* const kPostgresPlanning =
+    "SET LOCAL enable_bitmapscan = off; SET LOCAL enable_seqscan = off; SET LOCAL jit = off";
 
 namespace {
 
@@ -85,7 +89,8 @@ class PostgresConnection : public StoreConnection {
   }
 
   void BeginReading(Deadline deadline) override {
-    Begin("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY", deadline);
+    Begin(std::string("BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY; ") + kPostgresPlanning,
+          deadline);
   }
   void BeginWriting(Deadline deadline) override {
     Begin("BEGIN ISOLATION LEVEL READ COMMITTED READ WRITE", deadline);

@@ -28,7 +28,8 @@ class PostgresTestDatabase : public TestDatabase {
   const Dialect& SqlDialect() const override { return kPostgresDialect; }
   std::string Explain(const std::string& query) const override {
     const std::unique_ptr<soci::session> session = Connect();
-    *session << "ANALYZE tasks";
+    *session << "BEGIN";
+    *session << kPostgresPlanning;
     // The values of the tests' rows, as values left open have no plan of their own.
     std::string plain = query;
     for (const auto& [name, value] :
