@@ -21,7 +21,6 @@ const Dialect kPostgresDialect = {
     .listKey = "(-id)",
     .listOrder = "(-id)",
     .mergesUnions = false,
-    .keepsStatistics = true,
 };
 
 const char* const kPostgresPlanning =
