@@ -367,6 +367,28 @@ TEST_F(TaskStoreTest, EveryCombinationOfFiltersIsReadFromItsIndex) {
   }
 }
 
+TEST_F(TaskStoreTest, OfManyTasksOfOneRequesterNoMoreAreReadThanListed) {
+  store_.CheckUsable();
+  const std::unique_ptr<soci::session> sql = database_->Connect();
+  *sql << "INSERT INTO tasks (state, created_ms, changed_ms, closed_ms, text_bytes, requester_key,"
+          " priority_key, device_key, name, priority, requester, language, user_email, user_domain,"
+          " user_login, device_guid, agent, console_user, description)"
+          " WITH RECURSIVE numbers (n) AS"
+          " (SELECT 1 UNION ALL SELECT n + 1 FROM numbers WHERE n < 50000)"
+          " SELECT CASE WHEN n % 7 < 3 THEN 'open' ELSE 'closed' END, 1, 1, 0, 10, n % 100,"
+          " 1, 2, 'n', 'p', CASE WHEN n % 100 = 0 THEN 'r' ELSE 'r' || n % 100 END,"
+          " '', '', '', '', 'd', '', '', 'some text that takes its room' FROM numbers";
+
+  for (const char* state : {"", "open", "closed"}) {
+    const TaskFilter filter = {.requester = "r", .state = state};
+    const std::string plan =
+        database_->Explain(ListQuery(filter, "id, name", database_->SqlDialect()));
+    EXPECT_THAT(plan, HasSubstr("tasks_by_requester")) << state;
+    EXPECT_THAT(plan, testing::Not(HasSubstr("Bitmap"))) << state << "\n" << plan;
+    EXPECT_THAT(plan, testing::Not(HasSubstr("TEMP B-TREE"))) << state;
+  }
+}
+
 TEST_F(TaskStoreTest, TasksCreatedAtOnceAreAllThereAndNoneTwice) {
   constexpr int kThreads = 32, kEach = 32;
   std::vector<std::vector<int32_t>> given(kThreads);
