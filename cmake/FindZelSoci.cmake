@@ -23,4 +23,8 @@ if(ZelSoci_FOUND AND NOT TARGET zel_soci)
   target_link_libraries(zel_soci INTERFACE
     ${ZelSoci_SQLITE_BACKEND} ${ZelSoci_POSTGRESQL_BACKEND} ${ZelSoci_LIBRARY}
     ${ZelSoci_SQLITE_LIBRARY} ${ZelSoci_POSTGRESQL_LIBRARY})
+  if(ZEL_SANITIZE MATCHES undefined)
+    # SOCI keeps the type information of its classes to itself, which this check would need.
+    target_compile_options(zel_soci INTERFACE -fno-sanitize=vptr)
+  endif()
 endif()
