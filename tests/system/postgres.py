@@ -34,7 +34,8 @@ class PostgresServer:
 
     def _command(self, name, *arguments):
         """As another account when the tests run as root; what is left behind ends with the tests."""
-        user = ["--reuid", ACCOUNT, "--regid", ACCOUNT, "--clear-groups"] if os.getuid() == 0 else []
+        other = ["--reuid", ACCOUNT, "--regid", ACCOUNT, "--clear-groups"]
+        user = other if os.getuid() == 0 else []
         return ["setpriv", "--pdeathsig", "QUIT", *user, PROGRAMS / name, *arguments]
 
     def _run(self, name, *arguments):

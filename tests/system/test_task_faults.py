@@ -223,7 +223,8 @@ def test_a_master_starts_before_its_postgresql(own_postgres, make_faulty):
     try:
         master = make_faulty(own_postgres.connection(database))
         assert ask(master, "TrnDbCreateTask", ObjectName="early")[0] == FAILED
-        assert ask(master, "TrnDbTaskCheckRequirements")[0] == FAILED
+        code, container = ask(master, "TrnDbTaskCheckRequirements")
+        assert (code, container["Result"]) == (0, False) and container["Error"]
     finally:
         own_postgres.start()
     assert ask(master, "TrnDbCreateTask", ObjectName="late")[1]["Result"] is True
@@ -292,9 +293,9 @@ def test_a_file_that_may_not_be_written_refuses_and_keeps_its_tasks(make_faulty,
     assert master.stop() == 0
     remount("ro")
     master.start()
-    for action in ("TrnDbCreateTask", "TrnDbTaskCheckRequirements"):
+    for action, code_then in (("TrnDbCreateTask", FAILED), ("TrnDbTaskCheckRequirements", 0)):
         code, container = ask(master, action, ObjectName="meanwhile")
-        assert (code, container["Result"]) == (FAILED, False), action
+        assert (code, container["Result"]) == (code_then, False), action
         assert container["Error"] and container["Error"] in master.log(), action
     remount("rw")
     assert ask(master, "TrnDbTaskCheckRequirements") == (0, {"Result": True})
@@ -351,11 +352,13 @@ class Served:
     def dump(self):
         # Some lines have a key of their own in each dump.
         lines = self.server.dump(self.database).splitlines()
-        return "\n".join(line for line in lines if not line.startswith(("\\restrict", "\\unrestrict")))
+        keys = ("\\restrict", "\\unrestrict")
+        return "\n".join(line for line in lines if not line.startswith(keys))
 
 
 @pytest.mark.parametrize("kind", ["sqlite", "postgresql"])
-def test_the_database_of_a_newer_program_is_left_alone(kind, make_faulty, fleet, postgres, tmp_path):
+def test_the_database_of_a_newer_program_is_left_alone(
+        kind, make_faulty, fleet, postgres, tmp_path):
     database = Served(postgres) if kind == "postgresql" else File(tmp_path)
     older = make_faulty(database.name)
     number = ask(older, "TrnDbCreateTask", ObjectName="before")[1]["ObjectId"]

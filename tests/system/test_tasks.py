@@ -293,7 +293,8 @@ def test_a_console_user_changes_what_is_requested_in_his_own_name(device):
 
 def test_who_may_change_a_task_is_decided_for_each_agent_and_its_user(master, ann):
     def may_close(owner, asking, requester=ann):
-        code, container = ask(master, "TrnDbCreateTask", **owner, ObjectName="n", **{REQUESTER: ann})
+        code, container = ask(master, "TrnDbCreateTask", **owner, ObjectName="n",
+                              **{REQUESTER: ann})
         assert (code, container["Result"]) == (0, True)
         return ask(master, "TrnDbCloseTask", **asking, ObjectId=container["ObjectId"],
                    **{REQUESTER: requester})[1]["Result"]
@@ -509,7 +510,8 @@ def test_zelctl_opens_lists_annotates_and_closes_tasks(helpdesk, platform, ann):
     number = lines[2].split()[0]
 
     assert zelctl(device, "note", number, "second note", "--requested-by", ann)[0] == 0
-    status, output, _ = zelctl(device, "list", "--requested-by", ann, "--priority", "high", "--long")
+    status, output, _ = zelctl(device, "list", "--requested-by", ann, "--priority", "high",
+                               "--long")
     assert status == 0
     for expected in ("Printer on fire", "In <room> 'five'", "ann@example.org", "first note",
                      "second note", ann):
