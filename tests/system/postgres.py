@@ -60,8 +60,11 @@ class PostgresServer:
             time.sleep(0.02)
         return self
 
+    def is_running(self):
+        return self.process is not None and self.process.poll() is None
+
     def _end(self, number):
-        if self.process and self.process.poll() is None:
+        if self.is_running():
             self.process.send_signal(number)
             self.process.wait(STOP_TIMEOUT_S)
 
