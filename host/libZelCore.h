@@ -39,7 +39,8 @@ uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& 
                                  uint32_t timeoutMs, uint32_t options, bool isAsynchronous);
 
 /// Runs an action on the master server named in the agent's configuration, over a connection made
-/// for this call. The two null pointers and the two ~0U are reserved. Returns the action's own
+/// for this call. The two null pointers and `options` (~0U) are reserved; `timeoutMs` is how long
+/// it may take, ~0U for the configured time. Returns the action's own
 /// result code, or a `kInvoke...` code when it did not run; the log says which of not configured,
 /// not reachable, refused and failed it was.
 uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,

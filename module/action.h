@@ -7,10 +7,10 @@
 
 // What every action handler shares: its result codes, its shared keys, and how it reads parameters.
 //
-// A handler reads all its parameters, clears the container (so that none of them travels back),
-// logs one line, checks its preconditions, does its work, writes its results into the same
-// container and returns a result code. It may throw: the registry turns an exception into
-// `kFailure`.
+// Unless its own description says otherwise, a handler reads all its parameters, clears the
+// container (so that none of them travels back), logs one line, checks its preconditions, does its
+// work, writes its results into the same container and returns a result code. It may throw: the
+// registry turns an exception into `kFailure`.
 
 /// What an action answers to the core, which hands it to whoever invoked the action.
 using ResultCode = uint32_t;
@@ -25,7 +25,7 @@ constexpr ResultCode kBadParameter = 13;
 constexpr ResultCode kSmbStepFailed = 20;
 /// The named file does not exist.
 constexpr ResultCode kFileNotFound = 14001;
-/// The master could not be invoked.
+/// The master could not be invoked, or the invocation failed.
 constexpr ResultCode kMasterNotInvoked = 32003;
 
 /// The main answer; its type is the action's.

@@ -8,9 +8,11 @@
 
 namespace {
 
-/// What a stored note takes of a list's bound.
+/// What a stored note takes of a list's bound. Notes count for more than their texts: a list with
+/// a great many tiny ones would otherwise be far longer than its bound once it is sent.
 int64_t TextBytes(const TaskNote& note) {
-  return static_cast<int64_t>(note.author.size() + note.text.size());
+  constexpr size_t kFrameBytes = 64;
+  return static_cast<int64_t>(kFrameBytes + note.author.size() + note.text.size());
 }
 
 void InsertNoteRow(soci::session& sql, int32_t id, const TaskNote& note) {

@@ -55,5 +55,6 @@ struct TaskFilter {
 /// How long a list may get.
 struct TaskListBounds {
   uint32_t tasks = 200;
-  size_t textBytes = 8 * 1024 * 1024;  ///< of all texts together; the first task is always whole
+  size_t textBytes = 8 * 1024 * 1024;  ///< of all texts together, 64 more for each
+                                       ///< note; the first task is always there
 };

@@ -180,9 +180,15 @@ void GetList(const Request& request, TaskService& service, ZelContainer* answer)
   for (Task& task : tasks) answer->SetContainer(kValuesKey, RowOf(std::move(task)), index++);
 }
 
+/// A database that cannot be used is an answer here, and no failure to give one.
 void CheckRequirements(const Request&, TaskService& service, ZelContainer* answer) {
-  service.store.CheckUsable();
-  answer->SetBool(kResultKey, true, kNoIndex);
+  try {
+    service.store.CheckUsable();
+    answer->SetBool(kResultKey, true, kNoIndex);
+  } catch (const StoreError& failure) {
+    TaskDatabaseLog().ErrorWithNL("The task database cannot be used: %s", failure.what());
+    SayNo(answer, failure.what());
+  }
 }
 
 }  // namespace

@@ -96,6 +96,6 @@ uint32_t TrnDbTaskAddNote(ZelContainer* parameters);
 /// A note has `Author` (text), `CreatedTime` (Int64) and `Text` (text).
 uint32_t TrnDbTaskGetList(ZelContainer* parameters);
 
-/// Answers `Result`: whether tasks can be kept, that is, the database can be read and written.
-/// Looks at no parameter.
+/// Answers `Result`: whether tasks can be kept, that is, the database can be read and written; when
+/// it cannot, `Error` says why and the code is 0 all the same. Looks at no parameter.
 uint32_t TrnDbTaskCheckRequirements(ZelContainer* parameters);

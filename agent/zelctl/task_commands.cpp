@@ -45,17 +45,21 @@ Result FinishChange(const char* action, const ActionReply& reply, const char* su
                 reply.body);
 }
 
-ActionReply AskWhetherTasksAreKept(AgentClient& agent) {
+/// The answer of a master that keeps tasks.
+ActionReply RequireTasksAreKept(AgentClient& agent) {
   ActionReply reply = Invoke(agent, kCheckTask, ZelContainer());
   if (reply.code == kMasterNotInvoked) {
     throw Failure(ExitStatus::kActionFailed,
-                  std::string("the master could not be asked, or its database failed; the agent's "
-                              "log says why (") +
+                  std::string("the master could not be asked; the agent's log says why (") +
                       kCheckTask + ": " + DescribeCode(reply.code) + ")",
                   reply.body);
   }
   RequireSuccess(kCheckTask, reply);
-  return reply;
+  if (RequireVerdict(kCheckTask, reply)) return reply;
+  throw Failure(
+      ExitStatus::kActionFailed,
+      std::string("the master cannot keep tasks; the agent's log says why (") + kCheckTask + ")",
+      reply.body);
 }
 
 }  // namespace
@@ -101,14 +105,13 @@ Result ListTasks(AgentClient& agent, const TaskListOptions& options) {
   if (!rows.empty()) {
     return {options.isLong ? FormatTasksInFull(rows) : FormatTasks(rows), reply.body, ""};
   }
-  AskWhetherTasksAreKept(agent);
+  RequireTasksAreKept(agent);
   Result result{"", reply.body, ""};
   result.remark = parameters.CountKeys() == 0 ? "there are no tasks" : "there are no such tasks";
   return result;
 }
 
 Result CheckTasks(AgentClient& agent) {
-  const ActionReply reply = AskWhetherTasksAreKept(agent);
-  if (RequireVerdict(kCheckTask, reply)) return {"The master keeps tasks.\n", reply.body, ""};
-  return {"", reply.body, "the master cannot keep tasks; its log says why"};
+  const ActionReply reply = RequireTasksAreKept(agent);
+  return {"The master keeps tasks.\n", reply.body, ""};
 }

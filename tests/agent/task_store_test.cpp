@@ -292,12 +292,12 @@ TEST_F(TaskStoreTest, AListEndsBeforeTheTaskThatWouldExceedItsTexts) {
   for (int number = 0; number < 4; ++number) {
     store_.Create({.name = std::string(100, 'n'), .note = std::string(50, 't')}, 1);
   }
-  EXPECT_THAT(Listed({}, {.textBytes = 600}), ElementsAre(4, 3, 2, 1));
-  EXPECT_THAT(Listed({}, {.textBytes = 599}), ElementsAre(4, 3, 2));
-  EXPECT_THAT(Listed({}, {.textBytes = 300}), ElementsAre(4, 3));
-  EXPECT_THAT(Listed({}, {.textBytes = 299}), ElementsAre(4));
+  EXPECT_THAT(Listed({}, {.textBytes = 856}), ElementsAre(4, 3, 2, 1));
+  EXPECT_THAT(Listed({}, {.textBytes = 855}), ElementsAre(4, 3, 2));
+  EXPECT_THAT(Listed({}, {.textBytes = 428}), ElementsAre(4, 3));
+  EXPECT_THAT(Listed({}, {.textBytes = 427}), ElementsAre(4));
   ASSERT_EQ(store_.AddNote(3, "", std::string(1, 't'), 1, Always), Change::kDone);
-  EXPECT_THAT(Listed({}, {.textBytes = 300}), ElementsAre(4));
+  EXPECT_THAT(Listed({}, {.textBytes = 428}), ElementsAre(4));
   EXPECT_THAT(Listed({}, {.tasks = 0}), IsEmpty());
 }
 
@@ -320,10 +320,10 @@ TEST_F(TaskStoreTest, AFirstTaskWithTooManyNotesKeepsTheNewest) {
   };
   ASSERT_EQ(store_.AddNote(id, "x", std::string(9, 'e'), 2, Always), Change::kDone);
   *database_->Connect() << "DELETE FROM tasks WHERE id > 1";
-  EXPECT_EQ(firstLetters(150), "abcde");
-  EXPECT_EQ(firstLetters(149), "bcde");
-  EXPECT_EQ(firstLetters(125), "de");
-  EXPECT_EQ(firstLetters(109), "");
+  EXPECT_EQ(firstLetters(470), "abcde");
+  EXPECT_EQ(firstLetters(469), "bcde");
+  EXPECT_EQ(firstLetters(250), "de");
+  EXPECT_EQ(firstLetters(173), "");
   EXPECT_EQ(firstLetters(1), "");
 }
 

@@ -257,9 +257,13 @@ TEST_F(ZelctlTasks, TakesAMasterThatIsAwayForNoEmptyList) {
   const Failure failure = FailureOf([&] { ListTasks(client_, {}); });
   EXPECT_EQ(failure.Status(), ExitStatus::kActionFailed);
   EXPECT_STREQ(failure.what(),
-               "the master could not be asked, or its database failed; the agent's log says why "
+               "the master could not be asked; the agent's log says why "
                "(CoreUtilsCheckTask: code 32003: the master could not be invoked)");
   EXPECT_EQ(failure.Reply(), kNotInvoked);
+
+  replies_["CoreUtilsCheckTask"] = kNo;
+  EXPECT_STREQ(FailureOf([&] { ListTasks(client_, {}); }).what(),
+               "the master cannot keep tasks; the agent's log says why (CoreUtilsCheckTask)");
 }
 
 TEST_F(ZelctlTasks, DoesNotCheckTheMasterOfAListThatIsNotEmpty) {
@@ -275,8 +279,11 @@ TEST_F(ZelctlTasks, TellsWhetherTheMasterKeepsTasks) {
   EXPECT_THAT(bodies_, ElementsAre("{}"));
 
   replies_["CoreUtilsCheckTask"] = kNo;
-  EXPECT_EQ(CheckTasks(client_).problem, "the master cannot keep tasks; its log says why");
-  EXPECT_EQ(CheckTasks(client_).text, "");
+  const Failure refusal = FailureOf([&] { CheckTasks(client_); });
+  EXPECT_EQ(refusal.Status(), ExitStatus::kActionFailed);
+  EXPECT_STREQ(refusal.what(),
+               "the master cannot keep tasks; the agent's log says why (CoreUtilsCheckTask)");
+  EXPECT_EQ(refusal.Reply(), kNo);
 
   replies_["CoreUtilsCheckTask"] = kNotInvoked;
   const Failure failure = FailureOf([&] { CheckTasks(client_); });

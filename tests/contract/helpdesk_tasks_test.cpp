@@ -636,6 +636,24 @@ TEST_F(TaskGetList, WritesNothingWhenTheMasterWasNotInvoked) {
   }
 }
 
+TEST_F(TaskGetList, LeavesTheCallersRowsWhereTheMasterHasNone) {
+  ZelContainer params;
+  HoldsRows({Texts({{"Mine", "1"}})})(params);
+  const Outcome untouched{kSuccess, "{Values: [{Mine: String \"1\"}]}"};
+
+  EXPECT_EQ(List(params, [](ZelContainer&) {}), untouched);
+  EXPECT_EQ(List(params, HoldsRows({Texts({{"A", "1"}})}), 1), untouched);
+}
+
+TEST_F(TaskGetList, MakesAnEmptyRowOfWhatIsNone) {
+  EXPECT_EQ(List({},
+                 [](ZelContainer& answer) {
+                   answer.SetString("Values", "x", 0);
+                   answer.SetString("Values", "y", 1);
+                 }),
+            (Outcome{kSuccess, "{Values: [{}, {}]}"}));
+}
+
 TEST_F(TaskGetList, MakesATableOfASingleRow) {
   EXPECT_EQ(List({},
                  [](ZelContainer& answer) {
