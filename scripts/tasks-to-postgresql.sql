@@ -3,6 +3,8 @@
 .bail on
 .mode list
 .headers off
+-- Whatever the terminal and the server are set to: this is how texts are written below.
+SELECT 'SET client_encoding = ''UTF8''; SET standard_conforming_strings = on;';
 BEGIN;
 
 SELECT format('DO $check$ BEGIN

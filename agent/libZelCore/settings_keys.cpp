@@ -154,8 +154,7 @@ std::string SetSecretFile(SettingsTarget& target, const std::string& value) {
   return {};
 }
 
-/// "NAME, NAME, ..."; nothing stands for no action.
-// "NAME, NAME, ..."; nothing when a name is missing or no name.
+/// "NAME, NAME, ..."; nothing when a name is missing or no name.
 std::optional<std::vector<std::string>> ParseNames(std::string_view rest) {
   std::vector<std::string> names;
   while (!TrimBlanks(rest).empty()) {

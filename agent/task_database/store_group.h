@@ -1,9 +1,9 @@
 #pragma once
 
 #include <condition_variable>
+#include <exception>
 #include <functional>
 #include <mutex>
-#include <string>
 #include <vector>
 
 #include "agent/task_database/store_connection.h"
@@ -17,13 +17,15 @@ class CreateGroup {
   struct Pending {
     const NewTask* task = nullptr;
     int64_t nowMs = 0;
-    int32_t id = 0;  ///< what became of it
+    Deadline deadline;
+    int32_t id = 0;              ///< what became of it
+    std::exception_ptr failure;  ///< why it was not made
     bool isTaken = false;
     bool isDone = false;
-    std::string error;
   };
-  /// Makes all tasks or, throwing StoreError, none.
-  using CreateAll = std::function<void(const std::vector<Pending*>&)>;
+  /// Makes all tasks until the deadline or, throwing, none. `isCommitting` becomes true before
+  /// anything is done after whose failure nobody could tell whether they were made.
+  using CreateAll = std::function<void(const std::vector<Pending*>&, Deadline, bool* isCommitting)>;
 
   explicit CreateGroup(CreateAll createAll);
 
@@ -33,6 +35,9 @@ class CreateGroup {
  private:
   void Lead(std::unique_lock<std::mutex>* lock);
   void WaitForTurn(std::unique_lock<std::mutex>* lock, Pending* mine, Deadline deadline);
+  std::vector<Pending*> TakeGroup();
+  void MakeOrFail(const std::vector<Pending*>& group) noexcept;
+  void MakeOneByOne(const std::vector<Pending*>& group) noexcept;
 
   const CreateAll createAll_;
   std::mutex mutex_;

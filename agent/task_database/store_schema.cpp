@@ -6,10 +6,6 @@
 
 namespace {
 
-/// The statements that lead from one version to the next. What was released is never changed: add
-/// another step instead. @WORDS@ stand for what the dialect has.
-using Migration = std::vector<const char*>;
-
 // The *_key columns are TextKey() of the texts beside them. Every combination of what a list can be
 // narrowed down to has its index, which ends with the order that lists have: however rare or common
 // the combination is, as many entries are read as tasks are listed.
@@ -62,8 +58,6 @@ const std::vector<Migration> kMigrations = {
     },
 };
 
-const int kKnownVersion = static_cast<int>(kMigrations.size());
-
 std::string InDialect(std::string statement, const Dialect& dialect) {
   const auto replace = [&statement](std::string_view word, const char* by) {
     const size_t at = statement.find(word);
@@ -86,14 +80,18 @@ int ReadVersion(StoreConnection* connection) {
   return version;
 }
 
-void RequireKnown(int version) {
-  if (version <= kKnownVersion) return;
+void RequireKnown(int version, int lastVersion) {
+  if (version <= lastVersion) return;
   throw StoreError("the database has the schema version " + std::to_string(version) +
-                   ", this program knows version " + std::to_string(kKnownVersion));
+                   ", this program knows version " + std::to_string(lastVersion));
+}
+
+int LastVersion(const std::vector<Migration>& steps) {
+  return static_cast<int>(steps.size());
 }
 
 /// Makes the next step; false when there is none left.
-bool Migrate(StoreConnection* connection, Deadline deadline) {
+bool Migrate(StoreConnection* connection, Deadline deadline, const std::vector<Migration>& steps) {
   soci::session& sql = connection->Sql();
   const Dialect& dialect = connection->SqlDialect();
   connection->BeginWriting(deadline);
@@ -101,8 +99,8 @@ bool Migrate(StoreConnection* connection, Deadline deadline) {
 
   // Another process may have been here while this one waited for the lock.
   const int version = ReadVersion(connection);
-  RequireKnown(version);
-  if (version == kKnownVersion) {
+  RequireKnown(version, LastVersion(steps));
+  if (version == LastVersion(steps)) {
     connection->Commit();
     return false;
   }
@@ -111,25 +109,30 @@ bool Migrate(StoreConnection* connection, Deadline deadline) {
     sql << "CREATE TABLE schema_version (version INTEGER NOT NULL)";
     sql << "INSERT INTO schema_version (version) VALUES (0)";
   }
-  for (const char* statement : kMigrations[static_cast<size_t>(version)]) {
+  for (const char* statement : steps[static_cast<size_t>(version)]) {
     sql << InDialect(statement, dialect);
   }
   const int next = version + 1;
   sql << "UPDATE schema_version SET version = :version", soci::use(next, "version");
   connection->Commit();
-  return next < kKnownVersion;
+  return next < LastVersion(steps);
 }
 
 }  // namespace
 
-void RequireKnownSchema(StoreConnection* connection) {
-  RequireKnown(ReadVersion(connection));
+const std::vector<Migration>& Migrations() {
+  return kMigrations;
 }
 
-void UpdateSchema(StoreConnection* connection, Deadline deadline) {
+void RequireKnownSchema(StoreConnection* connection) {
+  RequireKnown(ReadVersion(connection), LastVersion(Migrations()));
+}
+
+void UpdateSchema(StoreConnection* connection, Deadline deadline,
+                  const std::vector<Migration>& steps) {
   const int version = ReadVersion(connection);
-  RequireKnown(version);
-  if (version == kKnownVersion) return;
-  while (Migrate(connection, deadline)) {
+  RequireKnown(version, LastVersion(steps));
+  if (version == LastVersion(steps)) return;
+  while (Migrate(connection, deadline, steps)) {
   }
 }

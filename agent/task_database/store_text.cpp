@@ -1,5 +1,7 @@
 #include "agent/task_database/store_text.h"
 
+#include <algorithm>
+
 #include "agent/task_database/task_store.h"
 #include "libZel/string.h"
 

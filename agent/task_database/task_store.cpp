@@ -64,11 +64,15 @@ class Transactions {
   /// What `work` returns for a connection in a transaction, which is then committed.
   template <typename Work>
   auto Read(const Work& work) {
-    return Run(&Database().Readers(), &StoreConnection::BeginReading, work);
+    return Run(&Database().Readers(), &StoreConnection::BeginReading, work, DeadlineFromNow());
   }
   template <typename Work>
   auto Write(const Work& work) {
-    return Run(&Database().Writers(), &StoreConnection::BeginWriting, work);
+    return Write(work, DeadlineFromNow());
+  }
+  template <typename Work>
+  auto Write(const Work& work, Deadline deadline) {
+    return Run(&Database().Writers(), &StoreConnection::BeginWriting, work, deadline);
   }
 
  private:
@@ -76,8 +80,7 @@ class Transactions {
 
   template <typename Work>
   std::invoke_result_t<Work, StoreConnection*> Run(ConnectionPool* pool, Begin begin,
-                                                   const Work& work) {
-    const Deadline deadline = DeadlineFromNow();
+                                                   const Work& work, Deadline deadline) {
     while (true) {
       ConnectionPool::Loan connection = pool->Take(deadline);
       if (!TryBegin(connection, begin, deadline)) {
@@ -122,7 +125,8 @@ class TaskStore::Implementation : public Transactions {
  public:
   explicit Implementation(TaskStoreOptions options)
       : Transactions(std::move(options)),
-        group_([this](const std::vector<CreateGroup::Pending*>& tasks) { CreateAll(tasks); }) {}
+        group_([this](const std::vector<CreateGroup::Pending*>& tasks, Deadline deadline,
+                      bool* isCommitting) { CreateAll(tasks, deadline, isCommitting); }) {}
 
   int32_t Create(const NewTask& task, int64_t nowMs) {
     if (Database().HasOneWriter()) return group_.Create(task, nowMs, DeadlineFromNow());
@@ -130,13 +134,15 @@ class TaskStore::Implementation : public Transactions {
   }
 
  private:
-  void CreateAll(const std::vector<CreateGroup::Pending*>& tasks) {
-    Write([&tasks](StoreConnection* connection) {
+  void CreateAll(const std::vector<CreateGroup::Pending*>& tasks, Deadline deadline,
+                 bool* isCommitting) {
+    const auto insertAll = [&](StoreConnection* connection) {
       for (CreateGroup::Pending* one : tasks) {
         one->id = InsertTask(connection, *one->task, one->nowMs);
       }
-      return true;
-    });
+      return *isCommitting = true;
+    };
+    Write(insertAll, deadline);
   }
 
   CreateGroup group_;

@@ -44,8 +44,9 @@ struct TaskListOptions {
 };
 
 /// Lists tasks, the newest first. An empty list is looked into: it is a `remark` when the master
-/// has nothing to list, and a `Failure` when the master could not be asked.
+/// has nothing to list, and a `Failure` when the master could not be asked or keeps no tasks. A
+/// list that failed on a master that does keep them cannot be told from an empty one.
 Result ListTasks(AgentClient& agent, const TaskListOptions& options);
 
-/// Whether the master keeps tasks; if not, that is the result's `problem`.
+/// Whether the master keeps tasks; if not, that is a `Failure`.
 Result CheckTasks(AgentClient& agent);

@@ -9,7 +9,9 @@
 #include <set>
 #include <thread>
 
+#include "agent/task_database/store_database.h"
 #include "agent/task_database/store_list.h"
+#include "agent/task_database/store_schema.h"
 #include "agent/task_database/store_text.h"
 #include "tests/agent/task_store_database.h"
 
@@ -442,6 +444,36 @@ TEST_F(TaskStoreTest, StoresThatStartAtOnceMakeOneSchema) {
   });
   EXPECT_EQ(store_.List({}, {}).size(), 8u);
   EXPECT_EQ(Count("schema_version"), 1);
+}
+
+TEST_F(TaskStoreTest, AnOlderSchemaIsBroughtUpToDateEachStepWhollyOrNotAtAll) {
+  Create("ann");
+  const std::string path = database_->Options().database;
+  const std::unique_ptr<StoreDatabase> database = IsPostgres(path)
+                                                      ? MakePostgresDatabase({.database = path})
+                                                      : MakeSqliteDatabase({.database = path});
+  const Deadline deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  const ConnectionPool::Loan connection = database->Writers().Take(deadline);
+  const auto read = [this](const std::string& what) {
+    int value = -1;
+    *database_->Connect() << "SELECT " + what, soci::into(value);
+    return value;
+  };
+  std::vector<Migration> steps = Migrations();
+  steps.push_back({"CREATE TABLE later (x INTEGER NOT NULL)", "INSERT INTO later (x) VALUES (7)"});
+  steps.push_back({"ALTER TABLE later ADD COLUMN y INTEGER", "this is no statement"});
+
+  EXPECT_THROW(UpdateSchema(&*connection, deadline, steps), soci::soci_error);
+  connection->Sql() << "ROLLBACK";
+  EXPECT_EQ(read("version FROM schema_version"), 2);
+  EXPECT_EQ(read("x FROM later"), 7);
+  EXPECT_THROW(read("y FROM later"), soci::soci_error);
+
+  steps.back().back() = "UPDATE later SET y = 8";
+  UpdateSchema(&*connection, deadline, steps);
+  EXPECT_EQ(read("version FROM schema_version"), 3);
+  EXPECT_EQ(read("y FROM later"), 8);
+  EXPECT_EQ(Count("tasks"), 1);
 }
 
 TEST_F(TaskStoreTest, ANewerSchemaIsNotTouched) {
