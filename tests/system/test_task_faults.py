@@ -177,15 +177,19 @@ def test_a_master_that_is_killed_has_kept_what_it_acknowledged(kind, make_faulty
 
 def test_a_master_that_is_killed_again_and_again_keeps_its_database_whole(make_faulty):
     master = make_faulty()
+    acknowledged = set()
     for _ in range(3):
         crowd = Crowd(master)
         crowd.wait(lambda: len(crowd.acknowledged) >= 30)
         crowd.pause()
         master.kill()
         crowd.end()
+        acknowledged |= {(number, name) for name, number in crowd.acknowledged.items()}
         with contextlib.closing(sqlite3.connect(own_file(master))) as connection:
             assert connection.execute("PRAGMA integrity_check").fetchall() == [("ok",)]
         master.start()
+        rows = [(row["ObjectId"], row[NAME]) for row in listed(master)]
+        assert acknowledged <= set(rows) and len(rows) == len(set(rows))
 
 
 def test_postgresql_may_go_and_come_back(own_postgres, make_faulty, fleet):
