@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
@@ -11,6 +12,7 @@
 
 #include "agent/task_database/store_database.h"
 #include "agent/task_database/store_schema.h"
+#include "agent/task_database/store_sqlite_files.h"
 #include "agent/task_database/store_text.h"
 
 const Dialect kSqliteDialect = {
@@ -58,34 +60,52 @@ std::string ConnectString(const std::string& path) {
 
 class SqliteConnection : public StoreConnection {
  public:
-  SqliteConnection(const std::string& path, Deadline deadline) : path_(path) {
-    MakeFile(path);
+  explicit SqliteConnection(SqliteFiles* files) : files_(files), path_(files->Path()) {}
+
+  ~SqliteConnection() override {
+    if (!hasEntered_) return;
+    files_->Leaving();
+    sql_.close();
+    files_->Left();
+  }
+
+  /// False when that needs another attempt, with another connection, because the files of the
+  /// database were replaced.
+  bool TryOpen(Deadline deadline) {
+    constexpr std::chrono::milliseconds kPatience(20);
+    hasEntered_ = files_->Enter(std::min(kPatience, Remaining(deadline)));
+    if (!hasEntered_) return false;
+    MakeFile(path_);
     try {
       Open(deadline);
     } catch (const soci::soci_error& error) {
       throw Explain(error);
     }
+    return files_->AreThoseOpened();
   }
 
   const Dialect& SqlDialect() const override { return kSqliteDialect; }
 
-  /// Whether the file is still the one that was opened: what is written to a file that was removed
-  /// or replaced would be lost.
-  bool IsAlive() override {
-    struct stat now = {};
-    return stat(path_.c_str(), &now) == 0 && now.st_dev == file_.st_dev &&
-           now.st_ino == file_.st_ino;
-  }
+  bool IsAlive() override { return files_->AreThere(); }
 
   void BeginReading(Deadline deadline) override {
     SetTimeout(deadline);
     sql_ << "BEGIN";
+    isWriting_ = false;
   }
   void BeginWriting(Deadline deadline) override {
     SetTimeout(deadline);
     sql_ << "BEGIN IMMEDIATE";
+    isWriting_ = true;
   }
-  void Commit() override { sql_ << "COMMIT"; }
+
+  /// A change that went into a log that is gone may be lost.
+  void Commit() override {
+    sql_ << "COMMIT";
+    if (!isWriting_ || files_->AreThere()) return;
+    throw StoreError("it is not known whether the change was made, the files of the database '" +
+                     path_ + "' were replaced meanwhile");
+  }
 
   StoreError Explain(const soci::soci_error& error) const override {
     const auto* known = dynamic_cast<const soci::sqlite3_soci_error*>(&error);
@@ -117,7 +137,6 @@ class SqliteConnection : public StoreConnection {
     sql_.open(soci::sqlite3, ConnectString(path_));
     const auto* backend = static_cast<soci::sqlite3_session_backend*>(sql_.get_backend());
     sqlite_api::sqlite3_extended_result_codes(backend->conn_, 1);
-    if (stat(path_.c_str(), &file_) != 0) ThrowSystemError("cannot find the file", path_);
     SetTimeout(deadline);
     RequireKnownSchema(this);
 
@@ -145,8 +164,10 @@ class SqliteConnection : public StoreConnection {
     }
   }
 
-  const std::string path_;
-  struct stat file_ = {};
+  SqliteFiles* const files_;
+  const std::string& path_;
+  bool hasEntered_ = false;
+  bool isWriting_ = false;
 };
 
 /// SQLite has one writer at a time: threads of this process wait in the pool, where they are woken
@@ -154,18 +175,29 @@ class SqliteConnection : public StoreConnection {
 class SqliteDatabase : public StoreDatabase {
  public:
   explicit SqliteDatabase(const TaskStoreOptions& options)
-      : readers_(options.connections, Connector(options.database)),
-        writer_(1, Connector(options.database)) {}
+      : files_(options.database),
+        readers_(options.connections, [this](Deadline deadline) { return Connect(deadline); }),
+        writer_(1, [this](Deadline deadline) { return Connect(deadline); }) {}
 
   ConnectionPool& Readers() override { return readers_; }
   ConnectionPool& Writers() override { return writer_; }
   bool HasOneWriter() const override { return true; }
 
  private:
-  static ConnectionPool::Connect Connector(const std::string& path) {
-    return [path](Deadline deadline) { return std::make_unique<SqliteConnection>(path, deadline); };
+  std::unique_ptr<StoreConnection> Connect(Deadline deadline) {
+    do {
+      auto connection = std::make_unique<SqliteConnection>(&files_);
+      if (connection->TryOpen(deadline)) return connection;
+      connection.reset();
+      // Connections to files that are gone stand in the way; those in use end by themselves.
+      readers_.CloseIdle();
+      writer_.CloseIdle();
+    } while (std::chrono::steady_clock::now() < deadline);
+    throw StoreError("the files of the database '" + files_.Path() +
+                     "' were replaced while they are in use");
   }
 
+  SqliteFiles files_;
   ConnectionPool readers_;
   ConnectionPool writer_;
 };

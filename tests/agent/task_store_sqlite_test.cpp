@@ -9,6 +9,8 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
+#include <thread>
 
 #include "agent/task_database/store_database.h"
 #include "tests/agent/task_store_database.h"
@@ -124,6 +126,109 @@ TEST_F(SqliteStore, AFileThatWasRemovedIsMadeAnew) {
   EXPECT_EQ(store.Create({.name = "b"}, 1), 1);
   EXPECT_EQ(store.List({}, {}).at(0).name, "b");
   EXPECT_TRUE(std::filesystem::exists(Path()));
+}
+
+/// What another process gets for a query; it then closes the database.
+std::string AskFromOutside(const std::string& path, const std::string& query) {
+  const std::string command = "/usr/bin/python3 -c \"import sqlite3; c = sqlite3.connect('" + path +
+                              "'); print(c.execute('" + query + "').fetchall()); c.close()\"";
+  FILE* const output = popen(command.c_str(), "r");
+  EXPECT_NE(output, nullptr);
+  if (!output) return {};
+  std::string text;
+  for (int letter = std::fgetc(output); letter != EOF; letter = std::fgetc(output)) {
+    text += static_cast<char>(letter);
+  }
+  EXPECT_EQ(pclose(output), 0);
+  return text;
+}
+
+/// Lets the next process that closes the database take itself for its last user.
+void ForgetLocks(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_GE(file, 0);
+  close(file);
+}
+
+void RemoveLog(const std::string& path) {
+  for (const char* suffix : {"-wal", "-shm"}) {
+    EXPECT_TRUE(std::filesystem::remove(path + suffix));
+  }
+}
+
+constexpr const char* kNames = "SELECT name FROM tasks ORDER BY id";
+
+TEST_F(SqliteStore, OtherProgramsLeaveTheLogWhateverThisProcessClosed) {
+  TaskStore store(Options());
+  for (const char* expected : {"[('a',)]\n", "[('a',), ('a',)]\n"}) {
+    store.Create({.name = "a"}, 1);
+    store.List({}, {});
+    ForgetLocks(Path());
+    EXPECT_EQ(AskFromOutside(Path(), kNames), expected);
+    EXPECT_TRUE(std::filesystem::exists(Path() + "-wal"));
+  }
+}
+
+TEST_F(SqliteStore, TidiesUpWhenItIsClosed) {
+  {
+    TaskStore store(Options());
+    store.Create({.name = "a"}, 1);
+    store.List({}, {});
+  }
+  EXPECT_EQ(directory_.CountEntries(), 1u);
+  EXPECT_EQ(AskFromOutside(Path(), kNames), "[('a',)]\n");
+}
+
+TEST_F(SqliteStore, ALogThatWasRemovedIsMadeAnew) {
+  TaskStore store(Options());
+  store.Create({.name = "a"}, 1);
+  store.List({}, {});
+  RemoveLog(Path());
+  store.Create({.name = "b"}, 1);
+  EXPECT_EQ(store.List({}, {}).size(), 2u);
+  EXPECT_EQ(AskFromOutside(Path(), kNames), "[('a',), ('b',)]\n");
+  RemoveLog(Path());
+  EXPECT_EQ(store.List({}, {}).size(), 2u);
+}
+
+TEST_F(SqliteStore, AChangeDuringWhichTheLogWasRemovedIsNotConfirmed) {
+  TaskStore store(Options());
+  store.Create({.name = "a"}, 1);
+  store.List({}, {});
+  const auto removeLog = [this](const Task&) {
+    RemoveLog(Path());
+    return true;
+  };
+  EXPECT_THAT(What([&] { store.Close(1, 2, removeLog); }), HasSubstr("it is not known"));
+  EXPECT_EQ(store.Create({.name = "b"}, 1), 2);
+  EXPECT_EQ(store.List({}, {}).size(), 2u);
+  EXPECT_EQ(AskFromOutside(Path(), kNames), "[('a',), ('b',)]\n");
+}
+
+TEST_F(SqliteStore, NothingConfirmedIsLostWhileOtherProgramsComeAndGo) {
+  TaskStore store({.database = Path(), .connections = 4});
+  store.Create({.name = "first"}, 1);
+  std::atomic<bool> isOver = false;
+  std::atomic<int> confirmed = 1;
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 3; ++i) {
+    threads.emplace_back([&] {
+      while (!isOver) {
+        store.Create({.name = "a"}, 1);
+        ++confirmed;
+        store.List({}, {.tasks = 1});
+      }
+    });
+  }
+  for (int i = 0; i < 5; ++i) {
+    ForgetLocks(Path());
+    AskFromOutside(Path(), "SELECT MAX(id) FROM tasks");
+  }
+  isOver = true;
+  threads.clear();
+  EXPECT_EQ(AskFromOutside(Path(), "SELECT COUNT(*) FROM tasks"),
+            "[(" + std::to_string(confirmed) + ",)]\n");
+  EXPECT_EQ(AskFromOutside(Path(), "PRAGMA integrity_check"), "[('ok',)]\n");
 }
 
 TEST_F(SqliteStore, OddPathsAreFiles) {
