@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <string_view>
 #include <utility>
 
 #include "agent/task_database/store_database.h"
 #include "agent/task_database/store_schema.h"
 #include "agent/task_database/store_text.h"
+#include "agent/task_database/store_watchdog.h"
 
 const Dialect kPostgresDialect = {
     .smallIdentity = "INTEGER GENERATED ALWAYS AS IDENTITY PRIMARY KEY",
@@ -58,21 +60,30 @@ std::string ConnectString(const Parameters& parameters) {
   return text;
 }
 
-/// The parameters with those that the store relies on, and time-outs where none were given.
+/// The parameters with those that the store relies on, and bounds where none were given.
 Parameters Completed(Parameters parameters, uint32_t timeoutMs) {
   parameters["client_encoding"] = "UTF8";
   parameters.try_emplace("fallback_application_name", "zelagent");
-  // In seconds, libpq takes 1 for 2.
-  parameters.try_emplace("connect_timeout", std::to_string(std::max(timeoutMs / 1000, 2u)));
   parameters.try_emplace("tcp_user_timeout", std::to_string(timeoutMs));
+  parameters.try_emplace("keepalives_idle", "30");  // in seconds, as the next
+  parameters.try_emplace("keepalives_interval", "10");
+  parameters.try_emplace("keepalives_count", "3");
+  return parameters;
+}
+
+Parameters WithTimeout(Parameters parameters, Deadline deadline) {
+  // In seconds, libpq takes 1 for 2.
+  const int64_t seconds = std::max<int64_t>(Remaining(deadline).count() / 1000, 2);
+  parameters.try_emplace("connect_timeout", std::to_string(seconds));
   return parameters;
 }
 
 class PostgresConnection : public StoreConnection {
  public:
-  PostgresConnection(const std::string& connectString, Deadline deadline) {
+  PostgresConnection(StoreWatchdog* watchdog, const Parameters& parameters, Deadline deadline)
+      : watchdog_(watchdog) {
     try {
-      Open(connectString, deadline);
+      Open(ConnectString(WithTimeout(parameters, deadline)), deadline);
     } catch (const soci::soci_error& error) {
       throw Explain(error);
     }
@@ -98,17 +109,18 @@ class PostgresConnection : public StoreConnection {
   void Commit() override {
     try {
       sql_ << "COMMIT";
+      watch_.reset();
     } catch (const soci::soci_error& error) {
       if (PQstatus(Handle()) == CONNECTION_OK) throw;
       throw StoreError(
           "it is not known whether the change was made, the connection to PostgreSQL "
           "broke meanwhile: " +
-          OneLine(error.get_error_message()));
+          Reason(error));
     }
   }
 
   StoreError Explain(const soci::soci_error& error) const override {
-    return StoreError("PostgreSQL: " + OneLine(error.get_error_message()));
+    return StoreError("PostgreSQL: " + Reason(error));
   }
 
  private:
@@ -116,42 +128,57 @@ class PostgresConnection : public StoreConnection {
     return static_cast<soci::postgresql_session_backend*>(sql_.get_backend())->conn_;
   }
 
+  std::string Reason(const soci::soci_error& error) const {
+    const bool isOver = watch_ && watch_->IsOver();
+    return isOver ? "the server did not answer in time" : OneLine(error.get_error_message());
+  }
+
   void Open(const std::string& connectString, Deadline deadline) {
     sql_.open(soci::postgresql, connectString);
+    watch_.emplace(watchdog_, PQsocket(Handle()), deadline);
+    sql_ << TimeOuts("SET", deadline);
     const char* encoding = PQparameterStatus(Handle(), "server_encoding");
     if (encoding == nullptr || std::string_view(encoding) != "UTF8") {
       throw StoreError(std::string("the database must have the encoding UTF8, not ") +
                        (encoding ? encoding : "an unknown one"));
     }
     UpdateSchema(this, deadline);
+    watch_.reset();
+  }
+
+  /// Those of the server, for each statement.
+  static std::string TimeOuts(const std::string& set, Deadline deadline) {
+    const std::string milliseconds = std::to_string(Remaining(deadline).count());
+    return set + " statement_timeout = " + milliseconds + "; " + set +
+           " lock_timeout = " + milliseconds;
   }
 
   /// All in one message, which the server answers when it has done all.
   void Begin(const std::string& begin, Deadline deadline) {
-    const std::string milliseconds = std::to_string(Remaining(deadline).count());
-    sql_ << begin + "; SET LOCAL statement_timeout = " + milliseconds +
-                "; SET LOCAL lock_timeout = " + milliseconds;
+    watch_.emplace(watchdog_, PQsocket(Handle()), deadline);
+    sql_ << begin + "; " + TimeOuts("SET LOCAL", deadline);
   }
+
+  StoreWatchdog* const watchdog_;
+  /// From the begin of a transaction to its end, or that of the connection.
+  std::optional<StoreWatchdog::Watch> watch_;
 };
 
 class PostgresDatabase : public StoreDatabase {
  public:
   explicit PostgresDatabase(const TaskStoreOptions& options)
-      : connections_(options.connections, Connector(options)) {}
+      : parameters_(Completed(ParseParameters(options.database), options.timeoutMs)),
+        connections_(options.connections, [this](Deadline deadline) {
+          return std::make_unique<PostgresConnection>(&watchdog_, parameters_, deadline);
+        }) {}
 
   ConnectionPool& Readers() override { return connections_; }
   ConnectionPool& Writers() override { return connections_; }
   bool HasOneWriter() const override { return false; }
 
  private:
-  static ConnectionPool::Connect Connector(const TaskStoreOptions& options) {
-    const std::string connectString =
-        ConnectString(Completed(ParseParameters(options.database), options.timeoutMs));
-    return [connectString](Deadline deadline) {
-      return std::make_unique<PostgresConnection>(connectString, deadline);
-    };
-  }
-
+  const Parameters parameters_;
+  StoreWatchdog watchdog_;
   ConnectionPool connections_;
 };
 

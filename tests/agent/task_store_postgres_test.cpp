@@ -2,12 +2,19 @@
 #include <gtest/gtest.h>
 #include <soci/postgresql/soci-postgresql.h>
 
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <latch>
+#include <optional>
 #include <thread>
 
 #include "agent/task_database/store_database.h"
+#include "agent/task_database/store_watchdog.h"
 #include "tests/agent/postgres_server.h"
 #include "tests/agent/task_store_database.h"
 
@@ -17,6 +24,7 @@ using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
+using testing::StrEq;
 using Change = TaskStore::Change;
 
 class PostgresTestDatabase : public TestDatabase {
@@ -95,6 +103,20 @@ class PostgresStore : public testing::Test {
     }
   }
 
+  /// The process of the server that serves the only other connection to the test's database.
+  pid_t Backend() {
+    soci::session session(soci::postgresql, database_);
+    int process = 0;
+    int count = 0;
+    while (count != 1) {  // one whose connection broke is there for a moment more
+      session << "SELECT COUNT(*), COALESCE(MAX(pid), 0) FROM pg_stat_activity"
+                 " WHERE datname = current_database() AND backend_type = 'client backend'"
+                 " AND pid <> pg_backend_pid()",
+          soci::into(count), soci::into(process);
+    }
+    return process;
+  }
+
   const std::string database_ = PostgresServer::Get().MakeDatabase();
   TaskStore store_{{.database = database_, .connections = 2, .timeoutMs = 2000}};
 };
@@ -162,6 +184,80 @@ TEST_F(PostgresStore, ATaskThatAnotherProgramLocksIsWaitedForInVain) {
   EXPECT_EQ(store.List({}, {}).at(0).name, "a");
   other << "COMMIT";
   EXPECT_EQ(store.Close(1, 1, Always), Change::kDone);
+}
+
+/// While it exists a process does nothing.
+class Stopped {
+ public:
+  explicit Stopped(pid_t process) : process_(process) { EXPECT_EQ(kill(process, SIGSTOP), 0); }
+  ~Stopped() { EXPECT_EQ(kill(process_, SIGCONT), 0); }
+
+ private:
+  const pid_t process_;
+};
+
+TEST_F(PostgresStore, AServerThatDoesNotAnswerIsAnErrorUntilItDoes) {
+  auto store = std::make_unique<TaskStore>(
+      TaskStoreOptions{.database = database_, .connections = 1, .timeoutMs = 500});
+  store->Create({.name = "a"}, 1);
+  {
+    const Stopped server(Backend());
+    EXPECT_THAT(What([&] { store->Create({.name = "b"}, 1); }),
+                StrEq("PostgreSQL: the server did not answer in time"));
+  }
+  EXPECT_GT(store->Create({.name = "c"}, 1), 1);
+  EXPECT_THAT(store->List({}, {}).at(0).name, "c");
+
+  std::optional<Stopped> server;
+  const auto stop = [&](const Task&) {
+    server.emplace(Backend());
+    return true;
+  };
+  EXPECT_THAT(What([&] { store->Close(1, 2, stop); }),
+              StrEq("PostgreSQL: the server did not answer in time"));
+  server.reset();
+  EXPECT_EQ(store->Close(1, 2, Always), Change::kDone);
+
+  server.emplace(Backend());
+  EXPECT_EQ(What([&] { store.reset(); }), "no error");
+}
+
+TEST_F(PostgresStore, AConnectionThatWasNotNeededForLongIsNotBroken) {
+  TaskStore store({.database = database_, .connections = 1, .timeoutMs = 100});
+  store.Create({.name = "a"}, 1);
+  const pid_t before = Backend();
+  std::this_thread::sleep_for(StoreWatchdog::kSlack + std::chrono::milliseconds(300));
+  EXPECT_EQ(store.List({}, {}).size(), 1u);
+  EXPECT_EQ(Backend(), before);
+}
+
+TEST_F(PostgresStore, AServerThatTakesConnectionsAndSaysNothingIsAnError) {
+  const TemporaryDirectory directory;
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  const std::string path = (directory.Native() / ".s.PGSQL.5432").string();
+  ASSERT_LT(path.size(), sizeof address.sun_path);
+  path.copy(address.sun_path, path.size());
+  ASSERT_EQ(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(listener, 8), 0);
+  {
+    TaskStore store({.database = "host=" + directory.Native().string() + " port=5432 dbname=x",
+                     .timeoutMs = 500});
+    EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("timeout expired"));
+  }
+  close(listener);
+}
+
+TEST_F(PostgresStore, ALockedSchemaIsWaitedForInVain) {
+  store_.CheckUsable();
+  soci::session other(soci::postgresql, database_);
+  other << "BEGIN";
+  other << "LOCK TABLE schema_version IN ACCESS EXCLUSIVE MODE";
+  TaskStore store({.database = database_, .timeoutMs = 300});
+  EXPECT_THAT(What([&] { store.List({}, {}); }), StartsWith("PostgreSQL: "));
+  other << "COMMIT";
+  EXPECT_EQ(store.List({}, {}).size(), 0u);
 }
 
 TEST_F(PostgresStore, MoreCallersThanConnectionsWaitForThem) {
