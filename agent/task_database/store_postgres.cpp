@@ -135,6 +135,8 @@ class PostgresConnection : public StoreConnection {
 
   void Open(const std::string& connectString, Deadline deadline) {
     sql_.open(soci::postgresql, connectString);
+    // The details of an error hold the texts of the task.
+    PQsetErrorVerbosity(Handle(), PQERRORS_TERSE);
     watch_.emplace(watchdog_, PQsocket(Handle()), deadline);
     sql_ << TimeOuts("SET", deadline);
     const char* encoding = PQparameterStatus(Handle(), "server_encoding");

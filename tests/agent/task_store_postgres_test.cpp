@@ -292,6 +292,15 @@ TEST_F(PostgresStore, PasswordsAreInNoError) {
   }
 }
 
+TEST_F(PostgresStore, TextsOfTasksAreInNoError) {
+  store_.CheckUsable();
+  soci::session(soci::postgresql, database_)
+      << "ALTER TABLE tasks ADD CONSTRAINT brief CHECK (length(description) < 5)";
+  EXPECT_THAT(What([&] { store_.Create({.name = "geheim", .description = "geheim"}, 1); }),
+              AllOf(HasSubstr("\"brief\""), Not(HasSubstr("geheim"))));
+  EXPECT_GT(store_.Create({.name = "a", .description = "b"}, 1), 0);
+}
+
 TEST_F(PostgresStore, ADatabaseOfAnotherEncodingIsRefused) {
   TaskStore store({.database = PostgresServer::Get().MakeDatabase("LATIN1")});
   EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("the encoding UTF8, not LATIN1"));
