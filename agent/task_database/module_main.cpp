@@ -69,8 +69,7 @@ TaskStoreOptions StoreOptions(const Settings& settings) {
 /// Where the tasks are, as the log may tell it: connection strings hold passwords in many ways.
 std::string NameForLog(const std::string& database) {
   if (database.starts_with('/')) return "the file " + database;
-  const bool mayHoldPassword = database.find_first_of("=@:") != std::string::npos;
-  return mayHoldPassword ? "the database that [master] database names" : "the file " + database;
+  return "the PostgreSQL database that [master] database names";
 }
 
 void Initialise() {

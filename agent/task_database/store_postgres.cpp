@@ -33,18 +33,19 @@ namespace {
 /// The parameters of a connection, by libpq's names.
 using Parameters = std::map<std::string, std::string>;
 
-/// Throws StoreError. What libpq says of a string that it does not understand may hold a piece of
-/// the password, so it is not told.
+/// Throws StoreError. Neither the string nor what libpq says of it is told, as they may hold the
+/// password.
 Parameters ParseParameters(const std::string& text) {
+  Parameters parameters;
   const std::unique_ptr<PQconninfoOption, decltype(&PQconninfoFree)> options(
       PQconninfoParse(text.c_str(), nullptr), &PQconninfoFree);
-  if (!options) throw StoreError("the connection string of the database is not well formed");
-
-  Parameters parameters;
-  for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
+  for (const PQconninfoOption* option = options.get(); option && option->keyword; ++option) {
     if (option->val != nullptr) parameters[option->keyword] = option->val;
   }
-  return parameters;
+  if (!parameters.empty()) return parameters;
+  throw StoreError(
+      "the connection string of the database is not well formed (a file is named by its full "
+      "path)");
 }
 
 std::string ConnectString(const Parameters& parameters) {
@@ -184,24 +185,10 @@ class PostgresDatabase : public StoreDatabase {
   ConnectionPool connections_;
 };
 
-constexpr std::string_view kBlanks = " \t\r\n";
-
-bool HasKey(std::string_view text, std::string_view key) {
-  for (size_t at = text.find(key); at != std::string_view::npos; at = text.find(key, at + 1)) {
-    if (at > 0 && kBlanks.find(text[at - 1]) == std::string_view::npos) continue;
-    const size_t end = text.find_first_not_of(kBlanks, at + key.size());
-    if (end != std::string_view::npos && text[end] == '=') return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 bool IsPostgres(const std::string& database) {
-  if (database.starts_with("postgresql://") || database.starts_with("postgres://")) return true;
-  if (database.starts_with('/')) return false;
-  return HasKey(database, "host") || HasKey(database, "hostaddr") || HasKey(database, "service") ||
-         HasKey(database, "dbname");
+  return !database.starts_with('/');
 }
 
 std::unique_ptr<StoreDatabase> MakePostgresDatabase(const TaskStoreOptions& options) {

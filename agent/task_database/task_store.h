@@ -17,9 +17,8 @@ struct StoreError : std::runtime_error {
 };
 
 struct TaskStoreOptions {
-  /// A file's path, for the embedded database (SQLite; the directory is made), or what PostgreSQL's
-  /// client library takes: a URL "postgresql://..." or "key=value ..." with a key `host`,
-  /// `hostaddr`, `service` or `dbname`.
+  /// A file's full path, for the embedded database (SQLite; the directory is made). Anything else
+  /// is what PostgreSQL's client library takes: a URL "postgresql://..." or "key=value ...".
   std::string database = {};
   uint32_t connections = 8;     ///< to PostgreSQL; the embedded one reads on as many
   uint32_t timeoutMs = 30'000;  ///< how long one operation may wait for locks and connections

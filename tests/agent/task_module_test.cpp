@@ -193,6 +193,33 @@ TEST_F(ServerThatIsNotThere, IsAFailureOfEachActionThatTellsNoPassword) {
   EXPECT_THAT(Log(), Not(HasSubstr("hunter2-pw")));
 }
 
+class MisspeltDatabase : public BrokenDatabase {
+ protected:
+  std::string MasterSettings() override {
+    return "database = postgress://zel:hunter2-pw@db/tasks\n";
+  }
+};
+
+TEST_F(MisspeltDatabase, IsAFailureOfEachActionThatTellsNoPassword) {
+  ExpectFailures();
+  EXPECT_THAT(Log(), HasSubstr("the PostgreSQL database that [master] database names"));
+  EXPECT_THAT(Log(), HasSubstr("a file is named by its full path"));
+  EXPECT_THAT(Log(), Not(HasSubstr("hunter2-pw")));
+  const Reply reply = Invoke(Agent("pc-1"), "TrnDbTaskCheckRequirements", {});
+  EXPECT_THAT(reply.Error(), Not(HasSubstr("hunter2-pw")));
+}
+
+class RelativeFileAsDatabase : public BrokenDatabase {
+ protected:
+  std::string MasterSettings() override { return "database = relative-tasks.db\n"; }
+};
+
+TEST_F(RelativeFileAsDatabase, IsAFailureOfEachActionAndMakesNoFile) {
+  ExpectFailures();
+  EXPECT_THAT(Log(), HasSubstr("a file is named by its full path"));
+  EXPECT_FALSE(fs::exists("relative-tasks.db"));
+}
+
 // ---- many at once ----
 
 TEST_F(TaskDatabase, OpensTasksForManyAtOnce) {

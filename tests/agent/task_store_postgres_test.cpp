@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <latch>
 #include <optional>
 #include <thread>
@@ -290,6 +291,21 @@ TEST_F(PostgresStore, PasswordsAreInNoError) {
                 AllOf(Not(HasSubstr("geheim")), Not("no error")))
         << database;
   }
+}
+
+TEST_F(PostgresStore, WhatIsNoFullPathIsNoFile) {
+  for (const char* database : {"user=zel password=geheim", "password=geheim", "tasks.db", "./tasks",
+                               "postgress://zel:geheim@h/tasks", "", " ", "PASSWORD=geheim",
+                               "file:geheim", "tasks:geheim@h"}) {
+    TaskStore store({.database = database, .timeoutMs = 500});
+    EXPECT_THAT(What([&] { store.CheckUsable(); }),
+                AllOf(Not(HasSubstr("geheim")), Not("no error")))
+        << database;
+    EXPECT_FALSE(std::filesystem::exists(database)) << database;
+  }
+  TaskStore store({.database = "tasks.db"});
+  EXPECT_THAT(What([&] { store.CheckUsable(); }),
+              AllOf(HasSubstr("not well formed"), HasSubstr("a file is named by its full path")));
 }
 
 TEST_F(PostgresStore, TextsOfTasksAreInNoError) {
