@@ -1,8 +1,11 @@
 #include "agent/task_database/store_watchdog.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <system_error>
 
 StoreWatchdog::~StoreWatchdog() {
@@ -15,23 +18,28 @@ StoreWatchdog::~StoreWatchdog() {
 }
 
 StoreWatchdog::Watch::Watch(StoreWatchdog* watchdog, int socket, Deadline deadline)
-    : watchdog_(watchdog), socket_(socket) {
-  const std::lock_guard lock(watchdog_->mutex_);
+    : watchdog_(watchdog), socket_(fcntl(socket, F_DUPFD_CLOEXEC, 0)) {
   try {
-    if (!watchdog_->thread_.joinable()) {
-      watchdog_->thread_ = std::thread(&StoreWatchdog::Run, watchdog_);
-    }
+    if (socket_ < 0) throw std::system_error(errno, std::generic_category());
+    watchdog_->Add(socket_, deadline + kSlack);
   } catch (const std::system_error& error) {
-    throw StoreError(std::string("cannot watch over the connections to the database: ") +
+    if (socket_ >= 0) close(socket_);
+    throw StoreError(std::string("the connection to the database cannot be watched: ") +
                      error.what());
   }
-  watchdog_->watched_[socket] = deadline + kSlack;
-  watchdog_->changed_.notify_all();
 }
 
 StoreWatchdog::Watch::~Watch() {
   const std::lock_guard lock(watchdog_->mutex_);
   watchdog_->watched_.erase(socket_);
+  close(socket_);
+}
+
+void StoreWatchdog::Add(int socket, Deadline end) {
+  const std::lock_guard lock(mutex_);
+  if (!thread_.joinable()) thread_ = std::thread(&StoreWatchdog::Run, this);
+  watched_[socket] = end;
+  changed_.notify_all();
 }
 
 bool StoreWatchdog::Watch::IsOver() const {

@@ -22,10 +22,11 @@ class StoreWatchdog {
   StoreWatchdog(const StoreWatchdog&) = delete;
   StoreWatchdog& operator=(const StoreWatchdog&) = delete;
 
-  /// While it exists its socket is watched; it must end before the socket is closed.
+  /// While it exists a socket is watched: a duplicate of the connection's, which libpq may close at
+  /// any time, so that another file has its number.
   class Watch {
    public:
-    /// Throws StoreError when no thread can be started.
+    /// Throws StoreError when no thread or duplicate can be made.
     Watch(StoreWatchdog* watchdog, int socket, Deadline deadline);
     ~Watch();
     Watch(const Watch&) = delete;
@@ -40,9 +41,10 @@ class StoreWatchdog {
   };
 
  private:
+  void Add(int socket, Deadline end);
   void Run();
 
-  std::mutex mutex_;  ///< held while a socket is shut down, so that it is not another's by then
+  std::mutex mutex_;  ///< held while a socket is shut down or closed
   std::condition_variable changed_;
   std::map<int, Deadline> watched_;  ///< by socket; those shut down are not there any more
   bool isEnding_ = false;
