@@ -146,6 +146,8 @@ class PostgresConnection : public StoreConnection {
                        (encoding ? encoding : "an unknown one"));
     }
     UpdateSchema(this, deadline);
+    // Transactions set their own.
+    sql_ << "RESET statement_timeout; RESET lock_timeout";
     watch_.reset();
   }
 

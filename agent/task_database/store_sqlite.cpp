@@ -192,6 +192,7 @@ class SqliteDatabase : public StoreDatabase {
       // Connections to files that are gone stand in the way; those in use end by themselves.
       readers_.CloseIdle();
       writer_.CloseIdle();
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
     } while (std::chrono::steady_clock::now() < deadline);
     throw StoreError("the files of the database '" + files_.Path() +
                      "' were replaced while they are in use");

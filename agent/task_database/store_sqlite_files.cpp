@@ -5,7 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
+
+#include "agent/task_database/task_store.h"
 
 SqliteFiles::SqliteFiles(std::string path) : path_(std::move(path)) {}
 
@@ -15,6 +19,7 @@ SqliteFiles::~SqliteFiles() {
 
 bool SqliteFiles::Enter(std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
+  if (opened_ && *opened_ != FindAll()) areLost_ = true;
   if (!left_.wait_for(lock, patience, [this] { return !areLost_; })) return false;
   ++users_;
   return true;
@@ -59,13 +64,19 @@ SqliteFiles::File SqliteFiles::Find(const std::string& path) {
 }
 
 SqliteFiles::Files SqliteFiles::FindAll() const {
-  return {Find(path_), Find(path_ + "-wal")};
+  std::error_code error;
+  const std::string path = std::filesystem::canonical(path_, error).string();
+  if (error) return {};
+  return {Find(path), Find(path + "-wal"), Find(path + "-shm")};
 }
 
 /// False when another program is at work that wants the database for itself.
 bool SqliteFiles::Hold() {
   if (held_ < 0) held_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-  return held_ >= 0 && SetLock(F_RDLCK);
+  if (held_ >= 0) return SetLock(F_RDLCK);
+  if (errno == ENOENT) return false;
+  throw StoreError("cannot open the database file '" + path_ +
+                   "': " + std::generic_category().message(errno));
 }
 
 /// Of the bytes that SQLite locks for its users to read, and for one that wants to be the last to

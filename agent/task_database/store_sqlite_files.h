@@ -9,9 +9,9 @@
 #include <optional>
 #include <string>
 
-/// The files that all connections of this process to one SQLite database share: the database's own
-/// and the log of what was written ahead, "-wal". What is written to files that were removed or
-/// replaced would be lost.
+/// The files that all connections of this process to one SQLite database share: the database's own,
+/// the log of what was written ahead, "-wal", and its index, "-shm". What is written to files that
+/// were removed or replaced would be lost. Where the path is a link, they stand beside its target.
 ///
 /// SQLite's locks do not keep the log from that: when any part of a process closes the database's
 /// file, the system forgets the process's locks on it, and the next other program to close the
@@ -40,7 +40,8 @@ class SqliteFiles {
   void Left();
 
   /// Called when a connection has opened the files. False when these are not those that the others
-  /// opened, or not there any more, or about to be removed: then it must not be used.
+  /// opened, or not there any more, or about to be removed: then it must not be used. Throws
+  /// StoreError when the database's file cannot be opened once more.
   bool AreThoseOpened();
 
   /// Whether the files are still those that were opened.
@@ -55,6 +56,7 @@ class SqliteFiles {
   struct Files {
     File database;
     File log;
+    File index;
     bool operator==(const Files&) const = default;
   };
   static File Find(const std::string& path);

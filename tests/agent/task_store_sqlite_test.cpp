@@ -10,6 +10,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "agent/task_database/store_database.h"
@@ -188,6 +190,27 @@ TEST_F(SqliteStore, ALogThatWasRemovedIsMadeAnew) {
   EXPECT_EQ(store.List({}, {}).size(), 2u);
   EXPECT_EQ(AskFromOutside(Path(), kNames), "[('a',), ('b',)]\n");
   RemoveLog(Path());
+  EXPECT_EQ(store.List({}, {}).size(), 2u);
+}
+
+TEST_F(SqliteStore, ALogThatWasRemovedIsNoticedByTheFirstList) {
+  TaskStore store(Options());
+  store.Create({.name = "a"}, 1);
+  RemoveLog(Path());
+  EXPECT_EQ(store.List({}, {}).size(), 1u);
+  EXPECT_EQ(store.Create({.name = "b"}, 1), 2);
+}
+
+TEST_F(SqliteStore, MayBeALinkToTheFile) {
+  const std::filesystem::path target = directory_.Native() / "elsewhere" / "real.db";
+  std::filesystem::create_directory(target.parent_path());
+  std::filesystem::create_symlink(target, Path());
+  { std::ofstream(target).flush(); }
+  TaskStore store(Options());
+  EXPECT_EQ(store.Create({.name = "a"}, 1), 1);
+  ForgetLocks(Path());
+  EXPECT_EQ(AskFromOutside(target.string(), kNames), "[('a',)]\n");
+  EXPECT_EQ(store.Create({.name = "a"}, 1), 2);
   EXPECT_EQ(store.List({}, {}).size(), 2u);
 }
 
