@@ -26,6 +26,7 @@ SELECT format('INSERT INTO notes (id, task_id, created_ms, text_bytes, author, t
   id, task_id, created_ms, text_bytes, author, text) FROM notes ORDER BY id;
 
 -- Numbers go on where they were: none is given twice.
-SELECT format('SELECT setval(pg_get_serial_sequence(%Q, ''id''), %d);', name, seq)
+SELECT format('DO $go$ BEGIN PERFORM setval(pg_get_serial_sequence(%Q, ''id''), %d); END $go$;',
+  name, seq)
   FROM sqlite_sequence WHERE name IN ('tasks', 'notes') AND seq > 0;
 COMMIT;

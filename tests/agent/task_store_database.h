@@ -1,7 +1,10 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <soci/soci.h>
 
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,3 +26,25 @@ class TestDatabase {
   /// Has the next task be given the highest identifier.
   virtual void UseUpIdentifiers() const = 0;
 };
+
+/// What went wrong.
+inline std::string What(const std::function<void()>& action) {
+  try {
+    action();
+  } catch (const StoreError& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+/// The same; it must not have taken longer than a store with a short time-out may.
+inline std::string WhatInTime(const std::function<void()>& action) {
+  const auto start = std::chrono::steady_clock::now();
+  const std::string what = What(action);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  return what;
+}
+
+inline bool Always(const Task&) {
+  return true;
+}

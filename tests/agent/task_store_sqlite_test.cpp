@@ -56,19 +56,6 @@ class SqliteStore : public testing::Test {
   TemporaryDirectory directory_;
 };
 
-/// What went wrong, and whether that took no longer than it may.
-std::string What(const std::function<void()>& action) {
-  const auto start = std::chrono::steady_clock::now();
-  std::string what = "no error";
-  try {
-    action();
-  } catch (const StoreError& error) {
-    what = error.what();
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
-  return what;
-}
-
 TEST_F(SqliteStore, ItsFilesAreTheOwnersAlone) {
   const std::filesystem::path path = directory_.Native() / "one" / "two" / "tasks.db";
   TaskStore store({.database = path.string()});
@@ -96,9 +83,9 @@ TEST_F(SqliteStore, ALockedFileIsAnErrorUntilItIsFree) {
   store.Create({.name = "a"}, 1);
   soci::session other(soci::sqlite3, Path());
   other << "BEGIN IMMEDIATE";
-  EXPECT_THAT(What([&] { store.Create({.name = "b"}, 1); }),
+  EXPECT_THAT(WhatInTime([&] { store.Create({.name = "b"}, 1); }),
               HasSubstr("locked by another program"));
-  EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("locked by another program"));
+  EXPECT_THAT(WhatInTime([&] { store.CheckUsable(); }), HasSubstr("locked by another program"));
   EXPECT_EQ(store.List({}, {}).size(), 1u);
 
   other << "COMMIT";
@@ -109,8 +96,9 @@ TEST_F(SqliteStore, AFileThatIsNoDatabaseIsNotTouched) {
   const std::string content(5000, 'x');
   WriteFile(Path(), content);
   TaskStore store(Options());
-  EXPECT_THAT(What([&] { store.Create({.name = "a"}, 1); }), HasSubstr("is no SQLite database"));
-  EXPECT_THAT(What([&] { store.List({}, {}); }), HasSubstr("is no SQLite database"));
+  EXPECT_THAT(WhatInTime([&] { store.Create({.name = "a"}, 1); }),
+              HasSubstr("is no SQLite database"));
+  EXPECT_THAT(WhatInTime([&] { store.List({}, {}); }), HasSubstr("is no SQLite database"));
   EXPECT_EQ(ReadFile(Path()), content);
   EXPECT_EQ(directory_.CountEntries(), 1u);
 }
@@ -118,7 +106,7 @@ TEST_F(SqliteStore, AFileThatIsNoDatabaseIsNotTouched) {
 TEST_F(SqliteStore, ADirectoryThatCannotBeMadeIsNamed) {
   WriteFile(directory_.Native() / "file", "");
   TaskStore store({.database = (directory_.Native() / "file" / "tasks.db").string()});
-  EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("/file"));
+  EXPECT_THAT(WhatInTime([&] { store.CheckUsable(); }), HasSubstr("/file"));
 }
 
 TEST_F(SqliteStore, AFileThatWasRemovedIsMadeAnew) {
@@ -222,7 +210,7 @@ TEST_F(SqliteStore, AChangeDuringWhichTheLogWasRemovedIsNotConfirmed) {
     RemoveLog(Path());
     return true;
   };
-  EXPECT_THAT(What([&] { store.Close(1, 2, removeLog); }), HasSubstr("it is not known"));
+  EXPECT_THAT(WhatInTime([&] { store.Close(1, 2, removeLog); }), HasSubstr("it is not known"));
   EXPECT_EQ(store.Create({.name = "b"}, 1), 2);
   EXPECT_EQ(store.List({}, {}).size(), 2u);
   EXPECT_EQ(AskFromOutside(Path(), kNames), "[('a',), ('b',)]\n");
@@ -280,8 +268,8 @@ TEST_F(SqliteStore, AFileThatMayNotBeWrittenIsAnErrorUntilItMay) {
   TaskStore store(Options());
   {
     const OtherUser rights;
-    EXPECT_THAT(What([&] { store.Create({.name = "b"}, 1); }), HasSubstr(Path()));
-    EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr(Path()));
+    EXPECT_THAT(WhatInTime([&] { store.Create({.name = "b"}, 1); }), HasSubstr(Path()));
+    EXPECT_THAT(WhatInTime([&] { store.CheckUsable(); }), HasSubstr(Path()));
   }
   std::filesystem::permissions(directory_.Native(), std::filesystem::perms(0700));
   std::filesystem::permissions(Path(), std::filesystem::perms(0600));
@@ -319,11 +307,11 @@ TEST_F(SqliteStore, AFullDiskIsAnErrorUntilThereIsSpace) {
   store.Create({.name = "a"}, 1);
   {
     const FullDisk full;
-    EXPECT_THAT(What([&] { store.Create({.name = "b"}, 1); }), HasSubstr("no space is left"));
-    EXPECT_THAT(What([&] { store.CheckUsable(); }), HasSubstr("no space is left"));
-    EXPECT_THAT(What([&] { TaskStore(Options()).Create({.name = "b"}, 1); }),
+    EXPECT_THAT(WhatInTime([&] { store.Create({.name = "b"}, 1); }), HasSubstr("no space is left"));
+    EXPECT_THAT(WhatInTime([&] { store.CheckUsable(); }), HasSubstr("no space is left"));
+    EXPECT_THAT(WhatInTime([&] { TaskStore(Options()).Create({.name = "b"}, 1); }),
                 HasSubstr("no space is left"));
-    EXPECT_THAT(What([&] { store.Close(1, 2, [](const Task&) { return true; }); }),
+    EXPECT_THAT(WhatInTime([&] { store.Close(1, 2, [](const Task&) { return true; }); }),
                 HasSubstr("no space is left"));
   }
   EXPECT_EQ(store.Create({.name = "b"}, 1), 2);

@@ -22,9 +22,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using Change = TaskStore::Change;
 
-bool Always(const Task&) {
-  return true;
-}
 bool Never(const Task&) {
   return false;
 }
@@ -53,15 +50,6 @@ class TaskStoreTest : public testing::Test {
   std::unique_ptr<TestDatabase> database_ = TestDatabase::Make();
   TaskStore store_{database_->Options()};
 };
-
-std::string What(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const StoreError& error) {
-    return error.what();
-  }
-  return "no error";
-}
 
 void InThreads(int count, const std::function<void(int)>& work) {
   std::latch start(count);
