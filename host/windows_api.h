@@ -3,15 +3,27 @@
 // The calls of the Windows API that modules make: the system's own on Windows; elsewhere equal
 // declarations, implemented in agent/windows_api. The contract of each is Microsoft's description
 // of it; what a platform without Windows makes of it is said here.
+//
+// Socket addresses and byte order (sockaddr_in, AF_INET, htons, htonl) have the same names in every
+// system's own header.
 
 #ifdef _WIN32
 
+#include <winsock2.h>
+
+// The sockets come before the windows header, which would bring older ones; the others need its
+// types.
 #include <windows.h>
 
-// The windows header comes first: the others need its types.
+#include <lmcons.h>
+
+#include <lmapibuf.h>
+#include <lmserver.h>
 #include <winver.h>
 
 #else
+
+#include <netinet/in.h>
 
 #include <cstdint>
 
@@ -26,6 +38,7 @@ using HMODULE = void*;
 using FARPROC = void (*)();
 using LONG = int32_t;
 using HANDLE = void*;
+using NET_API_STATUS = DWORD;
 
 // NOLINTBEGIN(readability-identifier-naming): the system's own names
 struct SYSTEMTIME {
@@ -56,6 +69,11 @@ struct TOKEN_PRIVILEGES {
   DWORD PrivilegeCount;
   LUID_AND_ATTRIBUTES Privileges[1];
 };
+/// A computer or domain, as `NetServerEnum` lists it.
+struct SERVER_INFO_100 {
+  DWORD sv100_platform_id;
+  WCHAR* sv100_name;
+};
 
 constexpr UINT CP_ACP = 0;
 constexpr UINT CP_UTF8 = 65001;
@@ -78,6 +96,12 @@ constexpr UINT EWX_LOGOFF = 0x00000000;
 constexpr UINT EWX_REBOOT = 0x00000002;
 constexpr UINT EWX_FORCE = 0x00000004;
 constexpr UINT EWX_POWEROFF = 0x00000008;
+
+/// As many bytes as it takes.
+constexpr DWORD MAX_PREFERRED_LENGTH = ~0U;
+/// What to list, for `NetServerEnum`.
+constexpr DWORD SV_TYPE_ALL = 0xFFFFFFFF;
+constexpr DWORD SV_TYPE_DOMAIN_ENUM = 0x80000000;
 // NOLINTEND(readability-identifier-naming)
 
 extern "C" {
@@ -150,6 +174,21 @@ BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, const TOKEN_PRIVILEGES
 /// the privilege was not enabled; and with the reason in the log without logind or anybody logged
 /// on (for a log-off), and when logind refuses: the agent's account needs the right to do so.
 BOOL ExitWindowsEx(UINT flags, DWORD reason);
+
+/// Lists the domains and workgroups of the network (`SV_TYPE_DOMAIN_ENUM`, `domain` null) or the
+/// computers of one of them (`SV_TYPE_ALL`; `domain` null for the machine's own), as the network's
+/// browsers know them. `*buffer` becomes an array of `*entriesRead` SERVER_INFO_100, in the
+/// browser's order, for `NetApiBufferFree`; `*totalEntries` their number too. `server` and `resume`
+/// must be null, `level` 100, `preferredBytes` `MAX_PREFERRED_LENGTH`. Waits up to 30 seconds, and
+/// for those who asked before. Returns 0; otherwise nothing is stored, and the reason is in the
+/// log: ERROR_INVALID_PARAMETER (87) for other arguments, ERROR_NO_SUCH_DOMAIN (1355) when nobody
+/// knows the domain, ERROR_NO_BROWSER_SERVERS_FOUND (6118) without a browser that answers.
+NET_API_STATUS NetServerEnum(const WCHAR* server, DWORD level, uint8_t** buffer,
+                             DWORD preferredBytes, DWORD* entriesRead, DWORD* totalEntries,
+                             DWORD serverType, const WCHAR* domain, DWORD* resume);
+
+/// Frees what `NetServerEnum` stored; null is fine. Returns 0.
+NET_API_STATUS NetApiBufferFree(void* buffer);
 
 }  // extern "C"
 

@@ -9,6 +9,9 @@
 #include "actions/files/file_content.h"
 #include "actions/files/file_operations.h"
 #include "actions/files/volumes_and_digest.h"
+#include "actions/network/network_browsing.h"
+#include "actions/network/reachability.h"
+#include "actions/network/wake_on_lan.h"
 #include "actions/programs/file_information.h"
 #include "actions/programs/process_list.h"
 #include "actions/programs/program_launch.h"
@@ -63,6 +66,8 @@ constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsDirCreate (string Path)", CoreUtilsDirCreate},
     {"CoreUtilsDirRename (string SourcePath, string DestinationPath)", CoreUtilsDirRename},
     {"CoreUtilsDirDelete", CoreUtilsDirDelete},
+    {"CoreUtilsListDomains", CoreUtilsListDomains},
+    {"CoreUtilsListServers", CoreUtilsListServers},
     {"CoreUtilsRunProgram (string Path)", CoreUtilsRunProgram},
     {"CoreUtilsRunScript (string Name, container Params, boolean CompileOnly)", CoreUtilsRunScript},
     {"CoreUtilsListProcess (container Params)", CoreUtilsListProcess},
@@ -85,14 +90,19 @@ constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsRestoreBackup ()", CoreUtilsRestoreBackup},
     {"CoreUtilsExtractFile ()", CoreUtilsExtractFile},
     {"CoreUtilsAdvanceDialog", CoreUtilsAdvanceDialog},
+    {"CoreUtilsWakeUp", CoreUtilsWakeUp},
     {"CoreUtilsShowDialog ()", CoreUtilsShowDialog},
     {"CoreUtilsCloseDialog ()", CoreUtilsCloseDialog},
     {"CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)", CoreUtilsConfigureJWS},
     {"CoreUtilsIsUserLogged ()", CoreUtilsIsUserLogged},
     {"CoreUtilsExitOperatingSystem", CoreUtilsExitOperatingSystem},
     {"CoreUtilsGetMasterAttachmentsPath", CoreUtilsGetMasterAttachmentsPath},
+    {"CoreUtilsPingICMP (string strTargetAddr)", CoreUtilsPingICMP},
     {"CoreUtilsShellExecuteAsLoggedUser (string strCommand, string strAgentPath)",
      CoreUtilsShellExecuteAsLoggedUser},
+    {"CoreUtilsCheckSMBShare (string strSharePath, string strUser, string strPassword)",
+     CoreUtilsCheckSMBShare},
+    {"CoreUtilsCheckHTTPConnection (string strUrl)", CoreUtilsCheckHTTPConnection},
 });
 
 constexpr bool NamesAreUnique() {
@@ -104,7 +114,7 @@ constexpr bool NamesAreUnique() {
   return true;
 }
 
-static_assert(kActions.size() == 41);
+static_assert(kActions.size() == 47);
 static_assert(NamesAreUnique());
 
 /// What the core calls for a row: the handler, behind a wall that no exception passes.

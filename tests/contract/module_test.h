@@ -16,7 +16,7 @@
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr int kActionCount = 41;
+constexpr int kActionCount = 47;
 
 /// What an action answered: its code, and its container as `Describe` prints it.
 struct Outcome {

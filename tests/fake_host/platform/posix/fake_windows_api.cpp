@@ -155,3 +155,14 @@ BOOL ExitWindowsEx(UINT flags, DWORD reason) {
   const std::string arguments = List(Number(flags), AllBits(reason));
   return static_cast<BOOL>(FakeHost::Current().Ask("ExitWindowsEx", arguments).value);
 }
+
+/// A text answer lists names, each ended by a line end, and succeeds; a number is the failure.
+NET_API_STATUS NetServerEnum(const WCHAR*, DWORD, uint8_t**, DWORD, DWORD*, DWORD*, DWORD,
+                             const WCHAR*, DWORD*) {
+  return static_cast<NET_API_STATUS>(FakeHost::Current().Ask("NetServerEnum", "", 1).value);
+}
+
+NET_API_STATUS NetApiBufferFree(void*) {
+  FakeHost::Current().Note("NetApiBufferFree()");
+  return 0;
+}

@@ -1,0 +1,5 @@
+#include "libZel/ping.h"
+
+bool PingICMP(ZelString) {
+  return false;
+}

@@ -1,0 +1,7 @@
+#pragma once
+
+namespace smb {
+
+class Connection {};
+
+}  // namespace smb

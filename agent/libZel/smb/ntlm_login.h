@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "libZel/string.h"
+
+namespace smb {
+
+using Bytes = std::vector<uint8_t>;
+
+/// The client's side of a log-in with NTLM version 2 ([MS-NLMP]), by the system's own means: GSSAPI
+/// with its NTLMSSP mechanism, on Windows SSPI. What fails throws std::runtime_error with a
+/// sentence for the log, which never holds the password. One thread at a time.
+class NtlmLogin {
+ public:
+  /// `user` is "name", "DOMAIN\name" or "name@domain"; an empty one logs in anonymously (the
+  /// password is then not looked at). `server` is the server's address as the log-in names it.
+  NtlmLogin(const ZelString& user, const ZelString& password, const std::string& server);
+  ~NtlmLogin();
+  NtlmLogin(const NtlmLogin&) = delete;
+  NtlmLogin& operator=(const NtlmLogin&) = delete;
+
+  /// The next token for the server: at first without one of the server's (NEGOTIATE_MESSAGE), then
+  /// with its CHALLENGE_MESSAGE (AUTHENTICATE_MESSAGE).
+  Bytes Next(std::span<const uint8_t> received);
+  bool IsAnonymous() const { return isAnonymous_; }
+  /// The 16 bytes of the exported session key, once the last token was made; of an anonymous
+  /// log-in, none.
+  Bytes SessionKey() const;
+
+ private:
+  struct Implementation;
+  std::unique_ptr<Implementation> implementation_;
+  bool isAnonymous_;
+};
+
+}  // namespace smb

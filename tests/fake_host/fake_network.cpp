@@ -1,0 +1,128 @@
+// host/libZel: sockets, addresses, and the clients that reach other machines.
+
+#include <string>
+#include <utility>
+
+#include "tests/fake_host/fake_host.h"
+#include "tests/fake_host/transcript.h"
+#include "windows_api.h"
+
+struct NetworkSocket::Implementation {};
+namespace smb {
+class Connection {};
+}  // namespace smb
+
+namespace {
+
+FakeHost& Host() {
+  return FakeHost::Current();
+}
+
+int64_t Ask(const std::string& function, const std::string& arguments) {
+  return Host().Ask(function, arguments).value;
+}
+
+}  // namespace
+
+// ---- sockets ----
+
+NetworkSocket::NetworkSocket(std::unique_ptr<Implementation> implementation)
+    : implementation_(std::move(implementation)) {}
+
+NetworkSocket::~NetworkSocket() {
+  Host().NoteRelease("~NetworkSocket");
+}
+
+bool NetworkSocket::SetOption(int option, int value) {
+  return Ask("SetOption", List(std::to_string(option), std::to_string(value))) != 0;
+}
+
+/// The address's family, port and number as they are once in host byte order.
+int UncheckedSocket::SendTo(sockaddr_in& to, char* data, unsigned length) {
+  const std::string address =
+      List(std::to_string(to.sin_family), std::to_string(ntohs(to.sin_port)),
+           std::to_string(ntohl(to.sin_addr.s_addr)));
+  return static_cast<int>(
+      Ask("SendTo", List("{" + address + "}", QuoteBytes({data, length}), std::to_string(length))));
+}
+
+/// The answer is whether there is a socket.
+std::unique_ptr<UdpSocket> SocketFactory::CreateUdp() {
+  if (!Ask("CreateUdp", "")) return nullptr;
+  return std::unique_ptr<UdpSocket>(new UdpSocket(nullptr));
+}
+
+// ---- addresses and echoes ----
+
+/// The answer is the address, -1 that the text is none.
+bool IpAddress::SetTo(const ZelString& text) {
+  const int64_t answer = Host().Ask("IpAddress::SetTo", Quote(text), -1).value;
+  if (answer < 0) return false;
+  address_ = static_cast<uint32_t>(answer);
+  return true;
+}
+
+/// Likewise.
+bool IpAddress::SetToHostName(const ZelString& name) {
+  const int64_t answer = Host().Ask("IpAddress::SetToHostName", Quote(name), -1).value;
+  if (answer < 0) return false;
+  address_ = static_cast<uint32_t>(answer);
+  return true;
+}
+
+bool PingICMP(ZelString host) {
+  return Ask("PingICMP", Quote(host)) != 0;
+}
+
+// ---- file servers ----
+
+CsTcpClient::CsTcpClient(int isDirect) {
+  Host().Note("CsSmbClient(" + std::to_string(isDirect) + ")");
+}
+CsTcpClient::~CsTcpClient() {
+  Host().NoteRelease("~CsSmbClient");
+}
+CsSmbClient::CsSmbClient(int isDirect) : CsNbtClient(isDirect) {}
+CsSmbClient::~CsSmbClient() = default;
+
+int CsTcpClient::TcpConnect(unsigned long address, unsigned short port) {
+  return static_cast<int>(Ask("TcpConnect", List(std::to_string(address), std::to_string(port))));
+}
+void CsTcpClient::TcpDisconnect() {
+  Host().Note("TcpDisconnect()");
+}
+int CsNbtClient::NbtSessionRequest(const ZelString& calledName) {
+  return static_cast<int>(Ask("NbtSessionRequest", Quote(calledName)));
+}
+void CsNbtClient::NbtDisconnect() {
+  Host().Note("NbtDisconnect()");
+}
+int CsSmbClient::SmbSessionNegotiate() {
+  return static_cast<int>(Ask("SmbSessionNegotiate", ""));
+}
+int CsSmbClient::SmbSessionSetup(const ZelString& user, const ZelString& password) {
+  return static_cast<int>(Ask("SmbSessionSetup", List(Quote(user), Quote(password))));
+}
+int CsSmbClient::SmbTreeConnect(const ZelString& share, _CsSmbTreeInfo&) {
+  return static_cast<int>(Ask("SmbTreeConnect", Quote(share)));
+}
+int CsSmbClient::SmbTreeDisconnect(_CsSmbTreeInfo&) {
+  return static_cast<int>(Ask("SmbTreeDisconnect", ""));
+}
+int CsSmbClient::SmbSessionLogOff() {
+  return static_cast<int>(Ask("SmbSessionLogOff", ""));
+}
+
+// ---- HTTP ----
+
+int CurlAdvancedGet(ZelString url, ZelString user, ZelString password, ZelString proxy,
+                    ZelString proxyUser, ZelString proxyPassword, long long startOffset,
+                    long timeoutSeconds, long long& received, bool failOnErrorStatus,
+                    CurlProgress progress, void* userData) {
+  const std::string arguments =
+      List(Quote(url), Quote(user), Quote(password), Quote(proxy), Quote(proxyUser),
+           Quote(proxyPassword), std::to_string(startOffset), std::to_string(timeoutSeconds),
+           std::to_string(received), Flag(failOnErrorStatus), progress ? "given" : "null",
+           Pointer(userData));
+  return static_cast<int>(Ask("CurlAdvancedGet", arguments));
+}
