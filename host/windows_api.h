@@ -176,13 +176,16 @@ BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, const TOKEN_PRIVILEGES
 BOOL ExitWindowsEx(UINT flags, DWORD reason);
 
 /// Lists the domains and workgroups of the network (`SV_TYPE_DOMAIN_ENUM`, `domain` null) or the
-/// computers of one of them (`SV_TYPE_ALL`; `domain` null for the machine's own), as the network's
-/// browsers know them. `*buffer` becomes an array of `*entriesRead` SERVER_INFO_100, in the
-/// browser's order, for `NetApiBufferFree`; `*totalEntries` their number too. `server` and `resume`
-/// must be null, `level` 100, `preferredBytes` `MAX_PREFERRED_LENGTH`. Waits up to 30 seconds, and
-/// for those who asked before. Returns 0; otherwise nothing is stored, and the reason is in the
-/// log: ERROR_INVALID_PARAMETER (87) for other arguments, ERROR_NO_SUCH_DOMAIN (1355) when nobody
-/// knows the domain, ERROR_NO_BROWSER_SERVERS_FOUND (6118) without a browser that answers.
+/// computers of one of them (`SV_TYPE_ALL`; `domain` null for the machine's own, which smb.conf
+/// names), as the network's browsers know them. `*buffer` becomes an array of `*entriesRead`
+/// SERVER_INFO_100, in the browser's order, for `NetApiBufferFree`; `*totalEntries` their number
+/// too, which is 1 to 8192. `server` and `resume` must be null, `level` 100, `preferredBytes`
+/// `MAX_PREFERRED_LENGTH`. Waits up to 30 seconds; calls of several threads do not wait for each
+/// other. Returns 0; otherwise nothing is stored, and the reason is in the log:
+/// ERROR_INVALID_PARAMETER (87) for other arguments, ERROR_NO_SUCH_DOMAIN (1355) when nobody knows
+/// the domain or nothing can have its name, which has no more than 15 characters and no dot,
+/// ERROR_NO_BROWSER_SERVERS_FOUND (6118) without a browser that answers, and without libsmbclient,
+/// ERROR_NOT_ENOUGH_MEMORY (8).
 NET_API_STATUS NetServerEnum(const WCHAR* server, DWORD level, uint8_t** buffer,
                              DWORD preferredBytes, DWORD* entriesRead, DWORD* totalEntries,
                              DWORD serverType, const WCHAR* domain, DWORD* resume);
