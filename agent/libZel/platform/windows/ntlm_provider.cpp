@@ -1,0 +1,142 @@
+#include "agent/libZel/smb/ntlm_provider.h"
+
+#define SECURITY_WIN32
+#include <windows.h>
+
+#include <security.h>
+
+#include <format>
+#include <stdexcept>
+
+#include "agent/libZel/wtf8.h"
+
+namespace smb {
+namespace {
+
+constexpr size_t kSessionKeySize = 16;
+
+/// A text in UTF-16 that is wiped with the object, unlike the view that a ZelString keeps.
+class WideSecret {
+ public:
+  explicit WideSecret(std::string_view wtf8) {
+    // No more units than bytes, so that nothing moves and leaves copies behind.
+    units_.reserve(wtf8.size() + 1);
+    uint32_t character = 0;
+    while (const size_t size = DecodeWtf8(wtf8, &character)) {
+      Append(character);
+      wtf8.remove_prefix(size);
+    }
+    units_.push_back(0);
+  }
+  ~WideSecret() { SecureZeroMemory(units_.data(), units_.size() * sizeof(unsigned short)); }
+  WideSecret(const WideSecret&) = delete;
+  WideSecret& operator=(const WideSecret&) = delete;
+
+  unsigned short* Get() { return units_.data(); }
+  unsigned long Length() const { return static_cast<unsigned long>(units_.size() - 1); }
+
+ private:
+  void Append(uint32_t character) {
+    if (character < 0x10000) {
+      units_.push_back(static_cast<unsigned short>(character));
+      return;
+    }
+    units_.push_back(static_cast<unsigned short>(0xD800 + ((character - 0x10000) >> 10)));
+    units_.push_back(static_cast<unsigned short>(0xDC00 + ((character - 0x10000) & 0x3FF)));
+  }
+
+  std::vector<unsigned short> units_;
+};
+
+void Check(SECURITY_STATUS status, const char* what) {
+  if (FAILED(status))
+    throw std::runtime_error(std::format("{}: {:#010x}", what, static_cast<uint32_t>(status)));
+}
+
+class SspiProvider : public NtlmProvider {
+ public:
+  SspiProvider(const NtlmAccount& account, const ZelString& password, const std::string& server)
+      : target_(ZelString("cifs/" + server)) {
+    WideSecret name(account.name.Utf8());
+    WideSecret domain(account.domain.Utf8());
+    WideSecret secret(password.Utf8());
+    SEC_WINNT_AUTH_IDENTITY_W identity = {};
+    identity.User = name.Get();
+    identity.UserLength = name.Length();
+    identity.Domain = domain.Get();
+    identity.DomainLength = domain.Length();
+    identity.Password = secret.Get();
+    identity.PasswordLength = secret.Length();
+    identity.Flags = SEC_WINNT_AUTH_IDENTITY_UNICODE;
+
+    wchar_t package[] = L"NTLM";
+    TimeStamp expiry = {};
+    const SECURITY_STATUS status =
+        AcquireCredentialsHandleW(nullptr, package, SECPKG_CRED_OUTBOUND, nullptr, &identity,
+                                  nullptr, nullptr, &credentials_, &expiry);
+    Check(status, "the user and the password were not taken");
+  }
+
+  ~SspiProvider() override {
+    if (SecIsValidHandle(&context_)) DeleteSecurityContext(&context_);
+    FreeCredentialsHandle(&credentials_);
+  }
+
+  Bytes Negotiate() override { return Step(nullptr); }
+
+  Bytes Authenticate(std::span<const uint8_t> challenge) override {
+    SecBuffer token = {static_cast<unsigned long>(challenge.size()), SECBUFFER_TOKEN,
+                       const_cast<uint8_t*>(challenge.data())};
+    SecBufferDesc input = {SECBUFFER_VERSION, 1, &token};
+    return Step(&input);
+  }
+
+  Bytes SessionKey() const override {
+    SecPkgContext_SessionKey key = {};
+    CtxtHandle context = context_;
+    const SECURITY_STATUS status = QueryContextAttributesW(&context, SECPKG_ATTR_SESSION_KEY, &key);
+    // Not every provider hands it out.
+    if (status == SEC_E_UNSUPPORTED_FUNCTION) return {};
+    Check(status, "the log-in has no session key");
+    Bytes bytes(key.SessionKey, key.SessionKey + key.SessionKeyLength);
+    SecureZeroMemory(key.SessionKey, key.SessionKeyLength);
+    FreeContextBuffer(key.SessionKey);
+    if (bytes.size() != kSessionKeySize)
+      throw std::runtime_error("the log-in's session key has an unexpected size");
+    return bytes;
+  }
+
+ private:
+  Bytes Step(SecBufferDesc* input) {
+    // Integrity makes both sides agree on a session key.
+    constexpr unsigned long kRequest =
+        ISC_REQ_ALLOCATE_MEMORY | ISC_REQ_CONNECTION | ISC_REQ_INTEGRITY;
+    SecBuffer token = {0, SECBUFFER_TOKEN, nullptr};
+    SecBufferDesc output = {SECBUFFER_VERSION, 1, &token};
+    unsigned long attributes = 0;
+    TimeStamp expiry = {};
+    const SECURITY_STATUS status = InitializeSecurityContextW(
+        &credentials_, input != nullptr ? &context_ : nullptr,
+        const_cast<wchar_t*>(target_.GetTCHAR()), kRequest, 0, SECURITY_NATIVE_DREP, input, 0,
+        &context_, &output, &attributes, &expiry);
+    Check(status, "the log-in could not answer the server");
+    const auto* const first = static_cast<const uint8_t*>(token.pvBuffer);
+    Bytes bytes(first, first + token.cbBuffer);
+    FreeContextBuffer(token.pvBuffer);
+    return bytes;
+  }
+
+  const ZelString target_;
+  CredHandle credentials_ = {};
+  CtxtHandle context_ = {static_cast<ULONG_PTR>(-1), static_cast<ULONG_PTR>(-1)};
+};
+
+}  // namespace
+
+std::unique_ptr<NtlmProvider> MakeSystemNtlmProvider(const NtlmAccount& account,
+                                                     const ZelString& password,
+                                                     const std::string& server) {
+  return std::make_unique<SspiProvider>(account, password, server);
+}
+
+}  // namespace smb

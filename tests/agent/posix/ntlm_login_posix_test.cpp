@@ -1,0 +1,152 @@
+// Log-ins checked by the accepting side of GSSAPI's NTLMSSP mechanism, which finds the passwords in
+// a file that NTLM_USER_FILE names; and what the environment must not change.
+
+#include <gssapi/gssapi.h>
+#include <gssapi/gssapi_ext.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+
+#include "agent/libZel/smb/ntlm_login.h"
+#include "tests/agent/ntlm_verifier.h"
+#include "tests/agent/temporary_directory.h"
+
+namespace {
+
+using smb::Bytes;
+using smb::NtlmLogin;
+
+gss_OID_desc ntlmMechanism = {10, const_cast<char*>("\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a")};
+gss_OID_desc sessionKeyQuestion = {
+    11, const_cast<char*>("\x2a\x86\x48\x86\xf7\x12\x01\x02\x02\x05\x05")};
+
+class EnvironmentVariable {
+ public:
+  EnvironmentVariable(const char* name, const std::string& value) : name_(name) {
+    setenv(name, value.c_str(), 1);
+  }
+  ~EnvironmentVariable() { unsetenv(name_); }
+  EnvironmentVariable(const EnvironmentVariable&) = delete;
+  EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+
+ private:
+  const char* name_;
+};
+
+class Acceptor {
+ public:
+  Acceptor() {
+    gss_OID_set_desc mechanisms = {1, &ntlmMechanism};
+    OM_uint32 minor = 0;
+    if (GSS_ERROR(gss_acquire_cred(&minor, GSS_C_NO_NAME, GSS_C_INDEFINITE, &mechanisms,
+                                   GSS_C_ACCEPT, &credentials_, nullptr, nullptr)))
+      throw std::runtime_error("the mechanism takes no server");
+  }
+  ~Acceptor() {
+    OM_uint32 minor = 0;
+    if (context_ != GSS_C_NO_CONTEXT) gss_delete_sec_context(&minor, &context_, nullptr);
+    gss_release_cred(&minor, &credentials_);
+  }
+  Acceptor(const Acceptor&) = delete;
+  Acceptor& operator=(const Acceptor&) = delete;
+
+  bool IsSatisfied() const { return status_ == GSS_S_COMPLETE; }
+
+  Bytes Next(Bytes received) {
+    gss_buffer_desc input = {received.size(), received.data()};
+    gss_buffer_desc output = GSS_C_EMPTY_BUFFER;
+    OM_uint32 minor = 0;
+    status_ =
+        gss_accept_sec_context(&minor, &context_, credentials_, &input, GSS_C_NO_CHANNEL_BINDINGS,
+                               nullptr, nullptr, &output, nullptr, nullptr, nullptr);
+    const auto* const first = static_cast<const uint8_t*>(output.value);
+    Bytes token(first, first + output.length);
+    gss_release_buffer(&minor, &output);
+    return token;
+  }
+
+  Bytes SessionKey() const {
+    gss_buffer_set_t keys = GSS_C_NO_BUFFER_SET;
+    OM_uint32 minor = 0;
+    if (GSS_ERROR(gss_inquire_sec_context_by_oid(&minor, context_, &sessionKeyQuestion, &keys)))
+      return {};
+    const auto* const first = static_cast<const uint8_t*>(keys->elements[0].value);
+    Bytes key(first, first + keys->elements[0].length);
+    gss_release_buffer_set(&minor, &keys);
+    return key;
+  }
+
+ private:
+  gss_cred_id_t credentials_ = GSS_C_NO_CREDENTIAL;
+  gss_ctx_id_t context_ = GSS_C_NO_CONTEXT;
+  OM_uint32 status_ = GSS_S_FAILURE;
+};
+
+class NtlmLoginOnPosix : public testing::Test {
+ protected:
+  /// Whether the acceptor takes the log-in.
+  bool Accepts(NtlmLogin& login) {
+    const Bytes challenge = acceptor_.Next(login.Next({}));
+    acceptor_.Next(login.Next(challenge));
+    return acceptor_.IsSatisfied();
+  }
+  bool Accepts(const char* user, const char* password) {
+    NtlmLogin login(user, password, "127.0.0.1");
+    return Accepts(login);
+  }
+
+  std::string MakeUserFile() {
+    WriteFile(directory_.Native() / "users", "OFFICE:ann:Secret-1\nOFFICE:bob:Secret-2\n");
+    return (directory_.Native() / "users").string();
+  }
+
+  TemporaryDirectory directory_;
+  EnvironmentVariable userFile_{"NTLM_USER_FILE", MakeUserFile()};
+  Acceptor acceptor_;
+};
+
+TEST_F(NtlmLoginOnPosix, IsAcceptedWithTheRightPassword) {
+  EXPECT_TRUE(Accepts("OFFICE\\ann", "Secret-1"));
+}
+
+TEST_F(NtlmLoginOnPosix, SharesItsSessionKeyWithTheAcceptor) {
+  NtlmLogin login("OFFICE\\bob", "Secret-2", "127.0.0.1");
+  ASSERT_TRUE(Accepts(login));
+  EXPECT_EQ(acceptor_.SessionKey(), login.SessionKey());
+  EXPECT_EQ(16u, login.SessionKey().size());
+}
+
+// The file that the mechanism would take passwords from is there, with the right one.
+TEST_F(NtlmLoginOnPosix, UsesTheGivenPasswordAndNoOther) {
+  EXPECT_FALSE(Accepts("OFFICE\\ann", "Secret-2"));
+}
+
+TEST_F(NtlmLoginOnPosix, UsesTheGivenPasswordEvenWhenItIsEmpty) {
+  EXPECT_FALSE(Accepts("OFFICE\\ann", ""));
+}
+
+TEST_F(NtlmLoginOnPosix, UsesTheGivenNameAndNoOther) {
+  const EnvironmentVariable user("NTLMUSER", "bob");
+  EXPECT_FALSE(Accepts("OFFICE\\ann", "Secret-2"));
+}
+
+TEST_F(NtlmLoginOnPosix, RefusesToAnswerByVersionOne) {
+  const EnvironmentVariable level("LM_COMPAT_LEVEL", "2");
+  NtlmLogin login("ann", "Secret-1", "127.0.0.1");
+  login.Next({});
+  try {
+    login.Next(NtlmVerifier::Challenge());
+    FAIL() << "it answered";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ("this system does not log in with version 2 of NTLM", error.what());
+  }
+}
+
+TEST_F(NtlmLoginOnPosix, RefusesWhatIsNotUnicode) {
+  EXPECT_THROW(NtlmLogin("ann", "\xff", "127.0.0.1"), std::runtime_error);
+  EXPECT_THROW(NtlmLogin("\xff", "Secret-1", "127.0.0.1"), std::runtime_error);
+}
+
+}  // namespace
