@@ -1,21 +1,90 @@
 #include "agent/libZel/network/tcp_stream.h"
 
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/read.hpp>
+#include <boost/asio/write.hpp>
+#include <optional>
 #include <stdexcept>
+#include <string>
 
-struct TcpStream::Implementation {};
+namespace asio = boost::asio;
+using asio::ip::tcp;
+using boost::system::error_code;
+
+struct TcpStream::Implementation {
+  asio::io_context context{1};
+  tcp::socket socket{context};
+
+  void Close() {
+    error_code ignored;
+    socket.shutdown(tcp::socket::shutdown_send, ignored);
+    socket.close(ignored);
+  }
+
+  /// `start` begins one operation, whose handler it is given. Returns when that has succeeded.
+  template <typename Start>
+  void Wait(const char* what, Deadline deadline, Start start) {
+    std::optional<error_code> result;
+    start([&result](const error_code& error, auto&&...) { result = error; });
+    context.restart();
+    while (!result && context.run_one_until(deadline) > 0) {
+    }
+    const bool isLate = !result;
+    if (!isLate && !*result) return;
+
+    Close();
+    // The handler refers to what stands above: it must have run before this returns.
+    context.restart();
+    context.run();
+    const std::string reason = isLate ? "no answer in time" : Reason(*result);
+    throw std::runtime_error(std::string(what) + ": " + reason);
+  }
+
+  static std::string Reason(const error_code& error) {
+    return error == asio::error::eof ? "the other side closed the connection" : error.message();
+  }
+};
 
 TcpStream::TcpStream() = default;
-TcpStream::~TcpStream() = default;
-void TcpStream::Connect(uint32_t, uint16_t, Deadline) {
-  throw std::runtime_error("not there yet");
+
+TcpStream::~TcpStream() {
+  Close();
 }
-void TcpStream::Write(std::span<const uint8_t>, Deadline) {
-  throw std::runtime_error("not there yet");
+
+void TcpStream::Connect(uint32_t address, uint16_t port, Deadline deadline) {
+  Close();
+  implementation_ = std::make_unique<Implementation>();
+  const tcp::endpoint peer(asio::ip::address_v4(address), port);
+  implementation_->Wait("connecting", deadline, [&](auto handler) {
+    implementation_->socket.async_connect(peer, handler);
+  });
+  error_code ignored;
+  implementation_->socket.set_option(tcp::no_delay(true), ignored);
 }
-void TcpStream::Read(std::span<uint8_t>, Deadline) {
-  throw std::runtime_error("not there yet");
+
+void TcpStream::Write(std::span<const uint8_t> bytes, Deadline deadline) {
+  if (!IsOpen()) throw std::runtime_error("sending: not connected");
+  implementation_->Wait("sending", deadline, [&](auto handler) {
+    asio::async_write(implementation_->socket, asio::buffer(bytes.data(), bytes.size()), handler);
+  });
 }
-void TcpStream::Close() noexcept {}
+
+void TcpStream::Read(std::span<uint8_t> bytes, Deadline deadline) {
+  if (!IsOpen()) throw std::runtime_error("receiving: not connected");
+  implementation_->Wait("receiving", deadline, [&](auto handler) {
+    asio::async_read(implementation_->socket, asio::buffer(bytes.data(), bytes.size()), handler);
+  });
+}
+
+void TcpStream::Close() noexcept {
+  if (!implementation_) return;
+  implementation_->Close();
+  implementation_.reset();
+}
+
 bool TcpStream::IsOpen() const {
-  return false;
+  return implementation_ && implementation_->socket.is_open();
 }

@@ -1,29 +1,24 @@
 #pragma once
 
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
 
-/// When a step must be done.
-using Deadline = std::chrono::steady_clock::time_point;
+#include "agent/libZel/network/byte_stream.h"
 
 /// A TCP connection whose every wait ends at a deadline. What fails throws std::runtime_error with
-/// a sentence for the log; the connection is then only good for closing. One thread at a time.
-class TcpStream {
+/// a sentence for the log; the connection is then closed. One thread at a time.
+class TcpStream final : public ByteStream {
  public:
   TcpStream();
-  ~TcpStream();
+  ~TcpStream() override;
   TcpStream(const TcpStream&) = delete;
   TcpStream& operator=(const TcpStream&) = delete;
 
-  /// `address` is IPv4; both numbers are in host byte order.
+  /// `address` is IPv4; both numbers are in host byte order. An open connection is closed first.
   void Connect(uint32_t address, uint16_t port, Deadline deadline);
-  /// Sends all of `bytes`.
-  void Write(std::span<const uint8_t> bytes, Deadline deadline);
-  /// Fills all of `bytes`; the end of the connection before that is a failure.
-  void Read(std::span<uint8_t> bytes, Deadline deadline);
+  void Write(std::span<const uint8_t> bytes, Deadline deadline) override;
+  void Read(std::span<uint8_t> bytes, Deadline deadline) override;
   /// Tells the other side that nothing more comes, and closes. Does nothing when not connected.
   void Close() noexcept;
   bool IsOpen() const;

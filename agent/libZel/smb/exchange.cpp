@@ -1,0 +1,74 @@
+#include "agent/libZel/smb/exchange.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "agent/libZel/smb/nt_status.h"
+
+namespace smb {
+
+namespace {
+
+/// More than a log-in takes; how many the server grants is its own affair.
+constexpr uint16_t kCreditsAskedFor = 8;
+constexpr uint32_t kMostCredits = 0xFFFF;
+
+bool IsInterim(const Header& answer) {
+  return answer.status == kStatusPending && (answer.flags & kFlagAsync) != 0;
+}
+
+}  // namespace
+
+Header Exchange::NextHeader(Command command) const {
+  Header header;
+  header.command = command;
+  header.credits = kCreditsAskedFor;
+  header.messageId = nextMessageId_;
+  header.sessionId = sessionId_;
+  return header;
+}
+
+Exchange::Answer Exchange::Perform(Bytes request, Deadline deadline) {
+  if (credits_ == 0) throw std::runtime_error("the server grants no further request");
+  --credits_;
+  ++nextMessageId_;
+  const ByteReader asked(request);
+  const uint64_t messageId = asked.U64(kMessageIdOffset);
+  const Command command{asked.U16(kCommandOffset)};
+  if (signing_) Sign(signing_->dialect, signing_->key, request);
+  session_.Send(request, deadline);
+
+  for (;;) {
+    Answer answer;
+    answer.message = session_.Receive(deadline);
+    answer.header = ParseHeader(answer.message);
+    CheckBelongs(answer.header, command, messageId);
+    credits_ = std::min(credits_ + answer.header.credits, kMostCredits);
+    // It says nothing but that the final answer takes its time, and need not be signed.
+    if (IsInterim(answer.header)) continue;
+    CheckSignature(answer);
+    return answer;
+  }
+}
+
+void Exchange::StartSigning(Dialect dialect, const Key& key) {
+  signing_ = Signing{dialect, key};
+}
+
+void Exchange::CheckBelongs(const Header& answer, Command command, uint64_t messageId) const {
+  const bool isOfSession = sessionId_ == 0 || answer.sessionId == sessionId_;
+  if (answer.messageId != messageId || answer.command != command || !isOfSession)
+    throw std::runtime_error("the server answers another request");
+}
+
+void Exchange::CheckSignature(const Answer& answer) const {
+  if (!signing_ || IsSignedWith(signing_->dialect, signing_->key, answer.message)) return;
+  const bool isSigned = (answer.header.flags & kFlagSigned) != 0;
+  if (isSigned) throw std::runtime_error("the signature of the server's answer is wrong");
+  // Servers that do not know the session any more cannot sign.
+  if (answer.header.status != kStatusSuccess) return;
+  throw std::runtime_error("the server's answer is not signed");
+}
+
+}  // namespace smb

@@ -1,0 +1,131 @@
+#include "agent/libZel/smb/session.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "agent/libZel/debug_context.h"
+#include "agent/libZel/smb/nt_status.h"
+#include "agent/libZel/smb/ntlm_login.h"
+
+namespace smb {
+
+namespace {
+
+/// NTLM needs two.
+constexpr int kMostRounds = 4;
+
+template <typename Array>
+Array RandomBytes() {
+  Array bytes{};
+  if (RAND_bytes(bytes.data(), static_cast<int>(bytes.size())) != 1)
+    throw std::runtime_error("there are no random numbers");
+  return bytes;
+}
+
+ByteView Utf16Of(const ZelString& text) {
+  return {reinterpret_cast<const uint8_t*>(text.GetString(kEncodingUtf16)),
+          text.GetSize(kEncodingUtf16)};
+}
+
+void NoteName(const ZelString& share, _CsSmbTreeInfo& tree) {
+  const TCHAR* const name = share.GetTCHAR();
+  size_t count = share.GetSize(kEncodingUtf16) / sizeof(TCHAR);
+  count = std::min(count, std::size(tree.share) - 1);
+  std::copy_n(name, count, tree.share);
+  tree.share[count] = 0;
+}
+
+}  // namespace
+
+Refusal::Refusal(uint32_t status)
+    : std::runtime_error("the server answers " + DescribeStatus(status)) {}
+
+Session::Session(NetbiosSession& transport, std::string server)
+    : server_(std::move(server)), exchange_(transport) {}
+
+void Session::Negotiate(Deadline deadline) {
+  const Bytes request = BuildNegotiate(exchange_.NextHeader(Command::kNegotiate),
+                                       RandomBytes<Guid>(), RandomBytes<Salt>());
+  const Exchange::Answer answer = Ask(request, deadline);
+  agreed_ = ParseNegotiateReply(answer.message);
+  preauth_.Add(request);
+  preauth_.Add(answer.message);
+  LibraryLog().TraceWithNL("the file server %s speaks SMB %s", server_, NameOf(agreed_.dialect));
+}
+
+void Session::LogIn(const ZelString& user, const ZelString& password, Deadline deadline) {
+  NtlmLogin login(user, password, server_);
+  Bytes token = login.Next({});
+  for (int round = 1; round <= kMostRounds; ++round) {
+    const Bytes request = BuildSessionSetup(exchange_.NextHeader(Command::kSessionSetup), token);
+    preauth_.Add(request);
+    Exchange::Answer answer = exchange_.Perform(request, deadline);
+    const uint32_t status = answer.header.status;
+    if (status != kStatusSuccess && status != kStatusMoreProcessing) throw Refusal(status);
+
+    const SessionSetupReply reply = ParseSessionSetupReply(answer.message);
+    if (answer.header.sessionId == 0)
+      throw std::runtime_error("the server's session has no number");
+    exchange_.SetSession(answer.header.sessionId);
+    if (status == kStatusSuccess) {
+      // An answer to the first token would be that of a server which has asked for no password.
+      if (round == 1) throw std::runtime_error("the server asks for no proof of the log-in");
+      return CheckLogIn({std::move(answer), reply.flags}, login.IsAnonymous(), login.SessionKey());
+    }
+    preauth_.Add(answer.message);
+    token = login.Next(reply.token);
+  }
+  throw std::runtime_error("the server does not come to an end with the log-in");
+}
+
+void Session::CheckLogIn(const LoggedIn& end, bool isAnonymous, ByteView sessionKey) {
+  const bool isGuest = (end.flags & kSessionGuest) != 0;
+  const bool isUnsigned =
+      isAnonymous || isGuest || (end.flags & kSessionAnonymous) != 0 || sessionKey.empty();
+  if ((end.flags & kSessionEncrypts) != 0)
+    throw std::runtime_error("the server demands encryption, which this client does not have");
+  if (isUnsigned && (agreed_.securityMode & kSigningRequired) != 0)
+    throw std::runtime_error("the server demands signatures, for which this log-in has no key");
+  if (isUnsigned) return;
+
+  const Key key = SigningKey(agreed_.dialect, sessionKey, preauth_);
+  const bool isSigned = (end.answer.header.flags & kFlagSigned) != 0;
+  const bool mustBeSigned = isSigned || agreed_.dialect >= Dialect::k300;
+  if (mustBeSigned && !IsSignedWith(agreed_.dialect, key, end.answer.message))
+    throw std::runtime_error("the server does not prove that it knows the password");
+  exchange_.StartSigning(agreed_.dialect, key);
+}
+
+void Session::OpenShare(const ZelString& share, _CsSmbTreeInfo& tree, Deadline deadline) {
+  const ZelString path = "\\\\" + ZelString(server_) + "\\" + share;
+  const Header header = exchange_.NextHeader(Command::kTreeConnect);
+  const Exchange::Answer answer = Ask(BuildTreeConnect(header, Utf16Of(path)), deadline);
+  const TreeConnectReply reply = ParseTreeConnectReply(answer.message);
+  if ((reply.shareFlags & kShareEncrypts) != 0)
+    throw std::runtime_error("the share demands encryption, which this client does not have");
+
+  tree.treeId = answer.header.treeId;
+  tree.shareType = reply.shareType;
+  NoteName(share, tree);
+}
+
+void Session::CloseShare(const _CsSmbTreeInfo& tree, Deadline deadline) {
+  Header header = exchange_.NextHeader(Command::kTreeDisconnect);
+  header.treeId = tree.treeId;
+  ParseEmptyReply(Ask(BuildEmpty(header), deadline).message);
+}
+
+void Session::LogOff(Deadline deadline) {
+  ParseEmptyReply(Ask(BuildEmpty(exchange_.NextHeader(Command::kLogOff)), deadline).message);
+}
+
+Exchange::Answer Session::Ask(const Bytes& request, Deadline deadline) {
+  Exchange::Answer answer = exchange_.Perform(request, deadline);
+  if (answer.header.status != kStatusSuccess) throw Refusal(answer.header.status);
+  return answer;
+}
+
+}  // namespace smb
