@@ -10,6 +10,7 @@
 #include "agent/zelctl/backup_commands.h"
 #include "agent/zelctl/commands.h"
 #include "agent/zelctl/list_command.h"
+#include "agent/zelctl/network_commands.h"
 #include "agent/zelctl/process_commands.h"
 #include "agent/zelctl/relay_commands.h"
 #include "agent/zelctl/script_command.h"
@@ -46,6 +47,12 @@ struct Options {
   TaskAddOptions taskAdd;
   TaskChangeOptions taskChange;
   TaskListOptions taskList;
+  std::string host;
+  ShareCheckOptions shareCheck;
+  std::string sharePasswordFile;
+  std::string url;
+  WakeOptions wake;
+  std::string domain;
 };
 
 /// What the command line asked for.
@@ -73,6 +80,8 @@ void AddTransferVerbs(CLI::App& app, Options* options, Command* command);
 void AddUserVerbs(CLI::App& app, Options* options, Command* command);
 /// The same for helpdesk tasks.
 void AddTaskVerbs(CLI::App& app, Options* options, Command* command);
+/// The same for the network of the agent's machine.
+void AddNetworkVerbs(CLI::App& app, Options* options, Command* command);
 
 /// Removes "--" and what follows from a command line of the verbs that run a program, and returns
 /// what followed: it belongs to the program as it is, and CLI11 would read meanings into it. Other

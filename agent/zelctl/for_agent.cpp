@@ -1,25 +1,14 @@
 #include <cstdio>
-#include <fstream>
 #include <string>
 
 #include "agent/zelctl/agent_client.h"
 #include "agent/zelctl/command_line.h"
 #include "agent/zelctl/failure.h"
+#include "agent/zelctl/local_file.h"
 #include "agent/zelctl/terminal.h"
 #include "agent/zelctl/text_output.h"
 
 namespace {
-
-std::string ReadPasswordFile(const std::string& name) {
-  std::ifstream file(LocalPath(name), std::ios::binary);
-  std::string password;
-  const bool isRead = file && std::getline(file, password);
-  if (password.ends_with('\r')) password.pop_back();
-  if (isRead && !password.empty()) return password;
-  throw Failure(
-      ExitStatus::kUsage,
-      "the password file " + name + (file.is_open() ? " has no first line" : " cannot be opened"));
-}
 
 std::string FindPassword(const Options& options) {
   if (!options.passwordFile.empty()) return ReadPasswordFile(options.passwordFile);

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "agent/zelctl/failure.h"
+#include "agent/zelctl/terminal.h"
 #include "libZel/string.h"
 
 std::string PathText(const std::filesystem::path& path) {
@@ -26,6 +27,17 @@ std::string ReadStandardInput() {
   while ((count = std::fread(block, 1, sizeof block, stdin)) > 0) bytes.append(block, count);
   if (std::ferror(stdin) == 0) return bytes;
   throw Failure(ExitStatus::kUsage, "standard input cannot be read");
+}
+
+std::string ReadPasswordFile(const std::string& name) {
+  std::ifstream file(LocalPath(name), std::ios::binary);
+  std::string password;
+  const bool isRead = file && std::getline(file, password);
+  if (password.ends_with('\r')) password.pop_back();
+  if (isRead && !password.empty()) return password;
+  throw Failure(
+      ExitStatus::kUsage,
+      "the password file " + name + (file.is_open() ? " has no first line" : " cannot be opened"));
 }
 
 void WriteLocalFile(const std::filesystem::path& file, const std::string& bytes) {

@@ -97,8 +97,8 @@ ExitStatus RunCommand(const Command& command, Options& options) {
 
 ExitStatus Run(int argc, char** argv) {
   CLI::App app(
-      "Commands an agent: its actions by name, and verbs for files, programs, the user there and\n"
-      "helpdesk tasks.",
+      "Commands an agent: its actions by name, and verbs for files, programs, the user there,\n"
+      "helpdesk tasks and the network.",
       "zelctl");
   Options options;
   Command command;
@@ -116,6 +116,7 @@ ExitStatus Run(int argc, char** argv) {
   AddTransferVerbs(app, &options, &command);
   AddUserVerbs(app, &options, &command);
   AddTaskVerbs(app, &options, &command);
+  AddNetworkVerbs(app, &options, &command);
   AddAuditCommands(app, &options, &command);
 
   std::vector<std::string> arguments = ProgramArguments(argc, argv);
