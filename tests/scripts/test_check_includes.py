@@ -33,7 +33,12 @@ def tree(tmp_path):
     write(tmp_path, "host/libZel.h", '#pragma once\n#include <string>\n#include "libZel/path.h"\n')
     write(tmp_path, "host/libZel/path.h", "#pragma once\n")
     write(tmp_path, "host/libZelCore.h", '#pragma once\n#include "libZel.h"\n')
-    write(tmp_path, "host/windows_api.h", "#pragma once\n#ifdef _WIN32\n#include <windows.h>\n#endif\n")
+    write(
+        tmp_path,
+        "host/windows_api.h",
+        "#pragma once\n#ifdef _WIN32\n#include <winsock2.h>\n#include <windows.h>\n"
+        "#include <lmserver.h>\n#else\n#include <netinet/in.h>\n#include <cstdint>\n#endif\n",
+    )
     write(tmp_path, "module/action.h", '#pragma once\n#include "libZelCore.h"\n')
     write(
         tmp_path,
@@ -91,6 +96,14 @@ def test_a_clean_tree_has_no_violation(tree):
         ("host/libZel/file.h", '"module/action.h"', "host/ may not include module/action.h"),
         ("host/libZel/file.h", "<windows.h>",
          "host/ may not include <windows.h>: only the standard library"),
+        ("host/libZel/socket.h", "<netinet/in.h>",
+         "host/ may not include <netinet/in.h>: only the standard library"),
+        ("host/windows_api.h", "<sys/socket.h>",
+         "host/windows_api.h may not include <sys/socket.h>: it is none of SYSTEM_HEADERS"),
+        ("host/windows_api.h", "<netdb.h>",
+         "host/windows_api.h may not include <netdb.h>: it is none of SYSTEM_HEADERS"),
+        ("actions/network/wake_on_lan.cpp", "<netinet/in.h>",
+         "actions/ may not include <netinet/in.h>: only the standard library"),
         ("module/paths.cpp", '"agent/libZel/native_path.h"',
          "module/ may not include agent/libZel/native_path.h"),
         ("module/paths.cpp", "<agent/libZel/native_path.h>",
