@@ -5,6 +5,7 @@
 #include <gssapi/gssapi_ext.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <stdexcept>
 #include <string>
@@ -116,6 +117,25 @@ TEST_F(NtlmLoginOnPosix, SharesItsSessionKeyWithTheAcceptor) {
   ASSERT_TRUE(Accepts(login));
   EXPECT_EQ(acceptor_.SessionKey(), login.SessionKey());
   EXPECT_EQ(16u, login.SessionKey().size());
+}
+
+TEST_F(NtlmLoginOnPosix, HasAnotherSessionKeyEachTime) {
+  NtlmLogin first("OFFICE\\bob", "Secret-2", "127.0.0.1");
+  NtlmLogin second("OFFICE\\bob", "Secret-2", "127.0.0.1");
+  for (NtlmLogin* const login : {&first, &second}) {
+    login->Next({});
+    login->Next(NtlmVerifier::Challenge());
+  }
+  EXPECT_NE(first.SessionKey(), second.SessionKey());
+}
+
+TEST_F(NtlmLoginOnPosix, TakesAnEmptyPassword) {
+  constexpr std::array<uint8_t, 16> kNoPasswordHash = {0x31, 0xD6, 0xCF, 0xE0, 0xD1, 0x6A,
+                                                       0xE9, 0x31, 0xB7, 0x3C, 0x59, 0xD7,
+                                                       0xE0, 0xC0, 0x89, 0xC0};
+  NtlmLogin login("ann", "", "127.0.0.1");
+  login.Next({});
+  EXPECT_TRUE(NtlmVerifier(login.Next(NtlmVerifier::Challenge())).IsMadeWith(kNoPasswordHash));
 }
 
 // The file that the mechanism would take passwords from is there, with the right one.

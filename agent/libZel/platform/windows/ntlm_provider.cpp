@@ -5,8 +5,9 @@
 
 #include <security.h>
 
-#include <format>
+#include <cstdio>
 #include <stdexcept>
+#include <system_error>
 
 #include "agent/libZel/wtf8.h"
 
@@ -49,8 +50,11 @@ class WideSecret {
 };
 
 void Check(SECURITY_STATUS status, const char* what) {
-  if (FAILED(status))
-    throw std::runtime_error(std::format("{}: {:#010x}", what, static_cast<uint32_t>(status)));
+  if (!FAILED(status)) return;
+  char number[16];
+  std::snprintf(number, sizeof number, "0x%08lX", static_cast<unsigned long>(status));
+  throw std::runtime_error(std::string(what) + ": " + std::system_category().message(status) +
+                           " (" + number + ")");
 }
 
 class SspiProvider : public NtlmProvider {
@@ -95,7 +99,7 @@ class SspiProvider : public NtlmProvider {
     SecPkgContext_SessionKey key = {};
     CtxtHandle context = context_;
     const SECURITY_STATUS status = QueryContextAttributesW(&context, SECPKG_ATTR_SESSION_KEY, &key);
-    // Not every provider hands it out.
+    // Wine's provider does not hand it out.
     if (status == SEC_E_UNSUPPORTED_FUNCTION) return {};
     Check(status, "the log-in has no session key");
     Bytes bytes(key.SessionKey, key.SessionKey + key.SessionKeyLength);
