@@ -82,6 +82,9 @@ void Request::Set(CURLoption option, Transfer callback) {
 void Request::Set(CURLoption option, Seek callback) {
   Check(curl_easy_setopt(handle_.get(), option, callback));
 }
+void Request::Set(CURLoption option, Progress callback) {
+  Check(curl_easy_setopt(handle_.get(), option, callback));
+}
 void Request::SetContext(CURLoption option, void* context) {
   Check(curl_easy_setopt(handle_.get(), option, context));
 }
@@ -133,6 +136,12 @@ curl_off_t Request::Number(CURLINFO info) const {
   curl_off_t value = -1;
   curl_easy_getinfo(handle_.get(), info, &value);
   return value;
+}
+
+std::string Request::Text(CURLINFO info) const {
+  const char* text = nullptr;
+  curl_easy_getinfo(handle_.get(), info, &text);
+  return text != nullptr ? text : "";
 }
 
 std::string AgentAddress::Authority() const {

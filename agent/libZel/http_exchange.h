@@ -23,6 +23,8 @@ class Request {
  public:
   using Transfer = size_t (*)(char* bytes, size_t size, size_t count, void* context);
   using Seek = int (*)(void* context, curl_off_t offset, int origin);
+  using Progress = int (*)(void* context, curl_off_t expected, curl_off_t received,
+                           curl_off_t toSend, curl_off_t sent);
 
   explicit Request(const std::string& url);
   ~Request();
@@ -36,6 +38,7 @@ class Request {
   void Set(CURLoption option, const char* text);
   void Set(CURLoption option, Transfer callback);
   void Set(CURLoption option, Seek callback);
+  void Set(CURLoption option, Progress callback);
   void SetContext(CURLoption option, void* context);
   /// "Name: value".
   void AddHeader(const std::string& line);
@@ -50,6 +53,8 @@ class Request {
   /// Of the answer; 0 for none.
   long Status() const;
   curl_off_t Number(CURLINFO info) const;
+  /// Empty when there is none.
+  std::string Text(CURLINFO info) const;
 
  private:
   struct FreeHandle {

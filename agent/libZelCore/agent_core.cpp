@@ -8,6 +8,7 @@
 #include "agent/libZel/archive_limits.h"
 #include "agent/libZel/http_exchange.h"
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/network/web_trust.h"
 #include "agent/libZel/proxy_waits.h"
 #include "agent/libZelCore/agent_core_parts.h"
 #include "agent/libZelCore/core_actions.h"
@@ -42,7 +43,8 @@ std::vector<AliasTable::GuardedFile> GuardedFiles(const Settings& settings) {
   return {{settings.fleetCaFile, "certificate authority"},
           {settings.fleetSecretFile, "fleet secret"},
           {settings.certificateFile, "certificate"},
-          {settings.privateKeyFile, "private key"}};
+          {settings.privateKeyFile, "private key"},
+          {settings.webAuthoritiesFile, "authorities for web servers"}};
 }
 
 /// The proxy stands beside this program, where nobody but administrators may put anything.
@@ -129,6 +131,7 @@ AgentCore::AgentCore(const AgentOptions& options) {
   SetDriveMap(core.settings.drives);
   SetArchiveLimits(core.settings.archiveLimits);
   http_exchange::AllowPlainCredentials(core.settings.fleetAllowPlain);
+  SetWebAuthorities(core.settings.webAuthoritiesFile);
   if (!core_platform::SetSystemCodePage(core.settings.codePage))
     CoreLog().WarningWithNL("This system has no code page %u", core.settings.codePage);
   for (const std::string& warning : core.loaded.warnings)

@@ -3,6 +3,10 @@
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/address.hpp>
 #include <boost/asio/ip/udp.hpp>
+#include <chrono>
+#include <cstdint>
+
+#include "agent/libZel/network/name_lookup.h"
 
 namespace asio = boost::asio;
 using asio::ip::udp;
@@ -11,22 +15,28 @@ using ErrorCode = boost::system::error_code;
 namespace {
 
 // Any will do: connecting a socket for datagrams only looks for the way.
-constexpr const char* kPort = "9";
+constexpr uint16_t kPort = 9;
+constexpr std::chrono::seconds kNameLimit{10};
 
 std::string WithoutBrackets(const std::string& host) {
   const bool hasBrackets = host.starts_with('[') && host.ends_with(']');
   return hasBrackets ? host.substr(1, host.size() - 2) : host;
 }
 
+asio::ip::address ToAsio(const HostAddress& address) {
+  if (address.isV6) return asio::ip::address_v6(address.bytes, address.scope);
+  return asio::ip::address_v4(address.AsIpv4());
+}
+
 }  // namespace
 
 std::string LocalAddressTowards(const std::string& host) {
   asio::io_context network;
-  udp::resolver resolver(network);
   ErrorCode error;
-  for (const auto& found : resolver.resolve(WithoutBrackets(host), kPort, error)) {
+  for (const HostAddress& found :
+       LookUpHost(WithoutBrackets(host), AddressKind::kAny, kNameLimit)) {
     udp::socket socket(network);
-    socket.connect(found.endpoint(), error);
+    socket.connect({ToAsio(found), kPort}, error);
     if (error) continue;
     const udp::endpoint own = socket.local_endpoint(error);
     if (!error && !own.address().is_unspecified()) return own.address().to_string();

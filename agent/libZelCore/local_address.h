@@ -3,8 +3,8 @@
 #include <string>
 
 /// The address of this machine that connections to `host` (a name or an address, IPv6 perhaps in
-/// brackets) come from; empty when there is no way to it. Asks the name service about a name, which
-/// may take as long as the system waits for that, and sends nothing to the host.
+/// brackets) come from; empty when there is no way to it. Asks the name service about a name, for
+/// up to ten seconds, and sends nothing to the host.
 std::string LocalAddressTowards(const std::string& host);
 
 /// Whether it stands for all addresses of this machine, as "0.0.0.0" does.

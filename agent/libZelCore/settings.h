@@ -121,6 +121,9 @@ struct Settings {
   bool proxyStart = true;  ///< start it where it is missing, unless `proxyPipe` says where it is
   uint32_t absenceAfterS = 600;  ///< without a touch of keyboard or pointer
 
+  // [http_check]
+  std::filesystem::path webAuthoritiesFile;  ///< PEM, trusted for checks of web servers, too
+
   // [log]
   ZelDebugLevel logLevel = ZelDebugLevel::kTrace;
   uint64_t logRotateBytes = 10 * 1024 * 1024;

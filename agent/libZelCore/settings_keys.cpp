@@ -276,6 +276,7 @@ const std::vector<SettingsKey>& SettingsKeys() {
       {"proxy", "pipe", TextKey(&Settings::proxyPipe)},
       {"proxy", "start", FlagKey(&Settings::proxyStart)},
       {"proxy", "absence_after_s", NumberKey(&Settings::absenceAfterS, 1, kDayMs / 1000)},
+      {"http_check", "ca_file", FileKey(&Settings::webAuthoritiesFile)},
       {"log", "level",
        ChoiceKey(&Settings::logLevel, {"error", "warning", "print", "trace", "detail"})},
       {"log", "rotate_bytes", NumberKey(&Settings::logRotateBytes, 4096, 1ull << 40)},

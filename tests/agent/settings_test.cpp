@@ -90,6 +90,7 @@ TEST(Settings, TakeEveryKeyOver) {
       "[archives]\nmax_entries = 4294967295\nmax_bytes = 5\nmax_ratio = 6\nnames = "
       "any\n[master]\naddress = https://master:7460\ntimeout_ms = 7\nenabled = yes\n"
       "database = host=db dbname=tasks\nconnections = 9\nmax_listed = 10\nvisibility = device\n"
+      "[http_check]\nca_file = web.pem\n"
       "[log]\nlevel = detail\nrotate_bytes = 4096\nkept_files = 2\n",
       directory.Native());
   EXPECT_THAT(result.errors, IsEmpty());
@@ -136,6 +137,7 @@ TEST(Settings, TakeEveryKeyOver) {
   EXPECT_EQ(settings.archiveLimits.maxBytes, 5u);
   EXPECT_EQ(settings.archiveLimits.maxRatio, 6u);
   EXPECT_FALSE(settings.archiveLimits.windowsNames);
+  EXPECT_EQ(settings.webAuthoritiesFile, directory.Native() / "web.pem");
   EXPECT_EQ(settings.masterAddress, "https://master:7460");
   EXPECT_EQ(settings.masterTimeoutMs, 7u);
   EXPECT_TRUE(settings.isMaster);

@@ -1,15 +1,24 @@
 #pragma once
 
 #include <chrono>
+#include <string>
 
 #include "agent/libZel/network/name_lookup.h"
 
 enum class EchoAnswer {
   kCame,
-  kNone,     ///< within the limit
+  kNone,     ///< within the limit, or the request could not be sent; the log has the reason then
   kRefused,  ///< the system lets this process send no echo requests; the reason is in the log
 };
 
 /// Sends one ICMP echo request to `address` and waits for its answer, up to `limit`. Throws nothing
 /// but std::bad_alloc.
 EchoAnswer SendEcho(const HostAddress& address, std::chrono::milliseconds limit);
+
+/// What sends echo requests.
+using EchoSender = EchoAnswer (*)(const HostAddress& address, std::chrono::milliseconds limit);
+
+/// `PingICMP` for addresses that are known: asks the first four in turn until one answers. Each
+/// gets an equal share of what is left of `limit`. Throws nothing but std::bad_alloc.
+bool PingAny(const std::vector<HostAddress>& addresses, std::chrono::milliseconds limit,
+             EchoSender send);

@@ -1,8 +1,27 @@
 #include "libZel/ip_address.h"
 
-bool IpAddress::SetTo(const ZelString&) {
-  return false;
+#include <chrono>
+
+#include "agent/libZel/boundary.h"
+#include "agent/libZel/network/name_lookup.h"
+
+namespace {
+
+constexpr std::chrono::seconds kNameLimit{10};
+
+}  // namespace
+
+bool IpAddress::SetTo(const ZelString& text) {
+  const auto address = ParseIpv4(text.Utf8());
+  if (address) address_ = *address;
+  return address.has_value();
 }
-bool IpAddress::SetToHostName(const ZelString&) {
-  return false;
+
+bool IpAddress::SetToHostName(const ZelString& name) {
+  return Guarded("SetToHostName", false, [&] {
+    const auto found = LookUpHost(std::string(name.Utf8()), AddressKind::kV4, kNameLimit);
+    if (found.empty()) return false;
+    address_ = found[0].AsIpv4();
+    return true;
+  });
 }

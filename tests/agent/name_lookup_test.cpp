@@ -1,0 +1,234 @@
+#include "agent/libZel/network/name_lookup.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/agent/library_log.h"
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+/// Longer than any answer takes here.
+constexpr milliseconds kLongLimit{20'000};
+constexpr milliseconds kShortLimit{50};
+constexpr size_t kMaxLookUps = 64;
+
+HostAddress V4(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
+  HostAddress address;
+  address.bytes = {a, b, c, d};
+  return address;
+}
+
+HostAddress LoopbackV6() {
+  HostAddress address;
+  address.isV6 = true;
+  address.bytes[15] = 1;
+  return address;
+}
+
+NameAnswer NeverAsked(const std::string& name, AddressKind) {
+  ADD_FAILURE() << "asked for " << name;
+  return {};
+}
+
+/// A name service that answers nobody before it is let go. Who asked may be gone by then.
+class StuckService {
+ public:
+  StuckService() : state_(std::make_shared<State>()) {}
+  ~StuckService() { LetGo(); }
+
+  NameService Service() const {
+    return [state = state_](const std::string&, AddressKind) {
+      ++state->asked;
+      state->isOver.wait(false);
+      ++state->answered;
+      return NameAnswer{{V4(1, 2, 3, 4)}, {}};
+    };
+  }
+  void LetGo() {
+    state_->isOver = true;
+    state_->isOver.notify_all();
+  }
+  void WaitForAnswers(size_t count) const {
+    while (state_->answered < count) std::this_thread::yield();
+  }
+  size_t Asked() const { return state_->asked; }
+
+ private:
+  struct State {
+    std::atomic<bool> isOver{false};
+    std::atomic<size_t> asked{0};
+    std::atomic<size_t> answered{0};
+  };
+  const std::shared_ptr<State> state_;
+};
+
+TEST(LookUpHost, FindsThisMachine) {
+  EXPECT_THAT(LookUpHost("localhost", AddressKind::kAny, kLongLimit), Not(IsEmpty()));
+  const auto found = LookUpHost("localhost", AddressKind::kV4, kLongLimit);
+  ASSERT_THAT(found, Not(IsEmpty()));
+  for (const HostAddress& address : found) {
+    EXPECT_FALSE(address.isV6);
+    EXPECT_EQ(address.bytes[0], 127);
+  }
+}
+
+TEST(LookUpHost, TakesAddressesWithoutAskingAnybody) {
+  const auto find = [](const std::string& name, AddressKind kind) {
+    return LookUpHostWith(NeverAsked, name, kind, kLongLimit);
+  };
+  EXPECT_THAT(find("10.0.0.5", AddressKind::kV4), ElementsAre(V4(10, 0, 0, 5)));
+  EXPECT_THAT(find("10.0.0.5", AddressKind::kAny), ElementsAre(V4(10, 0, 0, 5)));
+  EXPECT_THAT(find("::1", AddressKind::kAny), ElementsAre(LoopbackV6()));
+  EXPECT_THAT(find("::1", AddressKind::kV4), IsEmpty());
+  EXPECT_THAT(find("::ffff:10.0.0.5", AddressKind::kV4), ElementsAre(V4(10, 0, 0, 5)));
+  const auto scoped = find("fe80::2%7", AddressKind::kAny);
+  ASSERT_EQ(scoped.size(), 1u);
+  EXPECT_EQ(scoped[0].scope, 7u);
+}
+
+TEST(LookUpHost, AsksNobodyAboutWhatIsNoName) {
+  LibraryLogText log;
+  std::string withNul = "localhost";
+  withNul += '\0';
+  for (const std::string& name :
+       {std::string(), std::string(256, 'a'), std::string(10'000, 'a'), withNul,
+        std::string("\0", 1), std::string("127.1"), std::string("127.0.0.01"),
+        std::string("010.0.0.1"), std::string("0x7F000001"), std::string("0X7f.1"),
+        std::string("2130706433"), std::string("1.2.3.4."), std::string("256.0.0.1"),
+        std::string("host.1"), std::string(":::"), std::string("[::1]"), std::string("host:80")}) {
+    EXPECT_THAT(LookUpHostWith(NeverAsked, name, AddressKind::kAny, kLongLimit), IsEmpty()) << name;
+  }
+  EXPECT_LT(log.Text().size(), 10'000u);
+}
+
+TEST(LookUpHost, AsksAboutNames) {
+  for (const std::string& name :
+       {std::string("a"), std::string("host.example."), std::string("3com.example"),
+        std::string("1.2.3.4a"), std::string("0xg"), std::string(255, 'a'),
+        std::string("m\xC3\xBCller"), std::string("a b"), std::string("-"), std::string(".")}) {
+    std::string asked;
+    const auto found = LookUpHostWith(
+        [&](const std::string& text, AddressKind) {
+          asked = text;
+          return NameAnswer{{V4(1, 2, 3, 4)}, {}};
+        },
+        name, AddressKind::kAny, kLongLimit);
+    EXPECT_EQ(asked, name);
+    EXPECT_THAT(found, ElementsAre(V4(1, 2, 3, 4)));
+  }
+}
+
+TEST(LookUpHost, KeepsTheOrderOfTheAnswer) {
+  const auto service = [](const std::string&, AddressKind) {
+    return NameAnswer{{LoopbackV6(), V4(9, 9, 9, 9), V4(1, 1, 1, 1)}, {}};
+  };
+  EXPECT_THAT(LookUpHostWith(service, "host", AddressKind::kAny, kLongLimit),
+              ElementsAre(LoopbackV6(), V4(9, 9, 9, 9), V4(1, 1, 1, 1)));
+}
+
+TEST(LookUpHost, SaysWhyThereIsNoAddress) {
+  LibraryLogText log;
+  EXPECT_THAT(LookUpHostWith(
+                  [](const std::string&, AddressKind) {
+                    return NameAnswer{{}, "gone"};
+                  },
+                  "pc-1", AddressKind::kAny, kLongLimit),
+              IsEmpty());
+  EXPECT_THAT(LookUpHostWith([](const std::string&,
+                                AddressKind) -> NameAnswer { throw std::runtime_error("broken"); },
+                             "pc-2", AddressKind::kAny, kLongLimit),
+              IsEmpty());
+  EXPECT_THAT(log.Text(), HasSubstr("There is no address for the host \"pc-1\": gone"));
+  EXPECT_THAT(log.Text(), HasSubstr("There is no address for the host \"pc-2\": broken"));
+}
+
+TEST(LookUpHost, GivesUpInTime) {
+  LibraryLogText log;
+  const StuckService stuck;
+  const auto start = steady_clock::now();
+  EXPECT_THAT(LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, kShortLimit), IsEmpty());
+  const auto took = steady_clock::now() - start;
+  EXPECT_GE(took, kShortLimit);
+  EXPECT_LT(took, kLongLimit);
+  EXPECT_THAT(log.Text(), HasSubstr("the name service did not answer in 50 ms"));
+}
+
+TEST(LookUpHost, StartsNoMoreThanSixtyFourAtOnce) {
+  StuckService stuck;
+  std::vector<std::future<size_t>> callers;
+  for (size_t i = 0; i < kMaxLookUps; ++i) {
+    callers.push_back(std::async(std::launch::async, [&] {
+      return LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, kLongLimit).size();
+    }));
+  }
+  while (stuck.Asked() < kMaxLookUps) std::this_thread::yield();
+
+  LibraryLogText log;
+  EXPECT_THAT(LookUpHostWith(NeverAsked, "host", AddressKind::kAny, kLongLimit), IsEmpty());
+  EXPECT_THAT(log.Text(), HasSubstr("too many names are being looked up"));
+  EXPECT_EQ(LookUpHostWith(NeverAsked, "10.0.0.5", AddressKind::kAny, kLongLimit).size(), 1u);
+
+  stuck.LetGo();
+  for (auto& caller : callers) EXPECT_EQ(caller.get(), 1u);
+  EXPECT_THAT(LookUpHost("localhost", AddressKind::kAny, kLongLimit), Not(IsEmpty()));
+}
+
+TEST(LookUpHost, CountsThoseThatWereGivenUpUntilTheyEnd) {
+  StuckService stuck;
+  for (size_t i = 0; i < kMaxLookUps; ++i) {
+    EXPECT_THAT(LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, milliseconds(0)),
+                IsEmpty());
+  }
+  EXPECT_THAT(LookUpHostWith(NeverAsked, "host", AddressKind::kAny, kLongLimit), IsEmpty());
+  stuck.LetGo();
+  stuck.WaitForAnswers(kMaxLookUps);
+  // The last of them may still be about to say that it ended.
+  const auto answers = [](const std::string&, AddressKind) {
+    return NameAnswer{{V4(1, 1, 1, 1)}, {}};
+  };
+  const auto end = steady_clock::now() + kLongLimit;
+  while (LookUpHostWith(answers, "host", AddressKind::kAny, kLongLimit).empty()) {
+    ASSERT_LT(steady_clock::now(), end);
+    std::this_thread::yield();
+  }
+}
+
+TEST(LookUpHostDeathTest, LetsAProcessEndWhileItIsStuck) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  EXPECT_EXIT(
+      {
+        const auto stuck = std::make_shared<StuckService>();
+        LookUpHostWith(
+            [keep = stuck, service = stuck->Service()](const std::string& name, AddressKind kind) {
+              return service(name, kind);
+            },
+            "host", AddressKind::kAny, milliseconds(1));
+        std::exit(7);
+      },
+      testing::ExitedWithCode(7), "");
+}
+
+TEST(HostAddress, IsShownAsPeopleWriteIt) {
+  EXPECT_EQ(V4(10, 0, 0, 5).Text(), "10.0.0.5");
+  EXPECT_EQ(V4(10, 0, 0, 5).AsIpv4(), 0x0A000005u);
+  EXPECT_EQ(LoopbackV6().Text(), "::1");
+}
+
+}  // namespace
