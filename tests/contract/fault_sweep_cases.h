@@ -33,6 +33,8 @@ struct Case {
 
 /// Cases of the actions for helpdesk tasks.
 std::vector<Case> CasesOfTaskActions();
+/// Cases of the actions that look at other machines.
+std::vector<Case> CasesOfNetworkActions();
 /// Cases of the actions for the logged-on user.
 std::vector<Case> CasesOfUserActions();
 /// Cases of actions that call the system itself: on Windows it answers, elsewhere the fake host.

@@ -7,7 +7,9 @@
 #include <ostream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "module/action.h"
 #include "module/module.h"
@@ -101,6 +103,16 @@ class ModuleTest : public ::testing::Test {
 
   Outcome Run(const std::string& action, const ZelContainer& params) {
     return RunAction(host, action, params);
+  }
+  /// Runs the action; tells how many keys its container held at each call.
+  std::vector<size_t> KeysAtEachCall(const std::string& action, ZelContainer params) {
+    std::vector<size_t> keys;
+    host.WatchCalls([&](std::string_view) { keys.push_back(params.CountKeys()); });
+    for (const FakeHost::Registration& row : host.Registrations()) {
+      if (NameOf(row) == action) row.handler(&params);
+    }
+    host.WatchCalls({});
+    return keys;
   }
 
   FakeHost host;

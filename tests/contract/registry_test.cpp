@@ -27,7 +27,8 @@ auto EveryActionInOrder(const std::string& context) {
       Registered("CoreUtilsWriteFile (string Path, string FileContent)", context),
       Registered("CoreUtilsDirCreate (string Path)", context),
       Registered("CoreUtilsDirRename (string SourcePath, string DestinationPath)", context),
-      Registered("CoreUtilsDirDelete", context),
+      Registered("CoreUtilsDirDelete", context), Registered("CoreUtilsListDomains", context),
+      Registered("CoreUtilsListServers", context),
       Registered("CoreUtilsRunProgram (string Path)", context),
       Registered("CoreUtilsRunScript (string Name, container Params, boolean CompileOnly)",
                  context),
@@ -47,13 +48,18 @@ auto EveryActionInOrder(const std::string& context) {
       Registered("CoreUtilsRestoreBackupFromRelay ()", context),
       Registered("CoreUtilsRestoreBackup ()", context),
       Registered("CoreUtilsExtractFile ()", context), Registered("CoreUtilsAdvanceDialog", context),
-      Registered("CoreUtilsShowDialog ()", context), Registered("CoreUtilsCloseDialog ()", context),
+      Registered("CoreUtilsWakeUp", context), Registered("CoreUtilsShowDialog ()", context),
+      Registered("CoreUtilsCloseDialog ()", context),
       Registered("CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)", context),
       Registered("CoreUtilsIsUserLogged ()", context),
       Registered("CoreUtilsExitOperatingSystem", context),
       Registered("CoreUtilsGetMasterAttachmentsPath", context),
+      Registered("CoreUtilsPingICMP (string strTargetAddr)", context),
       Registered("CoreUtilsShellExecuteAsLoggedUser (string strCommand, string strAgentPath)",
-                 context));
+                 context),
+      Registered("CoreUtilsCheckSMBShare (string strSharePath, string strUser, string strPassword)",
+                 context),
+      Registered("CoreUtilsCheckHTTPConnection (string strUrl)", context));
 }
 
 TEST(Registry, PublishesEveryActionInOrderWithTheAgentsContext) {

@@ -34,16 +34,6 @@ class UserTest : public ModuleTest {
   ResultCode Code(const std::string& action, const ZelContainer& params = {}) {
     return Run(action, params).code;
   }
-  /// Runs the action; tells how many keys its container held at each call.
-  std::vector<size_t> KeysAtEachCall(const std::string& action, ZelContainer params) {
-    std::vector<size_t> keys;
-    host.WatchCalls([&](std::string_view) { keys.push_back(params.CountKeys()); });
-    for (const FakeHost::Registration& row : host.Registrations()) {
-      if (NameOf(row) == action) row.handler(&params);
-    }
-    host.WatchCalls({});
-    return keys;
-  }
 
   /// To be done in the midst of a call: begins the action on another thread, where it has to wait
   /// for the action that makes this call. The host is used by one thread at a time: by the other

@@ -120,8 +120,8 @@ void FakeHost::AnswerDialog(const std::string& function, int64_t value, bool set
   answers_[function].push({.value = value, .meanwhile = std::move(meanwhile), .flag = setsError});
 }
 
-void FakeHost::AnswerList(const std::string& function, std::vector<ZelString> list) {
-  answers_[function].push({.list = std::move(list)});
+void FakeHost::AnswerList(const std::string& function, std::vector<ZelString> list, int64_t value) {
+  answers_[function].push({.value = value, .list = std::move(list), .isList = true});
 }
 
 void FakeHost::AnswerModule(bool loaded, void* handle) {

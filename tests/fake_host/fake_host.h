@@ -61,8 +61,9 @@ class FakeHost {
   /// Without a flag of its own, the value -1 stands for 0 and an error.
   void AnswerDialog(const std::string& function, int64_t value, bool setsError,
                     std::function<void()> meanwhile = {});
-  /// What the next call of `function` lists, for those that give texts.
-  void AnswerList(const std::string& function, std::vector<ZelString> list);
+  /// What the next call of `function` lists, for those that give texts; those that answer a number
+  /// besides return `value`.
+  void AnswerList(const std::string& function, std::vector<ZelString> list, int64_t value = 0);
   /// What the next MarlinContext::LoadFunctionModule returns, and the handle that it gives; null
   /// leaves the caller's as it was.
   void AnswerModule(bool loaded, void* handle);
@@ -122,6 +123,7 @@ class FakeHost {
     void* pointer = nullptr;
     std::vector<ProcessInfo> processes = {};
     std::vector<ZelString> list = {};
+    bool isList = false;
   };
   static FakeHost& Current();
   /// Notes a call that answers nothing; throws when this call is to fail by throwing.

@@ -1,5 +1,7 @@
 // host/libZel: sockets, addresses, and the clients that reach other machines.
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <utility>
 
@@ -20,6 +22,14 @@ FakeHost& Host() {
 
 int64_t Ask(const std::string& function, const std::string& arguments) {
   return Host().Ask(function, arguments).value;
+}
+
+/// What a tree's record is filled with.
+constexpr unsigned char kFilled = 0x5A;
+
+bool IsFilledWith(const _CsSmbTreeInfo& tree, unsigned char byte) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&tree);
+  return std::all_of(bytes, bytes + sizeof(tree), [byte](unsigned char b) { return b == byte; });
 }
 
 }  // namespace
@@ -103,14 +113,24 @@ int CsSmbClient::SmbSessionNegotiate() {
 int CsSmbClient::SmbSessionSetup(const ZelString& user, const ZelString& password) {
   return static_cast<int>(Ask("SmbSessionSetup", List(Quote(user), Quote(password))));
 }
-int CsSmbClient::SmbTreeConnect(const ZelString& share, _CsSmbTreeInfo&) {
-  return static_cast<int>(Ask("SmbTreeConnect", Quote(share)));
+
+/// Shows whether the record was zeroed; fills it in on success.
+int CsSmbClient::SmbTreeConnect(const ZelString& share, _CsSmbTreeInfo& tree) {
+  const char* content = IsFilledWith(tree, 0) ? "zeroed" : "not zeroed";
+  const int answer = static_cast<int>(Ask("SmbTreeConnect", List(Quote(share), content)));
+  if (answer) std::memset(&tree, kFilled, sizeof(tree));
+  return answer;
 }
-int CsSmbClient::SmbTreeDisconnect(_CsSmbTreeInfo&) {
-  return static_cast<int>(Ask("SmbTreeDisconnect", ""));
+/// Shows whether the record is as `SmbTreeConnect` filled it in. Fails, which nobody minds.
+int CsSmbClient::SmbTreeDisconnect(_CsSmbTreeInfo& tree) {
+  Host().Note(IsFilledWith(tree, kFilled) ? "SmbTreeDisconnect(filled)"
+                                          : "SmbTreeDisconnect(not filled)");
+  return 0;
 }
+/// Fails likewise.
 int CsSmbClient::SmbSessionLogOff() {
-  return static_cast<int>(Ask("SmbSessionLogOff", ""));
+  Host().Note("SmbSessionLogOff()");
+  return 0;
 }
 
 // ---- HTTP ----

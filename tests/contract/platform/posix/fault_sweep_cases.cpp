@@ -65,6 +65,16 @@ void AnswerEndOfSystem(FakeHost& host) {
   host.Answer("ExitWindowsEx", 1);
 }
 
+void AnswerDomains(FakeHost& host) {
+  host.AnswerList("NetServerEnum", {"A DOMAIN WITH A LONG NAME", "B"});
+}
+
+void AnswerServers(FakeHost& host) {
+  using namespace std::string_literals;
+  host.AnswerBytes("MultiByteToWideChar", "D\0\0\0"s, 2);
+  host.AnswerList("NetServerEnum", {"A SERVER WITH A LONG NAME", "B"});
+}
+
 }  // namespace
 
 std::vector<Case> CasesOfSystemCalls() {
@@ -85,5 +95,11 @@ std::vector<Case> CasesOfSystemCalls() {
        Texts({{"HowToExit", "a kind that needs memory of its own"}}),
        AnswerEndOfSystem,
        {"HowToExit"}},
+      {"list domains", "CoreUtilsListDomains", {}, AnswerDomains, {"Values"}},
+      {"list servers",
+       "CoreUtilsListServers",
+       Texts({{"DomainName", "a domain whose name needs memory"}}),
+       AnswerServers,
+       {"Values"}},
   };
 }

@@ -25,6 +25,41 @@ std::string QuoteWide(const WCHAR* wide, int count) {
   return Quote(ZelString(text));
 }
 
+std::string QuoteTerminated(const WCHAR* wide) {
+  return wide ? Quote(ZelString(wide)) : "null";
+}
+
+/// What `NetServerEnum` stored: records, and the names that they point to behind them.
+struct ServerBuffer {
+  uint8_t* bytes = nullptr;
+  WCHAR* names = nullptr;
+  WCHAR* namesEnd = nullptr;
+};
+
+/// Not freed so far.
+ServerBuffer handedOut;
+
+ServerBuffer MakeServerBuffer(const std::vector<ZelString>& list) {
+  constexpr DWORD kPlatformId = 500;
+  const size_t recordBytes = list.size() * sizeof(SERVER_INFO_100);
+  size_t nameBytes = 0;
+  for (const ZelString& name : list) nameBytes += name.GetSize(kEncodingUtf16) + sizeof(WCHAR);
+
+  // Of eight bytes at least, so that it is a buffer without records, too.
+  std::string content(std::max<size_t>(recordBytes + nameBytes, 8), '\0');
+  auto* bytes = const_cast<char*>(FakeHost::Current().Keep(std::move(content)).data());
+  auto* names = reinterpret_cast<WCHAR*>(bytes + recordBytes);
+  WCHAR* next = names;
+  for (size_t i = 0; i < list.size(); ++i) {
+    const SERVER_INFO_100 record{kPlatformId, next};
+    std::memcpy(bytes + i * sizeof(record), &record, sizeof(record));
+    const size_t size = list[i].GetSize(kEncodingUtf16);
+    std::memcpy(next, list[i].GetTCHAR(), size);
+    next += size / sizeof(WCHAR) + 1;
+  }
+  return {reinterpret_cast<uint8_t*>(bytes), names, next};
+}
+
 /// Copies a text with its terminator, cut to `size` characters.
 void Fill(WCHAR* buffer, DWORD size, const ZelString& text) {
   if (!buffer || size == 0) return;
@@ -65,8 +100,10 @@ BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD labelSize, DWO
 
 int MultiByteToWideChar(UINT codePage, DWORD flags, const char* bytes, int byteCount, WCHAR* wide,
                         int wideSize) {
-  const std::string text =
-      bytes ? QuoteBytes({bytes, static_cast<size_t>(byteCount)}) : std::string("null");
+  // -1: up to the terminator, which is not shown.
+  const size_t length =
+      byteCount < 0 && bytes ? std::strlen(bytes) : static_cast<size_t>(byteCount);
+  const std::string text = bytes ? QuoteBytes({bytes, length}) : std::string("null");
   const std::string arguments = List(Number(codePage), Number(flags), text, Number(byteCount),
                                      Presence(wide), Number(wideSize));
   const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("MultiByteToWideChar", arguments);
@@ -156,13 +193,36 @@ BOOL ExitWindowsEx(UINT flags, DWORD reason) {
   return static_cast<BOOL>(FakeHost::Current().Ask("ExitWindowsEx", arguments).value);
 }
 
-/// A text answer lists names, each ended by a line end, and succeeds; a number is the failure.
-NET_API_STATUS NetServerEnum(const WCHAR*, DWORD, uint8_t**, DWORD, DWORD*, DWORD*, DWORD,
-                             const WCHAR*, DWORD*) {
-  return static_cast<NET_API_STATUS>(FakeHost::Current().Ask("NetServerEnum", "", 1).value);
+/// A list answers the names of records; the status returned beside them is its number. A number
+/// alone is a status with which nothing is stored.
+NET_API_STATUS NetServerEnum(const WCHAR* server, DWORD level, uint8_t** buffer,
+                             DWORD preferredBytes, DWORD* entriesRead, DWORD* totalEntries,
+                             DWORD serverType, const WCHAR* domain, DWORD* resume) {
+  constexpr int64_t kNoBrowser = 6118;
+  const std::string arguments =
+      List(QuoteTerminated(server), Number(level), Presence(buffer), AllBits(preferredBytes),
+           Presence(entriesRead), Presence(totalEntries), AllBits(serverType),
+           QuoteTerminated(domain), Presence(resume));
+  const FakeHost::ScriptedAnswer answer =
+      FakeHost::Current().Ask("NetServerEnum", arguments, kNoBrowser);
+  if (answer.isList) {
+    handedOut = MakeServerBuffer(answer.list);
+    *buffer = handedOut.bytes;
+    *entriesRead = static_cast<DWORD>(answer.list.size());
+    // More than there are in the buffer, as when the system has not told all.
+    *totalEntries = *entriesRead + 1;
+  }
+  return static_cast<NET_API_STATUS>(answer.value);
 }
 
-NET_API_STATUS NetApiBufferFree(void*) {
-  FakeHost::Current().Note("NetApiBufferFree()");
+/// What was freed holds no names any more.
+NET_API_STATUS NetApiBufferFree(void* buffer) {
+  if (!buffer || buffer != handedOut.bytes) {
+    FakeHost::Current().NoteRelease("~Unknown buffer");
+    return 0;
+  }
+  FakeHost::Current().NoteRelease("~NetApiBuffer");
+  std::fill(handedOut.names, handedOut.namesEnd, u'?');
+  handedOut = {};
   return 0;
 }
