@@ -115,6 +115,8 @@ def test_actions_lists_the_modules_actions_with_their_signatures(agent):
         "CoreUtilsDirCreate (string Path)",
         "CoreUtilsDirRename (string SourcePath, string DestinationPath)",
         "CoreUtilsDirDelete",
+        "CoreUtilsListDomains",
+        "CoreUtilsListServers",
         "CoreUtilsRunProgram (string Path)",
         "CoreUtilsRunScript (string Name, container Params, boolean CompileOnly)",
         "CoreUtilsListProcess (container Params)",
@@ -137,13 +139,17 @@ def test_actions_lists_the_modules_actions_with_their_signatures(agent):
         "CoreUtilsRestoreBackup ()",
         "CoreUtilsExtractFile ()",
         "CoreUtilsAdvanceDialog",
+        "CoreUtilsWakeUp",
         "CoreUtilsShowDialog ()",
         "CoreUtilsCloseDialog ()",
         "CoreUtilsConfigureJWS (string MasterAddress, int MasterHttpPort)",
         "CoreUtilsIsUserLogged ()",
         "CoreUtilsExitOperatingSystem",
         "CoreUtilsGetMasterAttachmentsPath",
+        "CoreUtilsPingICMP (string strTargetAddr)",
         "CoreUtilsShellExecuteAsLoggedUser (string strCommand, string strAgentPath)",
+        "CoreUtilsCheckSMBShare (string strSharePath, string strUser, string strPassword)",
+        "CoreUtilsCheckHTTPConnection (string strUrl)",
     ]
     assert "CoreUtilsDirDelete" in run(agent, "actions", "dirdel")[1]
 
