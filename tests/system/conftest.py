@@ -15,6 +15,8 @@ from fleet import Authority, Fleet
 from helpdesk import DATABASES, Helpdesk
 from postgres import PostgresServer
 from proxy import Proxy
+from samba import FileServer
+from silent_network import SilentNetwork
 from uploads import PAIRS, Place
 
 PLATFORMS = ("linux", "windows")
@@ -75,6 +77,34 @@ def small_disk(tmp_path):
     subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "none", disk], check=True)
     yield disk
     subprocess.run(["umount", disk], check=True)
+
+
+@pytest.fixture(scope="session")
+def silent_network():
+    made = SilentNetwork()
+    yield made
+    made.close()
+
+
+@pytest.fixture(scope="session")
+def file_server_with():
+    """Makes file servers with these settings and keeps them."""
+    made = {}
+
+    def make(settings=None, **options):
+        key = str((settings, options))
+        if key not in made:
+            made[key] = FileServer(settings, **options).start()
+        return made[key]
+
+    yield make
+    for one in made.values():
+        one.remove()
+
+
+@pytest.fixture(scope="session")
+def file_server(file_server_with):
+    return file_server_with()
 
 
 @pytest.fixture(scope="session")
