@@ -1,0 +1,264 @@
+#include "agent/libZel/smb/session.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "agent/libZel/smb/nt_status.h"
+#include "tests/agent/fake_file_server.h"
+
+namespace {
+
+using namespace smb;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+const Deadline kNever = Deadline::max();
+
+/// A client of a file server without a network.
+struct SmbSession : testing::Test {
+  FakeFileServer server;
+  NetbiosSession transport{server, false};
+  Session session{transport, "server"};
+  _CsSmbTreeInfo tree{};
+
+  void LogInAs(const char* user, const char* password = FakeFileServer::kPassword) {
+    session.Negotiate(kNever);
+    session.LogIn(user, password, kNever);
+  }
+  void OpenAs(const char* user) {
+    LogInAs(user);
+    session.OpenShare("docs", tree, kNever);
+  }
+  void Climb(const char* user = "ann") {
+    OpenAs(user);
+    session.CloseShare(tree, kNever);
+    session.LogOff(kNever);
+  }
+  /// What the whole way says when it fails.
+  std::string FailureOf(const char* user = "ann") {
+    try {
+      Climb(user);
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+    return "none";
+  }
+  /// Sets the status of the answers to `command`.
+  void AnswerWith(Command command, uint32_t status) {
+    server.change = [=](Command asked, Bytes& answer) {
+      if (asked != command) return;
+      for (size_t i = 0; i < 4; ++i) answer[8 + i] = static_cast<uint8_t>(status >> (8 * i));
+    };
+  }
+  /// Flips a bit of the answers to `command`.
+  void Spoil(Command command, size_t offset) {
+    server.tamper = [=](Command asked, Bytes& answer) {
+      if (asked == command) answer.at(offset) ^= 0x10;
+    };
+  }
+};
+
+class EachDialect : public SmbSession, public testing::WithParamInterface<Dialect> {};
+
+TEST_P(EachDialect, SignsAllThatComesAfterTheLogIn) {
+  server.dialect = GetParam();
+  server.securityMode = kSigningEnabled | kSigningRequired;
+  Climb();
+  EXPECT_THAT(server.commands,
+              ElementsAre(Command::kNegotiate, Command::kSessionSetup, Command::kSessionSetup,
+                          Command::kTreeConnect, Command::kTreeDisconnect, Command::kLogOff));
+  EXPECT_THAT(server.wereSigned, ElementsAre(false, false, false, true, true, true));
+}
+
+TEST_P(EachDialect, RefusesAnAnswerWithAWrongSignature) {
+  server.dialect = GetParam();
+  Spoil(Command::kTreeConnect, kSignatureOffset);
+  EXPECT_EQ("the signature of the server's answer is wrong", FailureOf());
+}
+
+TEST_P(EachDialect, RefusesAnAnswerThatWasChanged) {
+  server.dialect = GetParam();
+  Spoil(Command::kTreeConnect, kHeaderBytes + 2);
+  EXPECT_EQ("the signature of the server's answer is wrong", FailureOf());
+}
+
+TEST_P(EachDialect, RefusesASuccessWithoutASignature) {
+  server.dialect = GetParam();
+  server.tamper = [](Command command, Bytes& answer) {
+    if (command == Command::kTreeConnect)
+      answer[kFlagsOffset] &= static_cast<uint8_t>(~kFlagSigned);
+  };
+  EXPECT_EQ("the server's answer is not signed", FailureOf());
+}
+
+TEST_P(EachDialect, RefusesAServerThatDoesNotKnowThePassword) {
+  server.dialect = GetParam();
+  server.tamper = [round = 0](Command command, Bytes& answer) mutable {
+    if (command == Command::kSessionSetup && ++round == 2) answer[kSignatureOffset] ^= 1;
+  };
+  EXPECT_EQ("the server does not prove that it knows the password", FailureOf());
+}
+
+INSTANTIATE_TEST_SUITE_P(SmbSession, EachDialect,
+                         testing::Values(Dialect::k202, Dialect::k210, Dialect::k300, Dialect::k302,
+                                         Dialect::k311),
+                         [](const auto& parameter) {
+                           std::string name = NameOf(parameter.param);
+                           std::erase(name, '.');
+                           return name;
+                         });
+
+TEST_F(SmbSession, NotesTheShare) {
+  OpenAs("ann");
+  EXPECT_EQ(u"ann", server.user);
+  EXPECT_EQ(u"\\\\server\\docs", server.path);
+  EXPECT_EQ(FakeFileServer::kTreeId, tree.treeId);
+  EXPECT_EQ(1u, tree.shareType);
+  EXPECT_EQ(ZelString("docs"), ZelString(tree.share));
+}
+
+TEST_F(SmbSession, GivesAShareAsItIs) {
+  LogInAs("ann");
+  EXPECT_THROW(session.OpenShare("docs\\deeper", tree, kNever), Refusal);
+  EXPECT_EQ(u"\\\\server\\docs\\deeper", server.path);
+  EXPECT_EQ(0u, tree.treeId);
+  EXPECT_THROW(session.OpenShare("Gr\u00f6\u00dfe", tree, kNever), Refusal);
+  EXPECT_EQ(u"\\\\server\\Gr\u00f6\u00dfe", server.path);
+}
+
+TEST_F(SmbSession, CutsALongNameInTheNote) {
+  const std::string longName(300, 'x');
+  AnswerWith(Command::kTreeConnect, kStatusSuccess);
+  LogInAs("ann");
+  session.OpenShare(longName, tree, kNever);
+  EXPECT_EQ(ZelString(std::string(255, 'x')), ZelString(tree.share));
+}
+
+TEST_F(SmbSession, SaysThatThePasswordIsWrong) {
+  try {
+    LogInAs("ann", "password");
+    FAIL() << "logged in";
+  } catch (const Refusal& refusal) {
+    EXPECT_STREQ("the server answers STATUS_LOGON_FAILURE", refusal.what());
+  }
+  EXPECT_EQ(3u, server.commands.size());
+}
+
+TEST_F(SmbSession, GoesOnAfterARefusal) {
+  LogInAs("ann");
+  EXPECT_THROW(session.OpenShare("none", tree, kNever), Refusal);
+  session.LogOff(kNever);
+  EXPECT_EQ(Command::kLogOff, server.commands.back());
+}
+
+TEST_F(SmbSession, SignsNothingOfAnAnonymousSession) {
+  Climb("");
+  EXPECT_THAT(server.wereSigned, testing::Each(false));
+}
+
+TEST_F(SmbSession, SignsNothingOfAGuestsSession) {
+  server.sessionFlags = kSessionGuest;
+  Climb();
+  EXPECT_THAT(server.wereSigned, testing::Each(false));
+}
+
+TEST_F(SmbSession, DoesNotGoOnUnsignedWhereSignaturesAreDemanded) {
+  server.securityMode = kSigningEnabled | kSigningRequired;
+  EXPECT_THAT(FailureOf(""), HasSubstr("demands signatures"));
+}
+
+TEST_F(SmbSession, DoesNotLogInWithoutAChallenge) {
+  AnswerWith(Command::kSessionSetup, kStatusSuccess);
+  EXPECT_THAT(FailureOf(), HasSubstr("no proof of the log-in"));
+}
+
+TEST_F(SmbSession, DoesNotLogInWithoutAnEnd) {
+  AnswerWith(Command::kSessionSetup, kStatusMoreProcessing);
+  EXPECT_THAT(FailureOf(), HasSubstr("come to an end"));
+}
+
+TEST_F(SmbSession, NeedsASessionWithANumber) {
+  server.change = [](Command command, Bytes& answer) {
+    if (command == Command::kSessionSetup) std::fill_n(answer.begin() + 40, 8, uint8_t{0});
+  };
+  EXPECT_THAT(FailureOf(), HasSubstr("has no number"));
+}
+
+TEST_F(SmbSession, WaitsForTheFinalAnswer) {
+  server.before = [](Command, const Bytes& answer) {
+    Bytes interim(answer.begin(), answer.begin() + kHeaderBytes);
+    interim[8] = 0x03;
+    interim[9] = 0x01;
+    interim[10] = interim[11] = 0;
+    interim[kFlagsOffset] = kFlagResponse | kFlagAsync;
+    const Bytes framed = FakeFileServer::Framed(interim);
+    Bytes twice = framed;
+    twice.insert(twice.end(), framed.begin(), framed.end());
+    return twice;
+  };
+  EXPECT_EQ("none", FailureOf());
+}
+
+TEST_F(SmbSession, SkipsKeepAlives) {
+  server.before = [](Command, const Bytes&) { return Bytes{0x85, 0, 0, 0}; };
+  EXPECT_EQ("none", FailureOf());
+}
+
+TEST_F(SmbSession, TakesOnlyTheAnswerToItsRequest) {
+  for (const size_t offset : {kCommandOffset, kMessageIdOffset, size_t{40}}) {
+    FakeFileServer other;
+    NetbiosSession otherTransport(other, false);
+    Session otherSession(otherTransport, "server");
+    other.change = [=](Command command, Bytes& answer) {
+      if (command == Command::kTreeConnect) answer[offset] ^= 0x10;
+    };
+    otherSession.Negotiate(kNever);
+    otherSession.LogIn("ann", FakeFileServer::kPassword, kNever);
+    try {
+      otherSession.OpenShare("docs", tree, kNever);
+      ADD_FAILURE() << "took it: " << offset;
+    } catch (const std::runtime_error& error) {
+      EXPECT_STREQ("the server answers another request", error.what());
+    }
+  }
+}
+
+TEST_F(SmbSession, SendsNoMoreThanTheServerGrants) {
+  server.credits = 0;
+  EXPECT_EQ("the server grants no further request", FailureOf());
+  EXPECT_EQ(1u, server.commands.size());
+}
+
+TEST_F(SmbSession, SaysThatAServerSpeaksVersion1Only) {
+  server.tamper = [](Command, Bytes& answer) { answer = {0xFF, 'S', 'M', 'B', 0x72, 0, 0, 0}; };
+  EXPECT_EQ("the server speaks version 1 of SMB only", FailureOf());
+}
+
+TEST_F(SmbSession, RefusesEveryAnswerThatIsCutOff) {
+  for (const Command cut : {Command::kNegotiate, Command::kSessionSetup, Command::kTreeConnect,
+                            Command::kTreeDisconnect, Command::kLogOff}) {
+    for (size_t size = 1; size < kHeaderBytes + 4; size += 3) {
+      FakeFileServer other;
+      NetbiosSession otherTransport(other, false);
+      Session otherSession(otherTransport, "server");
+      other.tamper = [=](Command command, Bytes& answer) {
+        if (command == cut) answer.resize(size);
+      };
+      EXPECT_THROW(
+          {
+            otherSession.Negotiate(kNever);
+            otherSession.LogIn("", "", kNever);
+            otherSession.OpenShare("docs", tree, kNever);
+            otherSession.CloseShare(tree, kNever);
+            otherSession.LogOff(kNever);
+          },
+          std::runtime_error)
+          << static_cast<int>(cut) << " " << size;
+    }
+  }
+}
+
+}  // namespace
