@@ -5,6 +5,7 @@
 #include <charconv>
 #include <system_error>
 
+#include "agent/libZel/network/name_lookup.h"
 #include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/result_code.h"
@@ -39,14 +40,14 @@ Failure Explained(const char* action, const ActionReply& reply, const std::strin
           reply.body};
 }
 
-/// A whole decimal number up to `limit`, without needless zeros.
-std::optional<uint32_t> ParseNumber(std::string_view text, uint32_t limit) {
+/// The number of ones in a mask, in decimal and without needless zeros.
+std::optional<uint32_t> ParseMaskLength(std::string_view text) {
   if (text.size() > 1 && text.starts_with('0')) return std::nullopt;
-  uint32_t number = 0;
+  uint32_t length = 0;
   const char* const end = text.data() + text.size();
-  const std::from_chars_result parsed = std::from_chars(text.data(), end, number);
-  if (parsed.ec != std::errc() || parsed.ptr != end || number > limit) return std::nullopt;
-  return number;
+  const std::from_chars_result parsed = std::from_chars(text.data(), end, length);
+  if (parsed.ec != std::errc() || parsed.ptr != end || length > kAddressBits) return std::nullopt;
+  return length;
 }
 
 /// The digits of a hardware address whose groups have `groupLength` digits.
@@ -145,26 +146,13 @@ std::optional<std::string> ParseMac(std::string_view text) {
   return std::nullopt;
 }
 
-std::optional<uint32_t> ParseAddress(std::string_view text) {
-  uint32_t address = 0;
-  for (int i = 0; i < 4; ++i) {
-    const size_t end = i < 3 ? text.find('.') : text.size();
-    if (end == std::string_view::npos) return std::nullopt;
-    const std::optional<uint32_t> number = ParseNumber(text.substr(0, end), 0xFF);
-    if (!number) return std::nullopt;
-    address = address << 8 | *number;
-    text.remove_prefix(i < 3 ? end + 1 : end);
-  }
-  return address;
-}
-
 std::optional<uint32_t> ParseMask(std::string_view text) {
   if (text.starts_with('/')) {
-    const std::optional<uint32_t> length = ParseNumber(text.substr(1), kAddressBits);
+    const std::optional<uint32_t> length = ParseMaskLength(text.substr(1));
     if (!length) return std::nullopt;
     return *length == 0 ? 0 : ~0U << (kAddressBits - *length);
   }
-  const std::optional<uint32_t> mask = ParseAddress(text);
+  const std::optional<uint32_t> mask = ParseIpv4(text);
   if (!mask || std::countl_one(*mask) != std::popcount(*mask)) return std::nullopt;
   return mask;
 }
@@ -217,7 +205,7 @@ Result WakeComputer(AgentClient& agent, const WakeOptions& options) {
   const std::string mac =
       Require(ParseMac(options.mac), options.mac, "MAC address: 12 hexadecimal digits");
   const uint32_t address =
-      Require(ParseAddress(options.address), options.address, "IPv4 address such as 192.168.1.20");
+      Require(ParseIpv4(options.address), options.address, "IPv4 address such as 192.168.1.20");
   const uint32_t mask =
       Require(ParseMask(options.mask), options.mask, "network mask such as 255.255.255.0 or /24");
 

@@ -35,7 +35,7 @@ struct WakeOptions {
 };
 
 /// Has the packet sent that wakes a computer of the agent's network. kUsage, before the agent is
-/// asked, for what `ParseMac`, `ParseAddress` and `ParseMask` do not take.
+/// asked, for what `ParseMac`, `ParseIpv4` and `ParseMask` do not take.
 Result WakeComputer(AgentClient& agent, const WakeOptions& options);
 
 /// Names of the network's domains and workgroups, one on a line.
@@ -46,10 +46,6 @@ Result ListServers(AgentClient& agent, const std::string& domain);
 /// The 12 hexadecimal digits of a hardware address, as they are. They may stand in pairs or in
 /// fours with ":", "-" or "." between all of them. Nothing when the text is anything else.
 std::optional<std::string> ParseMac(std::string_view text);
-
-/// Four decimal numbers with dots between them, in host byte order: 10.0.0.5 is 0x0A000005. Nothing
-/// when the text is anything else, a number with a needless zero in front included.
-std::optional<uint32_t> ParseAddress(std::string_view text);
 
 /// A network mask as an address (255.255.255.0) or as its length (/24). Nothing when the text is
 /// anything else, or when ones follow zeros.

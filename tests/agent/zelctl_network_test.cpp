@@ -283,17 +283,6 @@ TEST(ZelctlAddresses, TakesNothingElseForAHardwareAddress) {
   }
 }
 
-TEST(ZelctlAddresses, TakesDottedQuads) {
-  EXPECT_EQ(ParseAddress("10.0.0.5"), 0x0A000005U);
-  EXPECT_EQ(ParseAddress("0.0.0.0"), 0U);
-  EXPECT_EQ(ParseAddress("255.255.255.255"), 0xFFFFFFFFU);
-  for (const char* text : {"", "10", "10.0.5", "10.0.0.5.1", "10.0.0.", ".0.0.5", "10..0.5",
-                           "10.0.0.256", "10.0.0.-1", "10.0.0.+1", "10.0.0.05", " 10.0.0.5",
-                           "10.0.0.5 ", "0x0a.0.0.5", "4294967306.0.0.5", "::1", "a.b.c.d"}) {
-    EXPECT_EQ(ParseAddress(text), std::nullopt) << text;
-  }
-}
-
 TEST(ZelctlAddresses, TakesMasksAsQuadsAndAsLengths) {
   EXPECT_EQ(ParseMask("255.255.255.0"), 0xFFFFFF00U);
   EXPECT_EQ(ParseMask("/24"), 0xFFFFFF00U);
@@ -303,7 +292,7 @@ TEST(ZelctlAddresses, TakesMasksAsQuadsAndAsLengths) {
   EXPECT_EQ(ParseMask("/32"), 0xFFFFFFFFU);
   EXPECT_EQ(ParseMask("255.255.255.255"), 0xFFFFFFFFU);
   for (const char* text : {"", "/", "24", "/33", "/-1", "/024", "/24 ", "//24", "255.0.255.0",
-                           "0.0.0.255", "255.255.255", "255.255.255.0/24"}) {
+                           "0.0.0.255", "255.255.255", "255.255.255.0/24", "255.255.255.00"}) {
     EXPECT_EQ(ParseMask(text), std::nullopt) << text;
   }
 }
