@@ -1,20 +1,23 @@
 #include "agent/libZel/network/icmp_echo.h"
 
-#include <icmpapi.h>
-#include <iphlpapi.h>
+// Each of these headers needs those before it.
 #include <winsock2.h>
+
 #include <ws2ipdef.h>
 
+#include <iphlpapi.h>
+
+#include <icmpapi.h>
+
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <random>
-#include <span>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "agent/libZel/debug_context.h"
-#include "agent/libZel/platform/windows/unique_handle.h"
 
 using std::chrono::milliseconds;
 
@@ -24,6 +27,12 @@ namespace {
 constexpr size_t kReplySpareBytes = 64;
 
 using Payload = std::array<uint8_t, 32>;
+
+/// Where the address and the status stand in an ICMPV6_ECHO_REPLY, which mingw-w64 does not
+/// declare, and how long it is: an address of 26 bytes without gaps, then two numbers.
+constexpr size_t kV6AddressOffset = 6;
+constexpr size_t kV6StatusOffset = 28;
+constexpr size_t kV6ReplyBytes = 36;
 
 /// Random, so that nobody who does not see the request can answer it.
 Payload MakePayload() {
@@ -89,25 +98,24 @@ EchoAnswer SendV4(const HostAddress& address, const Payload& payload, DWORD limi
 EchoAnswer SendV6(const HostAddress& address, const Payload& payload, DWORD limitMs) {
   const EchoHandle handle(Icmp6CreateFile());
   if (handle.Get() == INVALID_HANDLE_VALUE) return Refused(address, GetLastError());
-  std::vector<uint64_t> buffer((sizeof(ICMPV6_ECHO_REPLY) + payload.size() + kReplySpareBytes) /
-                               sizeof(uint64_t));
+  std::array<uint8_t, kV6ReplyBytes + sizeof(Payload) + kReplySpareBytes> buffer{};
   sockaddr_in6 from{};
   from.sin6_family = AF_INET6;
   sockaddr_in6 to = from;
   to.sin6_scope_id = address.scope;
   std::memcpy(&to.sin6_addr, address.bytes.data(), sizeof to.sin6_addr);
   Payload sent = payload;
-  const DWORD count = Icmp6SendEcho2(handle.Get(), nullptr, nullptr, nullptr, &from, &to,
-                                     sent.data(), sent.size(), nullptr, buffer.data(),
-                                     static_cast<DWORD>(buffer.size() * sizeof(uint64_t)), limitMs);
+  const DWORD count =
+      Icmp6SendEcho2(handle.Get(), nullptr, nullptr, nullptr, &from, &to, sent.data(), sent.size(),
+                     nullptr, buffer.data(), static_cast<DWORD>(buffer.size()), limitMs);
   if (count == 0) return NoReply(address, GetLastError());
-  const auto& reply = *reinterpret_cast<const ICMPV6_ECHO_REPLY*>(buffer.data());
-  if (reply.Status != IP_SUCCESS) return NoReply(address, reply.Status);
-  // The payload stands behind the structure; the reply's identifier and payload were checked by the
-  // system, which hands nothing else over.
-  const bool isAnswer =
-      std::memcmp(reply.Address.sin6_addr, &to.sin6_addr, sizeof to.sin6_addr) == 0;
-  return isAnswer ? EchoAnswer::kCame : EchoAnswer::kNone;
+  DWORD status = 0;
+  std::memcpy(&status, &buffer[kV6StatusOffset], sizeof status);
+  if (status != IP_SUCCESS) return NoReply(address, status);
+  // The system hands over what has the request's identifier alone.
+  const bool isPeer =
+      std::memcmp(&buffer[kV6AddressOffset], &to.sin6_addr, sizeof to.sin6_addr) == 0;
+  return isPeer ? EchoAnswer::kCame : EchoAnswer::kNone;
 }
 
 }  // namespace
