@@ -1,6 +1,5 @@
 #include "agent/libZel/smb/ntlm_login.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -12,8 +11,6 @@ namespace {
 
 using smb::Bytes;
 using smb::NtlmLogin;
-using testing::AnyOf;
-using testing::IsEmpty;
 
 constexpr const char* kServer = "127.0.0.1";
 constexpr const char* kPassword = "Password";
@@ -87,11 +84,19 @@ TEST(NtlmLogin, TakesNamesAndPasswordsOfAnyScript) {
   EXPECT_TRUE(answer.IsMadeWith(kUnicodePasswordHash));
 }
 
-// That there is one where the system hands it out, the tests of that system tell.
-TEST(NtlmLogin, HasTheSessionKeyOfTheServerOrNone) {
-  NtlmLogin login("ann", kPassword, kServer);
+TEST(NtlmLogin, SharesASessionKeyWithTheServer) {
+  NtlmLogin login("B\u00dcRO\\j\u00f6rg", kUnicodePassword, kServer);
   const NtlmVerifier answer = AnswerOf(login);
-  EXPECT_THAT(login.SessionKey(), AnyOf(IsEmpty(), answer.SessionKey(kPasswordHash)));
+  EXPECT_EQ(answer.SessionKey(kUnicodePasswordHash), login.SessionKey());
+  EXPECT_EQ(16u, login.SessionKey().size());
+}
+
+TEST(NtlmLogin, HasAnotherSessionKeyEachTime) {
+  NtlmLogin first("ann", kPassword, kServer);
+  NtlmLogin second("ann", kPassword, kServer);
+  AnswerOf(first);
+  AnswerOf(second);
+  EXPECT_NE(first.SessionKey(), second.SessionKey());
 }
 
 TEST(NtlmLogin, IsAnonymousWithoutAUser) {

@@ -26,8 +26,8 @@ class NtlmLogin {
   /// with its CHALLENGE_MESSAGE (AUTHENTICATE_MESSAGE). There is no third one.
   Bytes Next(std::span<const uint8_t> received);
   bool IsAnonymous() const { return isAnonymous_; }
-  /// The 16 bytes of the exported session key, once the last token was made. None of an anonymous
-  /// log-in, nor where the system keeps it to itself: such sessions cannot sign.
+  /// The 16 bytes of the exported session key, once the last token was made; of an anonymous
+  /// log-in, none.
   Bytes SessionKey() const;
 
  private:

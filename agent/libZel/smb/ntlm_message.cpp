@@ -20,6 +20,10 @@ constexpr uint16_t kEndOfList = 0;
 
 // Of an AUTHENTICATE_MESSAGE.
 constexpr size_t kNtResponseOffset = 20;
+constexpr size_t kDomainOffset = 28;
+constexpr size_t kUserOffset = 36;
+constexpr size_t kSessionKeyOffset = 52;
+constexpr size_t kAnswerFlagsOffset = 60;
 constexpr size_t kAuthenticateSize = 64;
 // An answer by version 1 is 24 bytes; one by version 2 has 16, then at least 28 that it covers.
 constexpr size_t kSmallestVersion2Response = 44;
@@ -79,6 +83,18 @@ bool IsNtlmVersion2Answer(Span message) {
   return IsMessage(message, NtlmMessageType::kAuthenticate, kAuthenticateSize) &&
          GetPart(message, kNtResponseOffset, &response) &&
          response.size() >= kSmallestVersion2Response;
+}
+
+NtlmAnswer ReadNtlmAnswer(Span message) {
+  NtlmAnswer answer;
+  const bool isWhole = IsNtlmVersion2Answer(message) &&
+                       GetPart(message, kNtResponseOffset, &answer.response) &&
+                       GetPart(message, kDomainOffset, &answer.domain) &&
+                       GetPart(message, kUserOffset, &answer.user) &&
+                       GetPart(message, kSessionKeyOffset, &answer.sessionKey);
+  if (!isWhole) throw std::runtime_error("the log-in's answer is malformed");
+  answer.flags = Number32(message, kAnswerFlagsOffset);
+  return answer;
 }
 
 }  // namespace smb

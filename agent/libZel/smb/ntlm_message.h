@@ -21,6 +21,7 @@ enum NtlmFlag : uint32_t {
   kNtlmAlwaysSign = 0x8000,
   kNtlmExtendedSessionSecurity = 0x80000,
   kNtlm128 = 0x20000000,
+  kNtlmKeyExchange = 0x40000000,
 };
 
 /// Throws std::runtime_error unless `message` is a whole CHALLENGE_MESSAGE whose parts all lie
@@ -32,5 +33,17 @@ uint32_t NtlmChallengeFlags(std::span<const uint8_t> challenge);
 
 /// Whether `message` is an AUTHENTICATE_MESSAGE that answers the challenge by version 2.
 bool IsNtlmVersion2Answer(std::span<const uint8_t> message);
+
+/// Parts of an AUTHENTICATE_MESSAGE, which must outlive them.
+struct NtlmAnswer {
+  std::span<const uint8_t> response;  // to the challenge, by version 2
+  std::span<const uint8_t> domain;    // as the flags say, UTF-16
+  std::span<const uint8_t> user;
+  std::span<const uint8_t> sessionKey;  // encrypted; empty when none is exchanged
+  uint32_t flags = 0;
+};
+
+/// Throws std::runtime_error for what `IsNtlmVersion2Answer` does not accept.
+NtlmAnswer ReadNtlmAnswer(std::span<const uint8_t> message);
 
 }  // namespace smb

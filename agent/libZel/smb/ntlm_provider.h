@@ -22,7 +22,7 @@ class NtlmProvider {
 
   virtual Bytes Negotiate() = 0;
   virtual Bytes Authenticate(std::span<const uint8_t> challenge) = 0;
-  /// 16 bytes, or none where there is no key to be had. Only after `Authenticate`.
+  /// 16 bytes; of an anonymous log-in, none. Only after `Authenticate`.
   virtual Bytes SessionKey() const = 0;
 };
 

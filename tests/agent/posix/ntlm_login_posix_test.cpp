@@ -119,16 +119,6 @@ TEST_F(NtlmLoginOnPosix, SharesItsSessionKeyWithTheAcceptor) {
   EXPECT_EQ(16u, login.SessionKey().size());
 }
 
-TEST_F(NtlmLoginOnPosix, HasAnotherSessionKeyEachTime) {
-  NtlmLogin first("OFFICE\\bob", "Secret-2", "127.0.0.1");
-  NtlmLogin second("OFFICE\\bob", "Secret-2", "127.0.0.1");
-  for (NtlmLogin* const login : {&first, &second}) {
-    login->Next({});
-    login->Next(NtlmVerifier::Challenge());
-  }
-  EXPECT_NE(first.SessionKey(), second.SessionKey());
-}
-
 TEST_F(NtlmLoginOnPosix, TakesAnEmptyPassword) {
   constexpr std::array<uint8_t, 16> kNoPasswordHash = {0x31, 0xD6, 0xCF, 0xE0, 0xD1, 0x6A,
                                                        0xE9, 0x31, 0xB7, 0x3C, 0x59, 0xD7,

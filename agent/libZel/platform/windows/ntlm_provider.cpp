@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "agent/libZel/platform/windows/ntlm_session_key.h"
 #include "agent/libZel/wtf8.h"
 
 namespace smb {
@@ -34,6 +35,7 @@ class WideSecret {
   WideSecret& operator=(const WideSecret&) = delete;
 
   unsigned short* Get() { return units_.data(); }
+  std::span<const unsigned short> View() const { return std::span(units_).first(Length()); }
   unsigned long Length() const { return static_cast<unsigned long>(units_.size() - 1); }
 
  private:
@@ -71,6 +73,7 @@ class SspiProvider : public NtlmProvider {
     identity.DomainLength = domain.Length();
     identity.Password = secret.Get();
     identity.PasswordLength = secret.Length();
+    passwordDigest_ = DigestOfPassword(secret.View());
     identity.Flags = SEC_WINNT_AUTH_IDENTITY_UNICODE;
 
     wchar_t package[] = L"NTLM";
@@ -84,6 +87,7 @@ class SspiProvider : public NtlmProvider {
   ~SspiProvider() override {
     if (SecIsValidHandle(&context_)) DeleteSecurityContext(&context_);
     FreeCredentialsHandle(&credentials_);
+    SecureZeroMemory(passwordDigest_.data(), passwordDigest_.size());
   }
 
   Bytes Negotiate() override { return Step(nullptr); }
@@ -92,15 +96,16 @@ class SspiProvider : public NtlmProvider {
     SecBuffer token = {static_cast<unsigned long>(challenge.size()), SECBUFFER_TOKEN,
                        const_cast<uint8_t*>(challenge.data())};
     SecBufferDesc input = {SECBUFFER_VERSION, 1, &token};
-    return Step(&input);
+    answer_ = Step(&input);
+    return answer_;
   }
 
   Bytes SessionKey() const override {
     SecPkgContext_SessionKey key = {};
     CtxtHandle context = context_;
     const SECURITY_STATUS status = QueryContextAttributesW(&context, SECPKG_ATTR_SESSION_KEY, &key);
-    // Wine's provider does not hand it out.
-    if (status == SEC_E_UNSUPPORTED_FUNCTION) return {};
+    // Wine's provider does not tell it.
+    if (status == SEC_E_UNSUPPORTED_FUNCTION) return SessionKeyOfAnswer(answer_, passwordDigest_);
     Check(status, "the log-in has no session key");
     Bytes bytes(key.SessionKey, key.SessionKey + key.SessionKeyLength);
     SecureZeroMemory(key.SessionKey, key.SessionKeyLength);
@@ -131,6 +136,8 @@ class SspiProvider : public NtlmProvider {
   }
 
   const ZelString target_;
+  PasswordDigest passwordDigest_ = {};
+  Bytes answer_;
   CredHandle credentials_ = {};
   CtxtHandle context_ = {static_cast<ULONG_PTR>(-1), static_cast<ULONG_PTR>(-1)};
 };

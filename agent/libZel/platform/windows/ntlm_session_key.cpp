@@ -1,0 +1,66 @@
+// The algorithms are those of NTLM; that they are outdated cannot be helped here.
+#define OPENSSL_SUPPRESS_DEPRECATED
+#include "agent/libZel/platform/windows/ntlm_session_key.h"
+
+#include <openssl/hmac.h>
+#include <openssl/md4.h>
+#include <openssl/rc4.h>
+#include <windows.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "agent/libZel/smb/ntlm_message.h"
+
+namespace smb {
+namespace {
+
+using Span = std::span<const uint8_t>;
+using Key = std::array<uint8_t, 16>;
+
+Key HmacMd5(const Key& key, Span bytes) {
+  Key digest = {};
+  unsigned size = 0;
+  const uint8_t* const made = HMAC(EVP_md5(), key.data(), static_cast<int>(key.size()),
+                                   bytes.data(), bytes.size(), digest.data(), &size);
+  if (made == nullptr || size != digest.size()) throw std::runtime_error("HMAC-MD5 does not work");
+  return digest;
+}
+
+std::wstring UpperCase(Span utf16) {
+  std::wstring text(utf16.size() / sizeof(wchar_t), L'\0');
+  std::copy_n(utf16.begin(), text.size() * sizeof(wchar_t),
+              reinterpret_cast<uint8_t*>(text.data()));
+  CharUpperBuffW(text.data(), static_cast<DWORD>(text.size()));
+  return text;
+}
+
+}  // namespace
+
+PasswordDigest DigestOfPassword(std::span<const unsigned short> password) {
+  PasswordDigest digest = {};
+  MD4(reinterpret_cast<const uint8_t*>(password.data()), password.size_bytes(), digest.data());
+  return digest;
+}
+
+Bytes SessionKeyOfAnswer(Span authenticate, const PasswordDigest& password) {
+  const NtlmAnswer answer = ReadNtlmAnswer(authenticate);
+  const std::wstring user = UpperCase(answer.user);
+  const auto* const first = reinterpret_cast<const uint8_t*>(user.data());
+  Bytes account(first, first + user.size() * sizeof(wchar_t));
+  account.insert(account.end(), answer.domain.begin(), answer.domain.end());
+
+  const Key responseKey = HmacMd5(password, account);
+  const Key base = HmacMd5(responseKey, answer.response.first(std::tuple_size_v<Key>));
+  if ((answer.flags & kNtlmKeyExchange) == 0) return {base.begin(), base.end()};
+
+  if (answer.sessionKey.size() != std::tuple_size_v<Key>)
+    throw std::runtime_error("the log-in's session key has an unexpected size");
+  Bytes key(answer.sessionKey.size());
+  RC4_KEY state;
+  RC4_set_key(&state, static_cast<int>(base.size()), base.data());
+  RC4(&state, key.size(), answer.sessionKey.data(), key.data());
+  return key;
+}
+
+}  // namespace smb
