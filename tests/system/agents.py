@@ -40,6 +40,10 @@ def agent_path(platform, path):
     return "Z:" + str(path).replace("/", "\\") if platform == "windows" else str(path)
 
 
+# What the agent writes into the container of a console user's call. It comes back from actions that
+# leave their container as it is.
+OF_THE_CALLER = {"DACurrentConsoleUser", "HttpProtocolRequestInfo"}
+
 # Nothing that a test starts may power off the machine that the tests run on, or log anybody off.
 NO_SYSTEM_BUS = {"DBUS_SYSTEM_BUS_ADDRESS": "unix:path=/nonexistent/bus"}
 
@@ -227,6 +231,10 @@ class Agent:
         reply = json.loads(done.stdout)
         assert done.returncode == (0 if reply["code"] == 0 else 1)
         return reply["code"], reply["container"]
+
+
+def without_caller(container):
+    return {key: value for key, value in container.items() if key not in OF_THE_CALLER}
 
 
 def copy_modules(platform, target):

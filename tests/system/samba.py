@@ -82,10 +82,10 @@ class FileServer:
         self._configuration.write_text(text)
 
     def start(self):
-        # What is left behind ends with the tests.
+        # What is left behind ends with the tests. At its end the server ends its whole group.
         self.process = subprocess.Popen(
             ["setpriv", "--pdeathsig", "TERM", "smbd", "-F", "--no-process-group",
-             "-s", self._configuration],
+             "-s", self._configuration], start_new_session=True,
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         deadline = time.monotonic() + START_TIMEOUT_S
         # Looked up, so that no connection of a test's own is in the log.

@@ -128,7 +128,7 @@ def send_too_short(connection, data):
 
 def send_without_tail(connection, data):
     """A message whose offsets and lengths point behind its end."""
-    connection.sendall(frame(data[0], data[4:4 + SMB2_HEADER + 4]))
+    connection.sendall(frame(data[0], data[4:-1][:SMB2_HEADER + 4]))
     stay_silent(connection)
 
 

@@ -91,6 +91,7 @@ class WebServer:
         return f"https://127.0.0.1:{self._tls_ports[of]}{path}"
 
     def requests(self):
+        """The lines of its log, which come a little after the answers."""
         return (self.directory / "access").read_text(errors="replace").splitlines()
 
     def stop(self):
