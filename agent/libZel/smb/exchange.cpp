@@ -36,13 +36,10 @@ Exchange::Answer Exchange::Perform(Bytes request, Deadline deadline) {
   const ByteReader asked(request);
   const uint64_t messageId = asked.U64(kMessageIdOffset);
   const Command command{asked.U16(kCommandOffset)};
-  if (signing_) Sign(signing_->dialect, signing_->key, request);
-  session_.Send(request, deadline);
+  Send(std::move(request), deadline);
 
   for (;;) {
-    Answer answer;
-    answer.message = session_.Receive(deadline);
-    answer.header = ParseHeader(answer.message);
+    Answer answer = Receive(deadline);
     CheckBelongs(answer.header, command, messageId);
     credits_ = std::min(credits_ + answer.header.credits, kMostCredits);
     // It says nothing but that the final answer takes its time, and need not be signed.
@@ -52,8 +49,30 @@ Exchange::Answer Exchange::Perform(Bytes request, Deadline deadline) {
   }
 }
 
+void Exchange::Send(Bytes request, Deadline deadline) {
+  if (encryption_) return session_.Send(encryption_->Encrypt(request), deadline);
+  if (signing_) Sign(signing_->dialect, signing_->key, request);
+  session_.Send(request, deadline);
+}
+
+Exchange::Answer Exchange::Receive(Deadline deadline) {
+  Answer answer;
+  answer.message = session_.Receive(deadline);
+  if (IsEncrypted(answer.message) != encryption_.has_value()) {
+    throw std::runtime_error(encryption_ ? "the server's answer is not encrypted"
+                                         : "the server's answer is encrypted, which is too early");
+  }
+  if (encryption_) answer.message = encryption_->Decrypt(answer.message);
+  answer.header = ParseHeader(answer.message);
+  return answer;
+}
+
 void Exchange::StartSigning(Dialect dialect, const Key& key) {
   signing_ = Signing{dialect, key};
+}
+
+void Exchange::StartEncryption(const Encryption& encryption) {
+  if (!encryption_) encryption_ = encryption;
 }
 
 void Exchange::CheckBelongs(const Header& answer, Command command, uint64_t messageId) const {
@@ -63,6 +82,8 @@ void Exchange::CheckBelongs(const Header& answer, Command command, uint64_t mess
 }
 
 void Exchange::CheckSignature(const Answer& answer) const {
+  // Nobody can change an encrypted answer, nor make one.
+  if (encryption_) return;
   if (!signing_ || IsSignedWith(signing_->dialect, signing_->key, answer.message)) return;
   const bool isSigned = (answer.header.flags & kFlagSigned) != 0;
   if (isSigned) throw std::runtime_error("the signature of the server's answer is wrong");

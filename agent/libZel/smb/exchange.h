@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "agent/libZel/smb/encryption.h"
 #include "agent/libZel/smb/netbios_session.h"
 #include "agent/libZel/smb/signing.h"
 
@@ -31,8 +32,13 @@ class Exchange {
   /// Requests are from now on signed; an answer that is not counts as none, unless it says that the
   /// request has failed.
   void StartSigning(Dialect dialect, const Key& key);
+  /// Requests are from now on encrypted instead; an answer that is not counts as none. What has
+  /// begun goes on: a key must not start over.
+  void StartEncryption(const Encryption& encryption);
 
  private:
+  void Send(Bytes request, Deadline deadline);
+  Answer Receive(Deadline deadline);
   void CheckBelongs(const Header& answer, Command command, uint64_t messageId) const;
   void CheckSignature(const Answer& answer) const;
 
@@ -46,6 +52,7 @@ class Exchange {
   uint64_t sessionId_ = 0;
   uint32_t credits_ = 1;
   std::optional<Signing> signing_;
+  std::optional<Encryption> encryption_;
 };
 
 }  // namespace smb

@@ -85,10 +85,11 @@ void Session::CheckLogIn(const LoggedIn& end, bool isAnonymous, ByteView session
   const bool isGuest = (end.flags & kSessionGuest) != 0;
   const bool isUnsigned =
       isAnonymous || isGuest || (end.flags & kSessionAnonymous) != 0 || sessionKey.empty();
-  if ((end.flags & kSessionEncrypts) != 0)
-    throw std::runtime_error("the server demands encryption, which this client does not have");
   if (isUnsigned && (agreed_.securityMode & kSigningRequired) != 0)
     throw std::runtime_error("the server demands signatures, for which this log-in has no key");
+  const bool encrypts = (end.flags & kSessionEncrypts) != 0;
+  if (isUnsigned && encrypts)
+    throw std::runtime_error("the server demands encryption, for which this session has no key");
   if (isUnsigned) return;
 
   const Key key = SigningKey(agreed_.dialect, sessionKey, preauth_);
@@ -97,6 +98,14 @@ void Session::CheckLogIn(const LoggedIn& end, bool isAnonymous, ByteView session
   if (mustBeSigned && !IsSignedWith(agreed_.dialect, key, end.answer.message))
     throw std::runtime_error("the server does not prove that it knows the password");
   exchange_.StartSigning(agreed_.dialect, key);
+  if (agreed_.cipher) encryptionKeys_ = DeriveEncryptionKeys(agreed_.dialect, sessionKey, preauth_);
+  if (encrypts) StartEncryption();
+}
+
+void Session::StartEncryption() {
+  if (!encryptionKeys_)
+    throw std::runtime_error("the server demands encryption, for which this session has no key");
+  exchange_.StartEncryption(Encryption(*agreed_.cipher, *encryptionKeys_, exchange_.SessionId()));
 }
 
 void Session::OpenShare(const ZelString& share, _CsSmbTreeInfo& tree, Deadline deadline) {
@@ -104,8 +113,8 @@ void Session::OpenShare(const ZelString& share, _CsSmbTreeInfo& tree, Deadline d
   const Header header = exchange_.NextHeader(Command::kTreeConnect);
   const Exchange::Answer answer = Ask(BuildTreeConnect(header, Utf16Of(path)), deadline);
   const TreeConnectReply reply = ParseTreeConnectReply(answer.message);
-  if ((reply.shareFlags & kShareEncrypts) != 0)
-    throw std::runtime_error("the share demands encryption, which this client does not have");
+  // Of the share's own messages; those after them may be encrypted as well.
+  if ((reply.shareFlags & kShareEncrypts) != 0) StartEncryption();
 
   tree.treeId = answer.header.treeId;
   tree.shareType = reply.shareType;

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -39,12 +39,15 @@ class Session {
   };
 
   void CheckLogIn(const LoggedIn& end, bool isAnonymous, ByteView sessionKey);
+  void StartEncryption();
   Exchange::Answer Ask(const Bytes& request, Deadline deadline);
 
   const std::string server_;
   Exchange exchange_;
   PreauthHash preauth_;
   NegotiateReply agreed_;
+  /// Where both sides can.
+  std::optional<EncryptionKeys> encryptionKeys_;
 };
 
 }  // namespace smb
