@@ -35,7 +35,7 @@ constexpr int kExitNoSuchDomain = 2;
 constexpr uid_t kNobody = 65534;
 constexpr rlim_t kMaxMemoryBytes = 512 * 1024 * 1024;
 constexpr rlim_t kMaxNoiseBytes = 64 * 1024;
-constexpr int kTimeoutMs = 5000;
+constexpr int kTimeoutMs = 3000;
 /// The agent gives up earlier; this is for when it cannot.
 constexpr unsigned kLifeSeconds = 60;
 
@@ -182,9 +182,12 @@ std::string WithErrno(std::string text) {
   // When the name is a server's, its shares are listed, which are of other kinds.
   const std::string names = NamesBelow(context, name, SMBC_SERVER);
   if (!names.empty()) End(0, names);
+  // One that is there and says nothing would not say more when it is asked for the domains.
+  const bool isSilent = errno == ETIMEDOUT;
   const std::string reason = WithErrno("no browser answers for " + name);
-  const bool hasBrowsers = domain != nullptr && !NamesBelow(context, {}, SMBC_WORKGROUP).empty();
-  End(hasBrowsers ? kExitNoSuchDomain : kExitNoBrowser, reason);
+  const bool isUnknown =
+      domain != nullptr && !isSilent && !NamesBelow(context, {}, SMBC_WORKGROUP).empty();
+  End(isUnknown ? kExitNoSuchDomain : kExitNoBrowser, reason);
 }
 
 }  // namespace
