@@ -110,11 +110,19 @@ def test_a_server_that_is_too_old(agent, file_server_with):
     assert check(agent, server.share()) == NOT_CONNECTED
 
 
-def test_a_server_that_demands_encryption_is_served_or_refused_in_the_log(agent, file_server_with):
-    for server, share in ((file_server_with({"smb encrypt": "required"}), SHARE),
-                          (file_server_with(), SEALED_SHARE)):
-        result, log = new_log(agent, lambda: check(agent, server.share(share)))
-        assert result == OPENED or "encrypt" in log.lower()
+@pytest.mark.parametrize("dialect", ["SMB3_00", "SMB3_02", "SMB3_11"])
+def test_servers_and_shares_may_demand_encryption(agent, file_server_with, dialect):
+    server = file_server_with({"server max protocol": dialect})
+    assert check(agent, server.share(SEALED_SHARE)) == OPENED
+    server = file_server_with({"server max protocol": dialect, "smb encrypt": "required"})
+    assert check(agent, server.share()) == OPENED
+    assert check(agent, server.share("none")) == SHARE_REFUSED
+    assert check(agent, server.share(), USER, "wrong") == NOT_AUTHENTICATED
+
+
+def test_what_demands_encryption_is_closed_to_older_dialects(agent, file_server_with):
+    server = file_server_with({"server max protocol": "SMB2_10"})
+    assert check(agent, server.share(SEALED_SHARE)) == SHARE_REFUSED
 
 
 def test_hosts_may_be_names(agent, file_server_with):
