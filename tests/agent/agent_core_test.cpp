@@ -7,6 +7,7 @@
 
 #include "agent/libZel/archive_limits.h"
 #include "agent/libZel/http_exchange.h"
+#include "agent/libZel/network/web_trust.h"
 #include "agent/libZel/security_context.h"
 #include "agent/libZelCore/audit_log.h"
 #include "agent/libZelCore/credentials.h"
@@ -116,6 +117,13 @@ TEST_F(AgentCoreTest, NamesTheProxyOfItsConfiguration) {
   ZelString pipe = "x";
   ZelAgentGetProxyPipeName(pipe);
   EXPECT_EQ(pipe.Utf8(), "/somewhere/zelproxy.sock");
+}
+
+TEST_F(AgentCoreTest, TrustsTheWebAuthoritiesOfItsConfiguration) {
+  Configure("[http_check]\nca_file = web.pem\n");
+  const AgentCore core(Options());
+  EXPECT_EQ(GetWebAuthorities(), home_.Native() / "home" / "config" / "web.pem");
+  SetWebAuthorities({});
 }
 
 TEST_F(AgentCoreTest, TellsTextsInTheLanguageThatIsAskedForOrConfigured) {

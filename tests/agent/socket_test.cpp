@@ -21,7 +21,6 @@ using asio::ip::udp;
 namespace {
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr int kBroadcast = 32;
 constexpr std::chrono::seconds kLongestWait{20};

@@ -74,7 +74,8 @@ std::optional<NameAnswer> AnswerAtOnce(const std::string& name, AddressKind kind
   ErrorCode error;
   if (name.find(':') != name.npos) {
     const asio::ip::address_v6 v6 = asio::ip::make_address_v6(name, error);
-    if (error) return NameAnswer{{}, "it is no address of IPv6"};
+    // Windows takes addresses in brackets, too.
+    if (error || name.starts_with('[')) return NameAnswer{{}, "it is no address of IPv6"};
     const HostAddress address = FromAsio(v6);
     if (address.isV6 && kind == AddressKind::kV4) return NameAnswer{{}, "it is of IPv6"};
     return NameAnswer{{address}, {}};

@@ -1,16 +1,14 @@
 // Echo requests where the system does as it is told: in network namespaces of the tests' own.
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -19,14 +17,13 @@
 #include "libZel/ping.h"
 #include "libZel/socket.h"
 #include "tests/agent/library_log.h"
+#include "tests/agent/posix/own_network.h"
 #include "windows_api.h"
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 namespace {
-
-using testing::HasSubstr;
 
 constexpr uid_t kNobody = 65534;
 constexpr milliseconds kLongLimit{20'000};
@@ -36,41 +33,6 @@ HostAddress Address(const std::string& text) {
   const auto found = LookUpHost(text, AddressKind::kAny, kLongLimit);
   EXPECT_EQ(found.size(), 1u) << text;
   return found.empty() ? HostAddress() : found[0];
-}
-
-/// Runs `body` in a process of its own and returns what it returned; 99 when it threw, -1 when it
-/// was killed. Failed expectations of the child are no more than its output.
-int InChild(const std::function<int()>& body) {
-  const pid_t child = fork();
-  if (child == 0) {
-    try {
-      _exit(body());
-    } catch (...) {
-      _exit(99);
-    }
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-void Run(const std::string& command) {
-  if (std::system(command.c_str()) != 0) throw std::runtime_error(command);
-}
-
-/// From now on this process has a network of its own, with a loopback interface.
-void LeaveNetwork() {
-  if (unshare(CLONE_NEWNET) != 0) throw std::runtime_error("no namespace");
-  Run("ip link set lo up");
-}
-
-/// And in it the interface "near", 10.9.0.1/24 and fd00:9::1/64, at whose other end nobody is.
-void MakeQuietInterface() {
-  LeaveNetwork();
-  Run("ip link add near type veth peer name far");
-  Run("ip addr add 10.9.0.1/24 broadcast 10.9.0.255 dev near");
-  Run("ip addr add fd00:9::1/64 dev near nodad");
-  Run("ip link set near up && ip link set far up");
 }
 
 void AllowEchoRequestsFor(gid_t group) {
