@@ -70,9 +70,22 @@ def test_shares_that_do_not_open(agent, file_server, share):
 
 @pytest.mark.parametrize("user, password", [
     (USER, "wrong"), (USER, ""), (USER, PASSWORD + " "), ("bob", PASSWORD), ("bob", ""),
-    (USER, "x" * 5000), ("x" * 2000, PASSWORD), (f"{USER} ", "wrong"), ("\\", "wrong")])
+    (USER, "x" * 256), ("x" * 256, PASSWORD), (f"{USER} ", "wrong"), ("\\", "wrong")])
 def test_logins_that_are_refused(agent, file_server, user, password):
     assert check(agent, file_server.share(), user, password) == NOT_AUTHENTICATED
+
+
+def test_longer_logins_than_there_are(make_agent, file_server):
+    agent = make_agent()
+    agent.add_users()
+    agent.start()
+    for user, password in ((USER, "x" * 5000), ("x" * 5000, PASSWORD),
+                           ("x" * 5000 + "\\" + USER, "wrong"), (USER, "ü" * 100_000)):
+        assert check(agent, file_server.share(), user, password) == NOT_AUTHENTICATED
+    # Whatever it may have spoiled shows a little later.
+    for _ in range(10):
+        assert check(agent, file_server.share()) == OPENED
+    assert agent.stop() == 0
 
 
 @pytest.mark.parametrize("user", [USER, USER.upper(), f"ZELTEST\\{USER}", f"ELSEWHERE\\{USER}"])
