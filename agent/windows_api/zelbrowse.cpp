@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <libsmbclient.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -103,9 +104,15 @@ void DropRights() {
       (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
     Fail("rights cannot be dropped");
   }
-  // After the change of the user, which takes it back. An agent that ended leaves nothing behind.
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
   prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+}
+
+/// An agent that has ended, or ends, leaves nothing behind. Called after the change of the user,
+/// which would take it back.
+void EndWithTheAgent() {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  pollfd reader{output, 0, 0};
+  if (poll(&reader, 1, 0) > 0 && (reader.revents & POLLERR) != 0) _exit(kExitNoBrowser);
 }
 
 /// Nobody in particular asks, whatever the library proposes.
@@ -201,6 +208,7 @@ int main(int argc, char** argv) {
   SeparateStreams();
   LimitResources();
   DropRights();
+  EndWithTheAgent();
 
   SMBCCTX* const context = MakeContext();
   if (isForDomains) ListDomains(context);

@@ -1,12 +1,16 @@
 """CoreUtilsListDomains and CoreUtilsListServers: the Windows network, as its browsers know it."""
 
+import os
+import pathlib
+import re
 import signal
+import subprocess
 import time
 
 import pytest
 
-from agents import Agent
-from browsers import SMBD, WindowsNetwork
+from agents import Agent, program
+from browsers import SMBD, WindowsNetwork, run
 
 OK, FAILURE = 0, 1
 LIMIT_S = 30
@@ -160,6 +164,60 @@ def test_without_a_browser_nothing_is_listed(lonely, action):
     assert lonely.call(action) == (FAILURE, {})
     assert time.monotonic() - began < LIMIT_S
     assert "the network is not browsed: no browser answers" in lonely.log()
+
+
+def test_without_the_library_nothing_is_listed(lonely):
+    needed = subprocess.run(["ldd", *program("linux", "zelbrowse")], capture_output=True, text=True)
+    library, = re.findall(r"libsmbclient\S* => (\S+)", needed.stdout)
+    lonely.host.run(run, "mount", "--bind", "/dev/null", os.path.realpath(library))
+    try:
+        assert lonely.call("CoreUtilsListDomains") == (FAILURE, {})
+    finally:
+        lonely.host.run(run, "umount", os.path.realpath(library))
+    assert "error while loading shared libraries" in lonely.log().splitlines()[-1]
+    assert "libsmbclient" in lonely.log().splitlines()[-1]
+
+
+@pytest.mark.parametrize("while_it", ["starts", "waits"])
+def test_browsing_ends_with_the_agent(network, tmp_path, while_it):
+    agent = HostAgent(network.beta, tmp_path)
+    network.gamma.signal(SMBD, signal.SIGSTOP)
+    try:
+        asked = agent.begin("CoreUtilsListServers", DomainName="ZELSECOND")
+        network.wait_until(lambda: children(agent))
+        if while_it == "waits":
+            network.wait_until(lambda: is_nobodys(children(agent)[0]))
+        browsing, = children(agent)
+        killed = time.monotonic()
+        agent.kill()
+        with pytest.raises(OSError):
+            asked.result()
+        network.wait_until(lambda: not runs(browsing))
+        assert time.monotonic() - killed < SLACK_S
+    finally:
+        network.gamma.signal(SMBD, signal.SIGCONT)
+        agent.kill()
+
+
+def children(agent):
+    """The programs that the agent has started, by whichever of its threads."""
+    tasks = pathlib.Path(f"/proc/{agent.process.pid}/task").iterdir()
+    return [int(one) for task in tasks for one in (task / "children").read_text().split()]
+
+
+def is_nobodys(process):
+    """Whether the program has come so far that it has given up its rights."""
+    status = pathlib.Path(f"/proc/{process}/status").read_text()
+    return re.search(r"Uid:\t65534\t65534\t65534\t65534\n(?s:.*)NoNewPrivs:\t1", status)
+
+
+def runs(process):
+    """Whether the process is there and more than what its parent has not asked for yet."""
+    try:
+        state = pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
+    except FileNotFoundError:
+        return False
+    return state != "Z"
 
 
 @pytest.mark.parametrize("platform", ["windows"], indirect=True)
