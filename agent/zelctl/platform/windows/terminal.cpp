@@ -36,7 +36,9 @@ void PrepareStreams() {
 }
 
 bool IsInputTerminal() {
-  return _isatty(_fileno(stdin)) != 0;
+  // _isatty takes every device for a terminal, NUL included.
+  DWORD mode = 0;
+  return GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode) != 0;
 }
 
 bool IsOutputTerminal() {
