@@ -40,16 +40,6 @@ OM_uint32 gss_release_name(OM_uint32* minor, gss_name_t* name) {
   return real(minor, name);
 }
 
-OM_uint32 gss_acquire_cred_with_password(OM_uint32* minor, const gss_name_t name,
-                                         const gss_buffer_t password, OM_uint32 lifetime,
-                                         const gss_OID_set mechanisms, gss_cred_usage_t usage,
-                                         gss_cred_id_t* credentials, gss_OID_set* foundMechanisms,
-                                         OM_uint32* foundLifetime) {
-  static const auto real = Load(&gss_acquire_cred_with_password, "gss_acquire_cred_with_password");
-  return real(minor, name, password, lifetime, mechanisms, usage, credentials, foundMechanisms,
-              foundLifetime);
-}
-
 OM_uint32 gss_acquire_cred_from(OM_uint32* minor, gss_name_t name, OM_uint32 lifetime,
                                 gss_OID_set mechanisms, gss_cred_usage_t usage,
                                 gss_const_key_value_set_t store, gss_cred_id_t* credentials,

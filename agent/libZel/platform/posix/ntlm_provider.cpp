@@ -2,9 +2,12 @@
 
 #include <gssapi/gssapi.h>
 #include <gssapi/gssapi_ext.h>
+#include <openssl/crypto.h>
 
+#include <array>
 #include <stdexcept>
 
+#include "agent/libZel/smb/password_digest.h"
 #include "agent/libZel/wtf8.h"
 
 namespace smb {
@@ -22,6 +25,7 @@ gss_OID_desc sessionKeyQuestion = {
     11, const_cast<char*>("\x2a\x86\x48\x86\xf7\x12\x01\x02\x02\x05\x05")};
 
 constexpr size_t kSessionKeySize = 16;
+constexpr size_t kDigestSize = 16;
 
 /// What GSSAPI allocated.
 class Buffer {
@@ -81,9 +85,10 @@ void Check(OM_uint32 major, OM_uint32 minor, const std::string& what) {
   if (!GSS_ERROR(major)) return;
   if (GSS_ROUTINE_ERROR(major) == GSS_S_BAD_MECH)
     throw std::runtime_error("GSSAPI has no NTLMSSP mechanism here (gss-ntlmssp)");
-  std::string text = what + ": " + TextOf(major, GSS_C_GSS_CODE);
-  if (minor != 0) text += " (" + TextOf(minor, GSS_C_MECH_CODE) + ")";
-  throw std::runtime_error(text);
+  // The general failure says no more than that the mechanism knows the reason.
+  const bool knowsReason = GSS_ROUTINE_ERROR(major) == GSS_S_FAILURE && minor != 0;
+  throw std::runtime_error(
+      what + ": " + (knowsReason ? TextOf(minor, GSS_C_MECH_CODE) : TextOf(major, GSS_C_GSS_CODE)));
 }
 
 void Import(const std::string& text, gss_OID type, Name* name) {
@@ -103,22 +108,26 @@ std::string MechanismName(const NtlmAccount& account) {
   return name;
 }
 
-OM_uint32 Acquire(gss_name_t user, const ZelString& password, OM_uint32* minor,
-                  gss_cred_id_t* credentials) {
-  gss_OID_set_desc mechanisms = {1, &ntlmMechanism};
-  if (password.IsEmpty()) {
-    // The mechanism does not take it as a text, but as its digest.
-    gss_key_value_element_desc element = {"ntlmssp_nthash", "31D6CFE0D16AE931B73C59D7E0C089C0"};
-    const gss_key_value_set_desc store = {1, &element};
-    return gss_acquire_cred_from(minor, user, GSS_C_INDEFINITE, &mechanisms, GSS_C_INITIATE, &store,
-                                 credentials, nullptr, nullptr);
+/// Sixteen bytes as the mechanism reads them, wiped with the object.
+class HexText {
+ public:
+  explicit HexText(std::span<const uint8_t, kDigestSize> bytes) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    char* place = text_.data();
+    for (const uint8_t byte : bytes) {
+      *place++ = kDigits[byte >> 4];
+      *place++ = kDigits[byte & 0xF];
+    }
   }
-  // The password is read where it stands: there is no copy to wipe.
-  gss_buffer_desc secret = {password.GetSize(kEncodingUtf8),
-                            const_cast<char*>(password.GetString(kEncodingUtf8))};
-  return gss_acquire_cred_with_password(minor, user, &secret, GSS_C_INDEFINITE, &mechanisms,
-                                        GSS_C_INITIATE, credentials, nullptr, nullptr);
-}
+  ~HexText() { OPENSSL_cleanse(text_.data(), text_.size()); }
+  HexText(const HexText&) = delete;
+  HexText& operator=(const HexText&) = delete;
+
+  const char* Get() const { return text_.data(); }
+
+ private:
+  std::array<char, 2 * kDigestSize + 1> text_ = {};
+};
 
 class GssapiProvider : public NtlmProvider {
  public:
@@ -129,8 +138,17 @@ class GssapiProvider : public NtlmProvider {
     Name user;
     Import(MechanismName(account), &userNameType, &user);
 
+    // The mechanism takes the password, too, but no empty one, and loses the memory in which it
+    // digests it.
+    const PasswordDigest digest(password);
+    const HexText text(digest.Get());
+    gss_key_value_element_desc element = {"ntlmssp_nthash", text.Get()};
+    const gss_key_value_set_desc store = {1, &element};
+    gss_OID_set_desc mechanisms = {1, &ntlmMechanism};
     OM_uint32 minor = 0;
-    const OM_uint32 major = Acquire(user.Get(), password, &minor, &credentials_);
+    const OM_uint32 major =
+        gss_acquire_cred_from(&minor, user.Get(), GSS_C_INDEFINITE, &mechanisms, GSS_C_INITIATE,
+                              &store, &credentials_, nullptr, nullptr);
     Check(major, minor, "the user and the password were not taken");
   }
 

@@ -10,46 +10,12 @@
 #include <system_error>
 
 #include "agent/libZel/platform/windows/ntlm_session_key.h"
-#include "agent/libZel/wtf8.h"
+#include "agent/libZel/smb/wide_secret.h"
 
 namespace smb {
 namespace {
 
 constexpr size_t kSessionKeySize = 16;
-
-/// A text in UTF-16 that is wiped with the object, unlike the view that a ZelString keeps.
-class WideSecret {
- public:
-  explicit WideSecret(std::string_view wtf8) {
-    // No more units than bytes, so that nothing moves and leaves copies behind.
-    units_.reserve(wtf8.size() + 1);
-    uint32_t character = 0;
-    while (const size_t size = DecodeWtf8(wtf8, &character)) {
-      Append(character);
-      wtf8.remove_prefix(size);
-    }
-    units_.push_back(0);
-  }
-  ~WideSecret() { SecureZeroMemory(units_.data(), units_.size() * sizeof(unsigned short)); }
-  WideSecret(const WideSecret&) = delete;
-  WideSecret& operator=(const WideSecret&) = delete;
-
-  unsigned short* Get() { return units_.data(); }
-  std::span<const unsigned short> View() const { return std::span(units_).first(Length()); }
-  unsigned long Length() const { return static_cast<unsigned long>(units_.size() - 1); }
-
- private:
-  void Append(uint32_t character) {
-    if (character < 0x10000) {
-      units_.push_back(static_cast<unsigned short>(character));
-      return;
-    }
-    units_.push_back(static_cast<unsigned short>(0xD800 + ((character - 0x10000) >> 10)));
-    units_.push_back(static_cast<unsigned short>(0xDC00 + ((character - 0x10000) & 0x3FF)));
-  }
-
-  std::vector<unsigned short> units_;
-};
 
 void Check(SECURITY_STATUS status, const char* what) {
   if (!FAILED(status)) return;
@@ -62,18 +28,17 @@ void Check(SECURITY_STATUS status, const char* what) {
 class SspiProvider : public NtlmProvider {
  public:
   SspiProvider(const NtlmAccount& account, const ZelString& password, const std::string& server)
-      : target_(ZelString("cifs/" + server)) {
+      : target_(ZelString("cifs/" + server)), passwordDigest_(password) {
     WideSecret name(account.name.Utf8());
     WideSecret domain(account.domain.Utf8());
     WideSecret secret(password.Utf8());
     SEC_WINNT_AUTH_IDENTITY_W identity = {};
     identity.User = name.Get();
-    identity.UserLength = name.Length();
+    identity.UserLength = static_cast<unsigned long>(name.View().size());
     identity.Domain = domain.Get();
-    identity.DomainLength = domain.Length();
+    identity.DomainLength = static_cast<unsigned long>(domain.View().size());
     identity.Password = secret.Get();
-    identity.PasswordLength = secret.Length();
-    passwordDigest_ = DigestOfPassword(secret.View());
+    identity.PasswordLength = static_cast<unsigned long>(secret.View().size());
     identity.Flags = SEC_WINNT_AUTH_IDENTITY_UNICODE;
 
     wchar_t package[] = L"NTLM";
@@ -87,7 +52,6 @@ class SspiProvider : public NtlmProvider {
   ~SspiProvider() override {
     if (SecIsValidHandle(&context_)) DeleteSecurityContext(&context_);
     FreeCredentialsHandle(&credentials_);
-    SecureZeroMemory(passwordDigest_.data(), passwordDigest_.size());
   }
 
   Bytes Negotiate() override { return Step(nullptr); }
@@ -136,7 +100,7 @@ class SspiProvider : public NtlmProvider {
   }
 
   const ZelString target_;
-  PasswordDigest passwordDigest_ = {};
+  const PasswordDigest passwordDigest_;
   Bytes answer_;
   CredHandle credentials_ = {};
   CtxtHandle context_ = {static_cast<ULONG_PTR>(-1), static_cast<ULONG_PTR>(-1)};

@@ -1,9 +1,8 @@
-// The algorithms are those of NTLM; that they are outdated cannot be helped here.
+// NTLM is made of algorithms that OpenSSL would rather see gone.
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include "agent/libZel/platform/windows/ntlm_session_key.h"
 
 #include <openssl/hmac.h>
-#include <openssl/md4.h>
 #include <openssl/rc4.h>
 #include <windows.h>
 
@@ -37,12 +36,6 @@ std::wstring UpperCase(Span utf16) {
 
 }  // namespace
 
-PasswordDigest DigestOfPassword(std::span<const unsigned short> password) {
-  PasswordDigest digest = {};
-  MD4(reinterpret_cast<const uint8_t*>(password.data()), password.size_bytes(), digest.data());
-  return digest;
-}
-
 Bytes SessionKeyOfAnswer(Span authenticate, const PasswordDigest& password) {
   const NtlmAnswer answer = ReadNtlmAnswer(authenticate);
   const std::wstring user = UpperCase(answer.user);
@@ -50,7 +43,7 @@ Bytes SessionKeyOfAnswer(Span authenticate, const PasswordDigest& password) {
   Bytes account(first, first + user.size() * sizeof(wchar_t));
   account.insert(account.end(), answer.domain.begin(), answer.domain.end());
 
-  const Key responseKey = HmacMd5(password, account);
+  const Key responseKey = HmacMd5(password.Get(), account);
   const Key base = HmacMd5(responseKey, answer.response.first(std::tuple_size_v<Key>));
   if ((answer.flags & kNtlmKeyExchange) == 0) return {base.begin(), base.end()};
 

@@ -1,18 +1,12 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <span>
 
 #include "agent/libZel/smb/ntlm_provider.h"
+#include "agent/libZel/smb/password_digest.h"
 
 namespace smb {
-
-/// What NTLM makes of a password ([MS-NLMP] 3.3.1, NTOWFv1); as good as the password itself.
-using PasswordDigest = std::array<uint8_t, 16>;
-
-/// `password` is UTF-16.
-PasswordDigest DigestOfPassword(std::span<const unsigned short> password);
 
 /// The exported session key ([MS-NLMP] 3.1.5.1.2) of the answer that a provider has made, by
 /// version 2, with the password of that digest: for providers that do not tell it. Throws
