@@ -19,6 +19,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
@@ -82,8 +83,13 @@ void SeparateStreams() {
 }
 
 void Limit(int resource, rlim_t value) {
-  const rlimit limit{value, value};
-  if (setrlimit(static_cast<__rlimit_resource_t>(resource), &limit) != 0) Fail("setrlimit");
+  const auto which = static_cast<__rlimit_resource_t>(resource);
+  rlimit limit{};
+  if (getrlimit(which, &limit) != 0) Fail("getrlimit");
+  // The agent's own account may be held to less.
+  limit.rlim_max = std::min(limit.rlim_max, value);
+  limit.rlim_cur = limit.rlim_max;
+  if (setrlimit(which, &limit) != 0) Fail("setrlimit");
 }
 
 void LimitResources() {
@@ -98,8 +104,9 @@ void LimitResources() {
 }
 
 void DropRights() {
-  // A user's own smb.conf decides nothing.
-  unsetenv("HOME");
+  // No account's own smb.conf decides anything, and no home's cache tells of browsers that have
+  // gone.
+  setenv("HOME", "/nonexistent", 1);
   if (geteuid() == 0 &&
       (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
     Fail("rights cannot be dropped");

@@ -9,7 +9,7 @@ import time
 
 import pytest
 
-from agents import Agent, program
+from agents import Agent, clean_environment, program
 from browsers import SMBD, WindowsNetwork, run
 
 OK, FAILURE = 0, 1
@@ -104,6 +104,14 @@ def test_without_a_name_the_computers_of_the_own_workgroup_are_listed(member):
     # Which is the one of smb.conf, not the default.
     assert values(member.call("CoreUtilsListServers")) == FIRST
     assert values(member.call("CoreUtilsListServers", DomainName="")) == FIRST
+
+
+def test_the_smb_conf_of_a_home_decides_nothing(network, member, tmp_path):
+    (tmp_path / ".smb").mkdir()
+    (tmp_path / ".smb/smb.conf").write_text("[global]\nworkgroup = ZELSECOND\n")
+    done = network.beta.run(subprocess.run, [*program("linux", "zelbrowse"), "servers"],
+                            env=clean_environment(HOME=tmp_path), capture_output=True)
+    assert (done.returncode, done.stdout, done.stderr) == (OK, b"ALPHA\0BETA\0", b"")
 
 
 @pytest.mark.parametrize("name, reason", [
