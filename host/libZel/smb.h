@@ -47,6 +47,7 @@ class CsTcpClient {
 class CsNbtClient : public CsTcpClient {
  public:
   /// Asks for a session with the name `calledName`, "*SMBSERVER" for whatever file server is there.
+  /// Directly on TCP there is none to ask for: 1, and nothing is sent.
   int NbtSessionRequest(const ZelString& calledName);
   /// Ends the session; the server notices when the connection closes.
   void NbtDisconnect();
