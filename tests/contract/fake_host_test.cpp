@@ -6,6 +6,7 @@
 
 #include "tests/contract/module_test.h"
 #include "tests/fake_host/fake_function_module.h"
+#include "windows_api.h"
 
 namespace {
 
@@ -203,6 +204,55 @@ TEST(FakeHost, TellsWhoWatchesOfEachCallBeforeItIsAnswered) {
   host.Note("unwatched");
 
   EXPECT_THAT(lines, ElementsAre("FileExists(\"a\")", "ZelAgentGetAppHandle()", "~Something"));
+}
+
+TEST(FakeHost, ShowsWhereADatagramGoesAsAPersonWritesIt) {
+  FakeHost host;
+  host.Answer("CreateUdp", 1);
+  host.Answer("SendTo", -1);
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(0x0102);
+  to.sin_addr.s_addr = htonl(0x0A000005);
+  char data[] = "a\xFF";
+
+  EXPECT_EQ(SocketFactory::CreateUdp()->SendTo(to, data, 2), -1);
+
+  EXPECT_THAT(
+      host.Transcript(),
+      ElementsAre("CreateUdp()", "SendTo({2, 258, 167772165}, \"a\\xff\", 2)", "~NetworkSocket"));
+}
+
+TEST(FakeHost, KeepsAnAddressWhenATextIsNone) {
+  FakeHost host;
+  host.Answer("IpAddress::SetTo", 0xFFFFFFFF);
+  host.Answer("IpAddress::SetToHostName", -1);
+  IpAddress address;
+
+  EXPECT_TRUE(address.SetTo("255.255.255.255"));
+  EXPECT_FALSE(address.SetToHostName("nobody"));
+
+  EXPECT_EQ(address.GetAsInt32(), 0xFFFFFFFF);
+}
+
+TEST(FakeHost, TellsARecordOfAShareThatIsNotTheOneThatWasFilledIn) {
+  FakeHost host;
+  host.Answer("SmbTreeConnect", 1);
+  host.Answer("SmbTreeConnect", 0);
+  CsSmbClient client(1);
+  _CsSmbTreeInfo tree{};
+  _CsSmbTreeInfo other{};
+  other.share[255] = u'x';
+
+  EXPECT_EQ(client.SmbTreeConnect("a", tree), 1);
+  EXPECT_EQ(client.SmbTreeConnect("b", other), 0);
+  client.SmbTreeDisconnect(tree);
+  client.SmbTreeDisconnect(other);
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("CsSmbClient(1)", "SmbTreeConnect(\"a\", zeroed)",
+                          "SmbTreeConnect(\"b\", not zeroed)", "SmbTreeDisconnect(filled)",
+                          "SmbTreeDisconnect(not filled)"));
 }
 
 TEST(Describe, ShowsEveryTypeAndLists) {

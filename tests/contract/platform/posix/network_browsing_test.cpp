@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tests/contract/module_test.h"
+#include "windows_api.h"
 
 namespace {
 
@@ -34,6 +35,30 @@ std::vector<ZelContainer> WithoutDomain() {
   variants[4].SetContainer("DomainName", Texts({{"DomainName", "INNER"}}), kNoIndex);
   variants[5].SetString("domainname", "ANOTHER KEY", kNoIndex);
   return variants;
+}
+
+/// What the system stands in for must itself be noticed.
+TEST(FakeHost, ForgetsTheNamesThatWereFreedAndKnowsNoOthersToFree) {
+  FakeHost host;
+  host.AnswerList("NetServerEnum", {"AB", ""});
+  uint8_t* buffer = nullptr;
+  DWORD count = 0;
+  DWORD total = 0;
+  ASSERT_EQ(NetServerEnum(u"S", 1, &buffer, 2, &count, &total, 3, u"D", &total), 0u);
+  ASSERT_EQ(count, 2u);
+  const auto* records = reinterpret_cast<const SERVER_INFO_100*>(buffer);
+  EXPECT_EQ(ZelString(records[0].sv100_name), "AB");
+  EXPECT_EQ(ZelString(records[1].sv100_name), "");
+
+  NetApiBufferFree(nullptr);
+  NetApiBufferFree(buffer + 1);
+  NetApiBufferFree(buffer);
+  NetApiBufferFree(buffer);
+
+  EXPECT_EQ(std::u16string(records[0].sv100_name, 3), u"???");
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("NetServerEnum(\"S\", 1, given, 2, given, given, 3, \"D\", given)",
+                          "~Unknown buffer", "~Unknown buffer", kFrees, "~Unknown buffer"));
 }
 
 class BrowsingTest : public ModuleTest {
