@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -631,6 +632,87 @@ TEST_F(HostAgreement, OnTheOrderOfADialogsFunctions) {
                                      SlotOf(&SkinDialog::InitApplication),
                                      SlotOf(&SkinDialog::InitInstance)};
   EXPECT_EQ(slots, (std::vector<size_t>{2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14}));
+}
+
+TEST_F(HostAgreement, OnAddresses) {
+  const auto take = [](const char* text) -> int64_t {
+    IpAddress address;
+    return address.SetTo(text) ? int64_t{address.GetAsInt32()} : -1;
+  };
+  ExpectAnswer("IpAddress::SetTo", 0x0A000005, [&] { return take("10.0.0.5"); });
+  ExpectAnswer("IpAddress::SetTo", 0xFFFFFFFF, [&] { return take("255.255.255.255"); });
+  ExpectAnswer("IpAddress::SetTo", 0, [&] { return take("0.0.0.0"); });
+  for (const char* text : {"", "fileserver", "localhost", "10.0.0", "10.0.0.256", "10.0.0.5 ",
+                           "10.0.0.5.6", "010.0.0.5", "0x0A000005", "::1", "-1.0.0.0"}) {
+    ExpectAnswer("IpAddress::SetTo", -1, [&] { return take(text); });
+  }
+}
+
+TEST_F(HostAgreement, OnAddressesThatStayWhenATextIsNone) {
+  IpAddress address;
+  EXPECT_EQ(address.GetAsInt32(), 0u);
+  ExpectAnswer("IpAddress::SetTo", 0x0A000005, [&] {
+    address.SetTo("10.0.0.5");
+    return address.GetAsInt32();
+  });
+  ScriptAnswer("IpAddress::SetTo", -1);
+  EXPECT_FALSE(address.SetTo("fileserver"));
+  ScriptAnswer("IpAddress::SetToHostName", -1);
+  EXPECT_FALSE(address.SetToHostName(""));
+  EXPECT_EQ(address.GetAsInt32(), 0x0A000005u);
+}
+
+sockaddr_in SocketAddress(uint32_t address, uint16_t port) {
+  sockaddr_in to{};
+  to.sin_family = AF_INET;
+  to.sin_port = htons(port);
+  to.sin_addr.s_addr = htonl(address);
+  return to;
+}
+
+TEST_F(HostAgreement, OnDatagrams) {
+  constexpr uint16_t kDiscardPort = 9;
+  std::string packet(102, 'x');
+  const auto send = [&](UdpSocket& socket, uint32_t address, unsigned length) {
+    sockaddr_in to = SocketAddress(address, kDiscardPort);
+    return socket.SendTo(to, packet.data(), length);
+  };
+  ScriptAnswer("CreateUdp", 1);
+  const std::unique_ptr<UdpSocket> socket = SocketFactory::CreateUdp();
+  ASSERT_NE(socket, nullptr);
+
+  ExpectAnswer("SendTo", -1, [&] { return send(*socket, 0xFFFFFFFF, 102); });
+  ExpectAnswer("SetOption", 0, [&] { return socket->SetOption(4711, 1); });
+  ExpectAnswer("SetOption", 1, [&] { return socket->SetOption(32, 1); });
+  ExpectAnswer("SendTo", 102, [&] { return send(*socket, 0x7F000001, 102); });
+}
+
+TEST_F(HostAgreement, OnHostsThatAreNone) {
+  ExpectAnswer("PingICMP", 0, [] { return PingICMP(""); });
+  ExpectAnswer("PingICMP", 0, [] { return PingICMP("10.0.0.256"); });
+}
+
+TEST_F(HostAgreement, OnUrlsThatAreNone) {
+  for (const char* url : {"", "ftp://127.0.0.1/", "file:///etc/hostname", "http://"}) {
+    long long received = 7;
+    ExpectAnswer("CurlAdvancedGet", 0, [&] {
+      return CurlAdvancedGet(url, "", "", "", "", "", 0, 30, received, true, nullptr, nullptr);
+    });
+  }
+}
+
+TEST_F(HostAgreement, OnFileServersThatAreNotConnected) {
+  CsSmbClient client(0);
+  ExpectAnswer("NbtSessionRequest", 0, [&] { return client.NbtSessionRequest("*SMBSERVER"); });
+  ExpectAnswer("SmbSessionNegotiate", 0, [&] { return client.SmbSessionNegotiate(); });
+  ExpectAnswer("SmbSessionSetup", 0, [&] { return client.SmbSessionSetup("ann", "secret"); });
+  _CsSmbTreeInfo tree{};
+  ExpectAnswer("SmbTreeConnect", 0, [&] { return client.SmbTreeConnect("public", tree); });
+  EXPECT_EQ(tree.treeId, 0u);
+  EXPECT_EQ(client.SmbTreeDisconnect(tree), 0);
+  EXPECT_EQ(client.SmbSessionLogOff(), 0);
+  client.NbtDisconnect();
+  client.TcpDisconnect();
 }
 
 TEST_F(HostAgreement, OnTextsThatAreReplacedInAnyCase) {
