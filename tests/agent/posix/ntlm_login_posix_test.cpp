@@ -4,9 +4,15 @@
 #include <gssapi/gssapi.h>
 #include <gssapi/gssapi_ext.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
 
 #include <array>
 #include <cstdlib>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 
@@ -22,6 +28,20 @@ using smb::NtlmLogin;
 gss_OID_desc ntlmMechanism = {10, const_cast<char*>("\x2b\x06\x01\x04\x01\x82\x37\x02\x02\x0a")};
 gss_OID_desc sessionKeyQuestion = {
     11, const_cast<char*>("\x2a\x86\x48\x86\xf7\x12\x01\x02\x02\x05\x05")};
+
+/// The mechanism forgets the name that it makes for a server.
+struct LibraryLeak {
+#ifdef __SANITIZE_ADDRESS__
+  LibraryLeak() {
+    __lsan_disable();
+  }
+  ~LibraryLeak() {
+    __lsan_enable();
+  }
+#else
+  LibraryLeak() {}
+#endif
+};
 
 class EnvironmentVariable {
  public:
@@ -41,6 +61,7 @@ class Acceptor {
   Acceptor() {
     gss_OID_set_desc mechanisms = {1, &ntlmMechanism};
     OM_uint32 minor = 0;
+    const LibraryLeak allowed;
     if (GSS_ERROR(gss_acquire_cred(&minor, GSS_C_NO_NAME, GSS_C_INDEFINITE, &mechanisms,
                                    GSS_C_ACCEPT, &credentials_, nullptr, nullptr)))
       throw std::runtime_error("the mechanism takes no server");
@@ -99,7 +120,10 @@ class NtlmLoginOnPosix : public testing::Test {
   }
 
   std::string MakeUserFile() {
-    WriteFile(directory_.Native() / "users", "OFFICE:ann:Secret-1\nOFFICE:bob:Secret-2\n");
+    // With the passwords' digests: the mechanism loses memory whenever it digests one itself.
+    WriteFile(directory_.Native() / "users",
+              "OFFICE\\ann:0:X:32DD88BA05015976331DD499DE64E9D9:\n"
+              "OFFICE\\bob:0:X:3A3017E31332A6AD93D55C12E5544D91:\n");
     return (directory_.Native() / "users").string();
   }
 
@@ -142,16 +166,23 @@ TEST_F(NtlmLoginOnPosix, UsesTheGivenNameAndNoOther) {
   EXPECT_FALSE(Accepts("OFFICE\\ann", "Secret-2"));
 }
 
-TEST_F(NtlmLoginOnPosix, RefusesToAnswerByVersionOne) {
-  const EnvironmentVariable level("LM_COMPAT_LEVEL", "2");
-  NtlmLogin login("ann", "Secret-1", "127.0.0.1");
-  login.Next({});
+/// Says on standard error how a log-in fails that the system wants to make by version 1.
+[[noreturn]] void LogInByVersionOne() {
+  setenv("LM_COMPAT_LEVEL", "2", 1);
   try {
+    NtlmLogin login("ann", "Secret-1", "127.0.0.1");
+    login.Next({});
     login.Next(NtlmVerifier::Challenge());
-    FAIL() << "it answered";
   } catch (const std::runtime_error& error) {
-    EXPECT_STREQ("this system does not log in with version 2 of NTLM", error.what());
+    std::cerr << error.what() << std::endl;
   }
+  _exit(0);
+}
+
+// In a process of its own: the mechanism loses memory by what it does for version 1.
+TEST_F(NtlmLoginOnPosix, RefusesToAnswerByVersionOne) {
+  EXPECT_EXIT(LogInByVersionOne(), testing::ExitedWithCode(0),
+              "^this system does not log in with version 2 of NTLM\n$");
 }
 
 TEST_F(NtlmLoginOnPosix, RefusesWhatIsNotUnicode) {
