@@ -22,9 +22,10 @@ ResultCode ListNames(ZelContainer* params, DWORD serverType, const WCHAR* domain
   DWORD total = 0;
   const NET_API_STATUS status = NetServerEnum(nullptr, kNamesOnly, &buffer, MAX_PREFERRED_LENGTH,
                                               &count, &total, serverType, domain, nullptr);
+  // A part of a list is stored, too, with a status that says that there is more.
+  const std::unique_ptr<uint8_t, FreeBuffer> owned(buffer);
   if (status != 0) return kFailure;
 
-  const std::unique_ptr<uint8_t, FreeBuffer> owned(buffer);
   const auto* records = reinterpret_cast<const SERVER_INFO_100*>(buffer);
   for (DWORD i = 0; i < count; ++i) {
     ZelString name;
