@@ -242,12 +242,12 @@ int PcreReplace(ZelString* text, const ZelString& pattern, const ZelString& repl
 }
 
 int FindPcre(const ZelString& subject, const ZelString& pattern, ZelVector<ZelString>& captures,
-             int start, int ignoreCase, int multiLine) {
+             int start, int ignoreCase, int acrossLines) {
   captures.clear();
   return Unless(0, [&] {
     if (start < 0 || static_cast<size_t>(start) > subject.GetLength()) return 0;
-    const uint32_t options =
-        (ignoreCase != 0 ? PCRE2_CASELESS : 0) | (multiLine != 0 ? PCRE2_MULTILINE : 0);
+    uint32_t options = ignoreCase != 0 ? PCRE2_CASELESS : 0;
+    if (acrossLines != 0) options |= PCRE2_DOTALL | PCRE2_DOLLAR_ENDONLY;
     Search search(Compiled(pattern.Utf8(), options), subject.Utf8());
     if (!search.Find(static_cast<size_t>(start))) return 0;
 

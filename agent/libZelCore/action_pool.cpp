@@ -36,20 +36,21 @@ ActionPool::~ActionPool() {
 
 bool ActionPool::Submit(std::function<void()> job, Patience patience) {
   const bool isForPeople = patience == Patience::kForPeople;
+  const bool isForNetwork = patience == Patience::kForNetwork;
   Threads ended;
   {
     std::unique_lock lock(mutex_);
     if (stopping_) return false;
     if (isForPeople && jobsForPeople_ >= std::max<size_t>(1, maxThreads_ / 2)) return false;
-
-    // An idle thread may have been woken for a queued job and not run yet, hence the comparison.
-    if (queue_.size() >= idle_ && !StartThread()) {
-      const bool isFull = queue_.size() >= idle_ + maxQueued_;
-      if (isFull || threads_.empty()) return false;
+    if (isForNetwork && jobsForNetwork_ >= std::max<size_t>(1, maxThreads_ / 4)) {
+      if (deferred_.size() >= maxQueued_) return false;
+      deferred_.push_back({std::move(job), patience});
+      return true;
     }
-    queue_.push_back({std::move(job), patience});
+
+    if (!Enqueue({std::move(job), patience})) return false;
     if (isForPeople) ++jobsForPeople_;
-    hasQueued_ = true;
+    if (isForNetwork) ++jobsForNetwork_;
     ended.swap(ended_);
   }
   wake_.notify_one();  // without the lock, or the woken thread would wait for it at once
@@ -57,13 +58,39 @@ bool ActionPool::Submit(std::function<void()> job, Patience patience) {
   return true;
 }
 
+/// Called with the mutex held. False, with the job not kept, when no thread takes it soon enough.
+bool ActionPool::Enqueue(Job job) {
+  // An idle thread may have been woken for a queued job and not run yet, hence the comparison.
+  if (queue_.size() >= idle_ && !StartThread()) {
+    const bool isFull = queue_.size() >= idle_ + maxQueued_;
+    if (isFull || threads_.empty()) return false;
+  }
+  queue_.push_back(std::move(job));
+  hasQueued_ = true;
+  return true;
+}
+
+/// Called with the mutex held, by the thread that ran the job: it looks into the queue next.
+void ActionPool::Finish(Patience patience) {
+  if (patience == Patience::kForPeople) --jobsForPeople_;
+  if (patience != Patience::kForNetwork) return;
+  if (deferred_.empty()) {
+    --jobsForNetwork_;
+    return;
+  }
+  queue_.push_back(std::move(deferred_.front()));
+  deferred_.pop_front();
+  hasQueued_ = true;
+}
+
 void ActionPool::Stop() {
   Threads threads;
-  std::deque<Job> dropped;
+  std::deque<Job> dropped, deferred;
   {
     std::unique_lock lock(mutex_);
     stopping_ = true;
     dropped.swap(queue_);
+    deferred.swap(deferred_);
     hasQueued_ = true;  // ends a spin
     threads.splice(threads.end(), threads_);
     threads.splice(threads.end(), ended_);
@@ -96,7 +123,7 @@ void ActionPool::Work(Threads::iterator self) {
     Run(job.run);
     job.run = nullptr;  // what the job holds is released before the next wait
     lock.lock();
-    if (job.patience == Patience::kForPeople) --jobsForPeople_;
+    Finish(job.patience);
   }
   // When stopping, the thread's handle is in the hands of Stop() already.
   if (!stopping_) ended_.splice(ended_.end(), threads_, self);

@@ -20,8 +20,10 @@ class ActionPool {
   ~ActionPool();
 
   /// What a job may wait for. Those that wait for a person have at most half of the threads, so
-  /// that a screen full of questions leaves the agent able to answer, and to withdraw them.
-  enum class Patience { kOrdinary, kForPeople };
+  /// that a screen full of questions leaves the agent able to answer, and to withdraw them; more
+  /// are refused. Those that wait for other machines have at most a quarter, so that silent ones
+  /// hold up nobody else; more wait their turn.
+  enum class Patience { kOrdinary, kForPeople, kForNetwork };
 
   /// False when the pool is at capacity or stopping; the job is then not kept.
   bool Submit(std::function<void()> job, Patience patience = Patience::kOrdinary);
@@ -35,6 +37,8 @@ class ActionPool {
     Patience patience;
   };
 
+  bool Enqueue(Job job);
+  void Finish(Patience patience);
   bool StartThread();
   void Work(Threads::iterator self);
   bool WaitForJob(std::unique_lock<std::mutex>& lock);
@@ -46,7 +50,9 @@ class ActionPool {
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<Job> queue_;
-  size_t jobsForPeople_ = 0;  ///< that run or wait to
+  size_t jobsForPeople_ = 0;   ///< that run or wait to
+  size_t jobsForNetwork_ = 0;  ///< that run or stand in `queue_`
+  std::deque<Job> deferred_;   ///< for the network, until others have ended
   Threads threads_;
   Threads ended_;  ///< threads that have left `threads_` and are to be joined
   size_t idle_ = 0;

@@ -29,10 +29,20 @@ constexpr size_t kLoggedClaimantBytes = 100;
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
 /// Those that a person at this machine answers, however late.
+constexpr std::string_view kForPeople[] = {"CoreUtilsAdvanceDialog", "CoreUtilsCheckClientAccept"};
+/// Those that other machines answer, or let wait in vain.
+constexpr std::string_view kForNetwork[] = {"CoreUtilsCheckHTTPConnection",
+                                            "CoreUtilsCheckSMBShare", "CoreUtilsListDomains",
+                                            "CoreUtilsListServers", "CoreUtilsPingICMP"};
+
 ActionPool::Patience PatienceOf(std::string_view action) {
-  const bool isForPeople =
-      action == "CoreUtilsAdvanceDialog" || action == "CoreUtilsCheckClientAccept";
-  return isForPeople ? ActionPool::Patience::kForPeople : ActionPool::Patience::kOrdinary;
+  if (std::ranges::find(kForPeople, action) != std::end(kForPeople)) {
+    return ActionPool::Patience::kForPeople;
+  }
+  if (std::ranges::find(kForNetwork, action) != std::end(kForNetwork)) {
+    return ActionPool::Patience::kForNetwork;
+  }
+  return ActionPool::Patience::kOrdinary;
 }
 
 bool IsJsonType(std::string_view contentType) {

@@ -19,7 +19,7 @@ int PcreReplace(ZelString* text, const ZelString& pattern, const ZelString& repl
 /// Whether `pattern` matches anywhere in `subject`: 1, and `captures` becomes the texts of its
 /// groups in order (empty for one that took no part); or 0, and `captures` becomes empty. `start`
 /// is where the search begins, in bytes (outside of the text nothing matches); `ignoreCase`
-/// compares the letters A to Z without regard to case; with `multiLine` "^" and "$" also match at
-/// the lines' ends.
+/// compares the letters A to Z without regard to case; with `acrossLines` line ends are characters
+/// like others: "." matches them too, and "$" only the end of the whole text.
 int FindPcre(const ZelString& subject, const ZelString& pattern, ZelVector<ZelString>& captures,
-             int start, int ignoreCase, int multiLine);
+             int start, int ignoreCase, int acrossLines);

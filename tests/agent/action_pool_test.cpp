@@ -65,6 +65,62 @@ TEST(ActionPool, KeepsHalfOfItsThreadsFromJobsThatWaitForPeople) {
   EXPECT_GE(ended, 1);
 }
 
+TEST(ActionPool, LetsJobsForTheNetworkWaitTheirTurnBesideOthers) {
+  constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
+  std::promise<void> answer, bothWait, others, allEnded;
+  const std::shared_future<void> answered = answer.get_future().share();
+  std::atomic<int> begun{0}, ended{0};
+  ActionPool pool(8, 3);
+  const auto wait = [&] {
+    if (++begun == 2) bothWait.set_value();
+    answered.wait();
+    if (++ended == 5) allEnded.set_value();
+  };
+  for (int i = 0; i < 5; ++i) EXPECT_TRUE(pool.Submit(wait, kForNetwork));
+  EXPECT_FALSE(pool.Submit(wait, kForNetwork)) << "three may queue";
+  ASSERT_EQ(bothWait.get_future().wait_for(kPatience), std::future_status::ready);
+  EXPECT_TRUE(pool.Submit([&] { others.set_value(); }));
+  EXPECT_EQ(others.get_future().wait_for(kPatience), std::future_status::ready);
+  EXPECT_EQ(begun, 2);
+
+  answer.set_value();
+  EXPECT_EQ(allEnded.get_future().wait_for(kPatience), std::future_status::ready);
+  EXPECT_EQ(begun, 5);
+}
+
+TEST(ActionPool, TakesAsManyJobsForTheNetworkAtATimeAgainOnceTheOnesBeforeEnded) {
+  constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
+  ActionPool pool(4, 0);
+  for (int i = 0; i < 100; ++i) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (!pool.Submit([] {}, kForNetwork)) {
+      ASSERT_LT(std::chrono::steady_clock::now(), end);
+      std::this_thread::yield();
+    }
+  }
+}
+
+TEST(ActionPool, DropsJobsForTheNetworkThatWaitWhenItStops) {
+  constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
+  std::promise<void> release, running;
+  std::atomic<int> begun{0};
+  ActionPool pool(4, 10);
+  ASSERT_TRUE(pool.Submit(
+      [&] {
+        ++begun;
+        running.set_value();
+        release.get_future().wait();
+      },
+      kForNetwork));
+  ASSERT_TRUE(pool.Submit([&] { ++begun; }, kForNetwork));
+  ASSERT_EQ(running.get_future().wait_for(kPatience), std::future_status::ready);
+  std::thread stopper([&] { pool.Stop(); });
+  while (pool.Submit([] {})) std::this_thread::yield();
+  release.set_value();
+  stopper.join();
+  EXPECT_EQ(begun, 1);
+}
+
 TEST(ActionPool, QueuesUpToItsLimitAndDropsWhatWaitsWhenItStops) {
   std::promise<void> release, running;
   const std::shared_future<void> released = release.get_future().share();

@@ -42,6 +42,16 @@ std::string FailureWith(const Bytes& challenge, const ZelString& user = "ann") {
   return "none";
 }
 
+// Providers there overrun their buffers by longer texts.
+TEST(NtlmLogin, RefusesNamesAndPasswordsThatNoAccountCanHave) {
+  const std::string longest(256, 'x');
+  const std::string domainAndName = longest + "\\" + longest;
+  EXPECT_NO_THROW(NtlmLogin(domainAndName.c_str(), longest.c_str(), kServer));
+  EXPECT_THROW(NtlmLogin((longest + "x").c_str(), kPassword, kServer), std::runtime_error);
+  EXPECT_THROW(NtlmLogin(("x" + domainAndName).c_str(), kPassword, kServer), std::runtime_error);
+  EXPECT_THROW(NtlmLogin("ann", (longest + "x").c_str(), kServer), std::runtime_error);
+}
+
 TEST(NtlmLogin, BeginsWithANegotiateMessage) {
   NtlmLogin login("ann", kPassword, kServer);
   const Bytes token = login.Next({});

@@ -182,8 +182,8 @@ TEST(PcreReplace, TakesTimeInProportionToTheText) {
 class FindPcreTest : public testing::Test {
  protected:
   int Find(const ZelString& subject, const ZelString& pattern, int start = 0, int ignoreCase = 0,
-           int multiLine = 0) {
-    return FindPcre(subject, pattern, captures_, start, ignoreCase, multiLine);
+           int acrossLines = 0) {
+    return FindPcre(subject, pattern, captures_, start, ignoreCase, acrossLines);
   }
 
   ZelVector<ZelString> captures_{"from before"};
@@ -228,10 +228,13 @@ TEST_F(FindPcreTest, MatchesNothingOutsideOfTheText) {
 TEST_F(FindPcreTest, TakesOptionsForCaseAndLines) {
   EXPECT_EQ(Find("ABC", "abc"), 0);
   EXPECT_EQ(Find("ABC", "abc", 0, 1), 1);
-  EXPECT_EQ(Find("a\nb", "^b$"), 0);
-  EXPECT_EQ(Find("a\nb", "^b$", 0, 0, 1), 1);
-  EXPECT_EQ(Find("a\r\nB\r\n", "^(b)$", 0, 1, 1), 1);
-  EXPECT_THAT(captures_, ElementsAre("B"));
+  EXPECT_EQ(Find("a\nb", "a.b"), 0);
+  EXPECT_EQ(Find("a\nb", "a.b", 0, 0, 1), 1);
+  EXPECT_EQ(Find("a\nb", "^b$", 0, 0, 1), 0);
+  EXPECT_EQ(Find("a\n", "^a$"), 1);
+  EXPECT_EQ(Find("a\n", "^a$", 0, 0, 1), 0);
+  EXPECT_EQ(Find("A\r\nb\n", "^a(.*)$", 0, 1, 1), 1);
+  EXPECT_THAT(captures_, ElementsAre("\r\nb\n"));
 }
 
 TEST_F(FindPcreTest, KeepsBytesThatAreNoCharacter) {

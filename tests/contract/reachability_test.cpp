@@ -190,16 +190,22 @@ TEST_F(CheckSMBShare, TakesTheCaseOfLettersAsItIs) {
   ExpectParts("FileServer\\PuBlic", "FileServer", "PuBlic");
 }
 
-TEST_F(CheckSMBShare, LooksAtEachLineOfAPath) {
-  ExpectParts("host\\share\nmore", "host", "share");
-  ExpectParts("\\\n\\\\host\\share", "host", "share");
+// Texts stand in the transcript with their control characters escaped.
+TEST_F(CheckSMBShare, TakesLineEndsLikeOtherCharacters) {
+  const auto expect = [this](const char* path, const char* target, const char* share) {
+    AnswerSteps(5);
+    EXPECT_EQ(Check(Share(path)), (Outcome{kSuccess, Found(target, share, 0)}));
+  };
+  expect("host\\share\nmore\r\n", "host", R"(share\x0amore\x0d\x0a)");
+  expect("ho\nst\\\nshare", R"(ho\x0ast)", R"(\x0ashare)");
+  expect("line\n\\\\host\\share", R"(line\x0a)", R"(\host\share)");
 }
 
 TEST_F(CheckSMBShare, RefusesPathsOfAnotherForm) {
   for (const char* path :
        {"", "fileserver", "//fileserver/public", "fileserver/public", "\\", "\\\\", "\\\\\\",
         "\\share", "\\host\\share", "\\\\\\host\\share", "\\\\host", "\\\\host\\", "host\\",
-        "\\\\\\\\host\\share", "host\\\nmore"}) {
+        "\\\\\\\\host\\share", "\\\n\\\\host\\share"}) {
     ExpectNoPath(Share(path));
   }
 }

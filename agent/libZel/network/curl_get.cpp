@@ -18,6 +18,9 @@ using http_exchange::Request;
 
 namespace {
 
+/// Whatever the server asks for, but for what would be done with the account that the agent runs
+/// under (its Kerberos tickets) instead of the login.
+constexpr long kLoginMethods = static_cast<long>(CURLAUTH_ANY & ~CURLAUTH_NEGOTIATE);
 constexpr long kMaxRedirects = 10;
 constexpr long kFirstErrorStatus = 400;
 constexpr size_t kMaxLoggedBytes = 300;
@@ -132,11 +135,11 @@ void SetLogins(Request* request, const Order& order) {
     request->Set(CURLOPT_USERNAME, Utf8(order.user));
     request->Set(CURLOPT_PASSWORD, Utf8(order.password));
   }
-  // Whatever the server asks for. Neither login goes to a host that a redirect leads to.
-  request->Set(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY));
+  // Neither login goes to a host that a redirect leads to.
+  request->Set(CURLOPT_HTTPAUTH, kLoginMethods);
   if (order.proxy.IsEmpty()) return;
   request->Set(CURLOPT_PROXY, Utf8(order.proxy));
-  request->Set(CURLOPT_PROXYAUTH, static_cast<long>(CURLAUTH_ANY));
+  request->Set(CURLOPT_PROXYAUTH, kLoginMethods);
   if (order.proxyUser.IsEmpty() && order.proxyPassword.IsEmpty()) return;
   request->Set(CURLOPT_PROXYUSERNAME, Utf8(order.proxyUser));
   request->Set(CURLOPT_PROXYPASSWORD, Utf8(order.proxyPassword));

@@ -8,6 +8,18 @@
 namespace smb {
 namespace {
 
+/// UNLEN and PWLEN of Windows, in UTF-16 units. Providers there keep names and passwords in buffers
+/// of that size, and not all of them look whether they fit.
+constexpr size_t kMaxCharacters = 256;
+
+void CheckText(const ZelString& text) {
+  // Providers take texts that end with a NUL: they must not end before that.
+  if (text.Utf8().find('\0') != std::string_view::npos)
+    throw std::runtime_error("the user or the password holds a NUL character");
+  if (text.GetSize(kEncodingUtf16) / sizeof(TCHAR) > kMaxCharacters)
+    throw std::runtime_error("the user or the password has more than 256 characters");
+}
+
 NtlmAccount SplitUser(const ZelString& user) {
   const size_t separator = user.Find("\\");
   if (separator == ZelString::kNotFound) return {.domain = {}, .name = user};
@@ -19,11 +31,9 @@ std::unique_ptr<NtlmProvider> MakeProvider(const ZelString& user, const ZelStrin
   if (user.IsEmpty()) return std::make_unique<AnonymousLogin>();
   const NtlmAccount account = SplitUser(user);
   if (account.name.IsEmpty()) throw std::runtime_error("the user has a domain but no name");
-  // Providers take names that end with a NUL: they must not end before that.
-  for (const ZelString* const text : {&user, &password}) {
-    if (text->Utf8().find('\0') != std::string_view::npos)
-      throw std::runtime_error("the user or the password holds a NUL character");
-  }
+  CheckText(account.domain);
+  CheckText(account.name);
+  CheckText(password);
   return MakeSystemNtlmProvider(account, password, server);
 }
 
