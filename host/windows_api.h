@@ -185,7 +185,7 @@ BOOL ExitWindowsEx(UINT flags, DWORD reason);
 /// ERROR_INVALID_PARAMETER (87) for other arguments, ERROR_NO_SUCH_DOMAIN (1355) when nobody knows
 /// the domain or nothing can have its name, which has no more than 15 characters and no dot,
 /// ERROR_NO_BROWSER_SERVERS_FOUND (6118) without a browser that answers, and without libsmbclient,
-/// ERROR_NOT_ENOUGH_MEMORY (8).
+/// ERROR_MORE_DATA (234) when there are more than 8192, ERROR_NOT_ENOUGH_MEMORY (8).
 NET_API_STATUS NetServerEnum(const WCHAR* server, DWORD level, uint8_t** buffer,
                              DWORD preferredBytes, DWORD* entriesRead, DWORD* totalEntries,
                              DWORD serverType, const WCHAR* domain, DWORD* resume);

@@ -20,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kExitNoSuchDomain = 2;
-/// More than the largest network's names take.
+/// More than the names take that are accepted.
 constexpr size_t kMaxAnswerBytes = 4 * 1024 * 1024;
 constexpr size_t kMaxReasonBytes = 300;
 constexpr std::chrono::milliseconds kLookAgain{5};
@@ -185,11 +185,17 @@ std::string LastLine(std::string_view text) {
   return std::string(text.substr(0, kMaxReasonBytes));
 }
 
+BrowseAnswer TooManyNames() {
+  const std::string count = std::to_string(kMaxBrowseNames);
+  return {kMoreNames, {}, ZelString("there are more than " + count + " names")};
+}
+
 BrowseAnswer NamesIn(std::string_view text) {
   BrowseAnswer answer{0, {}, {}};
   if (text.empty()) return NoBrowser("no browser answers");
   if (text.back() != '\0') return NoBrowser("the browse program's list has no end");
-  while (!text.empty() && answer.names.size() < kMaxBrowseNames) {
+  while (!text.empty()) {
+    if (answer.names.size() == kMaxBrowseNames) return TooManyNames();
     const size_t length = text.find('\0');
     if (length == 0) return NoBrowser("the browse program's list holds an empty name");
     answer.names.emplace_back(text.substr(0, length));

@@ -84,10 +84,6 @@ NET_API_STATUS List(DWORD serverType, const WCHAR* domain, uint8_t** buffer, DWO
     LibraryLog().PrintWithNL("the network is not browsed: %S", answer.reason);
     return answer.status;
   }
-  if (answer.names.size() == kMaxBrowseNames) {
-    LibraryLog().PrintWithNL("the network's list is cut after %u names",
-                             static_cast<DWORD>(kMaxBrowseNames));
-  }
   uint8_t* const packed = Pack(answer.names);
   if (packed == nullptr) return kNotEnoughMemory;
   *buffer = packed;

@@ -164,18 +164,23 @@ std::string UrlOf(std::string_view domain) {
 }
 
 /// The names of the kind `type` below the domain, or of the domains when that is empty; each ends
-/// with a NUL. Empty, with `errno` set, when nobody tells any.
+/// with a NUL. Empty, with `errno` set, when nobody tells any. Ends the process when a list breaks
+/// off.
 std::string NamesBelow(SMBCCTX* context, std::string_view domain, unsigned type) {
   errno = 0;
   SMBCFILE* const directory = smbc_getFunctionOpendir(context)(context, UrlOf(domain).c_str());
   if (directory == nullptr) return {};
   std::string names;
   const smbc_readdir_fn next = smbc_getFunctionReaddir(context);
-  while (const smbc_dirent* entry = next(context, directory)) {
+  for (;;) {
+    // Only this tells an error from the end.
+    errno = 0;
+    const smbc_dirent* const entry = next(context, directory);
+    if (entry == nullptr) break;
     if (entry->smbc_type != type || entry->name[0] == '\0') continue;
     names.append(entry->name).push_back('\0');
   }
-  if (names.empty()) errno = 0;
+  if (errno != 0) Fail("the browser's list breaks off");
   return names;
 }
 

@@ -71,12 +71,25 @@ TEST(BrowseProgram, GetsItsArgumentsAsTheyAre) {
   EXPECT_THAT(Texts(answer), ElementsAre("a b", "$x;'\"*"));
 }
 
-TEST(BrowseProgram, MayNameMoreThanIsTaken) {
-  const BrowseAnswer answer =
-      RunShell("i=0; while [ $i -lt 9000 ]; do printf 'N%d\\000' $i; i=$((i+1)); done");
+BrowseAnswer NameMany(size_t count) {
+  return RunShell("i=0; while [ $i -lt " + std::to_string(count) +
+                  R"( ]; do printf 'N%d\000' $i; i=$((i+1)); done)");
+}
+
+TEST(BrowseProgram, MayNameAsManyAsAreTaken) {
+  const BrowseAnswer answer = NameMany(kMaxBrowseNames);
   EXPECT_EQ(answer.status, 0u);
   ASSERT_EQ(answer.names.size(), kMaxBrowseNames);
   EXPECT_EQ(answer.names.back(), ZelString("N8191"));
+}
+
+TEST(BrowseProgram, TellsNothingOfAListThatIsTooLong) {
+  for (const size_t count : {kMaxBrowseNames + 1, kMaxBrowseNames + 1000}) {
+    const BrowseAnswer answer = NameMany(count);
+    EXPECT_EQ(answer.status, kMoreNames);
+    EXPECT_THAT(answer.names, IsEmpty());
+    EXPECT_EQ(Reason(answer), "there are more than 8192 names");
+  }
 }
 
 TEST(BrowseProgram, TellsThatThereIsNoSuchDomain) {
@@ -186,6 +199,25 @@ TEST(BrowseProgram, AnswersSeveralThreadsAtOnce) {
   for (int i = 0; i < 8; ++i) {
     EXPECT_THAT(Texts(answers[static_cast<size_t>(i)].get()), ElementsAre(std::to_string(i)));
   }
+}
+
+BrowseAnswer RunZelbrowse(const std::string& domain) {
+  return RunBrowseProgram(ZEL_TEST_BIN "/zelbrowse_of_tests", {"servers", domain}, kLong);
+}
+
+TEST(Zelbrowse, ListsAllUpToTheEnd) {
+  const BrowseAnswer answer = RunZelbrowse("WHOLE");
+  EXPECT_EQ(answer.status, 0u) << Reason(answer);
+  EXPECT_THAT(Texts(answer), ElementsAre("A", "B"));
+}
+
+TEST(Zelbrowse, DoesNotTakeAnErrorForTheEnd) {
+  ExpectNoBrowser(RunZelbrowse("BREAKING"), "the browser's list breaks off: Connection reset");
+}
+
+TEST(Zelbrowse, FindsNobodyInAnEmptyList) {
+  ExpectNoBrowser(RunZelbrowse("SILENT"), "no browser answers for SILENT");
+  EXPECT_EQ(Reason(RunZelbrowse("SILENT")), "no browser answers for SILENT");
 }
 
 constexpr NET_API_STATUS kInvalid = 87;
