@@ -165,6 +165,18 @@ TEST_F(SmbSession, SignsNothingOfAGuestsSession) {
   EXPECT_THAT(server.wereSigned, testing::Each(false));
 }
 
+TEST_F(SmbSession, TakesAGuestThatIsFlaggedAsAnonymousAsWell) {
+  server.sessionFlags = kSessionGuest | kSessionAnonymous;
+  EXPECT_EQ("none", FailureOf());
+  EXPECT_THAT(server.wereSigned, testing::Each(false));
+}
+
+TEST_F(SmbSession, DoesNotTakeAnAnonymousSessionForThatOfAUser) {
+  server.sessionFlags = kSessionAnonymous;
+  EXPECT_EQ("the server has logged in nobody instead of the user", FailureOf());
+  EXPECT_EQ(3u, server.commands.size());
+}
+
 TEST_F(SmbSession, DoesNotGoOnUnsignedWhereSignaturesAreDemanded) {
   server.securityMode = kSigningEnabled | kSigningRequired;
   EXPECT_THAT(FailureOf(""), HasSubstr("demands signatures"));

@@ -83,8 +83,10 @@ void Session::LogIn(const ZelString& user, const ZelString& password, Deadline d
 
 void Session::CheckLogIn(const LoggedIn& end, bool isAnonymous, ByteView sessionKey) {
   const bool isGuest = (end.flags & kSessionGuest) != 0;
-  const bool isUnsigned =
-      isAnonymous || isGuest || (end.flags & kSessionAnonymous) != 0 || sessionKey.empty();
+  // Some servers flag their guests, whom they let in on purpose, as anonymous as well.
+  if (!isAnonymous && !isGuest && (end.flags & kSessionAnonymous) != 0)
+    throw std::runtime_error("the server has logged in nobody instead of the user");
+  const bool isUnsigned = isAnonymous || isGuest || sessionKey.empty();
   if (isUnsigned && (agreed_.securityMode & kSigningRequired) != 0)
     throw std::runtime_error("the server demands signatures, for which this log-in has no key");
   const bool encrypts = (end.flags & kSessionEncrypts) != 0;
