@@ -21,9 +21,9 @@ constexpr uint32_t kAddressBits = 32;
 // What CoreUtilsCheckSMBShare finds.
 constexpr uint32_t kOpened = 0;
 constexpr uint32_t kNotConnected = 1;
-constexpr uint32_t kNotAuthenticated = 2;
-constexpr uint32_t kShareRefused = 3;
-constexpr uint32_t kHostUnknown = 4;
+constexpr uint32_t kNotLoggedIn = 2;
+constexpr uint32_t kNotOpened = 3;
+constexpr uint32_t kNoAddress = 4;
 
 // What CoreUtilsCheckHTTPConnection answers.
 constexpr uint32_t kNotFetched = 0;
@@ -125,12 +125,12 @@ std::string ShareFailureText(const std::string& host, const std::string& share,
   switch (step) {
     case kNotConnected:
       return host + " offers no usable file service on port 139";
-    case kNotAuthenticated:
-      return host + " did not accept " + (user.empty() ? "a log-in without a user" : user);
-    case kShareRefused:
-      return host + " did not open the share " + share;
-    case kHostUnknown:
-      return "the host " + host + " is unknown";
+    case kNotLoggedIn:
+      return "logging in to " + host + (user.empty() ? " anonymously" : " as " + user) + " failed";
+    case kNotOpened:
+      return "opening " + share + " on " + host + " failed";
+    case kNoAddress:
+      return "no IPv4 address of " + host + " was found";
     default:
       return {};
   }
@@ -164,7 +164,7 @@ Result PingHost(AgentClient& agent, const std::string& host) {
   if (!reply.container.GetBool("Result", &isAnswered, kNoIndex)) {
     throw UnknownAnswer(kPingIcmp, reply);
   }
-  if (!isAnswered) return {"", reply.body, host + " does not answer"};
+  if (!isAnswered) return {"", reply.body, host + " does not answer; the agent's log says why"};
   return {EscapeForTerminal(host) + " answers.\n", reply.body, ""};
 }
 

@@ -63,7 +63,7 @@ TEST_F(ZelctlNetwork, FailsWhenAHostDoesNotAnswer) {
   const Result result = PingHost(client_, "::1");
   EXPECT_EQ(result.text, "");
   EXPECT_EQ(result.json, kNo);
-  EXPECT_EQ(result.problem, "::1 does not answer");
+  EXPECT_EQ(result.problem, "::1 does not answer; the agent's log says why");
 }
 
 TEST_F(ZelctlNetwork, TakesNoReplyWithoutAVerdictForAnAnswer) {
@@ -130,17 +130,17 @@ TEST_F(ZelctlNetwork, SaysWhichStepToAShareFailed) {
     EXPECT_EQ(failure.Reply(), ShareReply(20, step));
   };
   expectStep(1, "filer offers no usable file service on port 139", "ann");
-  expectStep(2, R"(filer did not accept EXAMPLE\ann)", R"(EXAMPLE\ann)");
-  expectStep(2, "filer did not accept a log-in without a user", "");
-  expectStep(3, "filer did not open the share public", "ann");
+  expectStep(2, R"(logging in to filer as EXAMPLE\ann failed)", R"(EXAMPLE\ann)");
+  expectStep(2, "logging in to filer anonymously failed", "");
+  expectStep(3, "opening public on filer failed", "ann");
 }
 
-TEST_F(ZelctlNetwork, SaysThatTheHostOfAShareIsUnknown) {
+TEST_F(ZelctlNetwork, SaysThatTheHostOfAShareHasNoAddress) {
   const Failure failure = ShareFailure(ShareReply(1, 4));
   EXPECT_EQ(failure.Status(), ExitStatus::kActionFailed);
   EXPECT_STREQ(failure.what(),
-               "the host filer is unknown; the agent's log says why (CoreUtilsCheckSMBShare: code "
-               "1: failure)");
+               "no IPv4 address of filer was found; the agent's log says why "
+               "(CoreUtilsCheckSMBShare: code 1: failure)");
 }
 
 TEST_F(ZelctlNetwork, SaysWhatFormThePathOfAShareHas) {

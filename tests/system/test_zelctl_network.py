@@ -108,10 +108,10 @@ def test_ping_tells_that_a_host_answers(agent):
 
 def test_ping_of_an_unknown_host_is_status_1(agent):
     assert run(agent, "ping", "nosuchhost.invalid") == (
-        1, "", "zelctl: nosuchhost.invalid does not answer\n")
+        1, "", "zelctl: nosuchhost.invalid does not answer; the agent's log says why\n")
     assert run(agent, "ping", "--json", "nosuchhost.invalid") == (
         1, '{"code":0,"container":{"Result":false}}\n',
-        "zelctl: nosuchhost.invalid does not answer\n")
+        "zelctl: nosuchhost.invalid does not answer; the agent's log says why\n")
 
 
 def test_check_smb_tells_that_nobody_serves_files(agent, unused_address):
@@ -132,8 +132,8 @@ def test_check_smb_prints_the_reply_with_json(agent, unused_address):
 
 def test_check_smb_tells_an_unknown_host_and_a_path_that_is_none(agent):
     assert run(agent, "check", "smb", "nosuchhost.invalid/public") == (
-        1, "", "zelctl: the host nosuchhost.invalid is unknown; the agent's log says why "
-               "(CoreUtilsCheckSMBShare: code 1: failure)\n")
+        1, "", "zelctl: no IPv4 address of nosuchhost.invalid was found; the agent's log "
+               "says why (CoreUtilsCheckSMBShare: code 1: failure)\n")
     for path in ("public", "/host/share", "host/", ""):
         assert run(agent, "check", "smb", path) == (
             1, "", rf"zelctl: {path} has not the form \\host\share (CoreUtilsCheckSMBShare: "
@@ -146,8 +146,8 @@ def test_check_smb_takes_the_password_from_a_file(agent, stand_in, tmp_path):
     file.write_text("tr\u00e9s secret\nnot this\n")
     assert run(agent, "check", "smb", "filer/public", "--share-user", r"EXAMPLE\ann",
                "--share-password-file", agent.path(file), url=other.url) == (
-        1, "", rf"zelctl: filer did not accept EXAMPLE\ann; the agent's log says why {STEP_FAILED}"
-               "\n")
+        1, "", "zelctl: logging in to filer as EXAMPLE\\ann failed; the agent's log says why "
+               f"{STEP_FAILED}\n")
     (target, body), = other.requests
     assert target == "/v1/actions/CoreUtilsCheckSMBShare"
     assert json.loads(body) == {"SmbPathShare": r"filer\public", "SmbUser": r"EXAMPLE\ann",
