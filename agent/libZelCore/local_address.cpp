@@ -34,7 +34,7 @@ std::string LocalAddressTowards(const std::string& host) {
   asio::io_context network;
   ErrorCode error;
   for (const HostAddress& found :
-       LookUpHost(WithoutBrackets(host), AddressKind::kAny, kNameLimit)) {
+       LookUpHost(WithoutBrackets(host), AddressKind::kAny, kNameLimit, NameAsker::kAgent)) {
     udp::socket socket(network);
     socket.connect({ToAsio(found), kPort}, error);
     if (error) continue;

@@ -163,51 +163,129 @@ TEST(LookUpHost, GivesUpInTime) {
   LibraryLogText log;
   const StuckService stuck;
   const auto start = steady_clock::now();
-  EXPECT_THAT(LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, kShortLimit), IsEmpty());
+  EXPECT_THAT(LookUpHostWith(stuck.Service(), "slow", AddressKind::kAny, kShortLimit), IsEmpty());
   const auto took = steady_clock::now() - start;
   EXPECT_GE(took, kShortLimit);
   EXPECT_LT(took, kLongLimit);
   EXPECT_THAT(log.Text(), HasSubstr("the name service did not answer in 50 ms"));
 }
 
-TEST(LookUpHost, StartsNoMoreThanSixtyFourAtOnce) {
+/// Has the service look up the names "host0", "host1" and so on, and gives each up at once.
+void GiveUp(const StuckService& stuck, size_t count, NameAsker asker = NameAsker::kProbe) {
+  for (size_t i = 0; i < count; ++i) {
+    EXPECT_THAT(LookUpHostWith(stuck.Service(), "host" + std::to_string(i), AddressKind::kAny,
+                               milliseconds(0), asker),
+                IsEmpty());
+  }
+}
+
+NameAnswer AnswerAtOnce(const std::string&, AddressKind) {
+  return {{V4(1, 1, 1, 1)}, {}};
+}
+
+/// The last look-ups may still be about to say that they ended.
+void WaitUntilNoneIsRefused(NameAsker asker = NameAsker::kProbe) {
+  const auto end = steady_clock::now() + kLongLimit;
+  while (LookUpHostWith(AnswerAtOnce, "last", AddressKind::kAny, kLongLimit, asker).empty()) {
+    ASSERT_LT(steady_clock::now(), end);
+    std::this_thread::yield();
+  }
+}
+
+TEST(LookUpHost, LooksUpNoMoreThanSixtyFourNamesAtOnce) {
   StuckService stuck;
   std::vector<std::future<size_t>> callers;
   for (size_t i = 0; i < kMaxLookUps; ++i) {
-    callers.push_back(std::async(std::launch::async, [&] {
-      return LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, kLongLimit).size();
+    callers.push_back(std::async(std::launch::async, [&stuck, i] {
+      return LookUpHostWith(stuck.Service(), "host" + std::to_string(i), AddressKind::kAny,
+                            kLongLimit)
+          .size();
     }));
   }
   while (stuck.Asked() < kMaxLookUps) std::this_thread::yield();
 
   LibraryLogText log;
-  EXPECT_THAT(LookUpHostWith(NeverAsked, "host", AddressKind::kAny, kLongLimit), IsEmpty());
-  EXPECT_THAT(log.Text(), HasSubstr("too many names are being looked up"));
-  EXPECT_EQ(LookUpHostWith(NeverAsked, "10.0.0.5", AddressKind::kAny, kLongLimit).size(), 1u);
+  EXPECT_THAT(LookUpHostWith(NeverAsked, "other", AddressKind::kAny, kLongLimit), IsEmpty());
+  EXPECT_THAT(log.Text(), HasSubstr("the name service is still busy with 64 other names"));
 
   stuck.LetGo();
   for (auto& caller : callers) EXPECT_EQ(caller.get(), 1u);
-  EXPECT_THAT(LookUpHost("localhost", AddressKind::kAny, kLongLimit), Not(IsEmpty()));
+  WaitUntilNoneIsRefused();
 }
 
 TEST(LookUpHost, CountsThoseThatWereGivenUpUntilTheyEnd) {
   StuckService stuck;
-  for (size_t i = 0; i < kMaxLookUps; ++i) {
-    EXPECT_THAT(LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, milliseconds(0)),
-                IsEmpty());
-  }
-  EXPECT_THAT(LookUpHostWith(NeverAsked, "host", AddressKind::kAny, kLongLimit), IsEmpty());
+  GiveUp(stuck, kMaxLookUps);
+  EXPECT_THAT(LookUpHostWith(NeverAsked, "other", AddressKind::kAny, kLongLimit), IsEmpty());
   stuck.LetGo();
   stuck.WaitForAnswers(kMaxLookUps);
-  // The last of them may still be about to say that it ended.
-  const auto answers = [](const std::string&, AddressKind) {
-    return NameAnswer{{V4(1, 1, 1, 1)}, {}};
-  };
-  const auto end = steady_clock::now() + kLongLimit;
-  while (LookUpHostWith(answers, "host", AddressKind::kAny, kLongLimit).empty()) {
-    ASSERT_LT(steady_clock::now(), end);
-    std::this_thread::yield();
+  WaitUntilNoneIsRefused();
+}
+
+TEST(LookUpHost, NeverRefusesWhatNeedsNoNameService) {
+  StuckService stuck;
+  GiveUp(stuck, kMaxLookUps);
+  for (const char* const name : {"10.0.0.5", "::1", "localhost", "LocalHost."}) {
+    EXPECT_THAT(LookUpHostWith(NeverAsked, name, AddressKind::kAny, kLongLimit), Not(IsEmpty()))
+        << name;
   }
+  EXPECT_THAT(LookUpHostWith(NeverAsked, "localhost", AddressKind::kV4, kLongLimit),
+              ElementsAre(V4(127, 0, 0, 1)));
+  EXPECT_THAT(LookUpHostWith(NeverAsked, "localhost", AddressKind::kAny, kLongLimit),
+              ElementsAre(V4(127, 0, 0, 1), LoopbackV6()));
+  stuck.LetGo();
+  stuck.WaitForAnswers(kMaxLookUps);
+  WaitUntilNoneIsRefused();
+}
+
+TEST(LookUpHost, KeepsPlaceForTheAgentItself) {
+  constexpr size_t kMaxOfAgent = 8;
+  StuckService stuck;
+  GiveUp(stuck, kMaxLookUps);
+  EXPECT_THAT(
+      LookUpHostWith(AnswerAtOnce, "host0", AddressKind::kAny, kLongLimit, NameAsker::kAgent),
+      ElementsAre(V4(1, 1, 1, 1)));
+  // Nor does the agent hold an unlimited number of threads.
+  GiveUp(stuck, kMaxOfAgent, NameAsker::kAgent);
+  EXPECT_THAT(LookUpHostWith(NeverAsked, "other", AddressKind::kAny, kLongLimit, NameAsker::kAgent),
+              IsEmpty());
+  stuck.LetGo();
+  stuck.WaitForAnswers(kMaxLookUps + kMaxOfAgent);
+  WaitUntilNoneIsRefused();
+  WaitUntilNoneIsRefused(NameAsker::kAgent);
+}
+
+TEST(LookUpHost, AsksOnceForANameThatIsBeingLookedUp) {
+  StuckService stuck;
+  // Were each of them to count, the rest would be refused.
+  for (size_t i = 0; i < 2 * kMaxLookUps; ++i) {
+    LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, milliseconds(0));
+  }
+  while (stuck.Asked() == 0) std::this_thread::yield();
+  auto joined = std::async(std::launch::async, [] {
+    return LookUpHostWith(NeverAsked, "host", AddressKind::kAny, kLongLimit);
+  });
+  EXPECT_EQ(joined.wait_for(kShortLimit), std::future_status::timeout);
+  // What is asked otherwise is another question.
+  EXPECT_THAT(LookUpHostWith(AnswerAtOnce, "host", AddressKind::kV4, kLongLimit),
+              ElementsAre(V4(1, 1, 1, 1)));
+  stuck.LetGo();
+  EXPECT_THAT(joined.get(), ElementsAre(V4(1, 2, 3, 4)));
+  EXPECT_EQ(stuck.Asked(), 1u);
+  WaitUntilNoneIsRefused();
+}
+
+TEST(LookUpHost, AsksAnewOnceALookUpEnded) {
+  int asked = 0;
+  for (int i = 0; i < 3; ++i) {
+    LookUpHostWith(
+        [&](const std::string& name, AddressKind kind) {
+          ++asked;
+          return AnswerAtOnce(name, kind);
+        },
+        "host", AddressKind::kAny, kLongLimit);
+  }
+  EXPECT_EQ(asked, 3);
 }
 
 TEST(LookUpHostDeathTest, LetsAProcessEndWhileItIsStuck) {

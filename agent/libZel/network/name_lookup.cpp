@@ -1,11 +1,11 @@
 #include "agent/libZel/network/name_lookup.h"
 
 #include <algorithm>
-#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <charconv>
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -23,13 +23,13 @@ using std::chrono::milliseconds;
 namespace {
 
 /// A name service that is stuck holds a thread for each name; more of them are not started.
-constexpr int kMaxLookUps = 64;
+constexpr size_t kMaxOfProbes = 64;
+/// The agent asks for the way to its relay and its master at most.
+constexpr size_t kMaxOfAgent = 8;
 /// DNS has no longer names, and no service is troubled with what is none.
 constexpr size_t kMaxNameBytes = 255;
 
-std::atomic<int> lookUpsUnderWay{0};
-
-/// Shared by who waits for an answer and the thread that gets it; whoever is last frees it.
+/// Shared by those who wait for an answer and the thread that gets it; whoever is last frees it.
 struct LookUp {
   std::mutex mutex;
   std::condition_variable done;
@@ -65,6 +65,20 @@ bool EndsInNumber(std::string_view name) {
   return IsNumber(dot == name.npos ? name : name.substr(dot + 1));
 }
 
+HostAddress Loopback(bool isV6) {
+  if (isV6) return FromAsio(asio::ip::address_v6::loopback());
+  return FromAsio(asio::ip::address_v4::loopback());
+}
+
+/// This machine's name for itself (RFC 6761), which needs no name service.
+bool IsLocalhost(std::string_view name) {
+  if (name.ends_with('.')) name.remove_suffix(1);
+  constexpr std::string_view kName = "localhost";
+  return std::equal(name.begin(), name.end(), kName.begin(), kName.end(), [](char a, char b) {
+    return a == b || (a >= 'A' && a <= 'Z' && a - 'A' + 'a' == b);
+  });
+}
+
 /// Nothing where the name service is to be asked.
 std::optional<NameAnswer> AnswerAtOnce(const std::string& name, AddressKind kind) {
   if (name.empty()) return NameAnswer{{}, "it is empty"};
@@ -84,52 +98,82 @@ std::optional<NameAnswer> AnswerAtOnce(const std::string& name, AddressKind kind
     return NameAnswer{{FromAsio(asio::ip::address_v4(*number))}, {}};
   }
   if (EndsInNumber(name)) return NameAnswer{{}, "it is neither a name nor an address"};
+  if (IsLocalhost(name)) {
+    if (kind == AddressKind::kV4) return NameAnswer{{Loopback(false)}, {}};
+    return NameAnswer{{Loopback(false), Loopback(true)}, {}};
+  }
   return std::nullopt;
 }
 
-void Run(const std::shared_ptr<LookUp>& lookUp, const NameService& service, const std::string& name,
-         AddressKind kind) {
-  NameAnswer answer;
-  try {
-    answer = service(name, kind);
-  } catch (const std::exception& error) {
-    answer = {{}, error.what()};
-  }
-  --lookUpsUnderWay;
-  const std::lock_guard lock(lookUp->mutex);
-  lookUp->answer = std::move(answer);
-  lookUp->done.notify_all();
-}
+/// The names that are being looked up: each once, however many wait for it, and until the name
+/// service is done with it, however many gave up waiting.
+class LookUps {
+ public:
+  explicit LookUps(size_t max) : max_(max) {}
 
-/// Null, with the reason, when there is no thread for it.
-std::shared_ptr<LookUp> Start(const NameService& service, const std::string& name, AddressKind kind,
-                              std::string* reason) {
-  auto lookUp = std::make_shared<LookUp>();
-  if (++lookUpsUnderWay > kMaxLookUps) {
-    --lookUpsUnderWay;
-    *reason = "too many names are being looked up";
-    return nullptr;
+  /// The look-up that is under way, or a new one; null, with the reason, when it cannot be started.
+  std::shared_ptr<LookUp> Join(const NameService& service, const std::string& name,
+                               AddressKind kind, std::string* reason) {
+    const Key key(kind, name);
+    const std::lock_guard lock(mutex_);
+    if (const auto found = underWay_.find(key); found != underWay_.end()) return found->second;
+    if (underWay_.size() >= max_) {
+      *reason = "the name service is still busy with " + std::to_string(max_) + " other names";
+      return nullptr;
+    }
+    const auto lookUp = std::make_shared<LookUp>();
+    underWay_.emplace(key, lookUp);
+    try {
+      std::thread([=, this] { Run(lookUp, service, key); }).detach();
+    } catch (const std::exception& error) {
+      underWay_.erase(key);
+      *reason = error.what();
+      return nullptr;
+    }
+    return lookUp;
   }
-  try {
-    std::thread([=] { Run(lookUp, service, name, kind); }).detach();
-  } catch (const std::exception& error) {
-    --lookUpsUnderWay;
-    *reason = error.what();
-    return nullptr;
+
+ private:
+  using Key = std::pair<AddressKind, std::string>;
+
+  void Run(const std::shared_ptr<LookUp>& lookUp, const NameService& service, const Key& key) {
+    NameAnswer answer;
+    try {
+      answer = service(key.second, key.first);
+    } catch (const std::exception& error) {
+      answer = {{}, error.what()};
+    }
+    {
+      const std::lock_guard lock(mutex_);
+      underWay_.erase(key);
+    }
+    const std::lock_guard lock(lookUp->mutex);
+    lookUp->answer = std::move(answer);
+    lookUp->done.notify_all();
   }
-  return lookUp;
+
+  const size_t max_;
+  std::mutex mutex_;
+  std::map<Key, std::shared_ptr<LookUp>> underWay_;
+};
+
+LookUps& LookUpsOf(NameAsker asker) {
+  // Never freed: what is stuck while the process ends may still come back.
+  static auto& ofProbes = *new LookUps(kMaxOfProbes);
+  static auto& ofAgent = *new LookUps(kMaxOfAgent);
+  return asker == NameAsker::kAgent ? ofAgent : ofProbes;
 }
 
 NameAnswer AskInTime(const NameService& service, const std::string& name, AddressKind kind,
-                     milliseconds limit) {
+                     milliseconds limit, NameAsker asker) {
   std::string reason;
-  const std::shared_ptr<LookUp> lookUp = Start(service, name, kind, &reason);
+  const std::shared_ptr<LookUp> lookUp = LookUpsOf(asker).Join(service, name, kind, &reason);
   if (!lookUp) return {{}, reason};
   std::unique_lock lock(lookUp->mutex);
   if (!lookUp->done.wait_for(lock, limit, [&] { return lookUp->answer.has_value(); })) {
     return {{}, "the name service did not answer in " + std::to_string(limit.count()) + " ms"};
   }
-  return *std::move(lookUp->answer);
+  return *lookUp->answer;
 }
 
 }  // namespace
@@ -177,9 +221,9 @@ NameAnswer AskSystem(const std::string& name, AddressKind kind) {
 }
 
 std::vector<HostAddress> LookUpHostWith(const NameService& service, const std::string& name,
-                                        AddressKind kind, milliseconds limit) {
+                                        AddressKind kind, milliseconds limit, NameAsker asker) {
   std::optional<NameAnswer> answer = AnswerAtOnce(name, kind);
-  if (!answer) answer = AskInTime(service, name, kind, limit);
+  if (!answer) answer = AskInTime(service, name, kind, limit, asker);
   if (answer->addresses.empty()) {
     LibraryLog().PrintWithNL("There is no address for the host \"%S\": %s",
                              ZelString(std::string_view(name).substr(0, kMaxNameBytes)),
@@ -188,6 +232,7 @@ std::vector<HostAddress> LookUpHostWith(const NameService& service, const std::s
   return std::move(answer->addresses);
 }
 
-std::vector<HostAddress> LookUpHost(const std::string& name, AddressKind kind, milliseconds limit) {
-  return LookUpHostWith(AskSystem, name, kind, limit);
+std::vector<HostAddress> LookUpHost(const std::string& name, AddressKind kind, milliseconds limit,
+                                    NameAsker asker) {
+  return LookUpHostWith(AskSystem, name, kind, limit, asker);
 }
