@@ -47,7 +47,7 @@ bool PingNumbers(int count, int answering) {
   whoAnswers = answering;
   std::vector<HostAddress> addresses;
   for (int i = 1; i <= count; ++i) addresses.push_back(Numbered(static_cast<uint8_t>(i)));
-  return PingAny(addresses, milliseconds(4000), Answer);
+  return PingAny("pc-1", addresses, milliseconds(4000), Answer);
 }
 
 TEST(PingAny, AsksOneAddressAfterTheOtherUntilOneAnswers) {
@@ -67,6 +67,17 @@ TEST(PingAny, GivesEachAddressItsShareOfTheTime) {
   EXPECT_LE(limits[0], 2000);
   // The first one failed at once, so the second one has all that is left.
   EXPECT_GE(limits[1], 3900);
+}
+
+TEST(PingAny, SaysThatNobodyAnswered) {
+  LibraryLogText log;
+  PingNumbers(3, 3);
+  PingNumbers(0, 1);
+  EXPECT_EQ(log.Text().find("did not answer"), std::string::npos);
+  PingNumbers(5, 0);
+  EXPECT_THAT(log.Text(),
+              HasSubstr("The host \"pc-1\" did not answer within 4000 ms: no echo reply "
+                        "from 192.0.2.1, 192.0.2.2, 192.0.2.3, 192.0.2.4"));
 }
 
 TEST(PingICMP, IsAnsweredByThisMachine) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "agent/libZel/network/name_lookup.h"
+#include "libZel/string.h"
 
 enum class EchoAnswer {
   kCame,
@@ -19,6 +20,7 @@ EchoAnswer SendEcho(const HostAddress& address, std::chrono::milliseconds limit)
 using EchoSender = EchoAnswer (*)(const HostAddress& address, std::chrono::milliseconds limit);
 
 /// `PingICMP` for addresses that are known: asks the first four in turn until one answers. Each
-/// gets an equal share of what is left of `limit`. Throws nothing but std::bad_alloc.
-bool PingAny(const std::vector<HostAddress>& addresses, std::chrono::milliseconds limit,
-             EchoSender send);
+/// gets an equal share of what is left of `limit`. When none answers, the log names `host` and the
+/// addresses. Throws nothing but std::bad_alloc.
+bool PingAny(const ZelString& host, const std::vector<HostAddress>& addresses,
+             std::chrono::milliseconds limit, EchoSender send);

@@ -91,12 +91,13 @@ class Echo {
     if (socket_) return true;
     isRaw_ = true;
     socket_ = UniqueFd(socket(family, SOCK_RAW | kFlags, protocol));
+    const int error = errno;
     if (socket_) {
       TakeRepliesOnly();
       return true;
     }
     LibraryLog().PrintWithNL("The system allows no echo requests to %s: %s", address_.Text(),
-                             Text(errno));
+                             Text(error));
     return false;
   }
 
@@ -142,7 +143,8 @@ class Echo {
   }
 
   bool NotSent() const {
-    LibraryLog().PrintWithNL("No echo request was sent to %s: %s", address_.Text(), Text(errno));
+    const int error = errno;
+    LibraryLog().PrintWithNL("No echo request was sent to %s: %s", address_.Text(), Text(error));
     return false;
   }
 
