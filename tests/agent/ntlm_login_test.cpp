@@ -4,6 +4,8 @@
 
 #include <array>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "tests/agent/ntlm_verifier.h"
 
@@ -50,6 +52,25 @@ TEST(NtlmLogin, RefusesNamesAndPasswordsThatNoAccountCanHave) {
   EXPECT_THROW(NtlmLogin((longest + "x").c_str(), kPassword, kServer), std::runtime_error);
   EXPECT_THROW(NtlmLogin(("x" + domainAndName).c_str(), kPassword, kServer), std::runtime_error);
   EXPECT_THROW(NtlmLogin("ann", (longest + "x").c_str(), kServer), std::runtime_error);
+}
+
+std::string Repeat(const std::string& text, int count) {
+  std::string repeated;
+  for (int i = 0; i < count; ++i) repeated += text;
+  return repeated;
+}
+
+// The limit is one of UTF-16 units, whatever they take in UTF-8.
+TEST(NtlmLogin, CountsCharactersAsTheProvidersDo) {
+  for (const auto& [character, count] :
+       {std::pair<std::string, int>("\u00e4", 256), std::pair<std::string, int>("\u0433", 256),
+        std::pair<std::string, int>("\u20ac", 256),
+        std::pair<std::string, int>("\U0001F344", 128)}) {
+    const ZelString longest(Repeat(character, count));
+    EXPECT_NO_THROW(NtlmLogin("ann", longest, kServer)) << character;
+    const ZelString longer(Repeat(character, count) + "x");
+    EXPECT_THROW(NtlmLogin("ann", longer, kServer), std::runtime_error) << character;
+  }
 }
 
 TEST(NtlmLogin, BeginsWithANegotiateMessage) {

@@ -1,9 +1,12 @@
 #include "agent/libZel/smb/ntlm_login.h"
 
+#include <algorithm>
 #include <stdexcept>
+#include <string_view>
 
 #include "agent/libZel/smb/anonymous_login.h"
 #include "agent/libZel/smb/ntlm_message.h"
+#include "agent/libZel/wtf8.h"
 
 namespace smb {
 namespace {
@@ -12,11 +15,23 @@ namespace {
 /// of that size, and not all of them look whether they fit.
 constexpr size_t kMaxCharacters = 256;
 
+/// In UTF-16 units, counted without a copy in UTF-16 that nobody would wipe.
+size_t CountUnits(std::string_view wtf8) {
+  size_t units = 0;
+  uint32_t character = 0;
+  while (!wtf8.empty()) {
+    const size_t size = DecodeWtf8(wtf8, &character);
+    units += character >= 0x10000 && size > 0 ? 2 : 1;
+    wtf8.remove_prefix(std::max<size_t>(size, 1));
+  }
+  return units;
+}
+
 void CheckText(const ZelString& text) {
   // Providers take texts that end with a NUL: they must not end before that.
   if (text.Utf8().find('\0') != std::string_view::npos)
     throw std::runtime_error("the user or the password holds a NUL character");
-  if (text.GetSize(kEncodingUtf16) / sizeof(TCHAR) > kMaxCharacters)
+  if (CountUnits(text.Utf8()) > kMaxCharacters)
     throw std::runtime_error("the user or the password has more than 256 characters");
 }
 
