@@ -19,8 +19,12 @@ using http_exchange::Request;
 namespace {
 
 /// Whatever the server asks for, but for what would be done with the account that the agent runs
-/// under (its Kerberos tickets) instead of the login.
-constexpr long kLoginMethods = static_cast<long>(CURLAUTH_ANY & ~CURLAUTH_NEGOTIATE);
+/// under instead of the login: with its Kerberos tickets (Negotiate), or with its own log-in at the
+/// domain, which winbind has (NTLM_WB).
+constexpr long kLoginMethods =
+    static_cast<long>(CURLAUTH_ANY & ~(CURLAUTH_NEGOTIATE | CURLAUTH_NTLM_WB));
+/// Of SOCKS proxies, for the same reason: no GSSAPI. They may stand in the environment, too.
+constexpr long kSocksLoginMethods = static_cast<long>(CURLAUTH_BASIC);
 constexpr long kMaxRedirects = 10;
 constexpr long kFirstErrorStatus = 400;
 constexpr size_t kMaxLoggedBytes = 300;
@@ -137,9 +141,11 @@ void SetLogins(Request* request, const Order& order) {
   }
   // Neither login goes to a host that a redirect leads to.
   request->Set(CURLOPT_HTTPAUTH, kLoginMethods);
+  request->Set(CURLOPT_SOCKS5_AUTH, kSocksLoginMethods);
+  // The environment may name a proxy.
+  request->Set(CURLOPT_PROXYAUTH, kLoginMethods);
   if (order.proxy.IsEmpty()) return;
   request->Set(CURLOPT_PROXY, Utf8(order.proxy));
-  request->Set(CURLOPT_PROXYAUTH, kLoginMethods);
   if (order.proxyUser.IsEmpty() && order.proxyPassword.IsEmpty()) return;
   request->Set(CURLOPT_PROXYUSERNAME, Utf8(order.proxyUser));
   request->Set(CURLOPT_PROXYPASSWORD, Utf8(order.proxyPassword));
