@@ -15,6 +15,9 @@
 #include <system_error>
 #include <thread>
 
+#include "agent/libZel/debug_context.h"
+#include "agent/libZel/platform/posix/child_reaper.h"
+
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -104,36 +107,65 @@ class Pipe {
 /// A program that runs; killed and waited for at the latest with the object.
 class Program {
  public:
-  explicit Program(pid_t id) : id_(id) {}
+  Program(pid_t id, std::chrono::milliseconds patience) : id_(id), patience_(patience) {}
   ~Program() { End(); }
   Program(const Program&) = delete;
   Program& operator=(const Program&) = delete;
 
-  /// The status that `waitpid` tells; nothing when the program still runs at `deadline`.
-  std::optional<int> WaitUntil(Clock::time_point deadline) {
-    for (;;) {
-      siginfo_t ended{};
-      // It stays a zombie until `End`, so that its number stays its own.
-      const int answer =
-          ::waitid(P_PID, static_cast<id_t>(id_), &ended, WEXITED | WNOHANG | WNOWAIT);
-      if (answer == 0 && ended.si_pid == id_) return End();
-      if (Clock::now() >= deadline) return {};
+  /// Whether it has ended by itself at `deadline`.
+  bool EndsBy(Clock::time_point deadline) {
+    while (Look() == State::kRuns) {
+      if (Clock::now() >= deadline) return false;
       std::this_thread::sleep_for(kLookAgain);
     }
+    return true;
+  }
+
+  /// Kills what is left of its session. The status that `waitpid` tells, or nothing when that
+  /// cannot be known.
+  std::optional<int> End() {
+    // A number that is not a child's any more may be anybody's.
+    if (Look() == State::kGone) return {};
+    const int error = ::kill(-id_, SIGKILL) == 0 ? 0 : errno;
+    const Clock::time_point deadline = Clock::now() + patience_;
+    int status = 0;
+    pid_t answer;
+    while ((answer = ::waitpid(id_, &status, WNOHANG)) == 0 && Clock::now() < deadline) {
+      std::this_thread::sleep_for(kLookAgain);
+    }
+    if (answer == 0) Leave(error);
+    const bool isKnown = answer == id_;
+    id_ = -1;
+    return isKnown ? std::optional(status) : std::nullopt;
   }
 
  private:
-  int End() {
-    int status = 0;
-    if (id_ < 0) return status;
-    ::kill(-id_, SIGKILL);
-    while (::waitpid(id_, &status, 0) < 0 && errno == EINTR) {
+  enum class State { kRuns, kEnded, kGone };
+
+  State Look() {
+    if (id_ < 0) return State::kGone;
+    siginfo_t ended{};
+    // It stays a zombie until `End`, so that its number stays its own.
+    const int answer = ::waitid(P_PID, static_cast<id_t>(id_), &ended, WEXITED | WNOHANG | WNOWAIT);
+    if (answer == 0) return ended.si_pid == id_ ? State::kEnded : State::kRuns;
+    // Where SIGCHLD is ignored, the system itself takes leave of children.
+    if (errno == ECHILD) id_ = -1;
+    return id_ < 0 ? State::kGone : State::kRuns;
+  }
+
+  void Leave(int error) const noexcept {
+    try {
+      ChildReaper::Instance().Watch(id_);
+      const std::string reason = error == 0 ? "" : ": " + std::generic_category().message(error);
+      LibraryLog().PrintWithNL("the browse program, process %d, does not end when it is killed%S",
+                               id_, ZelString(reason));
+    } catch (const std::exception&) {
+      // Without memory it stays a zombie, of which no line tells.
     }
-    id_ = -1;
-    return status;
   }
 
   pid_t id_;
+  const std::chrono::milliseconds patience_;
 };
 
 pid_t Start(const std::string& program, const std::vector<std::string>& arguments, int output,
@@ -146,9 +178,11 @@ pid_t Start(const std::string& program, const std::vector<std::string>& argument
 
   const Streams streams(output);
   const Attributes attributes;
+  // It would have a say in what the libraries load, read and print.
+  char* const noEnvironment[] = {nullptr};
   pid_t child = -1;
   *error = ::posix_spawn(&child, program.c_str(), streams.Get(), attributes.Get(), pointers.data(),
-                         environ);
+                         noEnvironment);
   return child;
 }
 
@@ -215,21 +249,28 @@ BrowseAnswer AnswerOf(int status, const std::string& text) {
   return {code == kExitNoSuchDomain ? kNoSuchDomain : kNoBrowserFound, {}, ZelString(reason)};
 }
 
+/// The answer without a status: a reason does not end as names do.
+BrowseAnswer AnswerOf(const std::string& text) {
+  return text.empty() || text.back() == '\0' ? NamesIn(text) : NoBrowser(LastLine(text));
+}
+
 }  // namespace
 
 BrowseAnswer RunBrowseProgram(const std::string& program, const std::vector<std::string>& arguments,
-                              std::chrono::milliseconds limit) {
+                              std::chrono::milliseconds limit,
+                              std::chrono::milliseconds endPatience) {
   const Clock::time_point deadline = Clock::now() + limit;
   Pipe pipe;
   int error = pipe.Error();
   const pid_t id = error == 0 ? Start(program, arguments, pipe.Writer(), &error) : -1;
   if (error != 0) return NoBrowser(program + ": " + std::generic_category().message(error));
 
-  Program running(id);
+  Program running(id, endPatience);
   pipe.CloseWriter();
   const std::optional<std::string> text = ReadAll(pipe.Reader(), deadline);
-  const std::optional<int> status = text ? running.WaitUntil(deadline) : std::nullopt;
-  if (!status && Clock::now() < deadline) return NoBrowser("the browser's answer is too long");
-  if (!status) return NoBrowser("no answer within " + std::to_string(limit.count()) + " ms");
-  return AnswerOf(*status, *text);
+  const bool hasEnded = text && running.EndsBy(deadline);
+  if (!hasEnded && Clock::now() < deadline) return NoBrowser("the browser's answer is too long");
+  if (!hasEnded) return NoBrowser("no answer within " + std::to_string(limit.count()) + " ms");
+  const std::optional<int> status = running.End();
+  return status ? AnswerOf(*status, *text) : AnswerOf(*text);
 }

@@ -23,10 +23,20 @@ struct BrowseAnswer {
 
 constexpr size_t kMaxBrowseNames = 8192;
 
-/// Runs `program` with `arguments` and takes its answer: by exit code 0 and names that each end
-/// with a NUL, by 2 and a reason that there is no such domain, by any other and a reason that there
-/// is no browser. More than `kMaxBrowseNames` are `kMoreNames` and none. Whatever does not answer like this, or within `limit`, counts as no browser. When
-/// the call returns, the program has ended, and what it may have started in its session has been
-/// killed. Throws std::bad_alloc and nothing else; any number of threads may call at once.
+/// How long a program that was killed is waited for; it may be one that the agent may not kill.
+constexpr std::chrono::seconds kBrowseEndPatience{5};
+
+/// Runs `program` with `arguments`, without an environment, and takes its answer: by exit code 0
+/// and names that each end with a NUL, by 2 and a reason that there is no such domain, by any other
+/// and a reason that there is no browser. More than `kMaxBrowseNames` are `kMoreNames` and none.
+/// Whatever does not answer like this, or within `limit`, counts as no browser. Where the process
+/// ignores SIGCHLD, exit codes are lost: what ends with a NUL is then a list, and anything else the
+/// reason that there is no browser.
+///
+/// When the call returns, the program has ended, and what it may have started in its session has
+/// been killed, unless SIGCHLD is ignored and the program ended first. One that does not end for
+/// `endPatience` after it was killed is left to the library's reaper, which the log tells. Throws
+/// std::bad_alloc and nothing else; any number of threads may call at once.
 BrowseAnswer RunBrowseProgram(const std::string& program, const std::vector<std::string>& arguments,
-                              std::chrono::milliseconds limit);
+                              std::chrono::milliseconds limit,
+                              std::chrono::milliseconds endPatience = kBrowseEndPatience);

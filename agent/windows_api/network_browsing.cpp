@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "agent/libZel/debug_context.h"
@@ -25,9 +26,13 @@ constexpr size_t kMaxDomainCharacters = 15;
 /// The platform of all that is not older than Windows NT; browsers tell nothing better.
 constexpr DWORD kPlatformNt = 500;
 
-std::string BrowseProgramPath() {
+BrowseAnswer RunZelbrowse(const std::vector<std::string>& arguments) {
+  constexpr char kSelf[] = "/proc/self/exe";
   std::error_code error;
-  return std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / "zelbrowse";
+  const std::filesystem::path agent = std::filesystem::read_symlink(kSelf, error);
+  // No other place will do, least of all the working directory.
+  if (error) return {kNoBrowserFound, {}, ZelString(kSelf + (": " + error.message()))};
+  return RunBrowseProgram(agent.parent_path() / "zelbrowse", arguments, kBrowseTime);
 }
 
 bool IsNoDomainCharacter(WCHAR character) {
@@ -56,7 +61,7 @@ BrowseAnswer Browse(DWORD serverType, const WCHAR* domain) {
   } else {
     return {kNoSuchDomain, {}, "no domain can have this name"};
   }
-  return RunBrowseProgram(BrowseProgramPath(), arguments, kBrowseTime);
+  return RunZelbrowse(arguments);
 }
 
 /// The records and, behind them, their names, in one piece of memory; null without the memory.

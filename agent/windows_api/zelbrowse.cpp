@@ -6,17 +6,20 @@
 // line when there is no such domain, with 1 and a reason when no browser answers.
 //
 // The agent starts it for each question and bounds its time. It speaks the oldest protocol that
-// servers still know, with whoever answers first, in a library made for it: so it has no rights
-// that it could do without, nothing of a user's, and a bound to its memory.
+// servers still know, with whoever answers first, in a library made for it: so it has no
+// capabilities, nothing of a user's, no environment of the agent's, and a bound to its memory. What
+// its account may do is left: that of `nobody` when it was started by root, else the agent's own.
 
 #include <fcntl.h>
 #include <grp.h>
 #include <libsmbclient.h>
+#include <linux/capability.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -103,6 +106,14 @@ void LimitResources() {
 #endif
 }
 
+/// Root's go with the change of the user; other agents may have been given some as well. What is
+/// not permitted does not stay ambient.
+void DropCapabilities() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  const __user_cap_data_struct none[_LINUX_CAPABILITY_U32S_3] = {};
+  if (syscall(SYS_capset, &header, none) != 0) Fail("capabilities cannot be dropped");
+}
+
 void DropRights() {
   // No account's own smb.conf decides anything, and no home's cache tells of browsers that have
   // gone.
@@ -111,7 +122,11 @@ void DropRights() {
       (setgroups(0, nullptr) != 0 || setgid(kNobody) != 0 || setuid(kNobody) != 0)) {
     Fail("rights cannot be dropped");
   }
-  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+  DropCapabilities();
+  // Nobody else of the same account looks into its memory.
+  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || prctl(PR_SET_DUMPABLE, 0, 0, 0, 0) != 0) {
+    Fail("prctl");
+  }
 }
 
 /// An agent that has ended, or ends, leaves nothing behind. Called after the change of the user,

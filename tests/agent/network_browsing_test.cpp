@@ -1,13 +1,17 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <linux/capability.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <iterator>
@@ -201,6 +205,88 @@ TEST(BrowseProgram, AnswersSeveralThreadsAtOnce) {
   }
 }
 
+TEST(BrowseProgram, GetsNoEnvironment) {
+  ASSERT_EQ(setenv("ZEL_OF_THE_AGENT", "1", 1), 0);
+  const BrowseAnswer answer = RunBrowseProgram("/usr/bin/env", {"-0"}, kLong);
+  unsetenv("ZEL_OF_THE_AGENT");
+  EXPECT_THAT(Texts(answer), IsEmpty());
+  EXPECT_EQ(Reason(answer), "no browser answers");
+}
+
+/// A process that was started with SIGCHLD ignored, as some supervisors do.
+class IgnoredEnds : public testing::Test {
+ protected:
+  IgnoredEnds() : before_(signal(SIGCHLD, SIG_IGN)) {}
+  ~IgnoredEnds() override { signal(SIGCHLD, before_); }
+
+ private:
+  const sighandler_t before_;
+};
+
+TEST_F(IgnoredEnds, KeepNoBrowseProgramFromAnswering) {
+  const auto began = std::chrono::steady_clock::now();
+  const BrowseAnswer answer = RunShell("printf 'B\\000A\\000'");
+  EXPECT_EQ(answer.status, 0u) << Reason(answer);
+  EXPECT_THAT(Texts(answer), ElementsAre("B", "A"));
+  ExpectNoBrowser(RunShell("echo first; printf last; exit 2"), "last");
+  ExpectNoBrowser(RunShell("exit 1"), "no browser answers");
+  ExpectNoBrowser(RunShell("kill -SEGV $$"), "no browser answers");
+  EXPECT_LT(std::chrono::steady_clock::now() - began, kLong);
+}
+
+TEST_F(IgnoredEnds, HaveNobodyKilledByANumberThatIsFree) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path file = directory.Native() / "child";
+  // The child keeps the program's group, and the stream that the call waits for.
+  ExpectNoBrowser(RunShell("sleep 1000 & echo $! >" + file.string(), milliseconds(500)),
+                  "no answer within");
+  const pid_t child = std::stoi(ReadFile(file));
+  RunShell("exit 0");
+  EXPECT_EQ(ReadFile("/proc/" + std::to_string(child) + "/comm"), "sleep\n");
+  EXPECT_EQ(kill(child, SIGKILL), 0);
+}
+
+/// Gives up, on this thread, the right to send signals to others' processes.
+void GiveUpKilling() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
+  ASSERT_EQ(syscall(SYS_capget, &header, sets), 0);
+  sets[CAP_TO_INDEX(CAP_KILL)].effective &= ~CAP_TO_MASK(CAP_KILL);
+  ASSERT_EQ(syscall(SYS_capset, &header, sets), 0);
+}
+
+bool IsGoneSoon(pid_t process) {
+  const auto deadline = std::chrono::steady_clock::now() + kLong;
+  while (kill(process, 0) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  return errno == ESRCH;
+}
+
+TEST(BrowseProgram, IsLeftWhenItMayNotBeKilled) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path log = directory.Native() / "log";
+  const std::filesystem::path file = directory.Native() / "program";
+  ZelDebugContext context{{.logFile = log}};
+  LibraryLog().SetContext(&context);
+  // It writes when it is another account's, and stops only when nobody reads any more.
+  const std::string script =
+      "echo $$ >" + file.string() + "; exec setpriv --reuid 65534 --clear-groups cat /dev/zero";
+  std::thread([&] {
+    GiveUpKilling();
+    ExpectNoBrowser(RunBrowseProgram("/bin/sh", {"-c", script}, kLong, kShort), "too long");
+  }).join();
+  context.Flush();
+  LibraryLog().SetContext(nullptr);
+
+  const std::string program = ReadFile(file).substr(0, ReadFile(file).find('\n'));
+  EXPECT_THAT(ReadFile(log), HasSubstr("the browse program, process " + program +
+                                       ", does not end when it is killed: Operation not "
+                                       "permitted"));
+  EXPECT_TRUE(IsGoneSoon(std::stoi(program))) << "nobody took leave of it";
+}
+
 BrowseAnswer RunZelbrowse(const std::string& domain) {
   return RunBrowseProgram(ZEL_TEST_BIN "/zelbrowse_of_tests", {"servers", domain}, kLong);
 }
@@ -218,6 +304,29 @@ TEST(Zelbrowse, DoesNotTakeAnErrorForTheEnd) {
 TEST(Zelbrowse, FindsNobodyInAnEmptyList) {
   ExpectNoBrowser(RunZelbrowse("SILENT"), "no browser answers for SILENT");
   EXPECT_EQ(Reason(RunZelbrowse("SILENT")), "no browser answers for SILENT");
+}
+
+/// `user` and what a process without any rights of its own tells.
+auto NoRightsOf(const std::string& user) {
+  const std::string none = ":\t0000000000000000";
+  return testing::UnorderedElementsAre("user " + user, "dumpable 0", "CapInh" + none,
+                                       "CapPrm" + none, "CapEff" + none, "CapAmb" + none,
+                                       "NoNewPrivs:\t1");
+}
+
+TEST(Zelbrowse, GivesUpWhatRootMayDo) {
+  EXPECT_THAT(Texts(RunZelbrowse("RIGHTS")), NoRightsOf("65534"));
+}
+
+TEST(Zelbrowse, GivesUpWhatAnyOtherAccountWasGiven) {
+  // Two of many, one of which lets it find the program wherever that is.
+  const std::string given = "+net_raw,+dac_override";
+  const BrowseAnswer answer =
+      RunBrowseProgram("/usr/bin/setpriv",
+                       {"--reuid", "12345", "--clear-groups", "--inh-caps", given, "--ambient-caps",
+                        given, ZEL_TEST_BIN "/zelbrowse_of_tests", "servers", "RIGHTS"},
+                       kLong);
+  EXPECT_THAT(Texts(answer), NoRightsOf("12345")) << Reason(answer);
 }
 
 constexpr NET_API_STATUS kInvalid = 87;
@@ -307,6 +416,20 @@ TEST_F(NetServerEnumCall, FindsNoBrowserWithoutANetwork) {
   // libsmbclient ends the process there and then: the agent is another one, and learns why.
   EXPECT_THAT(Log(), HasSubstr("the network is not browsed: ERROR: Could not determine network "
                                "interfaces"));
+}
+
+TEST_F(NetServerEnumCall, StartsNothingWhenItDoesNotKnowWhereTheAgentIs) {
+  std::thread([&] {
+    // Without /proc, which names the agent's program.
+    ASSERT_EQ(unshare(CLONE_NEWNS), 0) << "these tests run as root";
+    ASSERT_EQ(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr), 0);
+    ASSERT_EQ(mount("none", "/proc", "tmpfs", 0, nullptr), 0);
+    EXPECT_EQ(NetServerEnum(nullptr, 100, &stored_.buffer, MAX_PREFERRED_LENGTH, &stored_.count,
+                            &stored_.total, SV_TYPE_ALL, nullptr, nullptr),
+              kNoBrowserFound);
+  }).join();
+  EXPECT_TRUE(stored_.IsUntouched());
+  EXPECT_THAT(Log(), HasSubstr("the network is not browsed: /proc/self/exe: No such file"));
 }
 
 TEST(NetApiBufferFreeCall, FreesNothingWithoutABuffer) {

@@ -196,6 +196,8 @@ def test_browsing_ends_with_the_agent(network, tmp_path, while_it):
         if while_it == "waits":
             network.wait_until(lambda: is_nobodys(children(agent)[0]))
         browsing, = children(agent)
+        if while_it == "waits":
+            assert pathlib.Path(f"/proc/{browsing}/environ").read_bytes() == b""
         killed = time.monotonic()
         agent.kill()
         with pytest.raises(OSError):
@@ -216,7 +218,8 @@ def children(agent):
 def is_nobodys(process):
     """Whether the program has come so far that it has given up its rights."""
     status = pathlib.Path(f"/proc/{process}/status").read_text()
-    return re.search(r"Uid:\t65534\t65534\t65534\t65534\n(?s:.*)NoNewPrivs:\t1", status)
+    return re.search(r"(?s)Uid:\t65534\t65534\t65534\t65534\n.*CapPrm:\t0{16}\n.*NoNewPrivs:\t1",
+                     status)
 
 
 def runs(process):

@@ -1,17 +1,27 @@
 // Stands in for libsmbclient in a zelbrowse of its own: lists end as no browser of the tests lets
 // them end. WHOLE has two computers, BREAKING breaks off after the first, and SILENT has none.
+// RIGHTS names what the process may do instead of computers.
 
 #include <libsmbclient.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
+#include <fstream>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
-std::string_view asked;
-int told = 0;
-alignas(smbc_dirent) char entry[sizeof(smbc_dirent) + 16];
+constexpr size_t kMaxName = 100;
+
+std::vector<std::string> names;
+size_t told = 0;
+bool breaksOff = false;
+alignas(smbc_dirent) char entry[sizeof(smbc_dirent) + kMaxName + 1];
 
 /// Nobody looks into contexts and directories.
 template <typename Handle>
@@ -19,24 +29,37 @@ Handle* Any() {
   return reinterpret_cast<Handle*>(entry);
 }
 
+std::vector<std::string> Rights() {
+  std::vector<std::string> rights = {"user " + std::to_string(geteuid()),
+                                     "dumpable " + std::to_string(prctl(PR_GET_DUMPABLE))};
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    const bool isRight = line.starts_with("Cap") && !line.starts_with("CapBnd");
+    if (isRight || line.starts_with("NoNewPrivs")) rights.push_back(line.substr(0, kMaxName));
+  }
+  return rights;
+}
+
 SMBCFILE* Open(SMBCCTX* /*context*/, const char* url) {
-  asked = url == std::string_view("smb://BREAKING/") ? "BREAKING"
-          : url == std::string_view("smb://SILENT/") ? "SILENT"
-                                                     : "WHOLE";
+  const std::string_view asked = url;
   told = 0;
+  breaksOff = asked == "smb://BREAKING/";
+  names = asked == "smb://RIGHTS/"   ? Rights()
+          : asked == "smb://SILENT/" ? std::vector<std::string>()
+          : breaksOff                ? std::vector<std::string>{"A"}
+                                     : std::vector<std::string>{"A", "B"};
   return Any<SMBCFILE>();
 }
 
 smbc_dirent* Read(SMBCCTX* /*context*/, SMBCFILE* /*directory*/) {
-  if (asked == "SILENT" || told == 2) return nullptr;
-  if (asked == "BREAKING" && told == 1) {
-    errno = ECONNRESET;
+  if (told == names.size()) {
+    if (breaksOff) errno = ECONNRESET;
     return nullptr;
   }
   auto* const server = Any<smbc_dirent>();
   server->smbc_type = SMBC_SERVER;
-  server->name[0] = static_cast<char>('A' + told++);
-  server->name[1] = '\0';
+  const std::string& name = names[told++];
+  std::memcpy(server->name, name.c_str(), name.size() + 1);
   // Calls that succeed leave anything here.
   errno = EAGAIN;
   return server;
