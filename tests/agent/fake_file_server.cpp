@@ -97,6 +97,7 @@ FakeFileServer::Bytes FakeFileServer::Negotiate(const Bytes& request) const {
 FakeFileServer::Bytes FakeFileServer::SetUp(const Bytes& request) {
   const ByteReader asked(request);
   const ByteView token = asked.Part(asked.U16(kHeaderBytes + 12), asked.U16(kHeaderBytes + 14));
+  demandedSigning = asked.U8(kHeaderBytes + 3);
   Bytes challenge;
   uint32_t status = kStatusSuccess;
   uint16_t flags = sessionFlags;

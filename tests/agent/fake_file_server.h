@@ -40,6 +40,7 @@ class FakeFileServer final : public ByteStream {
   /// Which commands came, in their order, and whether they were signed as they should be.
   std::vector<Command> commands;
   std::vector<bool> wereSigned;
+  uint8_t demandedSigning = 0;  ///< by the last request of a log-in
   std::u16string user;
   std::u16string path;
 

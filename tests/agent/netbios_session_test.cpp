@@ -82,6 +82,19 @@ TEST(NetbiosSession, SkipsKeepAlivesBeforeTheGrant) {
   EXPECT_EQ("granted", RequestWith({0x85, 0, 0, 0, 0x85, 0, 0, 0, 0x82, 0, 0, 0}));
 }
 
+TEST(NetbiosSession, GivesUpOnKeepAlivesWithoutAnEnd) {
+  Bytes enough(size_t{4} * 16);
+  for (size_t i = 0; i < enough.size(); i += 4) enough[i] = 0x85;
+  Bytes tooMany = enough;
+  tooMany.insert(tooMany.end(), {0x85, 0, 0, 0});
+  const Bytes grant = {0x82, 0, 0, 0};
+  enough.insert(enough.end(), grant.begin(), grant.end());
+  tooMany.insert(tooMany.end(), grant.begin(), grant.end());
+  EXPECT_EQ("granted", RequestWith(enough));
+  EXPECT_EQ("the server sends keep-alives without an end", RequestWith(tooMany));
+  EXPECT_EQ("the server sends keep-alives without an end", ReceiveWith(tooMany));
+}
+
 TEST(NetbiosSession, SaysWhyTheServerGrantsNoSession) {
   EXPECT_THAT(RequestWith({0x83, 0, 0, 1, 0x80}), HasSubstr("does not listen on the called name"));
   EXPECT_THAT(RequestWith({0x83, 0, 0, 1, 0x81}), HasSubstr("for the calling name"));

@@ -12,10 +12,10 @@ namespace {
 using namespace smb;
 using testing::HasSubstr;
 
-constexpr Key kSessionKey = {0x7C, 0xD4, 0x51, 0x82, 0x5D, 0x04, 0x50, 0xD2,
-                             0x35, 0x42, 0x4E, 0x44, 0xBA, 0x6E, 0x78, 0xCC};
-constexpr Key kCounted = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-constexpr Key kOther = {1};
+const Key kSessionKey = {0x7C, 0xD4, 0x51, 0x82, 0x5D, 0x04, 0x50, 0xD2,
+                         0x35, 0x42, 0x4E, 0x44, 0xBA, 0x6E, 0x78, 0xCC};
+const Key kCounted = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+const Key kOther = {1};
 constexpr uint64_t kSession = 0x1122334455667788;
 constexpr size_t kTransformBytes = 52;
 

@@ -109,9 +109,10 @@ TEST(SmbMessages, OffersFiveDialectsAndOneHash) {
 
 TEST(SmbMessages, PutsTokenAndPathWhereItSaysTheyAre) {
   const Bytes token = {9, 8, 7};
-  const Bytes setup = BuildSessionSetup({}, token);
+  const Bytes setup = BuildSessionSetup({}, kSigningRequired, token);
   const ByteReader setUp(setup);
   EXPECT_EQ(25, setUp.U16(64));
+  EXPECT_EQ(kSigningRequired, setUp.U8(67));
   const ByteView sentToken = setUp.Part(setUp.U16(76), setUp.U16(78));
   EXPECT_EQ(token, Bytes(sentToken.begin(), sentToken.end()));
   const Bytes connect = BuildTreeConnect({}, token);
@@ -122,7 +123,7 @@ TEST(SmbMessages, PutsTokenAndPathWhereItSaysTheyAre) {
 }
 
 TEST(SmbMessages, BuildsNothingThatIsTooLong) {
-  EXPECT_THROW(BuildSessionSetup({}, Bytes(0x10000)), std::runtime_error);
+  EXPECT_THROW(BuildSessionSetup({}, kSigningEnabled, Bytes(0x10000)), std::runtime_error);
   EXPECT_THROW(BuildTreeConnect({}, Bytes(0x10000)), std::runtime_error);
 }
 

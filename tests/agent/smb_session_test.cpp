@@ -8,6 +8,7 @@
 
 #include "agent/libZel/smb/nt_status.h"
 #include "tests/agent/fake_file_server.h"
+#include "tests/agent/library_log.h"
 
 namespace {
 
@@ -102,6 +103,16 @@ TEST_P(EachDialect, RefusesAServerThatDoesNotKnowThePassword) {
   EXPECT_EQ("the server does not prove that it knows the password", FailureOf());
 }
 
+TEST_P(EachDialect, RefusesALogInThatEndsWithoutASignature) {
+  server.dialect = GetParam();
+  server.tamper = [](Command command, Bytes& answer) {
+    if (command == Command::kSessionSetup)
+      answer[kFlagsOffset] &= static_cast<uint8_t>(~kFlagSigned);
+  };
+  EXPECT_EQ("the server does not prove that it knows the password", FailureOf());
+  EXPECT_EQ(3u, server.commands.size());
+}
+
 INSTANTIATE_TEST_SUITE_P(SmbSession, EachDialect,
                          testing::Values(Dialect::k202, Dialect::k210, Dialect::k300, Dialect::k302,
                                          Dialect::k311),
@@ -165,6 +176,32 @@ TEST_F(SmbSession, SignsNothingOfAGuestsSession) {
   EXPECT_THAT(server.wereSigned, testing::Each(false));
 }
 
+TEST_F(SmbSession, DemandsSignaturesForUsersOnly) {
+  LogInAs("ann");
+  EXPECT_EQ(kSigningRequired, server.demandedSigning);
+  FakeFileServer other;
+  NetbiosSession otherTransport(other, false);
+  Session otherSession(otherTransport, "server");
+  otherSession.Negotiate(kNever);
+  otherSession.LogIn("", "", kNever);
+  EXPECT_EQ(kSigningEnabled, other.demandedSigning);
+}
+
+TEST_F(SmbSession, TellsTheLogOfAUserWhoIsAGuest) {
+  LibraryLogText log;
+  server.sessionFlags = kSessionGuest;
+  LogInAs("ann");
+  EXPECT_THAT(log.Text(), HasSubstr("the file server server has let the user in as a guest: the "
+                                    "password was not checked"));
+}
+
+TEST_F(SmbSession, TellsTheLogNothingOfAnAnonymousGuest) {
+  LibraryLogText log;
+  server.sessionFlags = kSessionGuest;
+  LogInAs("");
+  EXPECT_THAT(log.Text(), testing::Not(HasSubstr("as a guest")));
+}
+
 TEST_F(SmbSession, TakesAGuestThatIsFlaggedAsAnonymousAsWell) {
   server.sessionFlags = kSessionGuest | kSessionAnonymous;
   EXPECT_EQ("none", FailureOf());
@@ -199,24 +236,60 @@ TEST_F(SmbSession, NeedsASessionWithANumber) {
   EXPECT_THAT(FailureOf(), HasSubstr("has no number"));
 }
 
+/// That an answer will take its time, so many times.
+Bytes InterimAnswers(const Bytes& answer, int count) {
+  Bytes interim(answer.begin(), answer.begin() + kHeaderBytes);
+  interim[8] = 0x03;
+  interim[9] = 0x01;
+  interim[10] = interim[11] = 0;
+  interim[kFlagsOffset] = kFlagResponse | kFlagAsync;
+  const Bytes framed = FakeFileServer::Framed(interim);
+  Bytes all;
+  for (int i = 0; i < count; ++i) all.insert(all.end(), framed.begin(), framed.end());
+  return all;
+}
+
+Bytes KeepAlives(int count) {
+  Bytes all(4 * static_cast<size_t>(count));
+  for (size_t i = 0; i < all.size(); i += 4) all[i] = 0x85;
+  return all;
+}
+
 TEST_F(SmbSession, WaitsForTheFinalAnswer) {
-  server.before = [](Command, const Bytes& answer) {
-    Bytes interim(answer.begin(), answer.begin() + kHeaderBytes);
-    interim[8] = 0x03;
-    interim[9] = 0x01;
-    interim[10] = interim[11] = 0;
-    interim[kFlagsOffset] = kFlagResponse | kFlagAsync;
-    const Bytes framed = FakeFileServer::Framed(interim);
-    Bytes twice = framed;
-    twice.insert(twice.end(), framed.begin(), framed.end());
-    return twice;
-  };
+  server.before = [](Command, const Bytes& answer) { return InterimAnswers(answer, 16); };
   EXPECT_EQ("none", FailureOf());
 }
 
+TEST_F(SmbSession, WaitsForNoAnswerThatIsPutOffForEver) {
+  server.before = [](Command command, const Bytes& answer) {
+    return InterimAnswers(answer, command == Command::kTreeConnect ? 17 : 0);
+  };
+  EXPECT_EQ("the server puts off its answer without an end", FailureOf());
+}
+
+TEST_F(SmbSession, NeedsTheNumberOfAShare) {
+  server.change = [](Command command, Bytes& answer) {
+    if (command == Command::kTreeConnect) answer[kFlagsOffset] |= kFlagAsync;
+  };
+  EXPECT_EQ("the server's share has no number", FailureOf());
+  EXPECT_EQ(0u, tree.treeId);
+}
+
 TEST_F(SmbSession, SkipsKeepAlives) {
-  server.before = [](Command, const Bytes&) { return Bytes{0x85, 0, 0, 0}; };
+  server.before = [](Command, const Bytes&) { return KeepAlives(16); };
   EXPECT_EQ("none", FailureOf());
+}
+
+TEST_F(SmbSession, CountsKeepAlivesBetweenInterimAnswersAsWell) {
+  server.before = [](Command, const Bytes& answer) {
+    Bytes all = KeepAlives(10);
+    const Bytes interim = InterimAnswers(answer, 1);
+    all.insert(all.end(), interim.begin(), interim.end());
+    const Bytes more = KeepAlives(10);
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  };
+  EXPECT_EQ("the server sends keep-alives without an end", FailureOf());
 }
 
 TEST_F(SmbSession, TakesOnlyTheAnswerToItsRequest) {

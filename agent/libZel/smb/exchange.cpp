@@ -13,6 +13,8 @@ namespace {
 /// More than a log-in takes; how many the server grants is its own affair.
 constexpr uint16_t kCreditsAskedFor = 8;
 constexpr uint32_t kMostCredits = 0xFFFF;
+/// Of one request; servers send one.
+constexpr int kMostInterims = 16;
 
 bool IsInterim(const Header& answer) {
   return answer.status == kStatusPending && (answer.flags & kFlagAsync) != 0;
@@ -38,7 +40,7 @@ Exchange::Answer Exchange::Perform(Bytes request, Deadline deadline) {
   const Command command{asked.U16(kCommandOffset)};
   Send(std::move(request), deadline);
 
-  for (;;) {
+  for (int interims = 0; interims <= kMostInterims; ++interims) {
     Answer answer = Receive(deadline);
     CheckBelongs(answer.header, command, messageId);
     credits_ = std::min(credits_ + answer.header.credits, kMostCredits);
@@ -47,6 +49,7 @@ Exchange::Answer Exchange::Perform(Bytes request, Deadline deadline) {
     CheckSignature(answer);
     return answer;
   }
+  throw std::runtime_error("the server puts off its answer without an end");
 }
 
 void Exchange::Send(Bytes request, Deadline deadline) {

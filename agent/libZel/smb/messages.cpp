@@ -145,11 +145,11 @@ Bytes BuildNegotiate(const Header& header, const Guid& client, const Salt& salt)
   return writer.Take();
 }
 
-Bytes BuildSessionSetup(const Header& header, ByteView token) {
+Bytes BuildSessionSetup(const Header& header, uint16_t signing, ByteView token) {
   constexpr uint16_t kTokenOffset = kHeaderBytes + 24;
   if (token.size() > 0xFFFF) Reject("the log-in's token is too long");
   ByteWriter writer = Begin(header);
-  writer.U16(25).U8(0).U8(kSigningEnabled).U32(0).U32(0);
+  writer.U16(25).U8(0).U8(static_cast<uint8_t>(signing)).U32(0).U32(0);
   writer.U16(kTokenOffset).U16(static_cast<uint16_t>(token.size())).U64(0).Raw(token);
   return writer.Take();
 }

@@ -77,7 +77,8 @@ constexpr size_t kCommandOffset = 12;
 constexpr size_t kMessageIdOffset = 24;
 
 Bytes BuildNegotiate(const Header& header, const Guid& client, const Salt& salt);
-Bytes BuildSessionSetup(const Header& header, ByteView token);
+/// `signing` is kSigningEnabled or kSigningRequired, the client's own demand.
+Bytes BuildSessionSetup(const Header& header, uint16_t signing, ByteView token);
 /// `path` is UTF-16 in little-endian order.
 Bytes BuildTreeConnect(const Header& header, ByteView path);
 /// Log-off and tree disconnect have no content.

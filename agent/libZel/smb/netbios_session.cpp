@@ -20,6 +20,7 @@ enum PacketType : uint8_t {
 
 constexpr size_t kHeaderBytes = 4;
 constexpr size_t kNameBytes = 15;
+constexpr int kMostKeepAlives = 16;
 constexpr uint8_t kFileServer = 0x20;
 constexpr uint8_t kWorkstation = 0x00;
 /// Servers do not look at it.
@@ -69,8 +70,8 @@ void NetbiosSession::Request(std::string_view calledName, Deadline deadline) {
   request.U8(kSessionRequest).U8(0).U8(0).U8(length).Raw(called).Raw(calling);
   stream_.Write(request.Take(), deadline);
 
-  Header answer = ReadHeader(deadline);
-  while (answer.type == kKeepAlive && answer.length == 0) answer = ReadHeader(deadline);
+  keepAlives_ = 0;
+  const Header answer = NextHeader(deadline);
   if (answer.type != kPositiveResponse || answer.length != 0) Refuse(answer, deadline);
 }
 
@@ -82,17 +83,27 @@ void NetbiosSession::Send(ByteView message, Deadline deadline) {
   framed.U8(kMessage).U8(static_cast<uint8_t>(length >> 16));
   framed.U8(static_cast<uint8_t>(length >> 8)).U8(static_cast<uint8_t>(length)).Raw(message);
   stream_.Write(framed.Take(), deadline);
+  keepAlives_ = 0;
 }
 
 Bytes NetbiosSession::Receive(Deadline deadline) {
-  Header header = ReadHeader(deadline);
-  while (header.type == kKeepAlive && header.length == 0) header = ReadHeader(deadline);
+  const Header header = NextHeader(deadline);
   if (header.type != kMessage) Refuse(header, deadline);
   if (header.length == 0 || header.length > kMaxMessageBytes)
     throw std::runtime_error("the server's answer has an impossible length");
   Bytes message(header.length);
   stream_.Read(message, deadline);
   return message;
+}
+
+NetbiosSession::Header NetbiosSession::NextHeader(Deadline deadline) {
+  Header header = ReadHeader(deadline);
+  while (header.type == kKeepAlive && header.length == 0) {
+    if (++keepAlives_ > kMostKeepAlives)
+      throw std::runtime_error("the server sends keep-alives without an end");
+    header = ReadHeader(deadline);
+  }
+  return header;
 }
 
 NetbiosSession::Header NetbiosSession::ReadHeader(Deadline deadline) {

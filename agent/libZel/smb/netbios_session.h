@@ -21,7 +21,8 @@ class NetbiosSession {
   /// Asks for a session with `calledName`. Not for SMB directly on TCP.
   void Request(std::string_view calledName, Deadline deadline);
   void Send(ByteView message, Deadline deadline);
-  /// The next message, keep-alives left out.
+  /// The next message, keep-alives left out. More than a few of them since the last request are a
+  /// failure: no server needs them while somebody waits for its answer.
   Bytes Receive(Deadline deadline);
 
  private:
@@ -30,11 +31,14 @@ class NetbiosSession {
     size_t length;
   };
 
+  /// Of the next packet that is no keep-alive.
+  Header NextHeader(Deadline deadline);
   Header ReadHeader(Deadline deadline);
   [[noreturn]] void Refuse(const Header& header, Deadline deadline);
 
   ByteStream& stream_;
   const bool isDirect_;
+  int keepAlives_ = 0;  ///< since the last request
 };
 
 /// A NetBIOS name as it stands in a message (RFC 1001 section 14.1): the name in capitals, filled

@@ -1,5 +1,6 @@
 #include "agent/libZel/smb/session.h"
 
+#include <openssl/crypto.h>
 #include <openssl/rand.h>
 
 #include <algorithm>
@@ -30,6 +31,12 @@ ByteView Utf16Of(const ZelString& text) {
           text.GetSize(kEncodingUtf16)};
 }
 
+/// The log-in's key, of which the session makes its own.
+struct LogInKey {
+  Bytes bytes;
+  ~LogInKey() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
+};
+
 void NoteName(const ZelString& share, _CsSmbTreeInfo& tree) {
   const TCHAR* const name = share.GetTCHAR();
   size_t count = share.GetSize(kEncodingUtf16) / sizeof(TCHAR);
@@ -58,9 +65,13 @@ void Session::Negotiate(Deadline deadline) {
 
 void Session::LogIn(const ZelString& user, const ZelString& password, Deadline deadline) {
   NtlmLogin login(user, password, server_);
+  // Who demands signatures has the end of the log-in signed in every dialect: the proof that the
+  // server knows the password. Otherwise it would be so from 3.0 on only.
+  const uint16_t signing = login.IsAnonymous() ? kSigningEnabled : kSigningRequired;
   Bytes token = login.Next({});
   for (int round = 1; round <= kMostRounds; ++round) {
-    const Bytes request = BuildSessionSetup(exchange_.NextHeader(Command::kSessionSetup), token);
+    const Bytes request =
+        BuildSessionSetup(exchange_.NextHeader(Command::kSessionSetup), signing, token);
     preauth_.Add(request);
     Exchange::Answer answer = exchange_.Perform(request, deadline);
     const uint32_t status = answer.header.status;
@@ -73,7 +84,8 @@ void Session::LogIn(const ZelString& user, const ZelString& password, Deadline d
     if (status == kStatusSuccess) {
       // An answer to the first token would be that of a server which has asked for no password.
       if (round == 1) throw std::runtime_error("the server asks for no proof of the log-in");
-      return CheckLogIn({std::move(answer), reply.flags}, login.IsAnonymous(), login.SessionKey());
+      const LogInKey key{login.SessionKey()};
+      return CheckLogIn({std::move(answer), reply.flags}, login.IsAnonymous(), key.bytes);
     }
     preauth_.Add(answer.message);
     token = login.Next(reply.token);
@@ -86,18 +98,20 @@ void Session::CheckLogIn(const LoggedIn& end, bool isAnonymous, ByteView session
   // Some servers flag their guests, whom they let in on purpose, as anonymous as well.
   if (!isAnonymous && !isGuest && (end.flags & kSessionAnonymous) != 0)
     throw std::runtime_error("the server has logged in nobody instead of the user");
-  const bool isUnsigned = isAnonymous || isGuest || sessionKey.empty();
+  const bool isUnsigned = isAnonymous || isGuest;
   if (isUnsigned && (agreed_.securityMode & kSigningRequired) != 0)
     throw std::runtime_error("the server demands signatures, for which this log-in has no key");
   const bool encrypts = (end.flags & kSessionEncrypts) != 0;
   if (isUnsigned && encrypts)
     throw std::runtime_error("the server demands encryption, for which this session has no key");
+  if (!isAnonymous && isGuest) {
+    LibraryLog().PrintWithNL(
+        "the file server %s has let the user in as a guest: the password was not checked", server_);
+  }
   if (isUnsigned) return;
 
   const Key key = SigningKey(agreed_.dialect, sessionKey, preauth_);
-  const bool isSigned = (end.answer.header.flags & kFlagSigned) != 0;
-  const bool mustBeSigned = isSigned || agreed_.dialect >= Dialect::k300;
-  if (mustBeSigned && !IsSignedWith(agreed_.dialect, key, end.answer.message))
+  if (!IsSignedWith(agreed_.dialect, key, end.answer.message))
     throw std::runtime_error("the server does not prove that it knows the password");
   exchange_.StartSigning(agreed_.dialect, key);
   if (agreed_.cipher) encryptionKeys_ = DeriveEncryptionKeys(agreed_.dialect, sessionKey, preauth_);
@@ -115,6 +129,9 @@ void Session::OpenShare(const ZelString& share, _CsSmbTreeInfo& tree, Deadline d
   const Header header = exchange_.NextHeader(Command::kTreeConnect);
   const Exchange::Answer answer = Ask(BuildTreeConnect(header, Utf16Of(path)), deadline);
   const TreeConnectReply reply = ParseTreeConnectReply(answer.message);
+  // The number of the share stands where an asynchronous answer has its own number.
+  if ((answer.header.flags & kFlagAsync) != 0)
+    throw std::runtime_error("the server's share has no number");
   // Of the share's own messages; those after them may be encrypted as well.
   if ((reply.shareFlags & kShareEncrypts) != 0) StartEncryption();
 

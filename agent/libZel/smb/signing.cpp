@@ -36,18 +36,24 @@ Signature AesCmac(const Key& key, ByteView message) {
   return mac;
 }
 
-Signature FirstHalf(const std::array<uint8_t, kSha256Bytes>& mac) {
-  Signature half{};
+template <typename Half>
+Half FirstHalf(const std::array<uint8_t, kSha256Bytes>& mac) {
+  Half half{};
   std::copy_n(mac.begin(), half.size(), half.begin());
   return half;
 }
 
 /// Of a message whose signature is still zero.
 Signature SignatureOf(Dialect dialect, const Key& key, ByteView message) {
-  return dialect >= Dialect::k300 ? AesCmac(key, message) : FirstHalf(HmacSha256(key, message));
+  return dialect >= Dialect::k300 ? AesCmac(key, message)
+                                  : FirstHalf<Signature>(HmacSha256(key, message));
 }
 
 }  // namespace
+
+Key::~Key() {
+  OPENSSL_cleanse(data(), size());
+}
 
 void PreauthHash::Add(ByteView message) {
   Bytes input(value_.begin(), value_.end());
@@ -64,7 +70,10 @@ Key DeriveKey(ByteView key, std::string_view label, ByteView context) {
   constexpr uint8_t kLengthBits[] = {0, 0, 0, 8 * kKeyBytes};
   ByteWriter input;
   input.Raw(kCounter).Raw(ViewOf(label)).U8(0).Raw(context).Raw(kLengthBits);
-  return FirstHalf(HmacSha256(key, input.Take()));
+  std::array<uint8_t, kSha256Bytes> mac = HmacSha256(key, input.Take());
+  const Key derived = FirstHalf<Key>(mac);
+  OPENSSL_cleanse(mac.data(), mac.size());
+  return derived;
 }
 
 Key SigningKey(Dialect dialect, ByteView sessionKey, const PreauthHash& preauth) {

@@ -13,7 +13,10 @@
 namespace smb {
 
 constexpr size_t kKeyBytes = 16;
-using Key = std::array<uint8_t, kKeyBytes>;
+/// Wiped with the object.
+struct Key : std::array<uint8_t, kKeyBytes> {
+  ~Key();
+};
 using Signature = std::array<uint8_t, kSignatureBytes>;
 
 /// The pre-authentication integrity hash of 3.1.1 ([MS-SMB2] section 3.1.4.4): over all messages

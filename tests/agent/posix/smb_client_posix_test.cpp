@@ -152,7 +152,9 @@ TEST(CsSmbClientAtOwnSamba, OpensAShareWhereAllMustBeSigned) {
 
 TEST(CsSmbClientAtOwnSamba, IsAGuestWhereTheServerMakesItOne) {
   const SambaServer server({"map to guest = bad user"});
+  LibraryLogText log;
   EXPECT_EQ(Reached::kLogOff, Climb(server, "nobody-here", "x", SambaServer::kOpenShare).reached);
+  EXPECT_THAT(log.Text(), HasSubstr("has let the user in as a guest"));
 }
 
 TEST(CsSmbClientAtOwnSamba, FindsNoDialectWithAServerOfVersion1) {
@@ -185,6 +187,16 @@ TEST(CsSmbClientAtOwnSamba, CannotEncryptInVersion2) {
 }
 
 class CsSmbClientByDialect : public testing::TestWithParam<const char*> {};
+
+TEST_P(CsSmbClientByDialect, HasTheProofOfAServerThatNeedsNoSignatures) {
+  const std::string name = GetParam();
+  for (const char* const signing : {"default", "disabled"}) {
+    const SambaServer server({std::string("server signing = ") + signing,
+                              "server min protocol = " + name, "server max protocol = " + name});
+    LibraryLogText log;
+    EXPECT_EQ(Reached::kLogOff, Climb(server).reached) << signing << " " << log.Text();
+  }
+}
 
 TEST_P(CsSmbClientByDialect, OpensAShareWithSignatures) {
   const std::string name = GetParam();
