@@ -38,17 +38,19 @@ bool ActionPool::Submit(std::function<void()> job, Patience patience) {
   const bool isForPeople = patience == Patience::kForPeople;
   const bool isForNetwork = patience == Patience::kForNetwork;
   Threads ended;
+  Jobs one;
+  one.push_back({std::move(job), patience});
   {
     std::unique_lock lock(mutex_);
     if (stopping_) return false;
     if (isForPeople && jobsForPeople_ >= std::max<size_t>(1, maxThreads_ / 2)) return false;
     if (isForNetwork && jobsForNetwork_ >= std::max<size_t>(1, maxThreads_ / 4)) {
-      if (deferred_.size() >= maxQueued_) return false;
-      deferred_.push_back({std::move(job), patience});
+      if (deferred_.size() >= std::min(maxThreads_, maxQueued_)) return false;
+      deferred_.splice(deferred_.end(), one);
       return true;
     }
 
-    if (!Enqueue({std::move(job), patience})) return false;
+    if (!Enqueue(one)) return false;
     if (isForPeople) ++jobsForPeople_;
     if (isForNetwork) ++jobsForNetwork_;
     ended.swap(ended_);
@@ -59,13 +61,13 @@ bool ActionPool::Submit(std::function<void()> job, Patience patience) {
 }
 
 /// Called with the mutex held. False, with the job not kept, when no thread takes it soon enough.
-bool ActionPool::Enqueue(Job job) {
+bool ActionPool::Enqueue(Jobs& job) {
   // An idle thread may have been woken for a queued job and not run yet, hence the comparison.
   if (queue_.size() >= idle_ && !StartThread()) {
     const bool isFull = queue_.size() >= idle_ + maxQueued_;
     if (isFull || threads_.empty()) return false;
   }
-  queue_.push_back(std::move(job));
+  queue_.splice(queue_.end(), job);
   hasQueued_ = true;
   return true;
 }
@@ -78,14 +80,13 @@ void ActionPool::Finish(Patience patience) {
     --jobsForNetwork_;
     return;
   }
-  queue_.push_back(std::move(deferred_.front()));
-  deferred_.pop_front();
+  queue_.splice(queue_.end(), deferred_, deferred_.begin());
   hasQueued_ = true;
 }
 
 void ActionPool::Stop() {
   Threads threads;
-  std::deque<Job> dropped, deferred;
+  Jobs dropped, deferred;
   {
     std::unique_lock lock(mutex_);
     stopping_ = true;

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
-#include <deque>
 #include <functional>
 #include <list>
 #include <mutex>
@@ -22,7 +21,7 @@ class ActionPool {
   /// What a job may wait for. Those that wait for a person have at most half of the threads, so
   /// that a screen full of questions leaves the agent able to answer, and to withdraw them; more
   /// are refused. Those that wait for other machines have at most a quarter, so that silent ones
-  /// hold up nobody else; more wait their turn.
+  /// hold up nobody else; as many as there are threads wait their turn, more are refused.
   enum class Patience { kOrdinary, kForPeople, kForNetwork };
 
   /// False when the pool is at capacity or stopping; the job is then not kept.
@@ -36,8 +35,10 @@ class ActionPool {
     std::function<void()> run;
     Patience patience;
   };
+  /// Jobs move from list to list without an allocation that could fail.
+  using Jobs = std::list<Job>;
 
-  bool Enqueue(Job job);
+  bool Enqueue(Jobs& job);
   void Finish(Patience patience);
   bool StartThread();
   void Work(Threads::iterator self);
@@ -49,10 +50,10 @@ class ActionPool {
   const size_t maxQueued_;
   std::mutex mutex_;
   std::condition_variable wake_;
-  std::deque<Job> queue_;
+  Jobs queue_;
   size_t jobsForPeople_ = 0;   ///< that run or wait to
   size_t jobsForNetwork_ = 0;  ///< that run or stand in `queue_`
-  std::deque<Job> deferred_;   ///< for the network, until others have ended
+  Jobs deferred_;              ///< for the network, until others have ended
   Threads threads_;
   Threads ended_;  ///< threads that have left `threads_` and are to be joined
   size_t idle_ = 0;

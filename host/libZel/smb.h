@@ -15,8 +15,8 @@
 // Nothing throws. One thread at a time for an object; objects are independent.
 
 /// An open share. 520 bytes; zeroed before use.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming): the library's own
-// name
+// The library's own name:
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
 struct _CsSmbTreeInfo {
   uint32_t treeId;     ///< the server's number for it
   uint32_t shareType;  ///< [MS-SMB2] 2.2.10: 1 disk, 2 pipe, 3 printer

@@ -8,6 +8,7 @@ import tempfile
 
 import pytest
 
+import own_network
 from agents import Agent, agent_path, copy_modules, tls_context
 from backups import Backups
 from desks import new_desk
@@ -27,6 +28,8 @@ signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 def pytest_configure(config):
+    if not config.option.collectonly:
+        own_network.enter()
     config.addinivalue_line("markers", "first: begins what goes on beside all other tests")
     config.addinivalue_line("markers", "last: waits for what a first one began")
 

@@ -6,13 +6,17 @@ import time
 from agents import BUILDS, Agent
 
 MOST_CALLS = 64
+# Of which a quarter is for calls that wait for other machines: all of them wait at a time.
+THREADS = 4 * MOST_CALLS
 
 
 class LongWaits:
     """Agents of their own, one for each platform, and what they were asked: {(platform, name)}."""
 
     def __init__(self, directory):
-        self.agents = {platform: Agent(platform, directory / platform) for platform in BUILDS}
+        self.agents = {platform: Agent(platform, directory / platform,
+                                       f"[actions]\nmax_threads = {THREADS}\n")
+                       for platform in BUILDS}
         self._callers = concurrent.futures.ThreadPoolExecutor(MOST_CALLS)
         self._asked = {}
         for agent in self.agents.values():
