@@ -3,11 +3,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <future>
 #include <optional>
+#include <string>
 
+#include "agent/libZel/network/name_lookup.h"
 #include "agent/libZel/progress.h"
 #include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/local_address.h"
+#include "tests/agent/library_log.h"
 #include "tests/agent/temporary_directory.h"
 
 namespace {
@@ -149,6 +153,25 @@ TEST(LocalAddress, IsThatOfTheWayToTheHost) {
   EXPECT_EQ(LocalAddressTowards("127.0.0.1"), "127.0.0.1");
   EXPECT_EQ(LocalAddressTowards("[::1]"), "::1");
   EXPECT_EQ(LocalAddressTowards("no host"), "");
+}
+
+TEST(LocalAddress, IsLookedForAlsoWhileProbesAreStuck) {
+  constexpr int kMaxOfProbes = 64;
+  std::promise<void> isOver;
+  const NameService stuck = [end = isOver.get_future().share()](const std::string&, AddressKind) {
+    end.wait();
+    return NameAnswer();
+  };
+  for (int i = 0; i < kMaxOfProbes; ++i) {
+    LookUpHostWith(stuck, "host" + std::to_string(i), AddressKind::kAny, {});
+  }
+  LibraryLogText log;
+  EXPECT_THAT(LookUpHostWith(stuck, "other", AddressKind::kAny, {}), testing::IsEmpty());
+  EXPECT_THAT(log.Text(), testing::HasSubstr("\"other\": the name service is still busy"));
+  EXPECT_EQ(LocalAddressTowards("no host"), "");
+  EXPECT_THAT(log.Text(),
+              testing::Not(testing::HasSubstr("\"no host\": the name service is still")));
+  isOver.set_value();
 }
 
 TEST(LocalAddress, KnowsWildcards) {
