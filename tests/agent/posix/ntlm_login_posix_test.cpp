@@ -4,21 +4,58 @@
 #include <gssapi/gssapi.h>
 #include <gssapi/gssapi_ext.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/lsan_interface.h>
 #endif
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <new>
 #include <stdexcept>
 #include <string>
 
 #include "agent/libZel/smb/ntlm_login.h"
 #include "tests/agent/ntlm_verifier.h"
 #include "tests/agent/temporary_directory.h"
+
+namespace {
+
+/// What no memory may hold when it is given back; nothing while it is empty.
+std::u16string secretInFreedMemory;
+std::atomic<bool> isSecretFreed{false};
+
+void LookAtFreed(const void* memory) {
+  if (memory == nullptr || secretInFreedMemory.empty()) return;
+  const size_t sizeBytes = secretInFreedMemory.size() * sizeof(char16_t);
+  if (memmem(memory, malloc_usable_size(const_cast<void*>(memory)), secretInFreedMemory.data(),
+             sizeBytes) != nullptr)
+    isSecretFreed = true;
+}
+
+}  // namespace
+
+// All of the program's memory goes through these, that of libZel included.
+void* operator new(size_t sizeBytes) {
+  if (void* const memory = std::malloc(std::max<size_t>(sizeBytes, 1))) return memory;
+  throw std::bad_alloc();
+}
+void* operator new(size_t sizeBytes, const std::nothrow_t&) noexcept {
+  return std::malloc(std::max<size_t>(sizeBytes, 1));
+}
+void operator delete(void* memory) noexcept {
+  LookAtFreed(memory);
+  std::free(memory);
+}
+void operator delete(void* memory, size_t) noexcept {
+  operator delete(memory);
+}
 
 namespace {
 
@@ -188,6 +225,22 @@ TEST_F(NtlmLoginOnPosix, RefusesToAnswerByVersionOne) {
 TEST_F(NtlmLoginOnPosix, RefusesWhatIsNotUnicode) {
   EXPECT_THROW(NtlmLogin("ann", "\xff", "127.0.0.1"), std::runtime_error);
   EXPECT_THROW(NtlmLogin("\xff", "Secret-1", "127.0.0.1"), std::runtime_error);
+}
+
+// ZelString would keep a copy in UTF-16 and give its memory back as it is.
+TEST_F(NtlmLoginOnPosix, LeavesNoPasswordInUtf16Behind) {
+  secretInFreedMemory = u"a secret of the user's";
+  {
+    const ZelString password("a secret of the user's");
+    NtlmLogin login("ann", password, "127.0.0.1");
+    login.Next({});
+    login.Next(NtlmVerifier::Challenge());
+  }
+  EXPECT_FALSE(isSecretFreed);
+  // As it would be noticed.
+  { EXPECT_NE(ZelString("a secret of the user's").GetTCHAR(), nullptr); }
+  EXPECT_TRUE(isSecretFreed);
+  secretInFreedMemory.clear();
 }
 
 }  // namespace
