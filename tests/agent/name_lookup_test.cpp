@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -57,7 +58,6 @@ class StuckService {
     return [state = state_](const std::string&, AddressKind) {
       ++state->asked;
       state->isOver.wait(false);
-      ++state->answered;
       return NameAnswer{{V4(1, 2, 3, 4)}, {}};
     };
   }
@@ -65,19 +65,61 @@ class StuckService {
     state_->isOver = true;
     state_->isOver.notify_all();
   }
-  void WaitForAnswers(size_t count) const {
-    while (state_->answered < count) std::this_thread::yield();
-  }
   size_t Asked() const { return state_->asked; }
 
  private:
   struct State {
     std::atomic<bool> isOver{false};
     std::atomic<size_t> asked{0};
-    std::atomic<size_t> answered{0};
   };
   const std::shared_ptr<State> state_;
 };
+
+/// Whether `isSo` comes true in time.
+bool ComesTrue(const std::function<bool()>& isSo) {
+  const auto end = steady_clock::now() + kLongLimit;
+  while (!isSo()) {
+    if (steady_clock::now() > end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+using Names = std::vector<std::string>;
+
+/// Names that no other test uses: what is asked for one that is being looked up joins in.
+Names MakeNames(size_t count) {
+  static size_t last = 0;
+  Names names;
+  while (names.size() < count) names.push_back("host" + std::to_string(++last));
+  return names;
+}
+
+NameAnswer AnswerAtOnce(const std::string&, AddressKind) {
+  return {{V4(1, 1, 1, 1)}, {}};
+}
+
+/// Has the service look up each name, and gives it up at once.
+void GiveUp(const StuckService& stuck, const Names& names, NameAsker asker = NameAsker::kProbe) {
+  for (const std::string& name : names) {
+    const size_t before = stuck.Asked();
+    ASSERT_TRUE(ComesTrue([&] {
+      EXPECT_THAT(LookUpHostWith(stuck.Service(), name, AddressKind::kAny, milliseconds(0), asker),
+                  IsEmpty());
+      return stuck.Asked() > before;
+    })) << name;
+  }
+}
+
+/// Waits until none of the names takes a place any more: who asks for one that does joins in, and
+/// is answered when the place is free.
+void WaitUntilEnded(const Names& names, NameAsker asker = NameAsker::kProbe) {
+  for (const std::string& name : names) {
+    ASSERT_THAT(LookUpHostWith(AnswerAtOnce, name, AddressKind::kAny, kLongLimit, asker),
+                Not(IsEmpty()))
+        << name;
+  }
+}
 
 TEST(LookUpHost, FindsThisMachine) {
   EXPECT_THAT(LookUpHost("localhost", AddressKind::kAny, kLongLimit), Not(IsEmpty()));
@@ -161,48 +203,26 @@ TEST(LookUpHost, SaysWhyThereIsNoAddress) {
 
 TEST(LookUpHost, GivesUpInTime) {
   LibraryLogText log;
-  const StuckService stuck;
+  StuckService stuck;
   const auto start = steady_clock::now();
   EXPECT_THAT(LookUpHostWith(stuck.Service(), "slow", AddressKind::kAny, kShortLimit), IsEmpty());
   const auto took = steady_clock::now() - start;
   EXPECT_GE(took, kShortLimit);
   EXPECT_LT(took, kLongLimit);
   EXPECT_THAT(log.Text(), HasSubstr("the name service did not answer in 50 ms"));
-}
-
-/// Has the service look up the names "host0", "host1" and so on, and gives each up at once.
-void GiveUp(const StuckService& stuck, size_t count, NameAsker asker = NameAsker::kProbe) {
-  for (size_t i = 0; i < count; ++i) {
-    EXPECT_THAT(LookUpHostWith(stuck.Service(), "host" + std::to_string(i), AddressKind::kAny,
-                               milliseconds(0), asker),
-                IsEmpty());
-  }
-}
-
-NameAnswer AnswerAtOnce(const std::string&, AddressKind) {
-  return {{V4(1, 1, 1, 1)}, {}};
-}
-
-/// The last look-ups may still be about to say that they ended.
-void WaitUntilNoneIsRefused(NameAsker asker = NameAsker::kProbe) {
-  const auto end = steady_clock::now() + kLongLimit;
-  while (LookUpHostWith(AnswerAtOnce, "last", AddressKind::kAny, kLongLimit, asker).empty()) {
-    ASSERT_LT(steady_clock::now(), end);
-    std::this_thread::yield();
-  }
+  stuck.LetGo();
+  WaitUntilEnded({"slow"});
 }
 
 TEST(LookUpHost, LooksUpNoMoreThanSixtyFourNamesAtOnce) {
   StuckService stuck;
   std::vector<std::future<size_t>> callers;
-  for (size_t i = 0; i < kMaxLookUps; ++i) {
-    callers.push_back(std::async(std::launch::async, [&stuck, i] {
-      return LookUpHostWith(stuck.Service(), "host" + std::to_string(i), AddressKind::kAny,
-                            kLongLimit)
-          .size();
+  for (const std::string& name : MakeNames(kMaxLookUps)) {
+    callers.push_back(std::async(std::launch::async, [&stuck, name] {
+      return LookUpHostWith(stuck.Service(), name, AddressKind::kAny, kLongLimit).size();
     }));
   }
-  while (stuck.Asked() < kMaxLookUps) std::this_thread::yield();
+  ASSERT_TRUE(ComesTrue([&] { return stuck.Asked() == kMaxLookUps; }));
 
   LibraryLogText log;
   EXPECT_THAT(LookUpHostWith(NeverAsked, "other", AddressKind::kAny, kLongLimit), IsEmpty());
@@ -210,21 +230,21 @@ TEST(LookUpHost, LooksUpNoMoreThanSixtyFourNamesAtOnce) {
 
   stuck.LetGo();
   for (auto& caller : callers) EXPECT_EQ(caller.get(), 1u);
-  WaitUntilNoneIsRefused();
 }
 
 TEST(LookUpHost, CountsThoseThatWereGivenUpUntilTheyEnd) {
   StuckService stuck;
-  GiveUp(stuck, kMaxLookUps);
+  const Names names = MakeNames(kMaxLookUps);
+  ASSERT_NO_FATAL_FAILURE(GiveUp(stuck, names));
   EXPECT_THAT(LookUpHostWith(NeverAsked, "other", AddressKind::kAny, kLongLimit), IsEmpty());
   stuck.LetGo();
-  stuck.WaitForAnswers(kMaxLookUps);
-  WaitUntilNoneIsRefused();
+  WaitUntilEnded(names);
 }
 
 TEST(LookUpHost, NeverRefusesWhatNeedsNoNameService) {
   StuckService stuck;
-  GiveUp(stuck, kMaxLookUps);
+  const Names names = MakeNames(kMaxLookUps);
+  ASSERT_NO_FATAL_FAILURE(GiveUp(stuck, names));
   for (const char* const name : {"10.0.0.5", "::1", "localhost", "LocalHost."}) {
     EXPECT_THAT(LookUpHostWith(NeverAsked, name, AddressKind::kAny, kLongLimit), Not(IsEmpty()))
         << name;
@@ -234,56 +254,57 @@ TEST(LookUpHost, NeverRefusesWhatNeedsNoNameService) {
   EXPECT_THAT(LookUpHostWith(NeverAsked, "localhost", AddressKind::kAny, kLongLimit),
               ElementsAre(V4(127, 0, 0, 1), LoopbackV6()));
   stuck.LetGo();
-  stuck.WaitForAnswers(kMaxLookUps);
-  WaitUntilNoneIsRefused();
+  WaitUntilEnded(names);
 }
 
 TEST(LookUpHost, KeepsPlaceForTheAgentItself) {
   constexpr size_t kMaxOfAgent = 8;
   StuckService stuck;
-  GiveUp(stuck, kMaxLookUps);
+  const Names names = MakeNames(kMaxLookUps);
+  ASSERT_NO_FATAL_FAILURE(GiveUp(stuck, names));
   EXPECT_THAT(
-      LookUpHostWith(AnswerAtOnce, "host0", AddressKind::kAny, kLongLimit, NameAsker::kAgent),
+      LookUpHostWith(AnswerAtOnce, names[0], AddressKind::kAny, kLongLimit, NameAsker::kAgent),
       ElementsAre(V4(1, 1, 1, 1)));
   // Nor does the agent hold an unlimited number of threads.
-  GiveUp(stuck, kMaxOfAgent, NameAsker::kAgent);
+  const Names ofAgent(names.begin(), names.begin() + kMaxOfAgent);
+  ASSERT_NO_FATAL_FAILURE(GiveUp(stuck, ofAgent, NameAsker::kAgent));
   EXPECT_THAT(LookUpHostWith(NeverAsked, "other", AddressKind::kAny, kLongLimit, NameAsker::kAgent),
               IsEmpty());
   stuck.LetGo();
-  stuck.WaitForAnswers(kMaxLookUps + kMaxOfAgent);
-  WaitUntilNoneIsRefused();
-  WaitUntilNoneIsRefused(NameAsker::kAgent);
+  WaitUntilEnded(names);
+  WaitUntilEnded(ofAgent, NameAsker::kAgent);
 }
 
 TEST(LookUpHost, AsksOnceForANameThatIsBeingLookedUp) {
   StuckService stuck;
+  const std::string name = MakeNames(1)[0];
   // Were each of them to count, the rest would be refused.
   for (size_t i = 0; i < 2 * kMaxLookUps; ++i) {
-    LookUpHostWith(stuck.Service(), "host", AddressKind::kAny, milliseconds(0));
+    LookUpHostWith(stuck.Service(), name, AddressKind::kAny, milliseconds(0));
   }
-  while (stuck.Asked() == 0) std::this_thread::yield();
-  auto joined = std::async(std::launch::async, [] {
-    return LookUpHostWith(NeverAsked, "host", AddressKind::kAny, kLongLimit);
+  ASSERT_TRUE(ComesTrue([&] { return stuck.Asked() > 0; }));
+  auto joined = std::async(std::launch::async, [&name] {
+    return LookUpHostWith(NeverAsked, name, AddressKind::kAny, kLongLimit);
   });
   EXPECT_EQ(joined.wait_for(kShortLimit), std::future_status::timeout);
   // What is asked otherwise is another question.
-  EXPECT_THAT(LookUpHostWith(AnswerAtOnce, "host", AddressKind::kV4, kLongLimit),
+  EXPECT_THAT(LookUpHostWith(AnswerAtOnce, name, AddressKind::kV4, kLongLimit),
               ElementsAre(V4(1, 1, 1, 1)));
   stuck.LetGo();
   EXPECT_THAT(joined.get(), ElementsAre(V4(1, 2, 3, 4)));
   EXPECT_EQ(stuck.Asked(), 1u);
-  WaitUntilNoneIsRefused();
 }
 
 TEST(LookUpHost, AsksAnewOnceALookUpEnded) {
+  const std::string name = MakeNames(1)[0];
   int asked = 0;
   for (int i = 0; i < 3; ++i) {
     LookUpHostWith(
-        [&](const std::string& name, AddressKind kind) {
+        [&](const std::string& text, AddressKind kind) {
           ++asked;
-          return AnswerAtOnce(name, kind);
+          return AnswerAtOnce(text, kind);
         },
-        "host", AddressKind::kAny, kLongLimit);
+        name, AddressKind::kAny, kLongLimit);
   }
   EXPECT_EQ(asked, 3);
 }
