@@ -45,7 +45,7 @@ bool ActionPool::Submit(std::function<void()> job, Patience patience) {
     if (stopping_) return false;
     if (isForPeople && jobsForPeople_ >= std::max<size_t>(1, maxThreads_ / 2)) return false;
     if (isForNetwork && jobsForNetwork_ >= std::max<size_t>(1, maxThreads_ / 4)) {
-      if (deferred_.size() >= std::min(maxThreads_, maxQueued_)) return false;
+      if (deferred_.size() >= std::min(2 * maxThreads_, maxQueued_)) return false;
       deferred_.splice(deferred_.end(), one);
       return true;
     }

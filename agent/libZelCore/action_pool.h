@@ -13,7 +13,8 @@
 /// a while.
 class ActionPool {
  public:
-  /// `maxThreads` at least 1; `maxQueued` is how many jobs may wait when all threads are busy.
+  /// `maxThreads` at least 1; `maxQueued` is how many jobs may wait when all threads are busy, not
+  /// counting those that wait for others of their kind.
   ActionPool(size_t maxThreads, size_t maxQueued);
   /// Waits for the running jobs; waiting ones are dropped.
   ~ActionPool();
@@ -21,7 +22,8 @@ class ActionPool {
   /// What a job may wait for. Those that wait for a person have at most half of the threads, so
   /// that a screen full of questions leaves the agent able to answer, and to withdraw them; more
   /// are refused. Those that wait for other machines have at most a quarter, so that silent ones
-  /// hold up nobody else; as many as there are threads wait their turn, more are refused.
+  /// hold up nobody else; twice as many as there are threads (but no more than `maxQueued`) wait
+  /// their turn, and further ones are refused.
   enum class Patience { kOrdinary, kForPeople, kForNetwork };
 
   /// False when the pool is at capacity or stopping; the job is then not kept.

@@ -100,11 +100,23 @@ TEST(ActionPool, TakesAsManyJobsForTheNetworkAtATimeAgainOnceTheOnesBeforeEnded)
   }
 }
 
+TEST(ActionPool, LetsTwiceAsManyJobsForTheNetworkWaitAsItHasThreads) {
+  constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
+  std::promise<void> answer;
+  const std::shared_future<void> answered = answer.get_future().share();
+  ActionPool pool(4, 1000);
+  for (int i = 0; i < 1 + 8; ++i) {
+    EXPECT_TRUE(pool.Submit([answered] { answered.wait(); }, kForNetwork));
+  }
+  EXPECT_FALSE(pool.Submit([] {}, kForNetwork));
+  answer.set_value();
+}
+
 TEST(ActionPool, DropsJobsForTheNetworkThatWaitWhenItStops) {
   constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
   std::promise<void> release, running;
   std::atomic<int> begun{0};
-  ActionPool pool(4, 10);
+  ActionPool pool(4, 1000000);  // never full, so that it takes no more when it stops only
   ASSERT_TRUE(pool.Submit(
       [&] {
         ++begun;

@@ -34,6 +34,11 @@ def pytest_configure(config):
     config.addinivalue_line("markers", "last: waits for what a first one began")
 
 
+def pytest_unconfigure(config):
+    if not config.option.collectonly:
+        own_network.stop_wine()
+
+
 @pytest.hookimpl(trylast=True)
 def pytest_collection_modifyitems(items):
     def position(item):

@@ -1,8 +1,11 @@
 """The network of the tests: a namespace of their own."""
 
 import ctypes
+import os
+import pathlib
 import subprocess
 
+ROOT = pathlib.Path(__file__).resolve().parents[2]
 CLONE_NEWNET = 0x40000000  # sched.h
 
 
@@ -10,7 +13,16 @@ def enter():
     """Leaves the machine's network for one that has only a loopback device, for this process and
     all that it starts: fixed ports are free there, and what tests send goes nowhere else. Needs
     root, and that no other thread runs yet."""
+    # The sockets of Windows programs are made by Wine's server, which therefore has to start in
+    # here, and outlives its programs.
+    os.environ.setdefault("ZEL_WINEPREFIX", str(ROOT / "build/wineprefix-system"))
+    stop_wine()
     libc = ctypes.CDLL(None, use_errno=True)
     if libc.unshare(CLONE_NEWNET) != 0:
         raise OSError(ctypes.get_errno(), "no network namespace of the tests' own can be had")
     subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+
+
+def stop_wine():
+    """Nothing to be done, and no failure, where Wine is not installed."""
+    subprocess.run([ROOT / "scripts/wine-run", "--stop"], capture_output=True, check=False)

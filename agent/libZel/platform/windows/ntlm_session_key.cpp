@@ -2,6 +2,7 @@
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include "agent/libZel/platform/windows/ntlm_session_key.h"
 
+#include <openssl/crypto.h>
 #include <openssl/hmac.h>
 #include <openssl/rc4.h>
 #include <windows.h>
@@ -15,15 +16,23 @@ namespace smb {
 namespace {
 
 using Span = std::span<const uint8_t>;
-using Key = std::array<uint8_t, 16>;
 
-Key HmacMd5(const Key& key, Span bytes) {
-  Key digest = {};
+/// As good as the password, or the session's key: wiped with the object.
+struct Digest {
+  Digest() = default;
+  ~Digest() { OPENSSL_cleanse(bytes.data(), bytes.size()); }
+  Digest(const Digest&) = delete;
+  Digest& operator=(const Digest&) = delete;
+
+  std::array<uint8_t, 16> bytes{};
+};
+
+void HmacMd5(Span key, Span bytes, Digest* digest) {
   unsigned size = 0;
   const uint8_t* const made = HMAC(EVP_md5(), key.data(), static_cast<int>(key.size()),
-                                   bytes.data(), bytes.size(), digest.data(), &size);
-  if (made == nullptr || size != digest.size()) throw std::runtime_error("HMAC-MD5 does not work");
-  return digest;
+                                   bytes.data(), bytes.size(), digest->bytes.data(), &size);
+  if (made == nullptr || size != digest->bytes.size())
+    throw std::runtime_error("HMAC-MD5 does not work");
 }
 
 std::wstring UpperCase(Span utf16) {
@@ -43,16 +52,18 @@ Bytes SessionKeyOfAnswer(Span authenticate, const PasswordDigest& password) {
   Bytes account(first, first + user.size() * sizeof(wchar_t));
   account.insert(account.end(), answer.domain.begin(), answer.domain.end());
 
-  const Key responseKey = HmacMd5(password.Get(), account);
-  const Key base = HmacMd5(responseKey, answer.response.first(std::tuple_size_v<Key>));
-  if ((answer.flags & kNtlmKeyExchange) == 0) return {base.begin(), base.end()};
+  Digest responseKey, base;
+  HmacMd5(password.Get(), account, &responseKey);
+  HmacMd5(responseKey.bytes, answer.response.first(base.bytes.size()), &base);
+  if ((answer.flags & kNtlmKeyExchange) == 0) return {base.bytes.begin(), base.bytes.end()};
 
-  if (answer.sessionKey.size() != std::tuple_size_v<Key>)
+  if (answer.sessionKey.size() != base.bytes.size())
     throw std::runtime_error("the log-in's session key has an unexpected size");
   Bytes key(answer.sessionKey.size());
   RC4_KEY state;
-  RC4_set_key(&state, static_cast<int>(base.size()), base.data());
+  RC4_set_key(&state, static_cast<int>(base.bytes.size()), base.bytes.data());
   RC4(&state, key.size(), answer.sessionKey.data(), key.data());
+  OPENSSL_cleanse(&state, sizeof(state));
   return key;
 }
 
