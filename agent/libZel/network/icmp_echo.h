@@ -8,7 +8,8 @@
 
 enum class EchoAnswer {
   kCame,
-  kNone,     ///< within the limit, or the request could not be sent; the log has the reason then
+  kNone,     ///< within the limit
+  kFailed,   ///< the request could not be sent, or is said to get nowhere; the log has the reason
   kRefused,  ///< the system lets this process send no echo requests; the reason is in the log
 };
 
@@ -21,6 +22,7 @@ using EchoSender = EchoAnswer (*)(const HostAddress& address, std::chrono::milli
 
 /// `PingICMP` for addresses that are known: asks the first four in turn until one answers. Each
 /// gets an equal share of what is left of `limit`. When none answers, the log names `host` and the
-/// addresses. Throws nothing but std::bad_alloc.
+/// addresses that were waited for in vain, if any: for the others it has a reason already. Throws
+/// nothing but std::bad_alloc.
 bool PingAny(const ZelString& host, const std::vector<HostAddress>& addresses,
              std::chrono::milliseconds limit, EchoSender send);

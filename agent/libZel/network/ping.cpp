@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <span>
 #include <string>
 
 #include "agent/libZel/boundary.h"
@@ -19,13 +18,9 @@ constexpr std::chrono::seconds kNameLimit{10};
 constexpr std::chrono::seconds kAnswerLimit{4};
 constexpr size_t kMaxAddresses = 4;
 
-std::string Text(std::span<const HostAddress> addresses) {
-  std::string text;
-  for (const HostAddress& address : addresses) {
-    if (!text.empty()) text += ", ";
-    text += address.Text();
-  }
-  return text;
+void Append(const HostAddress& address, std::string* list) {
+  if (!list->empty()) *list += ", ";
+  *list += address.Text();
 }
 
 }  // namespace
@@ -34,15 +29,18 @@ bool PingAny(const ZelString& host, const std::vector<HostAddress>& addresses, m
              EchoSender send) {
   const auto end = steady_clock::now() + limit;
   const size_t count = std::min(addresses.size(), kMaxAddresses);
+  std::string silent;
   for (size_t i = 0; i < count; ++i) {
     const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
     const auto share = std::max(left, milliseconds::zero()) / static_cast<int>(count - i);
-    if (send(addresses[i], share) == EchoAnswer::kCame) return true;
+    const EchoAnswer answer = send(addresses[i], share);
+    if (answer == EchoAnswer::kCame) return true;
+    if (answer == EchoAnswer::kNone) Append(addresses[i], &silent);
   }
-  // Without an address the look-up said so.
-  if (count > 0) {
-    LibraryLog().PrintWithNL("The host \"%S\" did not answer within %s ms: no echo reply from %s",
-                             host, std::to_string(limit.count()), Text({addresses.data(), count}));
+  // Why there was no address, or nothing to wait for, is in the log already.
+  if (!silent.empty()) {
+    LibraryLog().PrintWithNL("The host \"%S\" did not answer: no echo reply from %s in time", host,
+                             silent);
   }
   return false;
 }

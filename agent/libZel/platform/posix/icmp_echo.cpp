@@ -76,7 +76,7 @@ class Echo {
   EchoAnswer Send(milliseconds limit) {
     const auto end = steady_clock::now() + limit;
     if (!Open()) return EchoAnswer::kRefused;
-    if (!Connect() || !FillIn() || !SendRequest()) return EchoAnswer::kNone;
+    if (!Connect() || !FillIn() || !SendRequest()) return EchoAnswer::kFailed;
     return Wait(end);
   }
 

@@ -66,11 +66,10 @@ EchoAnswer Refused(const HostAddress& address, DWORD error) {
 
 EchoAnswer NoReply(const HostAddress& address, DWORD error) {
   if (error == ERROR_ACCESS_DENIED) return Refused(address, error);
-  if (error != IP_REQ_TIMED_OUT) {
-    LibraryLog().PrintWithNL("No echo reply came from %s: %s", address.Text(),
-                             std::system_category().message(static_cast<int>(error)));
-  }
-  return EchoAnswer::kNone;
+  if (error == IP_REQ_TIMED_OUT) return EchoAnswer::kNone;
+  LibraryLog().PrintWithNL("No echo reply came from %s: %s", address.Text(),
+                           std::system_category().message(static_cast<int>(error)));
+  return EchoAnswer::kFailed;
 }
 
 bool IsSame(const void* data, size_t sizeBytes, const Payload& payload) {
