@@ -5,6 +5,7 @@ import pathlib
 import re
 import signal
 import subprocess
+import tempfile
 import time
 
 import pytest
@@ -106,11 +107,28 @@ def test_without_a_name_the_computers_of_the_own_workgroup_are_listed(member):
     assert values(member.call("CoreUtilsListServers", DomainName="")) == FIRST
 
 
-def test_the_smb_conf_of_a_home_decides_nothing(network, member, tmp_path):
-    (tmp_path / ".smb").mkdir()
-    (tmp_path / ".smb/smb.conf").write_text("[global]\nworkgroup = ZELSECOND\n")
+@pytest.fixture
+def public_home():
+    """A home that `nobody` may read, too, which `tmp_path` is not."""
+    with tempfile.TemporaryDirectory() as made:
+        home = pathlib.Path(made)
+        home.chmod(0o755)
+        yield home
+
+
+def test_the_smb_conf_of_a_home_decides_nothing(network, member, public_home):
+    configuration = public_home / ".smb/smb.conf"
+    configuration.parent.mkdir()
+    configuration.parent.chmod(0o755)
+    configuration.write_text("[global]\nworkgroup = ZELSECOND\n")
+    configuration.chmod(0o644)
+    # Else it would decide nothing whatever the program does.
+    read = subprocess.run(["cat", configuration], user="nobody", group="nogroup", extra_groups=[],
+                          capture_output=True)
+    assert (read.returncode, read.stdout) == (0, configuration.read_bytes())
+
     done = network.beta.run(subprocess.run, [*program("linux", "zelbrowse"), "servers"],
-                            env=clean_environment(HOME=tmp_path), capture_output=True)
+                            env=clean_environment(HOME=public_home), capture_output=True)
     assert (done.returncode, done.stdout, done.stderr) == (OK, b"ALPHA\0BETA\0", b"")
 
 
@@ -209,26 +227,31 @@ def test_browsing_ends_with_the_agent(network, tmp_path, while_it):
         agent.kill()
 
 
+def of_process(file):
+    """What /proc tells in a file of a process or thread: nothing, once that has ended."""
+    try:
+        return file.read_text()
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
 def children(agent):
     """The programs that the agent has started, by whichever of its threads."""
     tasks = pathlib.Path(f"/proc/{agent.process.pid}/task").iterdir()
-    return [int(one) for task in tasks for one in (task / "children").read_text().split()]
+    return [int(one) for task in tasks for one in of_process(task / "children").split()]
 
 
 def is_nobodys(process):
     """Whether the program has come so far that it has given up its rights."""
-    status = pathlib.Path(f"/proc/{process}/status").read_text()
+    status = of_process(pathlib.Path(f"/proc/{process}/status"))
     return re.search(r"(?s)Uid:\t65534\t65534\t65534\t65534\n.*CapPrm:\t0{16}\n.*NoNewPrivs:\t1",
                      status)
 
 
 def runs(process):
     """Whether the process is there and more than what its parent has not asked for yet."""
-    try:
-        state = pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
-    except FileNotFoundError:
-        return False
-    return state != "Z"
+    stat = of_process(pathlib.Path(f"/proc/{process}/stat"))
+    return stat != "" and stat.rpartition(")")[2].split()[0] != "Z"
 
 
 @pytest.mark.parametrize("platform", ["windows"], indirect=True)
