@@ -6,6 +6,8 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
+#include <chrono>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -14,9 +16,19 @@ namespace asio = boost::asio;
 using asio::ip::tcp;
 using boost::system::error_code;
 
+namespace {
+
+/// How long an operation that was given up may take to end.
+constexpr std::chrono::seconds kEndTime{1};
+
+}  // namespace
+
 struct TcpStream::Implementation {
   asio::io_context context{1};
   tcp::socket socket{context};
+  /// An operation has not ended though its socket is closed, as happens under Wine: whoever waited
+  /// for it would wait for ever, so this is left to the end of the process.
+  bool isStuck = false;
 
   void Close() {
     error_code ignored;
@@ -27,20 +39,37 @@ struct TcpStream::Implementation {
   /// `start` begins one operation, whose handler it is given. Returns when that has succeeded.
   template <typename Start>
   void Wait(const char* what, Deadline deadline, Start start) {
-    std::optional<error_code> result;
-    start([&result](const error_code& error, auto&&...) { result = error; });
+    const auto result = std::make_shared<std::optional<error_code>>();
+    start([result](const error_code& error, auto&&...) { *result = error; });
     context.restart();
-    while (!result && context.run_one_until(deadline) > 0) {
+    while (!*result && context.run_one_until(deadline) > 0) {
     }
-    const bool isLate = !result;
-    if (!isLate && !*result) return;
+    const bool isLate = !*result;
+    if (!isLate && !**result) return;
 
+    if (isLate) GiveUp(*result);
     Close();
-    // The handler refers to what stands above: it must have run before this returns.
-    context.restart();
-    context.run();
-    const std::string reason = isLate ? "no answer in time" : Reason(*result);
+    const std::string reason = isLate ? "no answer in time" : Reason(**result);
     throw std::runtime_error(std::string(what) + ": " + reason);
+  }
+
+  /// What is under way refers to the caller's bytes: it should have ended before they go. It is
+  /// cancelled while the socket is open, because Wine forgets more of what a closed one had.
+  void GiveUp(const std::optional<error_code>& result) {
+    error_code ignored;
+    socket.cancel(ignored);
+    RunUntilEnded(result);
+    if (result) return;
+    Close();
+    RunUntilEnded(result);
+    isStuck = !result;
+  }
+
+  void RunUntilEnded(const std::optional<error_code>& result) {
+    const Deadline end = Deadline::clock::now() + kEndTime;
+    context.restart();
+    while (!result && context.run_one_until(end) > 0) {
+    }
   }
 
   static std::string Reason(const error_code& error) {
@@ -82,6 +111,7 @@ void TcpStream::Read(std::span<uint8_t> bytes, Deadline deadline) {
 void TcpStream::Close() noexcept {
   if (!implementation_) return;
   implementation_->Close();
+  if (implementation_->isStuck) static_cast<void>(implementation_.release());
   implementation_.reset();
 }
 
