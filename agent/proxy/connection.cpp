@@ -91,7 +91,11 @@ void ServeConnection(Channel& channel, const CallerFactory& makeCaller, const Pr
   Writer writer(channel, outbox, limits.message);
   const std::unique_ptr<Caller> caller = makeCaller();
   const std::string farewell = AnswerAll(channel, *caller, outbox, limits);
-  if (farewell.empty()) return;
+  if (farewell.empty()) {
+    // The caller's dialogs go with it: that they end so is nobody's answer.
+    outbox->Close();
+    return;
+  }
   outbox->Post(FarewellOf(farewell));
   writer.Finish();
 }
