@@ -19,15 +19,17 @@ NETBIOS_SESSION = 139
 TEST_NETWORKS = ipaddress.ip_network("198.18.0.0/15")
 
 _numbers = itertools.count(1)
+MOST_ADDRESSES = 1000
 
 
 def own_loopback():
     """An address below 127.0.0.0/8 at which nothing of this machine listens on the fixed port of
     the file servers; each call gives another one."""
-    for number in _numbers:
-        address = f"127.{100 + number % 100}.{os.getpid() // 250 % 250}.{1 + os.getpid() % 250}"
+    for number in itertools.islice(_numbers, MOST_ADDRESSES):
+        address = f"127.{100 + number % 100}.{number // 100 % 250}.{1 + os.getpid() % 250}"
         with contextlib.suppress(OSError), socket.create_server((address, NETBIOS_SESSION)):
             return address
+    raise OSError(f"port {NETBIOS_SESSION} is taken at {MOST_ADDRESSES} addresses")
 
 
 class SilentNetwork:
