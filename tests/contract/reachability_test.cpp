@@ -343,6 +343,17 @@ TEST_F(CheckSMBShare, TellsTheTargetBeforeItLooksForTheHostAndTheResultInTheEnd)
               ElementsAre(2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 3));
 }
 
+TEST_F(CheckSMBShare, TellsAFailedStepAfterWhatItHasTakenDown) {
+  for (size_t succeeding = 0; succeeding < 5; ++succeeding) {
+    AnswerSteps(succeeding);
+    auto keys = KeysAtEachCall("CoreUtilsCheckSMBShare", Share("h\\s"));
+    ASSERT_FALSE(keys.empty());
+    EXPECT_EQ(keys.back(), 3) << succeeding;
+    keys.pop_back();
+    EXPECT_THAT(keys, testing::Each(2)) << succeeding;
+  }
+}
+
 /// Whether a line other than the log-in's holds the password.
 bool ShowsPassword(const std::vector<std::string>& lines) {
   return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
