@@ -11,6 +11,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 sees overlapping copies in std::string's own assignment (GCC bug 105651).
   target_compile_options(zel_options INTERFACE -Wno-restrict)
 endif()
+if(ZEL_UNITY)
+  # Types of an unnamed namespace in classes of one source file: harmless, but no longer seen as such.
+  target_compile_options(zel_options INTERFACE -Wno-subobject-linkage)
+endif()
 target_include_directories(zel_options INTERFACE ${CMAKE_SOURCE_DIR} ${CMAKE_SOURCE_DIR}/host)
 target_link_libraries(zel_options INTERFACE Threads::Threads)
 if(WIN32)
@@ -37,12 +41,25 @@ function(zel_use_boost target)
   endif()
 endfunction()
 
+# A test program, run as a whole, or in so many shards side by side. What became of its tests is then in
+# test-results/ of the build, in JUnit's format.
 function(zel_add_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(ARG "" "SHARDS" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE zel_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
-  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 60 DISCOVERY_MODE PRE_TEST
-                       PROPERTIES TIMEOUT 120 LABELS ${name} ${ARG_PROPERTIES})
+
+  set(results ${CMAKE_BINARY_DIR}/test-results)
+  file(MAKE_DIRECTORY ${results})
+  if(NOT ARG_SHARDS)
+    set(ARG_SHARDS 1)
+  endif()
+  math(EXPR last "${ARG_SHARDS} - 1")
+  foreach(shard RANGE ${last})
+    add_test(NAME ${name}-${shard} COMMAND ${name} --gtest_output=xml:${name}-${shard}.xml
+             WORKING_DIRECTORY ${results})
+    set_tests_properties(${name}-${shard} PROPERTIES TIMEOUT 600 LABELS ${name}
+      ENVIRONMENT "GTEST_TOTAL_SHARDS=${ARG_SHARDS};GTEST_SHARD_INDEX=${shard}")
+  endforeach()
 endfunction()
 
 # Gives a program or library of the Windows build its version resource. The resource compiler is kept

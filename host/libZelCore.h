@@ -43,7 +43,7 @@ uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& 
 /// it may take, ~0U for the configured time. Returns the action's own
 /// result code, or a `kInvoke...` code when it did not run; the log says which of not configured,
 /// not reachable, refused and failed it was.
-uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
+uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer& parameters,
                                                void* reserved1, void* reserved2, uint32_t timeoutMs,
                                                uint32_t options);
 

@@ -12,7 +12,7 @@
 // work, writes its results into the same container and returns a result code. It may throw: the
 // registry turns an exception into `kFailure`.
 
-/// What an action answers to the core, which hands it to whoever invoked the action.
+/// What an action (`ActionHandler`) answers to the core, which hands it to whoever invoked it.
 using ResultCode = uint32_t;
 
 constexpr ResultCode kSuccess = 0;

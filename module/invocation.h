@@ -21,5 +21,5 @@ inline ResultCode InvokeAt(const ZelString* agent, const ZelString& url, const Z
 
 /// An action of the master server.
 inline ResultCode InvokeOnMaster(const ZelString& action, ZelContainer* container) {
-  return InvokeContainerToMasterWithTempTunnel(action, container, nullptr, nullptr, ~0U, ~0U);
+  return InvokeContainerToMasterWithTempTunnel(action, *container, nullptr, nullptr, ~0U, ~0U);
 }

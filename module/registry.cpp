@@ -33,7 +33,7 @@ namespace {
 struct ActionRow {
   /// The action's name, optionally followed by a blank and a parameter list for people.
   const char* signature;
-  ResultCode (*handler)(ZelContainer* params);
+  ActionHandler handler;
 };
 
 constexpr std::string_view NameOf(const ActionRow& row) {
@@ -47,12 +47,13 @@ constexpr std::string_view NameOf(const ActionRow& row) {
 //    it in the family's header.
 // 2. Add its row below. The order of the rows is the order of registration and is fixed; the
 //    signature is text for people, the handler reads its keys whatever it says.
-// 3. Raise the count in the static_assert.
+// 3. Raise the count in the static_assert, and kActionCount in tests/contract/module_test.h.
 // 4. Write its contract tests in tests/contract (suite: the action's name without "CoreUtils") and
 //    its system test in tests/system.
 // 5. Describe it in docs/actions, in a section with the action's name.
 //
-// scripts/check-includes fails while a row lacks its section or its tests.
+// scripts/check-includes fails while a row lacks its section or its tests. docs/new-action.md goes
+// through it all, with the host function and the verb that an action may need.
 constexpr auto kActions = std::to_array<ActionRow>({
     {"CoreUtilsCopyFile (string SourcePath, string DestinationPath)", CoreUtilsCopyFile},
     {"CoreUtilsRenameFile (string SourcePath, string DestinationPath)", CoreUtilsRenameFile},
@@ -114,7 +115,7 @@ constexpr bool NamesAreUnique() {
   return true;
 }
 
-static_assert(kActions.size() == 47);
+static_assert(kActions.size() == 47, "another row: raise this and kActionCount in the tests");
 static_assert(NamesAreUnique());
 
 /// What the core calls for a row: the handler, behind a wall that no exception passes.

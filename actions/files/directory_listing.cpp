@@ -177,8 +177,8 @@ void QuickSort(Index* index, size_t left, size_t right, const SortOrder& order,
       if (last > left) QuickSort(index, left, last - 1, order, splitsLeft);
       left = last + 1;
     } else {
+      // The left part is the larger one: there is something in it.
       if (last < right) QuickSort(index, last + 1, right, order, splitsLeft);
-      if (last == left) return;
       right = last - 1;
     }
   }

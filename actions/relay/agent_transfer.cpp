@@ -45,6 +45,14 @@ void EndWithSlash(ZelString* path) {
   if (!path->EndsWith("/", true)) *path += "/";
 }
 
+HttpFileMessage MakeUpload(const ZelString& path, const ZelString& resource) {
+  HttpFileMessage upload;
+  upload.SetMethod(kHttpPut);
+  upload.SetResourcePath(resource);
+  upload.SetTo(path, "");
+  return upload;
+}
+
 TransferClient::TransferClient(const ZelString& user, const ZelString& password)
     : client_(kDefaultTimeout, kDefaultTimeout) {
   client_.SetDebugContext(ZelAgentGetDebugContext());
@@ -59,12 +67,8 @@ TransferClient::TransferClient(const ZelString& user, const ZelString& password)
   }
 }
 
-int TransferClient::Send(const ZelString& path, const ZelString* agent, const ZelString& host,
-                         uint32_t port, const ZelString& resource) {
-  HttpFileMessage request;
-  request.SetMethod(kHttpPut);
-  request.SetResourcePath(resource);
-  request.SetTo(path, "");
+int TransferClient::Send(const ZelString* agent, const ZelString& host, HttpFileMessage& upload,
+                         uint32_t port) {
   HttpMessage response(0);
-  return client_.SendAndRecv(agent, host, request, response, port, kFailsOnStatus, nullptr);
+  return client_.SendAndRecv(agent, host, upload, response, port, kFailsOnStatus, nullptr);
 }

@@ -32,15 +32,17 @@ void UseForwardSlashes(ZelString* path);
 /// Appends "/" unless `path` ends with one.
 void EndWithSlash(ZelString* path);
 
+/// The request that puts the file `path` where `resource` says.
+HttpFileMessage MakeUpload(const ZelString& path, const ZelString& resource);
+
 /// A client with this agent's log and, where the agent's settings ask for them, TLS and PAC.
 class TransferClient {
  public:
   TransferClient(const ZelString& user, const ZelString& password);
 
-  /// Sends the file `path` to `resource` of the agent at `host`; 0, or what went wrong. `agent` is
-  /// its identity, or null.
-  int Send(const ZelString& path, const ZelString* agent, const ZelString& host, uint32_t port,
-           const ZelString& resource);
+  /// Sends the file to the agent at `host`; 0, or what went wrong. `agent` is its identity, or
+  /// null.
+  int Send(const ZelString* agent, const ZelString& host, HttpFileMessage& upload, uint32_t port);
 
  private:
   HttpClient client_;

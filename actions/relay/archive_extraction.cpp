@@ -41,6 +41,7 @@ ResultCode Extract(const ZelString& archivePath, const ZelString& destination) {
     Logger().ErrorWithNL("The file %S does not exists!", archivePath);
     return kFailure;
   }
+
   if (!DirExists(destination)) {
     if (!PathCreate(destination)) {
       Logger().ErrorWithNL("The destination path '%S' for the backup cannot be created!",
@@ -51,6 +52,7 @@ ResultCode Extract(const ZelString& archivePath, const ZelString& destination) {
   }
 
   if (!ExtractAll(archivePath, destination)) return kFailure;
+
   if (FileDelete(archivePath, 0) != 0)
     Logger().WarningWithNL("Failed to delete the file '%S'.", archivePath);
   return kSuccess;

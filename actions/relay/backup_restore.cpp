@@ -101,12 +101,13 @@ void Send(const Backup& backup, const Sender& sender, const Request& request,
           const ZelString& aliasName) {
   TransferClient client(sender.name, sender.password);
   Logger().PrintWithNL("Sender is '%S'", sender.endpoint);
+
   ZelString resource;
   resource.Printf("/%S/%S", aliasName, backup.fileName);
+  HttpFileMessage upload = MakeUpload(backup.path, resource);
   Logger().PrintWithNL("copying file %S from relay %S, %S", backup.path, sender.ipAddress,
                        resource);
-
-  const int error = client.Send(backup.path, nullptr, request.host, request.port, resource);
+  const int error = client.Send(nullptr, request.host, upload, request.port);
   if (error != 0) {
     Logger().WarningWithNL("Error %d: Failed to copy file %S from relay %S, %S", error, backup.path,
                            request.host, resource);
@@ -145,6 +146,7 @@ ResultCode CoreUtilsRestoreBackup(ZelContainer* params) {
 
   const ZelString choice =
       request.wantsNewest ? FindNewestBackup(request.sourcePath, request.name) : request.name;
+
   Normalise(&request.sourcePath);
   Normalise(&request.destinationPath);
   Backup backup;
@@ -157,6 +159,7 @@ ResultCode CoreUtilsRestoreBackup(ZelContainer* params) {
   const ZelString url = UrlOf(sender, request.host, request.port);
   UrlParseInet parsedUrl;
   parsedUrl.LoadUrl(url);
+
   const ZelString aliasName = MakeAliasName();
   if (!AddAlias(url, aliasName, request.destinationPath)) return Finish(params, kFailure);
 

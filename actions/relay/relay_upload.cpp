@@ -62,10 +62,10 @@ void Upload(const ZelString& sourcePath, const Sender& sender, const Relay& rela
             const UrlParseInet& url, const ZelString& resource) {
   TransferClient client(url.GetUser(), url.GetPassword());
   Logger().PrintWithNL("Sender is '%S' and Receiver is '%S'", sender.endpoint, relay.address);
-  Logger().PrintWithNL("copying file %S to relay %S, %S", sourcePath, relay.host, resource);
 
-  const int error =
-      client.Send(sourcePath, &relay.guid, relay.host, static_cast<uint32_t>(relay.port), resource);
+  HttpFileMessage upload = MakeUpload(sourcePath, resource);
+  Logger().PrintWithNL("copying file %S to relay %S, %S", sourcePath, relay.host, resource);
+  const int error = client.Send(&relay.guid, relay.host, upload, static_cast<uint32_t>(relay.port));
   if (error != 0) {
     Logger().WarningWithNL("Error %d: Failed to copy file %S to relay %S, %S", error, sourcePath,
                            relay.host, resource);
@@ -90,6 +90,7 @@ ResultCode ExtractOnRelay(const Relay& relay, Destination destination) {
 ResultCode CopyToRelay(const ZelString& sourcePath, const ZelString& destinationPath,
                        bool isArchive) {
   Destination destination = Split(destinationPath);
+
   Relay relay = ReadRelay();
   Sender sender;
   ReadEndpoint(&sender);
@@ -114,6 +115,7 @@ ResultCode CopyToRelay(const ZelString& sourcePath, const ZelString& destination
 
   if (InvokeAt(&relay.guid, relay.url, "HttpProtocolDeleteAlias", &alias) != 0)
     Logger().ErrorWithNL("Failed to delete alias %S", aliasName);
+
   return isArchive ? ExtractOnRelay(relay, destination) : kSuccess;
 }
 

@@ -60,6 +60,7 @@ ResultCode CoreUtilsConfigureJWS(ZelContainer* params) {
 
   ZelContainer work;
   if (InvokeHere("HttpProtocolGetValues", &work) != 0) return kSuccess;
+
   ZelContainer values;
   work.GetContainer(kValues, &values, kNoIndex);
   values.GetInt32("Port", &connection.port, kNoIndex);

@@ -132,6 +132,7 @@ ResultCode CoreUtilsTaskGetList(ZelContainer* params) {
   request.SetBool("FromHCHL", true, kNoIndex);
 
   if (InvokeOnMaster("TrnDbTaskGetList", &request) != 0) return kSuccess;
+
   const int count = request.CountValues(kValues);
   ZelContainer task;
   for (int index = 0; index < count; ++index) {

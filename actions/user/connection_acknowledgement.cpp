@@ -101,10 +101,12 @@ class PendingDialog {
 
 ResultCode CoreUtilsCheckClientAccept(ZelContainer* params) {
   const Request request = ReadRequest(*params);
+
   ZelString question = Translated("_MESSAGEBOX_DA_ACKNOWLEDGMENTREQUEST_");
   question.ReplaceAll("{AdminName}", request.adminName, true);
   const ZelString yesLabel = Translated("_ACTION_YES_");
   const ZelString noLabel = Translated("_ACTION_NO_");
+
   params->Clear();
   ZelString pipeName;
   ZelAgentGetProxyPipeName(pipeName);
@@ -122,6 +124,7 @@ ResultCode CoreUtilsCheckClientAccept(ZelContainer* params) {
   auto dialog = std::make_unique<SkinDialog>(nullptr, question, yesLabel, noLabel, "",
                                              SkinDialog::BUTTON_YES_NO, pipeName, error, "");
   PendingDialog pending(std::move(dialog));
+
   if (!error) AskUser(pending.Get(), request, error, params);
   if (error) {
     request.Audit("connection refused: no proxy on host, so user cannot be asked");

@@ -38,11 +38,11 @@ ZelString PipeName() {
   return pipeName;
 }
 
-/// Shows the text on the locked screen, below the title in the user's language.
-bool SendMessage(const ZelString& pipeName, const ZelString& text) {
+/// What stands above the message on the locked screen, in the user's language.
+ZelString Title() {
   ZelString title;
   ZelAgentGetTranslation("_MESSAGEBOXTITLE_DEVICELOCKED_", "", title);
-  return ProxyDesktopLockManager::SetMessage(pipeName, title, text);
+  return title;
 }
 
 DesktopLockState& DesktopLockState::Instance() {
@@ -62,8 +62,11 @@ bool DesktopLockState::Lock() {
 bool DesktopLockState::SetMessage(const ZelString& text) {
   const ZelMutexLock lock(desktopLockMutex);
   if (lockCount_ == 0) return false;
+
   KeepMessage(text);
-  return SendMessage(PipeName(), text);
+  const ZelString pipeName = PipeName();
+  const ZelString title = Title();
+  return ProxyDesktopLockManager::SetMessage(pipeName, title, text);
 }
 
 void DesktopLockState::KeepMessage(const ZelString& text) {
@@ -79,6 +82,7 @@ bool DesktopLockState::Unlock() {
     --lockCount_;
     return true;
   }
+
   const bool isUnlocked = ProxyDesktopLockManager::Unlock(PipeName());
   lockCount_ = 0;
   return isUnlocked;
@@ -86,10 +90,13 @@ bool DesktopLockState::Unlock() {
 
 bool DesktopLockState::Restore() const {
   if (lockCount_ == 0) return true;
+
   const ZelString pipeName = PipeName();
   if (!ProxyDesktopLockManager::Lock(pipeName)) return false;
+
+  const ZelString title = Title();
   const ZelString message = Message();
-  return SendMessage(pipeName, message);
+  return ProxyDesktopLockManager::SetMessage(pipeName, title, message);
 }
 
 }  // namespace

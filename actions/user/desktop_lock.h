@@ -3,7 +3,8 @@
 #include "module/action.h"
 
 // The desktop lock: several administrators and scripts may lock, and the last unlock releases the
-// screen. Each action answers with its result code alone.
+// screen. Each action answers with its result code alone. What they read and when they fail is
+// described in docs/actions/desktop-lock.md.
 
 ResultCode CoreUtilsLockDesktop(ZelContainer* params);
 ResultCode CoreUtilsSetLockMessageText(ZelContainer* params);

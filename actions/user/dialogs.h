@@ -2,7 +2,8 @@
 
 #include "module/action.h"
 
-// Messages in front of the logged-on user.
+// Messages in front of the logged-on user. What the actions read and answer is described in
+// docs/actions/dialogs.md.
 
 /// Shows a message without buttons and returns; it stays until the next one or
 /// `CoreUtilsCloseDialog`.

@@ -8,6 +8,7 @@
 
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/request_proof.h"
+#include "agent/libZel/security_context.h"
 
 namespace http_exchange {
 namespace {
@@ -200,7 +201,7 @@ void AddressAgent(Request* request, const AgentAddress& address, const AgentLogi
     return;
   }
   request->Set(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_BASIC));
-  request->Set(CURLOPT_USERNAME, ("agent/" + login.agentName).c_str());
+  request->Set(CURLOPT_USERNAME, (kAgentLoginPrefix + login.agentName).c_str());
   request->Set(CURLOPT_PASSWORD, login.password.c_str());
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/libZel/blanks.h"
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/edit_failures.h"
 #include "agent/libZel/file_checks.h"
@@ -16,16 +17,8 @@
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
 char AsciiLower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
-std::string_view Trim(std::string_view text) {
-  const size_t start = text.find_first_not_of(kBlanks);
-  if (start == std::string_view::npos) return {};
-  return text.substr(start, text.find_last_not_of(kBlanks) + 1 - start);
 }
 
 // A name in a section; sections themselves are names in section `kNoSection`.
@@ -72,7 +65,7 @@ std::optional<std::string_view> SectionName(std::string_view line) {
   if (!line.starts_with('[')) return std::nullopt;
   const size_t end = line.find(']');
   if (end == std::string_view::npos) return std::nullopt;
-  return Trim(line.substr(1, end - 1));
+  return TrimBlanks(line.substr(1, end - 1));
 }
 
 bool IsEntry(std::string_view line) {
@@ -118,7 +111,7 @@ struct IniFile::Content {
       std::string_view content = text.substr(0, end);
       text.remove_prefix(std::min(end + 1, text.size()));
       if (content.ends_with('\r')) content.remove_suffix(1);
-      content = Trim(content);
+      content = TrimBlanks(content);
 
       if (const auto name = SectionName(content)) section = NumberOf(*name);
       if (section == kNoSection) continue;
@@ -136,11 +129,11 @@ struct IniFile::Content {
 
   void AddEntry(uint32_t section, std::string_view content, uint32_t line) {
     const size_t equals = content.find('=');
-    const std::string_view name = Trim(content.substr(0, equals));
+    const std::string_view name = TrimBlanks(content.substr(0, equals));
     if (name.empty()) return;
     const auto number = static_cast<uint32_t>(entries_.size());
     if (!numbers_.try_emplace({section, name}, number).second) return;
-    entries_.push_back({name, Trim(content.substr(equals + 1)), line, section});
+    entries_.push_back({name, TrimBlanks(content.substr(equals + 1)), line, section});
     ++sections_[section].count;
   }
 
@@ -172,7 +165,6 @@ struct IniFile::Content {
 };
 
 namespace {
-
 // No file has no lines: then an edit of one that has appeared since is refused.
 std::shared_ptr<const TextLines> Read(const ZelString& path, const NativePath& native) {
   std::string bytes;
@@ -183,9 +175,7 @@ std::shared_ptr<const TextLines> Read(const ZelString& path, const NativePath& n
   }
   return std::make_shared<const TextLines>();
 }
-
 }  // namespace
-
 IniFile::IniFile(const ZelString& path) : File(path) {
   Guarded("IniFile", 0, [&] {
     const NativePath native = ToNativeFile(path);
@@ -195,9 +185,7 @@ IniFile::IniFile(const ZelString& path) : File(path) {
     return 0;
   });
 }
-
 IniFile::~IniFile() = default;
-
 int IniFile::GetEntryName(const ZelString& section, unsigned index, ZelString& name) const {
   return Guarded("GetEntryName", 0, [&] {
     const Section* const found = content_ ? content_->FindSection(section) : nullptr;
@@ -207,7 +195,6 @@ int IniFile::GetEntryName(const ZelString& section, unsigned index, ZelString& n
     return 1;
   });
 }
-
 int IniFile::GetEntryValue(const ZelString& section, const ZelString& name, ZelString& value,
                            const ZelString& defaultValue) const {
   return Guarded("GetEntryValue", 0, [&] {
@@ -216,7 +203,6 @@ int IniFile::GetEntryValue(const ZelString& section, const ZelString& name, ZelS
     return entry != nullptr ? 1 : 0;
   });
 }
-
 uint32_t IniFile::FindEntryLine(const ZelString& section, const ZelString& name) const {
   return Guarded("FindEntryLine", uint32_t{0}, [&] {
     const Entry* const entry = content_ ? content_->FindEntry(section, name) : nullptr;

@@ -3,6 +3,9 @@
 #include <filesystem>
 #include <string>
 
+/// Agents log in to each other as this and their name.
+constexpr const char* kAgentLoginPrefix = "agent/";
+
 /// What TLS with other agents takes. Files are PEM.
 class SslContext {
  public:

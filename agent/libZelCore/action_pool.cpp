@@ -4,6 +4,7 @@
 #include <chrono>
 #include <exception>
 #include <system_error>
+#include <utility>
 
 #include "agent/libZelCore/core_log.h"
 
@@ -106,10 +107,13 @@ bool ActionPool::StartThread() {
   const auto self = threads_.emplace(threads_.end());
   try {
     *self = std::thread(&ActionPool::Work, this, self);
+    lacksThread_ = false;
     return true;
   } catch (const std::system_error& error) {
     threads_.erase(self);
-    CoreLog().WarningWithNL("No further action thread: %s", error.what());
+    // Once, however many requests come meanwhile.
+    if (!std::exchange(lacksThread_, true))
+      CoreLog().WarningWithNL("No further action thread: %s", error.what());
     return false;
   }
 }

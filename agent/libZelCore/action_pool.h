@@ -61,5 +61,6 @@ class ActionPool {
   size_t idle_ = 0;
   std::atomic<bool> hasQueued_{false};  ///< for the thread that spins
   bool isSpinning_ = false;
+  bool lacksThread_ = false;  ///< and the log has told
   bool stopping_ = false;
 };

@@ -95,7 +95,7 @@ AgentCore::Implementation::Implementation(const AgentOptions& options)
       lock(home / kLockFile),
       loaded(LoadUsableSettings(config / kConfigurationFile)),
       settings(loaded.settings),
-      audit(log / "audit.jsonl"),
+      audit(log / "audit.jsonl", {settings.auditRotateBytes, settings.auditKeptFiles}),
       context(LogOptions(settings, log, options.logToStderr)),
       identity(DeviceIdentity(data / "identity")),
       users(config / "users"),

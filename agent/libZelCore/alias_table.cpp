@@ -6,6 +6,7 @@
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/privacy_policy.h"
+#include "agent/libZelCore/settings_keys.h"
 
 namespace {
 
@@ -16,13 +17,6 @@ using std::chrono::milliseconds;
 constexpr size_t kMaxNameLength = 64;
 constexpr size_t kMaxAliases = 1024;
 /// Targets below "/v1/" are the protocol's own.
-constexpr std::string_view kProtocolName = "v1";
-
-bool IsNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-         c == '-' || c == '_';
-}
-
 /// Empty, or what is wrong with the name.
 std::string CheckName(std::string_view name) {
   const bool isName = !name.empty() && name.size() <= kMaxNameLength && name[0] != '.' &&
@@ -250,11 +244,16 @@ std::string AliasTable::FindOwnUse(const std::string& canonical) const {
 
 /// An own directory that cannot be resolved might be anywhere.
 bool AliasTable::IsOwn(const std::string& canonical) const {
-  const CanonicalPath home = CanonicalOf(home_);
   const CanonicalPath data = CanonicalOf(data_);
-  if (!home || !data) return true;
+  if (!data) return true;
   const std::string path = FoldCase(canonical);
-  return IsAtOrBelow(path, FoldCase(home.path)) && !IsAtOrBelow(path, FoldCase(data.path));
+  if (IsAtOrBelow(path, FoldCase(data.path))) return false;
+  // An installation may have links in the home that lead to where its system keeps such things.
+  for (const fs::path& own : {home_, home_ / "config", home_ / "log"}) {
+    const CanonicalPath place = CanonicalOf(own);
+    if (!place || IsAtOrBelow(path, FoldCase(place.path))) return true;
+  }
+  return false;
 }
 
 bool AliasTable::HasExpired(const Entry& entry, Clock::time_point now) const {

@@ -15,6 +15,9 @@
 #include "agent/libZelCore/canonical_path.h"
 #include "libZel/string.h"
 
+/// The first part of the protocol's own targets, which no alias may take.
+constexpr std::string_view kProtocolName = "v1";
+
 /// Directories of this machine into which others may store files over HTTP for a while, under the
 /// target "/alias/file". An alias belongs to whoever made it and serves its owner alone. It
 /// goes away when it is deleted, when its owner has been silent for long, and with the agent.
@@ -46,10 +49,10 @@ class AliasTable {
     const char* what = "";       ///< "private key", ...
   };
 
-  /// No alias leads into `home`, the agent's own directory, other than below `data`, nor to the
-  /// directory of a guarded file, be that the file's own or one of a link to it. An alias whose
-  /// owner has been silent for more than `longestSilence` goes away, unless an upload is under way.
-  /// `now` tells the time.
+  /// No alias leads into `home`, the agent's own directory, or to where its "config" and "log"
+  /// stand when these are links, other than below `data`, nor to the directory of a guarded file,
+  /// be that the file's own or one of a link to it. An alias whose owner has been silent for more
+  /// than `longestSilence` goes away, unless an upload is under way. `now` tells the time.
   AliasTable(std::filesystem::path home, std::filesystem::path data,
              std::vector<GuardedFile> guarded, std::chrono::milliseconds longestSilence,
              Now now = Clock::now);

@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/blanks.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/ini_reader.h"
@@ -19,12 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr uint32_t kFound = 0;
 constexpr uint32_t kUnknown = 1;
-
-std::string_view TrimBlanks(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
   const auto lower = [](char c) {

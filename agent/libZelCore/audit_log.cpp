@@ -1,67 +1,23 @@
 #include "agent/libZelCore/audit_log.h"
 
-#include <openssl/evp.h>
-
 #include <algorithm>
-#include <array>
-#include <boost/json/parse.hpp>
-#include <boost/json/value.hpp>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
-#include "agent/libZel/native_path.h"
+#include "agent/libZelCore/audit_files.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/json_codec.h"
 
+using namespace audit_files;
+
 namespace {
 
 namespace fs = std::filesystem;
-namespace json = boost::json;
-
-/// What the first line of a file holds as the hash of the line before.
-constexpr std::string_view kGenesis =
-    "0000000000000000000000000000000000000000000000000000000000000000";
-
-constexpr size_t kReadBytes = 64 * 1024;
-
-std::string FileText(const fs::path& file) {
-  return std::string(FromNativePath(file).Utf8());
-}
-
-class Sha256 {
- public:
-  Sha256() : context_(EVP_MD_CTX_new()), digest_(EVP_MD_fetch(nullptr, "SHA256", nullptr)) {}
-  ~Sha256() {
-    EVP_MD_CTX_free(context_);
-    EVP_MD_free(digest_);
-  }
-  Sha256(const Sha256&) = delete;
-  Sha256& operator=(const Sha256&) = delete;
-
-  std::string Hex(std::string_view text) {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
-    unsigned length = 0;
-    const bool isDone = EVP_DigestInit_ex2(context_, digest_, nullptr) == 1 &&
-                        EVP_DigestUpdate(context_, text.data(), text.size()) == 1 &&
-                        EVP_DigestFinal_ex(context_, bytes.data(), &length) == 1;
-    if (!isDone) throw std::runtime_error("SHA-256 is not available");
-    std::string hex;
-    hex.reserve(2 * length);
-    for (unsigned i = 0; i < length; ++i) {
-      hex += "0123456789abcdef"[bytes[i] >> 4];
-      hex += "0123456789abcdef"[bytes[i] & 15];
-    }
-    return hex;
-  }
-
- private:
-  EVP_MD_CTX* context_;
-  EVP_MD* digest_;
-};
 
 // RFC 3339, UTC, milliseconds.
 std::string Now() {
@@ -85,136 +41,80 @@ void AppendMember(const char* name, std::string_view value, std::string* line) {
   EncodeString(value, line);
 }
 
-struct LastLine {
-  std::string text;  ///< without its line end; empty for an empty file
-  bool hasEnd = true;
-};
-
-// Reads backwards, so that starting an agent does not depend on the size of its audit trail.
-LastLine ReadLastLine(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary | std::ios::ate);
-  if (!stream) throw std::runtime_error("cannot read the audit trail " + FileText(file));
-  LastLine last;
-  auto position = static_cast<uint64_t>(stream.tellg());
-  if (position == 0) return last;
-
-  std::string tail;
-  for (bool isFirst = true; position > 0; isFirst = false) {
-    const size_t length = static_cast<size_t>(std::min<uint64_t>(position, kReadBytes));
-    position -= length;
-    std::string block(length, '\0');
-    stream.seekg(static_cast<std::streamoff>(position));
-    if (!stream.read(block.data(), static_cast<std::streamsize>(length)))
-      throw std::runtime_error("cannot read the audit trail " + FileText(file));
-    if (isFirst) {
-      last.hasEnd = block.back() == '\n';
-      if (last.hasEnd) block.pop_back();
-    }
-    const size_t end = block.rfind('\n');
-    tail.insert(0, end == std::string::npos ? block : block.substr(end + 1));
-    if (end != std::string::npos) break;
-  }
-  last.text = std::move(tail);
-  return last;
+std::string ReadFirstLine(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  std::string line;
+  std::getline(stream, line);
+  return line;
 }
 
-std::string_view Text(const json::object& line, const char* name) {
-  const json::value* const value = line.if_contains(name);
-  return value && value->is_string() ? std::string_view(value->get_string()) : std::string_view();
+/// Not so when the file tells another number than its name; one whose first line is torn tells
+/// none.
+bool IsOfTrail(const std::pair<const uint64_t, fs::path>& rotated) {
+  const uint64_t told = NumberOfLine(ReadFirstLine(rotated.second));
+  return told == 0 || told == rotated.first;
 }
-
-bool IsComplete(const json::object& line) {
-  for (const char* const name : {"time", "module", "user", "address", "text", "previous"}) {
-    const json::value* const value = line.if_contains(name);
-    if (!value || !value->is_string()) return false;
-  }
-  return true;
-}
-
-// Judges line after line; a line that is no JSON is bad unless the next one says that it is torn.
-class Verifier {
- public:
-  /// False ends the search.
-  bool Add(const std::string& line) {
-    ++number_;
-    json::error_code error;
-    const json::value value = json::parse(line, error);
-    const bool isLine = !error && value.is_object() && IsComplete(value.get_object());
-    if (!isLine) {
-      if (isTorn_) return Fail(number_ - 1, "it is not a line of an audit trail");
-      isTorn_ = true;
-      previous_ = sha256_.Hex(line);
-      return true;
-    }
-
-    const json::object& object = value.get_object();
-    const json::value* const torn = object.if_contains("torn");
-    const bool saysTorn = torn && torn->is_bool() && torn->get_bool();
-    if (isTorn_ && !saysTorn) return Fail(number_ - 1, "it is not a line of an audit trail");
-    if (Text(object, "previous") != previous_) return Fail(number_, BrokenChain());
-    isTorn_ = false;
-    previous_ = sha256_.Hex(line);
-    return true;
-  }
-
-  AuditVerdict Finish(bool lastHasEnd) {
-    if (verdict_.badLine == 0 && (isTorn_ || !lastHasEnd))
-      Fail(number_, "it is incomplete, and no line after it says so");
-    if (verdict_.badLine == 0) {
-      verdict_.isWhole = true;
-      verdict_.lines = number_;
-    }
-    return std::move(verdict_);
-  }
-
- private:
-  bool Fail(uint64_t line, std::string reason) {
-    verdict_.badLine = line;
-    verdict_.lines = line - 1;
-    verdict_.reason = std::move(reason);
-    return false;
-  }
-
-  std::string BrokenChain() const {
-    if (number_ == 1) return "it is not the first line of an audit trail";
-    return "it does not follow from line " + std::to_string(number_ - 1) +
-           ": that line was changed, or lines between them were removed or added";
-  }
-
-  Sha256 sha256_;
-  AuditVerdict verdict_;
-  std::string previous_{kGenesis};
-  uint64_t number_ = 0;
-  bool isTorn_ = false;
-};
 
 }  // namespace
 
 struct AuditLog::Implementation {
-  explicit Implementation(const fs::path& path) : name(FileText(path)), file(path) {}
+  Implementation(const fs::path& path, const AuditRotation& rotationOfLog)
+      : name(FileText(path)),
+        path(path),
+        rotation(rotationOfLog),
+        file(std::make_unique<core_platform::AppendFile>(path)),
+        rotateAt(rotationOfLog.rotateBytes) {}
+
+  void Continue();
+  void FindNumber();
+  std::string MakeLine(const AuditEvent& event);
+  bool Rotate();
+  void DeleteOldFiles();
+  int Append(std::string_view bytes, bool* isWhole);
 
   const std::string name;
-  core_platform::AppendFile file;
+  const fs::path path;
+  const AuditRotation rotation;
+  /// Null while it could not be opened again.
+  std::unique_ptr<core_platform::AppendFile> file;
+  uint64_t sizeBytes = 0;
+  uint64_t rotateAt;
+  uint64_t number = 1;  ///< of the file, 1 being the first one of the trail
   /// Made with the first line, so that starting does not wait for the cryptographic library.
   std::unique_ptr<Sha256> sha256;
-  std::string lastLine;
+  std::string lastLine;  ///< of the file, or of the one before while it is empty
   bool isEmpty = true;
   bool isTorn = false;  ///< the file ends in a part of a line, which is `lastLine`
   uint64_t lost = 0;
 };
 
-AuditLog::AuditLog(const fs::path& file) : implementation_(std::make_unique<Implementation>(file)) {
-  LastLine last = ReadLastLine(file);
-  implementation_->isTorn = !last.hasEnd;
-  implementation_->isEmpty = last.hasEnd && last.text.empty();
-  implementation_->lastLine = std::move(last.text);
+/// Finds out what the next line follows from.
+void AuditLog::Implementation::Continue() {
+  LastLine last = ReadLastLine(path);
+  isTorn = !last.hasEnd;
+  isEmpty = last.hasEnd && last.text.empty();
+  sizeBytes = fs::file_size(path);
+  // An empty file goes on from the one before.
+  if (!isEmpty) lastLine = std::move(last.text);
 }
 
-AuditLog::~AuditLog() = default;
+/// What the file tells itself counts: others beside it may be copies with numbers of their own,
+/// such as a date.
+void AuditLog::Implementation::FindNumber() {
+  const uint64_t told = isEmpty ? 0 : NumberOfLine(ReadFirstLine(path));
+  if (told > 0) {
+    number = told;
+    return;
+  }
+  const auto rotated = RotatedFiles(path);
+  const auto newest = std::find_if(rotated.rbegin(), rotated.rend(), IsOfTrail);
+  if (newest == rotated.rend()) return;
+  number = newest->first + 1;
+  if (isEmpty) lastLine = ReadLastLine(newest->second).text;
+}
 
-std::string AuditLog::MakeLine(const AuditEvent& event) {
-  Implementation& log = *implementation_;
-  if (!log.sha256) log.sha256 = std::make_unique<Sha256>();
+std::string AuditLog::Implementation::MakeLine(const AuditEvent& event) {
+  if (!sha256) sha256 = std::make_unique<Sha256>();
 
   std::string line = "{\"time\":\"" + Now() + '"';
   AppendMember("module", event.module, &line);
@@ -222,23 +122,84 @@ std::string AuditLog::MakeLine(const AuditEvent& event) {
   AppendMember("address", event.address, &line);
   AppendMember("text", event.text, &line);
   if (!event.request.empty()) AppendMember("request", event.request, &line);
-  if (log.isTorn) line += ",\"torn\":true";
-  if (log.lost > 0) line += ",\"lost\":" + std::to_string(log.lost);
+  if (isTorn) line += ",\"torn\":true";
+  if (lost > 0) line += ",\"lost\":" + std::to_string(lost);
+  if (isEmpty && number > 1)
+    line += ",\"" + std::string(kFileMember) + "\":" + std::to_string(number);
   line += ",\"previous\":\"";
-  line += log.isEmpty ? std::string(kGenesis) : log.sha256->Hex(log.lastLine);
+  line += isEmpty && number == 1 ? std::string(kGenesis) : sha256->Hex(lastLine);
   line += "\"}";
   return line;
 }
 
+/// Begins the next file. False when the file goes on, which is tried again when it has grown by as
+/// much once more.
+bool AuditLog::Implementation::Rotate() {
+  const fs::path target = RotatedName(path, number);
+  std::error_code error;
+  file.reset();  // Windows renames no file that is open
+  if (fs::exists(target, error)) error = std::make_error_code(std::errc::file_exists);
+  if (!error) fs::rename(path, target, error);
+  if (error) {
+    CoreLog().ErrorWithNL("The audit trail %s cannot be renamed to %s and grows on: %s",
+                          name.c_str(), FileText(target).c_str(), error.message().c_str());
+    rotateAt = sizeBytes + rotation.rotateBytes;
+    return false;
+  }
+  ++number;
+  sizeBytes = 0;
+  rotateAt = rotation.rotateBytes;
+  isEmpty = true;
+  DeleteOldFiles();
+  return true;
+}
+
+void AuditLog::Implementation::DeleteOldFiles() {
+  if (rotation.keptFiles == 0 || rotation.keptFiles >= number) return;
+  for (const auto& [oldNumber, oldFile] : RotatedFiles(path)) {
+    if (oldNumber >= number - rotation.keptFiles) return;
+    std::error_code error;
+    fs::remove(oldFile, error);
+    if (error) {
+      CoreLog().WarningWithNL("The old audit trail %s cannot be deleted: %s",
+                              FileText(oldFile).c_str(), error.message().c_str());
+    }
+  }
+}
+
+int AuditLog::Implementation::Append(std::string_view bytes, bool* isWhole) {
+  *isWhole = true;
+  if (!file) {
+    try {
+      file = std::make_unique<core_platform::AppendFile>(path);
+    } catch (const std::runtime_error& failure) {
+      if (lost == 0) CoreLog().ErrorWithNL("%s", failure.what());
+      return EIO;
+    }
+  }
+  return file->Append(bytes, isWhole);
+}
+
+AuditLog::AuditLog(const fs::path& file, const AuditRotation& rotation)
+    : implementation_(std::make_unique<Implementation>(file, rotation)) {
+  implementation_->Continue();
+  implementation_->FindNumber();
+}
+
+AuditLog::~AuditLog() = default;
+
 bool AuditLog::Write(const AuditEvent& event) {
   std::lock_guard lock(mutex_);
   Implementation& log = *implementation_;
-  std::string line = MakeLine(event);
+  std::string line = log.MakeLine(event);
+  const bool isDue = !log.isEmpty && !log.isTorn && log.sizeBytes + line.size() >= log.rotateAt;
+  if (isDue && log.Rotate()) line = log.MakeLine(event);
 
   bool isWhole = true;
   const std::string bytes = (log.isTorn ? "\n" : "") + line + "\n";
-  const int error = log.file.Append(bytes, &isWhole);
+  const int error = log.Append(bytes, &isWhole);
   if (error == 0) {
+    log.sizeBytes += bytes.size();
     log.lastLine = std::move(line);
     log.isEmpty = log.isTorn = false;
     log.lost = 0;
@@ -252,34 +213,10 @@ bool AuditLog::Write(const AuditEvent& event) {
   if (!isWhole) {
     // What was written in part stays; the next line has to follow from exactly that.
     try {
-      LastLine last = ReadLastLine(fs::path(std::u8string(log.name.begin(), log.name.end())));
-      log.isTorn = !last.hasEnd;
-      log.isEmpty = last.hasEnd && last.text.empty();
-      log.lastLine = std::move(last.text);
+      log.Continue();
     } catch (const std::exception& failure) {
       CoreLog().ErrorWithNL("%s", failure.what());
     }
   }
   return false;
-}
-
-AuditVerdict VerifyAuditLog(const fs::path& file) {
-  AuditVerdict unreadable;
-  std::ifstream stream(file, std::ios::binary);
-  if (!stream) {
-    unreadable.reason = "cannot read " + FileText(file);
-    return unreadable;
-  }
-  Verifier verifier;
-  std::string line;
-  bool lastHasEnd = true;
-  while (std::getline(stream, line)) {
-    lastHasEnd = !stream.eof();
-    if (!verifier.Add(line)) break;
-  }
-  if (stream.bad()) {
-    unreadable.reason = "cannot read " + FileText(file) + " to its end";
-    return unreadable;
-  }
-  return verifier.Finish(lastHasEnd);
 }

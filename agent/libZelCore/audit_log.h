@@ -16,7 +16,13 @@ struct AuditEvent {
   std::string_view request;  ///< id of the HTTP request; may be empty
 };
 
-/// The audit trail: an append-only file of JSON lines in which each line holds the SHA-256
+/// When a trail goes on in a new file, and how many of the old ones stay.
+struct AuditRotation {
+  uint64_t rotateBytes = uint64_t{64} << 20;
+  uint32_t keptFiles = 0;  ///< 0: all
+};
+
+/// The audit trail: append-only files of JSON lines in which each line holds the SHA-256
 /// (FIPS 180-4) of the one before. docs/audit.md describes the format.
 ///
 /// One process writes a file at a time. Threads: any number may write.
@@ -25,7 +31,7 @@ class AuditLog {
   /// Opens or makes the file and continues its chain. A last line without its end, left by a fall
   /// of the agent or the machine, is kept, and the next line says so. Throws std::runtime_error
   /// naming the file.
-  explicit AuditLog(const std::filesystem::path& file);
+  explicit AuditLog(const std::filesystem::path& file, const AuditRotation& rotation = {});
   ~AuditLog();
   AuditLog(const AuditLog&) = delete;
   AuditLog& operator=(const AuditLog&) = delete;
@@ -37,8 +43,6 @@ class AuditLog {
  private:
   struct Implementation;
 
-  std::string MakeLine(const AuditEvent& event);
-
   std::mutex mutex_;
   std::unique_ptr<Implementation> implementation_;
 };
@@ -46,11 +50,15 @@ class AuditLog {
 /// What `VerifyAuditLog` found.
 struct AuditVerdict {
   bool isWhole = false;
-  uint64_t lines = 0;    ///< how many lines are good
-  uint64_t badLine = 0;  ///< the first bad one, counted from 1
-  std::string reason;    ///< why it is bad; or why the file cannot be read
+  uint64_t lines = 0;      ///< how many lines are good, in all files
+  uint64_t files = 0;      ///< how many were looked at
+  uint64_t firstFile = 0;  ///< the number of the first one; above 1 those before it are not here
+  std::string badFile;     ///< the name of the file with the first bad line
+  uint64_t badLine = 0;    ///< which it is there, counted from 1
+  std::string reason;      ///< why it is bad; or why the file cannot be read
 };
 
-/// Checks the chain from the first line to the last. What it cannot see: whether whole lines are
-/// missing at the end, and whether the last line was changed.
+/// Checks the chain from the first line to the last, across the rotated files beside the file; of a
+/// rotated file that one alone. What it cannot see: whether whole lines are missing at the end, or
+/// files at the beginning, and whether the last line was changed.
 AuditVerdict VerifyAuditLog(const std::filesystem::path& file);

@@ -3,22 +3,22 @@
 #include <algorithm>
 #include <string_view>
 
+#include "agent/libZel/security_context.h"
 #include "agent/libZelCore/agent_core_parts.h"
 #include "agent/libZelCore/host_functions.h"
 #include "agent/libZelCore/invocation_depth.h"
 
 namespace {
 
-constexpr std::string_view kAgentOwner = "agent/";
-constexpr size_t kLongestLogin = 256;
+constexpr size_t kLongestToldLogin = 256;
 
 constexpr const char* kLogin = "Login";
 constexpr const char* kAdministratorFlag = "Administrator";
 
-bool IsLogin(std::string_view text) {
-  return text.size() <= kLongestLogin && std::all_of(text.begin(), text.end(), [](unsigned char c) {
-           return c > 0x20 && c < 0x7F;
-         });
+bool IsToldLogin(std::string_view text) {
+  return text.size() <= kLongestToldLogin &&
+         std::all_of(text.begin(), text.end(),
+                     [](unsigned char c) { return c > 0x20 && c < 0x7F; });
 }
 
 /// What an agent said about its own caller.
@@ -27,7 +27,7 @@ void Believe(const ZelContainer& said, CallingUser* user) {
   bool isAdministrator = false;
   const bool isWhole = said.GetString(kLogin, &login, kNoIndex) &&
                        said.GetBool(kAdministratorFlag, &isAdministrator, kNoIndex);
-  if (!isWhole || !IsLogin(login.Utf8())) return;
+  if (!isWhole || !IsToldLogin(login.Utf8())) return;
   user->login = login.Utf8();
   user->isAdministrator = isAdministrator;
 }
@@ -48,9 +48,9 @@ CallingUser TakeCallingUser(ZelContainer* parameters) {
   if (!core) return {};
 
   const std::string& owner = InvocationContext::CurrentOwner();
-  if (!owner.starts_with(kAgentOwner)) return CallerHere(*core, owner);
+  if (!owner.starts_with(kAgentLoginPrefix)) return CallerHere(*core, owner);
   CallingUser user;
-  user.agent = owner.substr(kAgentOwner.size());
+  user.agent = owner.substr(std::string_view(kAgentLoginPrefix).size());
   if (isSaid) Believe(said, &user);
   return user;
 }
@@ -59,7 +59,7 @@ void SetCallingUser(ZelContainer* request) {
   request->Remove(kCallingUserKey);
   AgentCore::Implementation* const core = ServedCore();
   const std::string& owner = InvocationContext::CurrentOwner();
-  if (!core || owner.starts_with(kAgentOwner)) return;
+  if (!core || owner.starts_with(kAgentLoginPrefix)) return;
 
   const CallingUser user = CallerHere(*core, owner);
   ZelContainer said;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "agent/libZel/progress.h"
+#include "agent/libZel/security_context.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/local_address.h"
@@ -17,7 +18,6 @@ constexpr uint32_t kDone = 0;
 constexpr uint32_t kNotDone = 1;
 
 constexpr const char* kValues = "Values";
-constexpr std::string_view kAgentOwner = "agent/";
 
 ZelString ReadString(const ZelContainer& container, const char* key) {
   ZelString value;
@@ -82,7 +82,7 @@ uint32_t AnswerRows(const Rows& rows, ZelContainer* answer) {
 /// On whose behalf the request is made, for the privacy policy; empty for agents and this one
 /// itself. An agent speaks for its own console user.
 std::string LoginOf(const ZelContainer& request, const std::string& owner) {
-  if (!owner.empty() && !owner.starts_with(kAgentOwner)) return owner;
+  if (!owner.empty() && !owner.starts_with(kAgentLoginPrefix)) return owner;
   return std::string(ReadString(request, "DACurrentConsoleUser").Utf8());
 }
 

@@ -46,14 +46,17 @@ void KeepFreeMemory();
 /// about a millisecond for each hundred megabytes.
 void ReturnFreeMemory();
 
+/// Whether this process may do what ordinary users of the machine may not.
+bool IsAdministrator();
+
 /// Whether accounts other than the owner and the administrators may read the file, as far as the
 /// system's simple permissions tell.
 bool OthersMayRead(const std::filesystem::path& file);
 
 /// Makes the directory, with its parents, so that only the owner (and on Windows the
-/// administrators and the system) may enter it. An existing one is left as it is. Throws
-/// std::runtime_error naming it.
-void MakePrivateDirectory(const std::filesystem::path& directory);
+/// administrators and the system) may enter it. An existing one is left as it is, whoever may enter
+/// it, and answers false. Throws std::runtime_error naming it.
+bool MakePrivateDirectory(const std::filesystem::path& directory);
 
 /// A file that is only ever appended to, by one process.
 class AppendFile {

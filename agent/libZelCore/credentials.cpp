@@ -13,6 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "agent/libZel/security_context.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/private_file.h"
 
@@ -27,7 +28,7 @@ constexpr size_t kSaltBytes = 16;
 constexpr size_t kLongestLogin = 64;
 constexpr size_t kLongestRole = 32;
 constexpr size_t kLongestPassword = 1024;
-constexpr std::string_view kAgentPrefix = "agent/";
+constexpr std::string_view kAgentPrefix = kAgentLoginPrefix;
 
 /// Cost parameters of RFC 7914, section 2.
 struct ScryptCost {
@@ -365,10 +366,13 @@ void UserStore::ReloadIfChanged() {
 }
 
 void UserStore::Load() {
-  stamp_ = FileStamp(file_);  // before reading: a write in between shows at the next look
+  std::string stamp = FileStamp(file_);  // before: a write in between shows at the next look
   users_.clear();
   ++version_;
+  // No file has this stamp: what cannot be read now, for lack of a handle say, is read again.
+  stamp_ = "unread";
   std::istringstream lines(ReadWhole(file_));
+  stamp_ = std::move(stamp);
   size_t lineNumber = 0;
   for (std::string line; std::getline(lines, line);) {
     ++lineNumber;

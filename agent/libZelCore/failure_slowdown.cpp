@@ -7,10 +7,10 @@ namespace {
 constexpr unsigned kFreeFailures = 3;
 constexpr unsigned kMostDoublings = 4;
 constexpr std::chrono::milliseconds kFirstDelay{250};
-constexpr size_t kLongestLogin = 64;
+constexpr size_t kLongestKey = 64;
 
 std::string LoginKey(const std::string& login) {
-  return "l" + login.substr(0, kLongestLogin);
+  return "l" + login.substr(0, kLongestKey);
 }
 
 /// One IPv6 customer owns a whole /64 (RFC 6177), so its first four groups make the place.

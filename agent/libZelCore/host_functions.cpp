@@ -56,8 +56,7 @@ uint32_t Invoke(const ZelString* agent, const ZelString& address, const ZelStrin
 uint32_t AskMaster(const ZelString& action, ZelContainer* parameters, uint32_t timeoutMs) {
   AgentCore::Implementation* const core = ServedCore();
   if (!core) return kInvokeNotConfigured;
-  ZelContainer unused;
-  return InvokeMaster(*core, action, parameters ? parameters : &unused, timeoutMs);
+  return InvokeMaster(*core, action, parameters, timeoutMs);
 }
 
 std::string Translate(AgentCore::Implementation& core, const std::string& key,
@@ -90,9 +89,9 @@ uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& 
                  [&] { return Invoke(targetAgent, targetAddress, action, parameters, timeoutMs); });
 }
 
-uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
+uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer& parameters,
                                                void*, void*, uint32_t timeoutMs, uint32_t) {
-  return Guarded(kInvokeFailed, [&] { return AskMaster(action, parameters, timeoutMs); });
+  return Guarded(kInvokeFailed, [&] { return AskMaster(action, &parameters, timeoutMs); });
 }
 
 void ZelAgentGetDataDir(ZelString& directory) {

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <iterator>
 
+#include "agent/libZelCore/alias_table.h"
 #include "libZel/string.h"
 
 namespace http = boost::beast::http;
@@ -12,7 +13,6 @@ namespace {
 
 constexpr std::string_view kHealthTarget = "/v1/health";
 constexpr std::string_view kActionsTarget = "/v1/actions";
-constexpr std::string_view kProtocolName = "v1";
 constexpr size_t kLongestAlias = 64;
 constexpr size_t kLongestFileName = 255;
 

@@ -8,8 +8,10 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <functional>
 #include <future>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 
 #include "agent/libZelCore/core_log.h"
@@ -30,6 +32,7 @@ constexpr std::chrono::seconds kStopPatience{5};
 constexpr std::chrono::milliseconds kLongestSweepInterval{250};
 constexpr std::chrono::milliseconds kMemoryIdleTime{500};
 constexpr std::chrono::milliseconds kAcceptRetryInterval{50};
+constexpr uint64_t kFilesShare = 4;    // of the handles, for other things than connections
 constexpr size_t kDroppedShare = 100;  // of the connections, when a new one finds no room
 
 constexpr std::string_view kFullReply =
@@ -69,6 +72,7 @@ struct HttpServer::Implementation {
   tcp::endpoint ResolveEndpoint();
   void LoadCertificate();
   void AskForCertificates();
+  void LimitConnections();
   void Listen(const tcp::endpoint& endpoint);
   void StartThreads();
   void Accept();
@@ -91,6 +95,7 @@ struct HttpServer::Implementation {
   std::optional<asio::steady_timer> sweepTimer;
   bool isSweeping = false;
   size_t nextNetwork = 0;
+  uint32_t maxConnections = 0;
   tcp::endpoint bound;
   std::vector<WorkGuard> guards;
   std::vector<std::thread> threads;
@@ -161,6 +166,18 @@ void HttpServer::Implementation::AskForCertificates() {
   SSL_CTX_set_session_id_context(tls->native_handle(), kContext, sizeof kContext);
 }
 
+/// Connections must leave room for what actions open.
+void HttpServer::Implementation::LimitConnections() {
+  const uint32_t wanted = shared->settings.maxConnections;
+  const uint64_t files = RaiseOpenFileLimit();
+  maxConnections = static_cast<uint32_t>(std::min<uint64_t>(wanted, files - files / kFilesShare));
+  if (maxConnections == wanted) return;
+  CoreLog().WarningWithNL(
+      "The system lets the agent open %u files at once: it takes %u connections, "
+      "not %u",
+      static_cast<uint32_t>(files), maxConnections, wanted);
+}
+
 void HttpServer::Implementation::Listen(const tcp::endpoint& endpoint) {
   acceptor.emplace(*shared->networks.front());
   ErrorCode ec;
@@ -181,18 +198,23 @@ void HttpServer::Implementation::Listen(const tcp::endpoint& endpoint) {
 }
 
 void HttpServer::Implementation::StartThreads() {
+  const auto serve = [keep = shared](asio::io_context& io) {
+    for (;;) {
+      try {
+        io.run();
+        return;
+      } catch (const std::exception& error) {
+        CoreLog().ErrorWithNL("A network thread caught: %s", error.what());
+      }
+    }
+  };
   for (const auto& network : shared->networks) {
     guards.emplace_back(network->get_executor());
-    threads.emplace_back([&io = *network, keep = shared] {
-      for (;;) {
-        try {
-          io.run();
-          return;
-        } catch (const std::exception& error) {
-          CoreLog().ErrorWithNL("A network thread caught: %s", error.what());
-        }
-      }
-    });
+    try {
+      threads.emplace_back(serve, std::ref(*network));
+    } catch (const std::system_error& error) {
+      throw std::runtime_error(std::string("cannot start a network thread: ") + error.what());
+    }
   }
 }
 
@@ -221,9 +243,8 @@ void HttpServer::Implementation::OnAccepted(const ErrorCode& ec, tcp::socket soc
   }
   ErrorCode ignored;
   socket.set_option(tcp::no_delay(true), ignored);
-  if (shared->CountSessions() >= shared->settings.maxConnections && !MakeRoom()) {
-    CoreLog().WarningWithNL("A connection was refused: %u are busy",
-                            shared->settings.maxConnections);
+  if (shared->CountSessions() >= maxConnections && !MakeRoom()) {
+    CoreLog().WarningWithNL("A connection was refused: %u are busy", maxConnections);
     socket.non_blocking(true, ignored);
     if (!tls) socket.write_some(asio::buffer(kFullReply), ignored);
     return;
@@ -290,17 +311,17 @@ void HttpServer::Implementation::Sweep() {
   }
   ReturnMemoryWhenIdle(now);
   isSweeping = false;
-  const bool keepsMemory = shared->lastReply.load() != Clock::time_point();
+  const bool keepsMemory = shared->lastFreed.load() != Clock::time_point();
   if (!sessions.empty() || (keepsMemory && !shared->isStopping)) ScheduleSweep();
 }
 
-/// Large answers take many times their memory to make. It serves the next one, and goes back to the
-/// system when there is none for a while.
+/// Large answers take many times their memory to make, and many connections take much together. It
+/// serves the next ones, and goes back to the system when there are none for a while.
 void HttpServer::Implementation::ReturnMemoryWhenIdle(Clock::time_point now) {
-  Clock::time_point last = shared->lastReply.load();
+  Clock::time_point last = shared->lastFreed.load();
   if (last == Clock::time_point() || now - last < kMemoryIdleTime) return;
   // A new one meanwhile keeps the memory.
-  if (!shared->lastReply.compare_exchange_strong(last, Clock::time_point())) return;
+  if (!shared->lastFreed.compare_exchange_strong(last, Clock::time_point())) return;
   core_platform::ReturnFreeMemory();
 }
 
@@ -348,7 +369,7 @@ void HttpServer::Start() {
   }
   const tcp::endpoint endpoint = server.ResolveEndpoint();
   if (server.shared->settings.tls) server.LoadCertificate();
-  RaiseOpenFileLimit();
+  server.LimitConnections();
   server.Listen(endpoint);
   server.acceptTimer.emplace(*server.shared->networks.front());
   server.sweepTimer.emplace(*server.shared->networks.front());

@@ -109,6 +109,7 @@ void HttpSession::Close() {
   }
   // What is being read into the piece's buffer ends by itself.
   if (!isReadingPiece_) LosePiece();
+  shared_->NoteFreedMemory();
   shared_->Remove(this);
 }
 
@@ -259,7 +260,7 @@ void HttpSession::Authenticate() {
       });
   if (isTaken) return;
   Enter(Phase::kReading, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
-  Refuse({503, "at_capacity", "too many passwords are being checked", "Retry-After: 1\r\n", {}});
+  Refuse({503, "at_capacity", "no further password can be checked now", "Retry-After: 1\r\n", {}});
 }
 
 void HttpSession::OnChecked(const Authenticator::Answer& answer, const std::string& problem) {
@@ -319,6 +320,10 @@ bool HttpSession::WantsContinue() const {
 void HttpSession::ReadBody() {
   if (route_.kind != HttpRoute::Kind::kCall) parser_->DiscardBody();
   if (!WantsContinue()) return Advance();
+  SayContinue();
+}
+
+void HttpSession::SayContinue() {
   Enter(Phase::kContinuing, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
   Write(asio::buffer(kContinue));
 }
@@ -368,7 +373,7 @@ void HttpSession::Dispatch() {
   EnterUnlimited(Phase::kRunning);
   const auto run = [self = shared_from_this()] { self->RunAction(); };
   if (shared_->pool.Submit(run, PatienceOf(route_.action))) return;
-  Refuse({503, "at_capacity", "too many actions are running", "Retry-After: 1\r\n", {}});
+  Refuse({503, "at_capacity", "no further action can be run now", "Retry-After: 1\r\n", {}});
 }
 
 /// On an action thread.
@@ -409,7 +414,7 @@ void HttpSession::ReplyError(const HttpRefusal& refusal) {
 
 void HttpSession::SendReply(unsigned status, std::string_view extraFields) {
   if (shared_->isStopping.load(std::memory_order_relaxed)) closesAfterReply_ = true;
-  shared_->lastReply.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
+  shared_->NoteFreedMemory();
   const bool hasBody = request_.method != http::verb::head;
   const asio::const_buffer bytes = reply_.Finish(
       {status, requestId_, extraFields, request_.isHttp10, closesAfterReply_, hasBody});

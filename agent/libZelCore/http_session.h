@@ -64,6 +64,18 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   virtual void CloseSocket(bool discardsUnsent) = 0;
   virtual ConnectionFacts Facts() = 0;
 
+  /// Runs one step of the session; a failure ends the connection and nothing else.
+  template <typename Step>
+  void Guarded(Step step) {
+    try {
+      if (!isClosed_) step();
+      return;
+    } catch (const std::exception& error) {
+      LogFailure(error);
+    }
+    Close();
+  }
+
   void BeginHandshake();
   void BeginServing();
   void OnRead(const ErrorCode& ec, size_t byteCount);
@@ -84,17 +96,6 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
     kLingering,   ///< the last reply is out; what the client still sends is dropped
     kClosed,
   };
-  /// Runs one step of the session; a failure ends the connection and nothing else.
-  template <typename Step>
-  void Guarded(Step step) {
-    try {
-      if (!isClosed_) step();
-      return;
-    } catch (const std::exception& error) {
-      LogFailure(error);
-    }
-    Close();
-  }
   void LogFailure(const std::exception& error) const;
   void Enter(Phase phase, Clock::duration longest);
   void EnterUnlimited(Phase phase);
@@ -113,6 +114,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   void AdmitCall();
   void AdmitUpload();
   bool WantsContinue() const;
+  void SayContinue();
   void ReadBody();
   void Dispatch();
   void RunAction();

@@ -20,7 +20,6 @@ constexpr uint64_t kLeastPieceBytes = 64 * 1024;
 // that.
 constexpr size_t kLargePieceBytes = 512 * 1024;
 constexpr std::chrono::milliseconds kFast{10};
-constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
 /// For the audit trail. A connection that is gone has no status: the code is that of a request that
 /// did not arrive in time.
@@ -47,7 +46,7 @@ void HttpSession::AdmitUpload() {
       [self = shared_from_this(), upload = std::move(upload)] { self->RunUpload(upload); });
   if (isTaken) return;
   Enter(Phase::kReading, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
-  Refuse({503, "at_capacity", "too many files are being stored", "Retry-After: 1\r\n", {}});
+  Refuse({503, "at_capacity", "no further file can be stored now", "Retry-After: 1\r\n", {}});
 }
 
 /// On the upload's thread.
@@ -92,10 +91,7 @@ void HttpSession::ReadPiece(asio::mutable_buffer buffer, Done done) {
 
 void HttpSession::BeginPiece() {
   pieceBegin_ = Clock::now();
-  if (std::exchange(saysContinue_, false)) {
-    Enter(Phase::kContinuing, std::chrono::milliseconds(shared_->settings.requestTimeoutMs));
-    return Write(asio::buffer(kContinue));
-  }
+  if (std::exchange(saysContinue_, false)) return SayContinue();
   Enter(Phase::kUploading, std::chrono::milliseconds(shared_->settings.stallTimeoutMs));
   if (request_.isChunked) return AdvanceChunks();
 

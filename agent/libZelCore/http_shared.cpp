@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <system_error>
+#include <utility>
 
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/core_platform.h"
 
 namespace {
 
@@ -36,11 +39,27 @@ bool PasswordChecker::Submit(const std::string& address, const std::string& head
                                          [&](const auto& job) { return job->address == address; });
   if (jobs_.size() >= kMostChecks || fromAddress >= kMostChecksOfAddress) return false;
 
+  if (!HasThread()) return false;
+
   auto job = std::make_shared<Job>(Job{address, header, {}});
   job->waiting.push_back(std::move(done));
   jobs_.push_back(std::move(job));
-  if (!thread_.joinable()) thread_ = std::thread(&PasswordChecker::Work, this);
   wake_.notify_one();
+  return true;
+}
+
+/// Called with the mutex held, before a check is queued: one that nobody takes would be waited for
+/// without end. False when the system gives no thread, which the log tells once.
+bool PasswordChecker::HasThread() {
+  if (thread_.joinable()) return true;
+  try {
+    thread_ = std::thread(&PasswordChecker::Work, this);
+  } catch (const std::system_error& error) {
+    if (!std::exchange(lacksThread_, true))
+      CoreLog().ErrorWithNL("No password can be checked, for lack of a thread: %s", error.what());
+    return false;
+  }
+  lacksThread_ = false;
   return true;
 }
 
@@ -73,9 +92,13 @@ void PasswordChecker::Work() {
 
     if (isStopping_) return;
     jobs_.pop_front();
+    const bool isLast = jobs_.empty();
     const std::vector<Done> waiting = std::move(job->waiting);
     lock.unlock();
     for (const Done& done : waiting) done(answer);
+    // A check takes 16 MiB, and a busy agent would keep them. The next one would only fetch them
+    // again.
+    if (isLast) core_platform::ReturnFreeMemory();
     lock.lock();
   }
 }

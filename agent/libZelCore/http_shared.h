@@ -32,7 +32,7 @@ class PasswordChecker {
   ~PasswordChecker() { Stop(); }
 
   /// `done` is called on the checker's thread; dropped when the checker stops. False when too many
-  /// checks wait, altogether or from this address.
+  /// checks wait, altogether or from this address, or when the system gives no thread.
   bool Submit(const std::string& address, const std::string& header, Done done);
   void Stop();
 
@@ -43,6 +43,7 @@ class PasswordChecker {
     std::vector<Done> waiting;
   };
 
+  bool HasThread();
   void Work();
 
   Authenticator& authenticator_;
@@ -50,6 +51,7 @@ class PasswordChecker {
   std::condition_variable wake_;
   std::deque<std::shared_ptr<Job>> jobs_;  ///< the first one is being checked
   std::thread thread_;                     ///< started with the first check
+  bool lacksThread_ = false;               ///< and the log has told
   bool isStopping_ = false;
 };
 
@@ -81,8 +83,13 @@ struct HttpShared {
   ProofMemory proofs;
   UploadThreads uploads;
   std::atomic<bool> isStopping{false};
-  /// When the last reply went out whose memory has not been given back; the epoch without one.
-  std::atomic<std::chrono::steady_clock::time_point> lastReply{};
+  /// A reply went out, or a connection ended: its memory may go back to the system.
+  void NoteFreedMemory() {
+    lastFreed.store(std::chrono::steady_clock::now(), std::memory_order_relaxed);
+  }
+
+  /// When that was last and the memory has not been given back; else the epoch.
+  std::atomic<std::chrono::steady_clock::time_point> lastFreed{};
   std::vector<std::unique_ptr<boost::asio::io_context>> networks;  ///< one for each network thread
 
  private:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <system_error>
+#include <utility>
 
 #include "agent/libZel/pending_upload.h"
 #include "agent/libZel/progress.h"
@@ -150,8 +151,12 @@ bool UploadThreads::Start(std::function<void()> work) {
           changed_.notify_all();
         });
         isStarted = true;
-      } catch (const std::exception&) {
+        lacksThread_ = false;
+      } catch (const std::exception& error) {
         running_.erase(self);
+        // Once, however many come meanwhile.
+        if (!std::exchange(lacksThread_, true))
+          CoreLog().WarningWithNL("No thread for an upload: %s", error.what());
       }
     }
   }

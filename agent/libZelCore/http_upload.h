@@ -115,5 +115,6 @@ class UploadThreads {
   Threads running_;
   Threads ended_;  ///< to be joined
   std::condition_variable changed_;
+  bool lacksThread_ = false;  ///< and the log has told
   bool isStopping_ = false;
 };

@@ -3,22 +3,18 @@
 #include <map>
 #include <utility>
 
+#include "agent/libZel/blanks.h"
+
 namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t\r";
 
-std::string_view Trim(std::string_view text) {
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
-
 class Reader {
  public:
   void ReadLine(std::string_view line) {
     ++line_;
-    line = Trim(line);
+    line = TrimBlanks(line, kBlanks);
     if (line.empty() || line[0] == '#' || line[0] == ';') return;
     if (line[0] == '[') {
       ReadSection(line);
@@ -31,7 +27,8 @@ class Reader {
 
  private:
   void ReadSection(std::string_view line) {
-    section_ = line.back() == ']' ? Trim(line.substr(1, line.size() - 2)) : std::string_view();
+    section_ = line.back() == ']' ? TrimBlanks(line.substr(1, line.size() - 2), kBlanks)
+                                  : std::string_view();
     if (section_.empty()) return Fail("a section is written [name]");
     document_.sections.push_back({section_, line_});
   }
@@ -39,7 +36,7 @@ class Reader {
   void ReadEntry(std::string_view line) {
     const size_t equals = line.find('=');
     if (equals == std::string_view::npos) return Fail("neither [section] nor key = value");
-    const std::string_view key = Trim(line.substr(0, equals));
+    const std::string_view key = TrimBlanks(line.substr(0, equals), kBlanks);
     if (key.empty()) return Fail("there is no key before the equals sign");
     if (section_.empty()) return Fail("\"" + std::string(key) + "\" stands outside any section");
 
@@ -48,7 +45,8 @@ class Reader {
       return Fail("\"" + std::string(key) + "\" is set already in line " +
                   std::to_string(first->second));
     }
-    document_.entries.push_back({section_, key, Trim(line.substr(equals + 1)), line_});
+    document_.entries.push_back(
+        {section_, key, TrimBlanks(line.substr(equals + 1), kBlanks), line_});
   }
 
   void Fail(const std::string& what) {

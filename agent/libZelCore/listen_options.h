@@ -8,5 +8,6 @@
 /// False when the system refuses.
 bool ReserveListenAddress(uintptr_t socket);
 
-/// Lets this process hold as many connections as the system allows it.
-void RaiseOpenFileLimit();
+/// Lets this process open as many files and connections as the system allows it; how many, the
+/// largest number where there is no limit.
+uint64_t RaiseOpenFileLimit();

@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "agent/libZel/security_context.h"
 #include "agent/libZelCore/agent_core_parts.h"
 #include "agent/libZelCore/calling_user.h"
 #include "agent/libZelCore/core_log.h"
@@ -34,7 +35,7 @@ RemoteResult AskItself(AgentCore::Implementation& core, std::string_view action,
   const uint32_t depth = InvocationContext::CurrentDepth() + 1;
   if (depth > kMaxInvocationDepth)
     return {kInvokeRefused, "agents have handed it on to each other too often"};
-  const InvocationContext context(depth, "agent/" + core.settings.agentName);
+  const InvocationContext context(depth, kAgentLoginPrefix + core.settings.agentName);
   const uint32_t code = core.actions.Invoke(action, request);
   // An action that ran may hand on this code itself.
   if (code == kInvokeUnknownAction && !core.actions.Contains(action))

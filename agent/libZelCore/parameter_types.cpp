@@ -4,6 +4,8 @@
 #include <iterator>
 #include <limits>
 
+#include "agent/libZel/blanks.h"
+
 namespace {
 
 std::string_view TypeName(const ZelContainer::Entry& entry) {
@@ -27,12 +29,6 @@ bool FitsInt(int64_t value) {
          value <= std::numeric_limits<uint32_t>::max();
 }
 
-std::string_view Trim(std::string_view text) {
-  while (text.starts_with(' ')) text.remove_prefix(1);
-  while (text.ends_with(' ')) text.remove_suffix(1);
-  return text;
-}
-
 /// A parameter that is not of the type that its signature gives for people: the action reads a text
 /// or a list of texts.
 struct TextParameter {
@@ -51,9 +47,9 @@ bool IsTextParameter(std::string_view action, std::string_view key) {
 std::string_view DeclaredType(std::string_view list, std::string_view key) {
   while (!list.empty()) {
     const size_t comma = list.find(',');
-    const std::string_view item = Trim(list.substr(0, comma));
+    const std::string_view item = TrimBlanks(list.substr(0, comma));
     const size_t blank = item.find(' ');
-    if (blank != std::string_view::npos && Trim(item.substr(blank)) == key) {
+    if (blank != std::string_view::npos && TrimBlanks(item.substr(blank)) == key) {
       return item.substr(0, blank);
     }
     list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);
@@ -80,9 +76,9 @@ std::string FindWrongType(std::string_view signature, const ZelContainer& parame
   const size_t close = signature.rfind(')');
   if (open == std::string_view::npos || close == std::string_view::npos || close < open) return {};
   const std::string_view list = signature.substr(open + 1, close - open - 1);
-  if (Trim(list).empty()) return {};
+  if (TrimBlanks(list).empty()) return {};
 
-  const std::string_view action = Trim(signature.substr(0, open));
+  const std::string_view action = TrimBlanks(signature.substr(0, open));
   for (size_t i = 0; i < parameters.CountKeys(); ++i) {
     const ZelContainer::Entry entry = parameters.EntryAt(i);
     if (IsTextParameter(action, entry.Key())) {

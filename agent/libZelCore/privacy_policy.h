@@ -12,7 +12,7 @@
 
 /// Who may read and write which files: the rules of section [privacy], first match first, then the
 /// default (calls without a login and users of role "administrator" may do everything, others
-/// nothing). docs/configuration.md describes the rules and their limits.
+/// nothing). docs/consoles-and-users.md describes the rules and their limits.
 ///
 /// A path is judged by what it leads to, with every link resolved, and where its last name is a
 /// link, by where that stands as well: both must be granted. What cannot be resolved is refused.

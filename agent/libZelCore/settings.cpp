@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "agent/libZel/blanks.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/ini_reader.h"
@@ -254,14 +255,15 @@ SettingsResult ParseSettings(std::string_view text, const fs::path& directory) {
 
 SettingsResult LoadSettings(const fs::path& iniFile) {
   std::error_code error;
-  const bool isThere = fs::exists(fs::symlink_status(iniFile, error));
+  // What may not be looked at is not taken for missing.
+  const bool isThere = fs::symlink_status(iniFile, error).type() != fs::file_type::not_found;
   std::ifstream stream(iniFile, std::ios::binary);
   const std::string text{std::istreambuf_iterator<char>(stream), {}};
   SettingsResult result = ParseSettings(text, iniFile.parent_path());
   if (isThere && (!stream.is_open() || stream.bad() || fs::is_directory(iniFile, error)))
     result.errors.push_back("cannot read " + std::string(FromNativePath(iniFile).Utf8()));
-  if (SeemsToHoldPassword(result.settings.masterDatabase) &&
-      core_platform::OthersMayRead(iniFile)) {
+  result.holdsPassword = SeemsToHoldPassword(result.settings.masterDatabase);
+  if (result.holdsPassword && core_platform::OthersMayRead(iniFile)) {
     result.warnings.push_back("[master] database holds a password, and " +
                               std::string(FromNativePath(iniFile).Utf8()) +
                               " can be read by other accounts of this machine");

@@ -10,7 +10,7 @@
 #include "agent/libZel/archive_limits.h"
 #include "libZel/debug.h"
 
-/// One rule of the privacy policy, see docs/configuration.md.
+/// One rule of the privacy policy, see docs/consoles-and-users.md.
 struct PrivacyRule {
   std::string login;    ///< a login, "role:NAME", "*" for everyone, or "" for calls without a login
   std::string pattern;  ///< path pattern: "*" any text without separator, "**" any text
@@ -129,6 +129,10 @@ struct Settings {
   uint64_t logRotateBytes = 10 * 1024 * 1024;
   uint32_t logKeptFiles = 5;
 
+  // [audit]
+  uint64_t auditRotateBytes = 64 * 1024 * 1024;
+  uint32_t auditKeptFiles = 0;  ///< rotated ones; 0: all
+
   // [privacy]
   std::vector<PrivacyRule> privacyRules;
 };
@@ -137,6 +141,7 @@ struct SettingsResult {
   Settings settings;
   std::vector<std::string> warnings;  ///< unknown sections and keys, each named with its line
   std::vector<std::string> errors;    ///< values that cannot be used, each named with its line
+  bool holdsPassword = false;         ///< the file itself seems to be a secret
 };
 
 /// Reads the text of a configuration file; `directory` is what relative file names start from.

@@ -5,8 +5,10 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <utility>
 
-#include "agent/libZel/native_path.h"
+#include "agent/libZel/blanks.h"
+#include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/remote_invocation.h"
 #include "agent/translations/translation_file.h"
@@ -14,12 +16,6 @@
 bool IsNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
          c == '-' || c == '_';
-}
-
-std::string_view TrimBlanks(std::string_view text) {
-  const size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 namespace {
@@ -30,10 +26,6 @@ using Setter = SettingsKey::Setter;
 constexpr size_t kMinSecretLength = 16;
 constexpr uint64_t kDayMs = 24ull * 60 * 60 * 1000;
 constexpr uint64_t kMaxBytes = 1ull << 60;
-
-std::string FileText(const fs::path& file) {
-  return std::string(FromNativePath(file).Utf8());
-}
 
 fs::path FileName(const SettingsTarget& target, const std::string& value) {
   return target.directory / fs::path(std::u8string(value.begin(), value.end()));
@@ -137,12 +129,24 @@ std::string SetCodePage(SettingsTarget& target, const std::string& value) {
   return {};
 }
 
+/// All of the file, or nothing: a directory can be opened, but reading it throws.
+std::optional<std::string> ReadWhole(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  try {
+    std::string content{std::istreambuf_iterator<char>(stream), {}};
+    if (!stream.is_open() || stream.bad()) return {};
+    return content;
+  } catch (const std::ios_base::failure&) {
+    return {};
+  }
+}
+
 std::string SetSecretFile(SettingsTarget& target, const std::string& value) {
   if (value.empty()) return {};
   const fs::path file = FileName(target, value);
-  std::ifstream stream(file, std::ios::binary);
-  std::string secret{std::istreambuf_iterator<char>(stream), {}};
-  if (!stream.is_open() || stream.bad()) return "names a file that cannot be read";
+  std::optional<std::string> content = ReadWhole(file);
+  if (!content) return "names a file that cannot be read";
+  std::string secret = std::move(*content);
   while (!secret.empty() && (secret.back() == '\n' || secret.back() == '\r')) secret.pop_back();
   if (secret.size() < kMinSecretLength) return "names a file with fewer than 16 characters";
   if (core_platform::OthersMayRead(file)) {
@@ -281,6 +285,8 @@ const std::vector<SettingsKey>& SettingsKeys() {
        ChoiceKey(&Settings::logLevel, {"error", "warning", "print", "trace", "detail"})},
       {"log", "rotate_bytes", NumberKey(&Settings::logRotateBytes, 4096, 1ull << 40)},
       {"log", "kept_files", NumberKey(&Settings::logKeptFiles, 1, 1000)},
+      {"audit", "rotate_bytes", NumberKey(&Settings::auditRotateBytes, 4096, 1ull << 40)},
+      {"audit", "kept_files", NumberKey(&Settings::auditKeptFiles, 0, 100'000)},
   };
   return keys;
 }

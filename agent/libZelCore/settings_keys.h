@@ -34,5 +34,3 @@ constexpr size_t kMaxAgentNameLength = 64;
 
 /// What names of agents and actions consist of.
 bool IsNameCharacter(char c);
-
-std::string_view TrimBlanks(std::string_view text);

@@ -5,8 +5,12 @@
 #include <iostream>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/settings.h"
 #include "agent/service/agent_run.h"
+#include "agent/service/first_settings.h"
+#include "agent/service/installation_access.h"
+#include "agent/service/installation_check.h"
 #include "agent/service/process.h"
 #include "agent/service/service_control.h"
 #include "agent/service/user_commands.h"
@@ -28,6 +32,12 @@ struct CommandLine {
   std::string login;
   std::string role = "user";
   std::string passwordFile;
+  bool keepsUser = false;
+  std::string name;
+  std::string master;
+  std::string fleetSecretFile;
+  std::string authorityFile;
+  std::string programsOf;
 
   fs::path Home() const {
     if (!home.empty()) return PathOf(home);
@@ -77,9 +87,30 @@ int CheckConfiguration(const CommandLine& line) {
     std::printf("%s: error: %s\n", name.c_str(), error.c_str());
   for (const std::string& warning : result.warnings)
     std::printf("%s: warning: %s\n", name.c_str(), warning.c_str());
-  if (!result.errors.empty() || !result.warnings.empty()) return 1;
+  const std::vector<std::string> problems =
+      InstallationProblems({ProgramDirectory(), line.Modules(), line.Home()});
+  for (const std::string& problem : problems) std::printf("error: %s\n", problem.c_str());
+  if (!result.errors.empty() || !result.warnings.empty() || !problems.empty()) return 1;
   std::printf("%s: no problems found\n", name.c_str());
   return 0;
+}
+
+// A home that somebody else has made first would have him read the secret, and own the agent. One
+// that is made here is nobody else's from its first moment.
+void MakeOwnHome(const fs::path& home, bool hasRights) {
+  if (core_platform::MakePrivateDirectory(home) || !hasRights) return;
+  const std::string weakness = FindWeakness(home / "config", PathUse::kTrusted);
+  if (!weakness.empty()) throw UnsafeInstallation("nothing is written: " + weakness);
+}
+
+void InitConfiguration(const CommandLine& line) {
+  MakeOwnHome(line.Home(), core_platform::IsAdministrator());
+  const bool isNew =
+      WriteFirstSettings(line.Home(), {line.name, line.port, line.master,
+                                       PathOf(line.fleetSecretFile), PathOf(line.authorityFile)});
+  const fs::path file = line.Home() / "config" / "zelagent.ini";
+  std::printf("%s: %s\n", std::string(FromNativePath(file).Utf8()).c_str(),
+              isNew ? "written" : "kept as it is");
 }
 
 void AddUserCommands(CLI::App& app, CommandLine& line) {
@@ -92,13 +123,21 @@ void AddUserCommands(CLI::App& app, CommandLine& line) {
       ->capture_default_str();
   add->add_option("--password-file", line.passwordFile,
                   "Takes the password from a file's first line");
-  add->callback([&] { AddUser(line.Home(), line.login, line.role, PathOf(line.passwordFile)); });
+  add->add_flag("--keep", line.keepsUser, "Leaves a user who is there already as he is");
+  add->callback([&] {
+    MakeOwnHome(line.Home(), HasAdministratorsRights());
+    AddUser(line.Home(), line.login, line.role, PathOf(line.passwordFile),
+            line.keepsUser ? KnownUser::kKeep : KnownUser::kRefuse);
+  });
 
   CLI::App* const password = user->add_subcommand("password", "Changes a user's password");
   password->add_option("login", line.login)->required();
   password->add_option("--password-file", line.passwordFile,
                        "Takes the password from a file's first line");
-  password->callback([&] { ChangePassword(line.Home(), line.login, PathOf(line.passwordFile)); });
+  password->callback([&] {
+    MakeOwnHome(line.Home(), HasAdministratorsRights());
+    ChangePassword(line.Home(), line.login, PathOf(line.passwordFile));
+  });
 
   CLI::App* const remove = user->add_subcommand("remove", "Removes a user");
   remove->add_option("login", line.login)->required();
@@ -108,11 +147,35 @@ void AddUserCommands(CLI::App& app, CommandLine& line) {
   for (CLI::App* const command : user->get_subcommands({})) command->fallthrough();
 }
 
+void AddConfigCommands(CLI::App& app, CommandLine& line, int* status) {
+  CLI::App* const config = app.add_subcommand("config", "The configuration");
+  config->require_subcommand(1)->fallthrough();
+  config->add_subcommand("check", "Names unknown keys and unusable values; status 1 when any")
+      ->fallthrough()
+      ->callback([&line, status] { *status = CheckConfiguration(line); });
+
+  CLI::App* const init =
+      config->add_subcommand("init", "Writes the settings of a home that has none yet");
+  init->fallthrough()->callback([&line] { InitConfiguration(line); });
+  init->add_option("--name", line.name, "This agent's name in its fleet");
+  init->add_option("--master", line.master, "HOST or HOST:PORT of the fleet's master");
+  init->add_option("--fleet-secret-file", line.fleetSecretFile,
+                   "Copies the fleet secret from this file");
+  init->add_option("--ca", line.authorityFile, "Copies the fleet's authority (PEM) from this file");
+}
+
 void AddServiceCommands(CLI::App& app, CommandLine& line, int* status) {
   CLI::App* const service = app.add_subcommand("service", "The agent as a service of the system");
   service->require_subcommand(1)->fallthrough();
   service->add_subcommand("install", "Installs the service")->callback([&] { InstallWith(line); });
   service->add_subcommand("remove", "Removes the service")->callback([] { RemoveService(); });
+  service->add_subcommand("start", "Starts the service and waits until it runs")->callback([] {
+    StartInstalledService();
+  });
+  CLI::App* const stop = service->add_subcommand("stop", "Stops the service and waits for its end");
+  stop->callback([&] { StopInstalledService(PathOf(line.programsOf)); });
+  stop->add_option("--programs-of", line.programsOf,
+                   "Then ends the other programs that run from this directory");
   service->add_subcommand("run", "Runs as the service (for the service manager)")
       ->callback([&line, status] { *status = RunUnderServiceManager(line); });
   for (CLI::App* const command : service->get_subcommands({})) command->fallthrough();
@@ -134,11 +197,7 @@ int Main(const std::vector<std::string>& arguments) {
   CLI::App* const run = app.add_subcommand("run", "Runs the agent in the foreground (the default)");
   run->fallthrough();
   AddUserCommands(app, line);
-  CLI::App* const config = app.add_subcommand("config", "The configuration");
-  config->require_subcommand(1)->fallthrough();
-  config->add_subcommand("check", "Names unknown keys and unusable values; status 1 when any")
-      ->fallthrough()
-      ->callback([&] { status = CheckConfiguration(line); });
+  AddConfigCommands(app, line, &status);
   if (kHasServiceControl) AddServiceCommands(app, line, &status);
 
   try {
@@ -156,6 +215,9 @@ int main(int count, char** values) {
   try {
     PrepareProcess();
     return Main(Arguments(count, values));
+  } catch (const UnsafeInstallation& failure) {
+    std::fprintf(stderr, "zelagent: %s\n", failure.what());
+    return kUnsafeInstallationStatus;
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "zelagent: %s\n", failure.what());
     return 1;

@@ -41,8 +41,10 @@ std::string Password(const std::string& login, const fs::path& file) {
 }  // namespace
 
 void AddUser(const fs::path& home, const std::string& login, const std::string& role,
-             const fs::path& passwordFile) {
-  OpenUsers(home).Add(login, role, Password(login, passwordFile));
+             const fs::path& passwordFile, KnownUser known) {
+  UserStore users = OpenUsers(home);
+  if (known == KnownUser::kKeep && users.Role(login)) return;
+  users.Add(login, role, Password(login, passwordFile));
 }
 
 void ChangePassword(const fs::path& home, const std::string& login, const fs::path& passwordFile) {

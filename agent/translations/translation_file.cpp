@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "agent/libZel/blanks.h"
 #include "libZel/string.h"
 
 namespace {
@@ -15,12 +16,6 @@ constexpr std::string_view kBlanks = " \t\r";
 constexpr size_t kMaxKeyLength = 128;
 constexpr size_t kMaxTagLength = 35;
 constexpr size_t kMaxComplaints = 20;
-
-std::string_view Trim(std::string_view text) {
-  const size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 bool IsAsciiAlphanumeric(char c) {
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
@@ -67,7 +62,7 @@ class FileReader {
 
   void ReadLine(std::string_view line) {
     ++line_;
-    line = Trim(line);
+    line = TrimBlanks(line, kBlanks);
     if (line.empty() || line[0] == '#' || line[0] == ';') return;
     if (const char* const error = ReadText(line)) Complain(error);
   }
@@ -77,8 +72,8 @@ class FileReader {
   const char* ReadText(std::string_view line) {
     const size_t equals = line.find('=');
     if (equals == std::string_view::npos) return "not of the form KEY = text";
-    const std::string_view key = Trim(line.substr(0, equals));
-    const std::string_view text = Trim(line.substr(equals + 1));
+    const std::string_view key = TrimBlanks(line.substr(0, equals), kBlanks);
+    const std::string_view text = TrimBlanks(line.substr(equals + 1), kBlanks);
     if (!IsKey(key)) return "no key of 1 to 128 letters, digits, \"_\", \"-\" and \".\"";
     if (text.empty()) return "the key has no text";
     if (!IsPlainText(text)) return "the text is not UTF-8 without control characters";
@@ -115,7 +110,7 @@ void ReadTranslationFile(std::string_view content, TranslationTexts* texts,
 }
 
 std::string NormalLanguageTag(std::string_view language) {
-  language = Trim(language);
+  language = TrimBlanks(language, kBlanks);
   std::string tag(language.substr(0, std::min(language.find_first_of(".@"), language.size())));
   for (char& c : tag) {
     if (c == '_') c = '-';

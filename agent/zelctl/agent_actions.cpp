@@ -57,3 +57,14 @@ ActionReply ProbeDirectory(AgentClient& agent, const std::string& path) {
   parameters.SetInt32("Count", 1, kNoIndex);
   return Invoke(agent, kGetDirList, parameters);
 }
+
+std::string TextOf(const ZelContainer& container, const char* key) {
+  ZelString text;
+  container.GetString(key, &text, kNoIndex);
+  return std::string(text.Utf8());
+}
+
+Failure UnknownAnswer(const char* action, const ActionReply& reply) {
+  return {ExitStatus::kAgentRefused, std::string(action) + ": the reply makes no sense",
+          reply.body};
+}

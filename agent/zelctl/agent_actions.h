@@ -89,3 +89,9 @@ uint32_t RequireUnsigned(const std::string& action, const ActionReply& reply, co
 /// Lists nothing of the directory but one name: code 0 exactly when the path is a directory that
 /// can be opened.
 ActionReply ProbeDirectory(AgentClient& agent, const std::string& path);
+
+/// A text of a container; empty without one.
+std::string TextOf(const ZelContainer& container, const char* key);
+
+/// What a command fails with when it cannot tell what the agent's reply means.
+Failure UnknownAnswer(const char* action, const ActionReply& reply);

@@ -68,6 +68,10 @@ void PrintDiagnostic(const std::string& message);
 /// (kUsage) without a user or password.
 Command ForAgent(Result (*run)(AgentClient&, const Options&));
 
+/// Adds a verb that is carried out by the agent; `app` owns what is returned.
+CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
+                  Result (*run)(AgentClient&, const Options&));
+
 /// Adds the verbs over files and directories; what was asked for goes to `command`. Both pointers
 /// must stay valid until the command line is parsed.
 void AddFileVerbs(CLI::App& app, Options* options, Command* command);

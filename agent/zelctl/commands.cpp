@@ -112,20 +112,36 @@ Result CallAction(AgentClient& agent, const std::string& name,
   }
 }
 
+namespace {
+
+std::string WholeChain(const AuditVerdict& verdict) {
+  std::string text = "the chain is whole: " + std::to_string(verdict.lines) + " lines";
+  if (verdict.files > 1) text += " in " + std::to_string(verdict.files) + " files";
+  if (verdict.firstFile > 1) {
+    text += ", from file " + std::to_string(verdict.firstFile) + " on: those before are not here";
+  }
+  return text;
+}
+
+}  // namespace
+
 Result VerifyAudit(const std::filesystem::path& file) {
   const AuditVerdict verdict = VerifyAuditLog(file);
-  const std::string lines = std::to_string(verdict.lines);
   ZelContainer answer;
   answer.SetBool("Whole", verdict.isWhole, kNoIndex);
   answer.SetInt64("Lines", static_cast<int64_t>(verdict.lines), kNoIndex);
+  answer.SetInt64("Files", static_cast<int64_t>(verdict.files), kNoIndex);
+  answer.SetInt64("FirstFile", static_cast<int64_t>(verdict.firstFile), kNoIndex);
   if (!verdict.isWhole) {
+    answer.SetString("BadFile", verdict.badFile, kNoIndex);
     answer.SetInt64("BadLine", static_cast<int64_t>(verdict.badLine), kNoIndex);
     answer.SetString("Reason", verdict.reason, kNoIndex);
   }
   std::string json;
   EncodeContainer(answer, &json);
-  if (verdict.isWhole) return {"the chain is whole: " + lines + " lines\n", json, ""};
+  if (verdict.isWhole) return {WholeChain(verdict) + "\n", json, ""};
   if (verdict.badLine == 0) throw Failure(ExitStatus::kUsage, verdict.reason, json);
-  throw Failure(ExitStatus::kActionFailed,
-                "line " + std::to_string(verdict.badLine) + ": " + verdict.reason, json);
+  throw Failure(
+      ExitStatus::kActionFailed,
+      verdict.badFile + ", line " + std::to_string(verdict.badLine) + ": " + verdict.reason, json);
 }

@@ -32,10 +32,8 @@ Result DeleteDirectory(AgentClient& agent, const std::string& path) {
                 std::string(kDirDelete) + ": not all of " + path + " could be deleted", reply.body);
 }
 
-std::string TextOf(const ZelContainer& container, const char* key) {
-  ZelString text;
-  container.GetString(key, &text, kNoIndex);
-  return EscapeForTerminal(text.Utf8());
+std::string VisibleText(const ZelContainer& container, const char* key) {
+  return EscapeForTerminal(TextOf(container, key));
 }
 
 std::string DriveTypeName(int32_t type) {
@@ -62,7 +60,7 @@ std::string FormatDirectory(const std::string& path, uint32_t entries) {
 
 }  // namespace
 
-Result CopyFile(AgentClient& agent, const std::string& source, const std::string& destination) {
+Result Copy(AgentClient& agent, const std::string& source, const std::string& destination) {
   return Finish(kCopyFile, CallWithTwoPaths(agent, kCopyFile, source, destination));
 }
 
@@ -120,7 +118,7 @@ Result MakeDirectory(AgentClient& agent, const std::string& path) {
   return Finish(kDirCreate, CallWithPath(agent, kDirCreate, path));
 }
 
-Result RemoveDirectory(AgentClient& agent, const std::string& path) {
+Result RemoveTree(AgentClient& agent, const std::string& path) {
   const ActionReply probe = ProbeDirectory(agent, path);
   if (probe.code == kAccessRefused) throw ActionFailure(kGetDirList, probe);
   if (probe.code != kSuccess) {
@@ -140,12 +138,12 @@ std::string FormatFileInformation(const std::string& path, const ZelContainer& i
   information.GetInt32("FileSize", &sizeBytes, kNoIndex);
   bool isText = false;
   information.GetBool("IsText", &isText, kNoIndex);
-  const std::string checksum = TextOf(information, "FileChecksum");
+  const std::string checksum = VisibleText(information, "FileChecksum");
 
   std::string text = "Path: " + EscapeForTerminal(path) + "\nSize: " + FormatSize(sizeBytes) +
                      "\nMD5: " + (checksum.empty() ? "cannot be read" : checksum) + "\n";
   const auto addText = [&](const char* label, const char* key) {
-    const std::string value = TextOf(information, key);
+    const std::string value = VisibleText(information, key);
     if (!value.empty()) text.append(label).append(": ").append(value).append("\n");
   };
   addText("Original name", "OriginalFileName");

@@ -9,7 +9,8 @@
 // zelctl's verbs over files and directories as a whole. Each throws `Failure`, which carries the
 // deciding reply, unless it succeeded.
 
-Result CopyFile(AgentClient& agent, const std::string& source, const std::string& destination);
+/// Of a file.
+Result Copy(AgentClient& agent, const std::string& source, const std::string& destination);
 /// A file, or else a directory.
 Result Move(AgentClient& agent, const std::string& source, const std::string& destination);
 /// A file, or with `recursive` a directory with everything in it.
@@ -19,8 +20,8 @@ Result ShowFile(AgentClient& agent, const std::string& path);
 /// A line as md5sum writes it.
 Result ShowDigest(AgentClient& agent, const std::string& path);
 Result MakeDirectory(AgentClient& agent, const std::string& path);
-/// With everything in it.
-Result RemoveDirectory(AgentClient& agent, const std::string& path);
+/// A directory with everything in it.
+Result RemoveTree(AgentClient& agent, const std::string& path);
 Result ListVolumes(AgentClient& agent);
 
 /// The results of CoreUtilsGetFileInformation for people, without the texts that are empty.

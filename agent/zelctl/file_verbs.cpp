@@ -48,7 +48,7 @@ void AddFileCommands(Verbs& verbs, Options* options) {
   verbs.AddForTwoPaths("cp",
                        "Copy a file; onto itself it gets a free name beside it, as in name(1).txt",
                        [](AgentClient& agent, const Options& given) {
-                         return CopyFile(agent, given.source, given.destination);
+                         return Copy(agent, given.source, given.destination);
                        });
   verbs.AddForTwoPaths("mv", "Rename a file or directory",
                        [](AgentClient& agent, const Options& given) {
@@ -75,10 +75,9 @@ void AddDirectoryCommands(Verbs& verbs) {
   verbs.AddForPath("mkdir", "Create a directory", [](AgentClient& agent, const Options& given) {
     return MakeDirectory(agent, given.source);
   });
-  verbs.AddForPath("rmdir", "Delete a directory WITH EVERYTHING IN IT",
-                   [](AgentClient& agent, const Options& given) {
-                     return RemoveDirectory(agent, given.source);
-                   });
+  verbs.AddForPath(
+      "rmdir", "Delete a directory WITH EVERYTHING IN IT",
+      [](AgentClient& agent, const Options& given) { return RemoveTree(agent, given.source); });
   verbs.Add("volumes", "List the machine's drives: name, type, label",
             [](AgentClient& agent, const Options&) { return ListVolumes(agent); });
 }

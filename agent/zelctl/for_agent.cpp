@@ -44,3 +44,10 @@ Command ForAgent(Result (*run)(AgentClient&, const Options&)) {
     return run(agent, options);
   };
 }
+
+CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
+                  Result (*run)(AgentClient&, const Options&)) {
+  CLI::App* verb = app.add_subcommand(name, help);
+  verb->callback([command, run] { *command = ForAgent(run); });
+  return verb;
+}

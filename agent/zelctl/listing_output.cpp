@@ -10,7 +10,7 @@ namespace {
 
 constexpr uint32_t kTypeMask = 0170000;
 
-ListingRow ReadRow(const ZelContainer& container) {
+ListingRow ReadListingRow(const ZelContainer& container) {
   ListingRow row;
   ZelString name;
   container.GetString("Name", &name, kNoIndex);
@@ -67,7 +67,8 @@ std::string FormatName(const ListingRow& row) {
 std::vector<ListingRow> ReadListingRows(const ZelContainer& listing) {
   std::vector<ListingRow> rows;
   ZelContainer row;
-  for (uint32_t i = 0; listing.GetContainer("Values", &row, i); ++i) rows.push_back(ReadRow(row));
+  for (uint32_t i = 0; listing.GetContainer("Values", &row, i); ++i)
+    rows.push_back(ReadListingRow(row));
   return rows;
 }
 

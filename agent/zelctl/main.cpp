@@ -9,6 +9,7 @@
 #include "agent/zelctl/agent_client.h"
 #include "agent/zelctl/command_line.h"
 #include "agent/zelctl/commands.h"
+#include "agent/zelctl/completion.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/terminal.h"
 #include "agent/zelctl/text_output.h"
@@ -69,6 +70,15 @@ void AddAuditCommands(CLI::App& app, Options* options, Command* command) {
   });
 }
 
+void AddCompletionCommand(CLI::App& app, Command* command) {
+  CLI::App* completion = app.add_subcommand("completion", "Print what a shell completes zelctl by");
+  completion->require_subcommand(1);
+  completion->add_subcommand("bash", "For bash: source <(zelctl completion bash)")
+      ->callback([&app, command] {
+        *command = [&app](Options&) { return Result{BashCompletion(app), "", ""}; };
+      });
+}
+
 /// The reply for machines must stay as it is, but not on a screen that it could act on.
 void PrintResult(const std::string& text, const std::string& json, bool wantsJson) {
   std::string output = wantsJson ? json : text;
@@ -118,6 +128,7 @@ ExitStatus Run(int argc, char** argv) {
   AddTaskVerbs(app, &options, &command);
   AddNetworkVerbs(app, &options, &command);
   AddAuditCommands(app, &options, &command);
+  AddCompletionCommand(app, &command);
 
   std::vector<std::string> arguments = ProgramArguments(argc, argv);
   options.run.arguments = TakeProgramArguments(app, &arguments);

@@ -6,14 +6,6 @@
 
 namespace {
 
-std::string Lower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-  }
-  return lower;
-}
-
 /// Goes back only to the latest star, so the cost is the product of the lengths at most.
 bool MatchesGlob(std::string_view text, std::string_view pattern) {
   size_t t = 0;
@@ -54,9 +46,17 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 
 }  // namespace
 
+std::string LowerCase(std::string_view text) {
+  std::string lower(text);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
+  }
+  return lower;
+}
+
 bool MatchesPattern(std::string_view name, std::string_view pattern) {
-  const std::string text = Lower(name);
-  const std::string wanted = Lower(pattern);
+  const std::string text = LowerCase(name);
+  const std::string wanted = LowerCase(pattern);
   if (wanted.find_first_of("*?") != std::string::npos) return MatchesGlob(text, wanted);
   return text.find(wanted) != std::string::npos;
 }
@@ -64,14 +64,14 @@ bool MatchesPattern(std::string_view name, std::string_view pattern) {
 std::string NearestName(std::string_view name, const std::vector<std::string>& candidates) {
   constexpr size_t kLongestName = 256;
   if (name.size() > kLongestName) return {};
-  const std::string wanted = Lower(name);
+  const std::string wanted = LowerCase(name);
 
   // A third of the letters may be wrong; beyond that it is another name.
   size_t nearest = std::max<size_t>(wanted.size() / 3, 2) + 1;
   std::string best;
   for (const std::string& candidate : candidates) {
     if (candidate.size() > kLongestName) continue;
-    const size_t distance = EditDistance(wanted, Lower(candidate));
+    const size_t distance = EditDistance(wanted, LowerCase(candidate));
     if (distance >= nearest) continue;
     nearest = distance;
     best = candidate;

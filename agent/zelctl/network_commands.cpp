@@ -29,11 +29,6 @@ constexpr uint32_t kNoAddress = 4;
 constexpr uint32_t kNotFetched = 0;
 constexpr uint32_t kFetched = 1;
 
-Failure UnknownAnswer(const char* action, const ActionReply& reply) {
-  return {ExitStatus::kAgentRefused, std::string(action) + ": the reply makes no sense",
-          reply.body};
-}
-
 /// Words for a code that says that something could not be done.
 Failure Explained(const char* action, const ActionReply& reply, const std::string& words) {
   return {ExitStatus::kActionFailed, words + " (" + action + ": " + DescribeCode(reply.code) + ")",

@@ -8,13 +8,6 @@
 
 namespace {
 
-CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
-                  Result (*run)(AgentClient&, const Options&)) {
-  CLI::App* verb = app.add_subcommand(name, help);
-  verb->callback([command, run] { *command = ForAgent(run); });
-  return verb;
-}
-
 std::string FindSharePassword(const Options& given) {
   if (given.shareCheck.user.empty()) return {};
   if (!given.sharePasswordFile.empty()) return ReadPasswordFile(given.sharePasswordFile);

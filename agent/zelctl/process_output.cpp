@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/name_match.h"
 #include "agent/zelctl/text_output.h"
@@ -14,16 +15,10 @@
 
 namespace {
 
-constexpr size_t kIndentStep = 2;
+constexpr size_t kIndentPerLevel = 2;
 /// Deeper rows are not indented further: a long chain must not fill the screen with blanks.
 constexpr size_t kDeepestIndent = 32;
 constexpr uint64_t kBytesPerKib = 1024;
-
-std::string TextOf(const ZelContainer& row, const char* key) {
-  ZelString text;
-  row.GetString(key, &text, kNoIndex);
-  return std::string(text.Utf8());
-}
 
 /// The number at the start of the text; 0 without one.
 uint64_t LeadingNumber(std::string_view text) {
@@ -38,7 +33,7 @@ uint32_t IdOf(const ZelContainer& row, const char* key) {
   return id > UINT32_MAX ? 0 : static_cast<uint32_t>(id);
 }
 
-ProcessRow ReadRow(const ZelContainer& container) {
+ProcessRow ReadProcessRow(const ZelContainer& container) {
   ProcessRow row;
   row.id = IdOf(container, "ProcessID");
   row.parentId = IdOf(container, "ProcessParentID");
@@ -66,23 +61,16 @@ uint64_t SecondsOf(std::string_view time) {
   }
 }
 
-std::string Lower(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-  }
-  return text;
-}
-
 using Before = std::function<bool(const ProcessRow&, const ProcessRow&)>;
 
-Before FindOrder(const std::string& name) {
+Before FindProcessOrder(const std::string& name) {
   using Row = const ProcessRow&;
   if (name == "cpu") return [](Row a, Row b) { return a.cpuPercent > b.cpuPercent; };
   if (name == "memory") return [](Row a, Row b) { return a.memoryUsedKib > b.memoryUsedKib; };
   if (name == "time")
     return [](Row a, Row b) { return SecondsOf(a.cpuTime) > SecondsOf(b.cpuTime); };
-  if (name == "name") return [](Row a, Row b) { return Lower(a.name) < Lower(b.name); };
-  if (name == "owner") return [](Row a, Row b) { return Lower(a.owner) < Lower(b.owner); };
+  if (name == "name") return [](Row a, Row b) { return LowerCase(a.name) < LowerCase(b.name); };
+  if (name == "owner") return [](Row a, Row b) { return LowerCase(a.owner) < LowerCase(b.owner); };
   if (name == "id") return [](Row a, Row b) { return a.id < b.id; };
   throw Failure(ExitStatus::kUsage, "there is no order by '" + name + "'");
 }
@@ -149,7 +137,7 @@ void AlignRight(size_t column, std::vector<std::vector<std::string>>* lines) {
 }
 
 std::vector<std::string> CellsOf(const ProcessRow& row, bool withPaths) {
-  const size_t indent = std::min(row.depth, kDeepestIndent) * kIndentStep;
+  const size_t indent = std::min(row.depth, kDeepestIndent) * kIndentPerLevel;
   const bool showsPath = withPaths && !row.path.empty();
   return {std::to_string(row.id),
           std::to_string(row.parentId),
@@ -166,7 +154,8 @@ std::vector<std::string> CellsOf(const ProcessRow& row, bool withPaths) {
 std::vector<ProcessRow> ReadProcessRows(const ZelContainer& listing) {
   std::vector<ProcessRow> rows;
   ZelContainer row;
-  for (uint32_t i = 0; listing.GetContainer("Values", &row, i); ++i) rows.push_back(ReadRow(row));
+  for (uint32_t i = 0; listing.GetContainer("Values", &row, i); ++i)
+    rows.push_back(ReadProcessRow(row));
   return rows;
 }
 
@@ -176,8 +165,8 @@ bool MatchesProcess(const ProcessRow& row, const std::string& filter) {
 }
 
 void SortProcesses(const std::string& order, bool isReversed, std::vector<ProcessRow>* rows) {
-  const Before before = FindOrder(order);
-  const Before byId = FindOrder("id");
+  const Before before = FindProcessOrder(order);
+  const Before byId = FindProcessOrder("id");
   std::stable_sort(rows->begin(), rows->end(), byId);
   std::stable_sort(rows->begin(), rows->end(), [&](const ProcessRow& a, const ProcessRow& b) {
     return isReversed ? before(b, a) : before(a, b);

@@ -14,13 +14,6 @@ constexpr char kRunVerb[] = "run";
 constexpr char kExecVerb[] = "exec-as-user";
 constexpr int kMostRows = std::numeric_limits<int>::max();
 
-CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
-                  Result (*run)(AgentClient&, const Options&)) {
-  CLI::App* verb = app.add_subcommand(name, help);
-  verb->callback([command, run] { *command = ForAgent(run); });
-  return verb;
-}
-
 void AddRunCommand(CLI::App& app, RunOptions* run, Command* command) {
   CLI::App* verb = AddVerb(
       app, kRunVerb,
@@ -54,7 +47,7 @@ void AddScriptCommand(CLI::App& app, ScriptOptions* script, Command* command) {
                  "Only look whether the script is well-formed");
 }
 
-void AddListCommand(CLI::App& app, ProcessListOptions* processes, Command* command) {
+void AddProcessListCommand(CLI::App& app, ProcessListOptions* processes, Command* command) {
   CLI::App* verb =
       AddVerb(app, "ps", "List the processes of the agent's machine; with --json all of them",
               command, [](AgentClient& agent, const Options& given) {
@@ -98,7 +91,7 @@ std::string FindVerb(const CLI::App& app, const std::vector<std::string>& argume
 void AddProgramVerbs(CLI::App& app, Options* options, Command* command) {
   AddRunCommand(app, &options->run, command);
   AddScriptCommand(app, &options->script, command);
-  AddListCommand(app, &options->processes, command);
+  AddProcessListCommand(app, &options->processes, command);
   AddKillCommand(app, &options->ids, command);
 }
 

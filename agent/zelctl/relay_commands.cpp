@@ -15,15 +15,8 @@
 namespace {
 
 constexpr uint32_t kMaxPort = 65535;
-constexpr int64_t kMsPerSecond = 1000;
 constexpr int64_t kSecondsPerMinute = 60;
 constexpr int64_t kSecondsPerHour = 3600;
-
-std::string TextOf(const ZelContainer& row, const char* key) {
-  ZelString text;
-  row.GetString(key, &text, kNoIndex);
-  return std::string(text.Utf8());
-}
 
 ZelContainer ValuesOf(const ActionReply& reply) {
   ZelContainer values;

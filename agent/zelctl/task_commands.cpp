@@ -18,13 +18,13 @@ constexpr char kNotes[] = "_DB_ATTR_NOTES_";
 constexpr char kStatus[] = "_DB_ATTR_STATUS_";
 
 /// What is empty is not sent: to the action it is the same.
-void SetText(const char* key, const std::string& text, ZelContainer* parameters) {
+void SetUnlessEmpty(const char* key, const std::string& text, ZelContainer* parameters) {
   if (!text.empty()) parameters->SetString(key, ZelString(std::string_view(text)), kNoIndex);
 }
 
 void SetRequester(const AgentClient& agent, const std::string& requester,
                   ZelContainer* parameters) {
-  SetText(kRequestedBy, requester.empty() ? agent.Address().user : requester, parameters);
+  SetUnlessEmpty(kRequestedBy, requester.empty() ? agent.Address().user : requester, parameters);
 }
 
 bool RequireVerdict(const char* action, const ActionReply& reply) {
@@ -66,14 +66,14 @@ ActionReply RequireTasksAreKept(AgentClient& agent) {
 
 Result AddTask(AgentClient& agent, const TaskAddOptions& options) {
   ZelContainer parameters = TextParameter(kName, options.name);
-  SetText(kDescription, options.description, &parameters);
-  SetText(kPriority, options.priority, &parameters);
+  SetUnlessEmpty(kDescription, options.description, &parameters);
+  SetUnlessEmpty(kPriority, options.priority, &parameters);
   SetRequester(agent, options.requester, &parameters);
-  SetText(kNotes, options.note, &parameters);
-  SetText("Language", options.language, &parameters);
-  SetText("UserEmail", options.email, &parameters);
-  SetText("UserDomain", options.domain, &parameters);
-  SetText("UserLogin", options.login, &parameters);
+  SetUnlessEmpty(kNotes, options.note, &parameters);
+  SetUnlessEmpty("Language", options.language, &parameters);
+  SetUnlessEmpty("UserEmail", options.email, &parameters);
+  SetUnlessEmpty("UserDomain", options.domain, &parameters);
+  SetUnlessEmpty("UserLogin", options.login, &parameters);
   return FinishChange(kCreateTask, Invoke(agent, kCreateTask, parameters), "The task is open.\n");
 }
 
@@ -81,7 +81,7 @@ Result AddTaskNote(AgentClient& agent, const TaskChangeOptions& options) {
   ZelContainer parameters;
   parameters.SetInt32("ObjectId", options.id, kNoIndex);
   SetRequester(agent, options.requester, &parameters);
-  SetText(kNotes, options.note, &parameters);
+  SetUnlessEmpty(kNotes, options.note, &parameters);
   return FinishChange(kTaskAddNote, Invoke(agent, kTaskAddNote, parameters),
                       "The note is added.\n");
 }
@@ -95,9 +95,9 @@ Result CloseTask(AgentClient& agent, const TaskChangeOptions& options) {
 
 Result ListTasks(AgentClient& agent, const TaskListOptions& options) {
   ZelContainer parameters;
-  SetText(kStatus, options.status, &parameters);
-  SetText(kPriority, options.priority, &parameters);
-  SetText(kRequestedBy, options.requester, &parameters);
+  SetUnlessEmpty(kStatus, options.status, &parameters);
+  SetUnlessEmpty(kPriority, options.priority, &parameters);
+  SetUnlessEmpty(kRequestedBy, options.requester, &parameters);
   const ActionReply reply = Invoke(agent, kTaskGetList, parameters);
   RequireSuccess(kTaskGetList, reply);
 

@@ -4,21 +4,15 @@
 #include <string_view>
 #include <utility>
 
+#include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/text_output.h"
 #include "libZel/string.h"
 
 namespace {
 
-constexpr int64_t kMsPerSecond = 1000;
 /// Characters of a text in the middle of the table: one long text must not push the others away.
 constexpr size_t kLongestCell = 24;
 constexpr size_t kLabelWidth = 11;
-
-std::string TextOf(const ZelContainer& row, const char* key) {
-  ZelString text;
-  row.GetString(key, &text, kNoIndex);
-  return std::string(text.Utf8());
-}
 
 int64_t TimeOf(const ZelContainer& row, const char* key) {
   int64_t timeMs = 0;
@@ -35,7 +29,7 @@ std::vector<TaskNoteRow> ReadNotes(const ZelContainer& task) {
   return notes;
 }
 
-TaskRow ReadRow(const ZelContainer& container) {
+TaskRow ReadTaskRow(const ZelContainer& container) {
   TaskRow row;
   container.GetInt32("ObjectId", &row.id, kNoIndex);
   row.name = TextOf(container, "_DB_ATTR_NAME_");
@@ -130,7 +124,8 @@ std::string FormatInFull(const TaskRow& row) {
 std::vector<TaskRow> ReadTaskRows(const ZelContainer& listing) {
   std::vector<TaskRow> rows;
   ZelContainer row;
-  for (uint32_t i = 0; listing.GetContainer("Values", &row, i); ++i) rows.push_back(ReadRow(row));
+  for (uint32_t i = 0; listing.GetContainer("Values", &row, i); ++i)
+    rows.push_back(ReadTaskRow(row));
   return rows;
 }
 

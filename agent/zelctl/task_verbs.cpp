@@ -9,13 +9,6 @@
 
 namespace {
 
-CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
-                  Result (*run)(AgentClient&, const Options&)) {
-  CLI::App* verb = app.add_subcommand(name, help);
-  verb->callback([command, run] { *command = ForAgent(run); });
-  return verb;
-}
-
 /// "-" stands for what standard input holds.
 std::string TextOrInput(const std::string& argument) {
   return argument == "-" ? RequireUtf8(ReadStandardInput(), "standard input") : argument;
@@ -60,7 +53,7 @@ void AddChangeCommands(CLI::App& tasks, TaskChangeOptions* change, Command* comm
       [](AgentClient& agent, const Options& given) { return CloseTask(agent, given.taskChange); }));
 }
 
-void AddListCommand(CLI::App& tasks, TaskListOptions* list, Command* command) {
+void AddTaskListCommand(CLI::App& tasks, TaskListOptions* list, Command* command) {
   CLI::App* verb = AddVerb(
       tasks, "list",
       "List tasks, the newest first, as many as the master hands out at once; times are local.\n"
@@ -82,7 +75,7 @@ void AddTaskVerbs(CLI::App& app, Options* options, Command* command) {
   tasks->require_subcommand(1);
   AddAddCommand(*tasks, &options->taskAdd, command);
   AddChangeCommands(*tasks, &options->taskChange, command);
-  AddListCommand(*tasks, &options->taskList, command);
+  AddTaskListCommand(*tasks, &options->taskList, command);
   AddVerb(*tasks, "check", "Tell whether the master keeps tasks", command,
           [](AgentClient& agent, const Options&) { return CheckTasks(agent); });
 }

@@ -19,6 +19,8 @@ std::string FormatTable(const std::vector<std::string>& header,
 /// tables. Empty for an empty container.
 std::string FormatContainer(const ZelContainer& container);
 
+constexpr int64_t kMsPerSecond = 1000;
+
 /// "2026-01-31 09:05" of seconds since 1970-01-01 00:00 UTC, in local time; "?" when there is none.
 std::string FormatLocalTime(int64_t secondsUtc);
 

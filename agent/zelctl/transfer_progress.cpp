@@ -15,13 +15,6 @@ namespace {
 constexpr size_t kColumns = 79;
 constexpr size_t kNameColumns = 24;
 constexpr size_t kBarColumns = 20;
-constexpr uint64_t kMsPerSecond = 1000;
-
-std::string TextOf(const ZelContainer& row, const char* key) {
-  ZelString text;
-  row.GetString(key, &text, kNoIndex);
-  return std::string(text.Utf8());
-}
 
 uint64_t CountOf(const ZelContainer& row, const char* key) {
   int64_t value = 0;

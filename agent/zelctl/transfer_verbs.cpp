@@ -5,13 +5,6 @@ namespace {
 
 constexpr uint32_t kMaxPort = 65535;
 
-CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
-                  Result (*run)(AgentClient&, const Options&)) {
-  CLI::App* verb = app.add_subcommand(name, help);
-  verb->callback([command, run] { *command = ForAgent(run); });
-  return verb;
-}
-
 void AddRelayCommands(CLI::App& app, RelayPutOptions* put, Command* command) {
   CLI::App* relay = app.add_subcommand(
       "relay", "Work with the relay, the agent that this agent hands its files to");
@@ -59,7 +52,9 @@ void AddBackupCommands(CLI::App& app, Options* options, Command* command) {
                 restore.showsProgress = IsErrorTerminal();
                 return RestoreBackup(agent, restore);
               });
-  verb->add_option("NAME", restore->name, "An archive or directory there, with or without .zip")
+  verb->add_option("NAME", restore->name,
+                   "An archive there with its .zip, or a directory. Without --last, a NAME\n"
+                   "without .zip is a directory: its archive is deleted there afterwards")
       ->required();
   verb->add_option("--from", restore->from, "The directory on the relay that holds the backup")
       ->required();

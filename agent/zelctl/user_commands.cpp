@@ -32,11 +32,6 @@ Result FinishWith(const char* action, const ActionReply& reply, const char* fail
                 reply.body);
 }
 
-Failure UnknownAnswer(const char* action, const ActionReply& reply) {
-  return {ExitStatus::kAgentRefused, std::string(action) + ": the reply makes no sense",
-          reply.body};
-}
-
 void SetText(const char* key, const std::optional<std::string>& text, ZelContainer* parameters) {
   if (text) parameters->SetString(key, ZelString(std::string_view(*text)), kNoIndex);
 }

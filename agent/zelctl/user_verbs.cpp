@@ -15,13 +15,6 @@ namespace {
 
 constexpr int32_t kLongestTimeoutS = std::numeric_limits<int32_t>::max();
 
-CLI::App* AddVerb(CLI::App& app, const char* name, const char* help, Command* command,
-                  Result (*run)(AgentClient&, const Options&)) {
-  CLI::App* verb = app.add_subcommand(name, help);
-  verb->callback([command, run] { *command = ForAgent(run); });
-  return verb;
-}
-
 void AddLockCommands(CLI::App& app, LockOptions* lock, Command* command) {
   CLI::App* verb = AddVerb(
       app, "lock",

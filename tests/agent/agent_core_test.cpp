@@ -29,7 +29,7 @@ uint32_t InvokeHere(const char* action, ZelContainer* parameters) {
 }
 
 uint32_t InvokeMaster(const char* action, ZelContainer* parameters) {
-  return InvokeContainerToMasterWithTempTunnel(action, parameters, nullptr, nullptr, ~0U, ~0U);
+  return InvokeContainerToMasterWithTempTunnel(action, *parameters, nullptr, nullptr, ~0U, ~0U);
 }
 
 class AgentCoreTest : public testing::Test {

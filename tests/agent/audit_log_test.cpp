@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <thread>
 #include <vector>
 
@@ -129,6 +130,153 @@ TEST_F(AuditLogTest, KeepsTheChainWhenManyThreadsWrite) {
   const AuditVerdict verdict = VerifyAuditLog(file_);
   EXPECT_TRUE(verdict.isWhole) << verdict.reason;
   EXPECT_EQ(verdict.lines, 400u);
+}
+
+// --- Rotation
+// --------------------------------------------------------------------------------------
+
+class AuditRotationTest : public AuditLogTest {
+ protected:
+  static constexpr uint64_t kRotateBytes = 600;  // three lines
+
+  void Write(int count, uint32_t keptFiles = 0) {
+    AuditLog log(file_, {kRotateBytes, keptFiles});
+    for (int i = 0; i < count; ++i) ASSERT_TRUE(log.Write({"module", "bob", "::1", "text", ""}));
+  }
+  std::filesystem::path Rotated(int number) const {
+    return directory_.Native() / ("audit." + std::to_string(number) + ".jsonl");
+  }
+  static void Change(const std::filesystem::path& file) {
+    std::string text = ReadFile(file);
+    text.replace(text.find("bob"), 3, "eve");
+    WriteFile(file, text);
+  }
+};
+
+TEST_F(AuditRotationTest, GoesOnInAFurtherFileWithTheChain) {
+  Write(10);
+  for (const auto& file : {file_, Rotated(1), Rotated(2)})
+    EXPECT_LE(std::filesystem::file_size(file), kRotateBytes);
+  EXPECT_THAT(ReadFile(Rotated(2)), HasSubstr("\"file\":2,"));
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_TRUE(verdict.isWhole) << verdict.reason;
+  EXPECT_EQ(verdict.lines, 10u);
+  EXPECT_GE(verdict.files, 4u);
+  EXPECT_EQ(verdict.firstFile, 1u);
+}
+
+TEST_F(AuditRotationTest, GoesOnAfterARestartInWhateverStep) {
+  for (int i = 0; i < 20; ++i) Write(1);
+  // As when the agent was killed between the renaming and the next line.
+  std::filesystem::rename(file_, Rotated(static_cast<int>(VerifyAuditLog(file_).files)));
+  Write(2);
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_TRUE(verdict.isWhole) << verdict.badFile << verdict.reason;
+  EXPECT_EQ(verdict.lines, 22u);
+}
+
+TEST_F(AuditRotationTest, FindsAChangeInEachFileAndAcrossThem) {
+  Write(10);
+  const std::string first = ReadFile(Rotated(1));
+  Change(Rotated(1));
+  EXPECT_EQ(VerifyAuditLog(file_).badFile, "audit.1.jsonl");
+  EXPECT_EQ(VerifyAuditLog(file_).badLine, 2u);
+
+  // The last line of a file.
+  WriteFile(Rotated(1), first.substr(0, first.size() - 3) + " }\n");
+  EXPECT_EQ(VerifyAuditLog(file_).badFile, "audit.1.jsonl") << "it is no line any more";
+  std::string changed = first;
+  changed.replace(changed.rfind("bob"), 3, "eve");
+  WriteFile(Rotated(1), changed);
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_EQ(verdict.badFile, "audit.2.jsonl");
+  EXPECT_EQ(verdict.badLine, 1u);
+  EXPECT_THAT(verdict.reason, HasSubstr("the file before"));
+}
+
+TEST_F(AuditRotationTest, FindsAFileThatIsMissingOrHasTheNumberOfAnother) {
+  Write(12);
+  std::filesystem::rename(Rotated(2), directory_.Native() / "away");
+  EXPECT_THAT(VerifyAuditLog(file_).reason, HasSubstr("cannot read"));
+  EXPECT_THAT(VerifyAuditLog(file_).reason, HasSubstr("audit.2.jsonl"));
+  std::filesystem::rename(Rotated(3), Rotated(2));
+  EXPECT_EQ(VerifyAuditLog(file_).badFile, "audit.2.jsonl");
+}
+
+TEST_F(AuditRotationTest, TellsThatTheBeginningIsElsewhere) {
+  Write(12);
+  std::filesystem::remove(Rotated(1));
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_TRUE(verdict.isWhole) << verdict.reason;
+  EXPECT_EQ(verdict.firstFile, 2u);
+  EXPECT_TRUE(VerifyAuditLog(Rotated(3)).isWhole);
+  EXPECT_EQ(VerifyAuditLog(Rotated(3)).files, 1u);
+}
+
+TEST_F(AuditRotationTest, DeletesOldFilesWhereItIsToldTo) {
+  Write(30, 2);
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_TRUE(verdict.isWhole) << verdict.reason;
+  EXPECT_EQ(verdict.files, 3u);
+  EXPECT_GT(verdict.firstFile, 2u);
+  EXPECT_FALSE(std::filesystem::exists(Rotated(1)));
+}
+
+TEST_F(AuditRotationTest, ReplacesNoFileThatIsInItsWay) {
+  Write(2);
+  WriteFile(Rotated(1), "somebody's own");
+  {
+    AuditLog log(file_, {1, 0});
+    EXPECT_TRUE(log.Write({"module", "bob", "::1", "text", ""}));
+  }
+  EXPECT_EQ(ReadFile(Rotated(1)), "somebody's own");
+  std::filesystem::remove(Rotated(1));
+  EXPECT_EQ(VerifyAuditLog(file_).lines, 3u) << "the file grew on";
+}
+
+TEST_F(AuditRotationTest, TakesNoCopyWithADateForAFileOfItsTrail) {
+  Write(12);
+  const auto copy = directory_.Native() / "audit.20261122.jsonl";
+  std::filesystem::copy_file(file_, copy);
+  Write(6, 1000);
+  EXPECT_TRUE(std::filesystem::exists(Rotated(1))) << "a thousand are to be kept";
+
+  // As when the agent was killed between the renaming and the next line.
+  std::filesystem::remove(copy);
+  const int number = static_cast<int>(VerifyAuditLog(file_).files);
+  std::filesystem::rename(file_, Rotated(number));
+  std::filesystem::copy_file(Rotated(1), copy);
+  Write(2, 1000);
+
+  std::filesystem::remove(copy);
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_TRUE(verdict.isWhole) << verdict.badFile << ": " << verdict.reason;
+  EXPECT_EQ(verdict.lines, 20u);
+}
+
+TEST_F(AuditRotationTest, FindsATrailWholeThatGoesOnMeanwhile) {
+  Write(1);
+  std::atomic<bool> isDone = false;
+  std::thread writer([&] {
+    Write(600);
+    isDone = true;
+  });
+  AuditVerdict verdict;
+  do verdict = VerifyAuditLog(file_);
+  while (verdict.isWhole && !isDone);
+  writer.join();
+  EXPECT_TRUE(verdict.isWhole) << verdict.badFile << ", line " << verdict.badLine << ": "
+                               << verdict.reason;
+  EXPECT_EQ(VerifyAuditLog(file_).lines, 601u);
+}
+
+TEST_F(AuditRotationTest, FinishesATornLineFirst) {
+  Write(2);
+  WriteFile(file_, ReadFile(file_) + "{\"torn part");
+  Write(8);
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_TRUE(verdict.isWhole) << verdict.badFile << verdict.reason;
+  EXPECT_EQ(verdict.lines, 11u);
 }
 
 }  // namespace

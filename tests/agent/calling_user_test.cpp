@@ -9,7 +9,7 @@
 
 namespace {
 
-ZelContainer Said(const ZelString& login, bool isAdministrator) {
+ZelContainer RequestSaying(const ZelString& login, bool isAdministrator) {
   ZelContainer said, request;
   said.SetString("Login", login, kNoIndex);
   said.SetBool("Administrator", isAdministrator, kNoIndex);
@@ -62,26 +62,26 @@ class CallingUserTest : public testing::Test {
 };
 
 TEST(CallingUser, IsNobodyWithoutAnAgentHere) {
-  ExpectUser(TakeFrom("agent/pc-1", Said("ann", true)), "", "", false);
-  ExpectUser(TakeFrom("", Said("ann", true)), "", "", false);
-  ZelContainer request = Said("ann", true);
+  ExpectUser(TakeFrom("agent/pc-1", RequestSaying("ann", true)), "", "", false);
+  ExpectUser(TakeFrom("", RequestSaying("ann", true)), "", "", false);
+  ZelContainer request = RequestSaying("ann", true);
   SetCallingUser(&request);
   EXPECT_EQ(request, NothingSaid());
 }
 
 TEST_F(CallingUserTest, IsWhomAnotherAgentSays) {
-  ExpectUser(TakeFrom("agent/pc-1", Said("ann", false)), "pc-1", "ann", false);
-  ExpectUser(TakeFrom("agent/pc-1", Said("ann", true)), "pc-1", "ann", true);
-  ExpectUser(TakeFrom("agent/pc-1", Said("", true)), "pc-1", "", true);
+  ExpectUser(TakeFrom("agent/pc-1", RequestSaying("ann", false)), "pc-1", "ann", false);
+  ExpectUser(TakeFrom("agent/pc-1", RequestSaying("ann", true)), "pc-1", "ann", true);
+  ExpectUser(TakeFrom("agent/pc-1", RequestSaying("", true)), "pc-1", "", true);
   ExpectUser(TakeFrom("agent/pc-1", NothingSaid()), "pc-1", "", false);
 }
 
 TEST_F(CallingUserTest, IsNobodyWhereWhatIsSaidIsOfAnotherForm) {
   const std::string longest(256, 'x');
-  ExpectUser(TakeFrom("agent/pc-1", Said(longest, true)), "pc-1", longest, true);
+  ExpectUser(TakeFrom("agent/pc-1", RequestSaying(longest, true)), "pc-1", longest, true);
   for (const std::string& login : {std::string(257, 'x'), std::string("a b"), std::string("a\nb"),
                                    std::string("a\0b", 3), std::string("\xC3\xA4")})
-    ExpectUser(TakeFrom("agent/pc-1", Said(login, true)), "pc-1", "", false);
+    ExpectUser(TakeFrom("agent/pc-1", RequestSaying(login, true)), "pc-1", "", false);
 
   ZelContainer text = NothingSaid();
   text.SetString(kCallingUserKey, "ann", kNoIndex);
@@ -109,25 +109,25 @@ TEST_F(CallingUserTest, IsNobodyWhereWhatIsSaidIsOfAnotherForm) {
 TEST_F(CallingUserTest, IsTheConsoleUserHereWhateverTheRequestSays) {
   ExpectUser(TakeFrom("boss", NothingSaid()), "here-1", "boss", true);
   ExpectUser(TakeFrom("ann", NothingSaid()), "here-1", "ann", false);
-  ExpectUser(TakeFrom("ann", Said("boss", true)), "here-1", "ann", false);
-  ExpectUser(TakeFrom("gone", Said("boss", true)), "here-1", "gone", false);
+  ExpectUser(TakeFrom("ann", RequestSaying("boss", true)), "here-1", "ann", false);
+  ExpectUser(TakeFrom("gone", RequestSaying("boss", true)), "here-1", "gone", false);
 }
 
 TEST_F(CallingUserTest, IsThisAgentAsTheAdministratorWhereNobodyCalled) {
   ExpectUser(TakeFrom("", NothingSaid()), "here-1", "", true);
-  ExpectUser(TakeFrom("", Said("ann", false)), "here-1", "", true);
+  ExpectUser(TakeFrom("", RequestSaying("ann", false)), "here-1", "", true);
 }
 
 TEST_F(CallingUserTest, IsVouchedForByTheAgentThatAskedFirst) {
-  EXPECT_EQ(SaidFor("boss", NothingSaid()), Said("boss", true));
-  EXPECT_EQ(SaidFor("ann", NothingSaid()), Said("ann", false));
-  EXPECT_EQ(SaidFor("", NothingSaid()), Said("", true));
+  EXPECT_EQ(SaidFor("boss", NothingSaid()), RequestSaying("boss", true));
+  EXPECT_EQ(SaidFor("ann", NothingSaid()), RequestSaying("ann", false));
+  EXPECT_EQ(SaidFor("", NothingSaid()), RequestSaying("", true));
   EXPECT_EQ(SaidFor("agent/pc-1", NothingSaid()), NothingSaid());
 }
 
 TEST_F(CallingUserTest, IsNeverWhomTheRequestNamedBefore) {
-  EXPECT_EQ(SaidFor("ann", Said("boss", true)), Said("ann", false));
-  EXPECT_EQ(SaidFor("agent/pc-1", Said("boss", true)), NothingSaid());
+  EXPECT_EQ(SaidFor("ann", RequestSaying("boss", true)), RequestSaying("ann", false));
+  EXPECT_EQ(SaidFor("agent/pc-1", RequestSaying("boss", true)), NothingSaid());
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr long kLongLimit = 30;
+constexpr long kLongSeconds = 30;
 
 /// What a check asks for, and what came of it.
 struct Check {
@@ -48,7 +48,7 @@ struct Check {
   std::string proxyUser = {};
   std::string proxyPassword = {};
   long long startOffset = 0;
-  long timeoutSeconds = kLongLimit;
+  long timeoutSeconds = kLongSeconds;
   bool failOnErrorStatus = true;
   CurlProgress progress = nullptr;
   void* userData = nullptr;

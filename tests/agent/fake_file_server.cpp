@@ -17,21 +17,21 @@ constexpr std::array<uint8_t, 16> kPasswordHash = {0xA4, 0xF4, 0x9C, 0x40, 0x65,
 constexpr uint32_t kLogonFailure = 0xC000006D;
 constexpr uint32_t kBadNetworkName = 0xC00000CC;
 
-std::u16string Utf16(ByteView bytes) {
+std::u16string TextIn(ByteView bytes) {
   std::u16string text;
   for (size_t i = 0; i + 1 < bytes.size(); i += 2)
     text += static_cast<char16_t>(bytes[i] | bytes[i + 1] << 8);
   return text;
 }
 
-void Append(Bytes& bytes, const Bytes& tail) {
+void AddTo(Bytes& bytes, const Bytes& tail) {
   bytes.insert(bytes.end(), tail.begin(), tail.end());
 }
 
 }  // namespace
 
 void FakeFileServer::Write(std::span<const uint8_t> bytes, Deadline) {
-  if (bytes[0] == kSessionRequest) return Append(answers_, {0x82, 0, 0, 0});
+  if (bytes[0] == kSessionRequest) return AddTo(answers_, {0x82, 0, 0, 0});
   Answer(Bytes(bytes.begin() + 4, bytes.end()));
 }
 
@@ -46,7 +46,7 @@ FakeFileServer::Bytes FakeFileServer::Framed(const Bytes& message) {
   const size_t length = message.size();
   Bytes framed = {0, static_cast<uint8_t>(length >> 16), static_cast<uint8_t>(length >> 8),
                   static_cast<uint8_t>(length)};
-  Append(framed, message);
+  AddTo(framed, message);
   return framed;
 }
 
@@ -67,8 +67,8 @@ void FakeFileServer::Answer(const Bytes& request) {
   if (key_) Sign(dialect, *key_, answer);
   if (tamper) tamper(command, answer);
   if (isBeforeLogIn && !key_) preauth_.Add(answer);
-  if (before) Append(answers_, before(command, answer));
-  Append(answers_, Framed(answer));
+  if (before) AddTo(answers_, before(command, answer));
+  AddTo(answers_, Framed(answer));
 }
 
 FakeFileServer::Bytes FakeFileServer::Begin(const Bytes& request, uint32_t status) const {
@@ -121,7 +121,7 @@ FakeFileServer::Bytes FakeFileServer::SetUp(const Bytes& request) {
 
 FakeFileServer::Bytes FakeFileServer::Connect(const Bytes& request) {
   const ByteReader asked(request);
-  path = Utf16(asked.Part(asked.U16(kHeaderBytes + 4), asked.U16(kHeaderBytes + 6)));
+  path = TextIn(asked.Part(asked.U16(kHeaderBytes + 4), asked.U16(kHeaderBytes + 6)));
   const bool isThere = path == u"\\\\" + std::u16string(name.begin(), name.end()) + u"\\docs";
   ByteWriter body;
   body.Raw(Begin(request, isThere ? kStatusSuccess : kBadNetworkName));

@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string Content(size_t sizeBytes) {
+std::string Lines(size_t sizeBytes) {
   std::string content;
   for (int i = 0; content.size() < sizeBytes; ++i) content += std::to_string(i) + '\n';
   return content;
@@ -100,7 +100,7 @@ TEST(HttpFile, DoesNotExistOnAServerThatIsNotThere) {
 TEST(HttpFile, IsDownloadedWithItsModificationTime) {
   const TemporaryDirectory directory;
   FileStore store;
-  const std::string content = Content(2'000'000);
+  const std::string content = Lines(2'000'000);
   store.Put("/file", content);
   EXPECT_EQ(FileCopyNet(store.Url("/file"), directory / "copy", 0), 0);
   EXPECT_EQ(ReadFile(directory.Native("copy")), content);
@@ -139,7 +139,7 @@ TEST(HttpFile, IsUploaded) {
   const TemporaryDirectory directory;
   FileStore store;
   for (const size_t sizeBytes : {size_t{0}, size_t{10}, size_t{3'000'000}}) {
-    const std::string content = Content(sizeBytes);
+    const std::string content = Lines(sizeBytes);
     WriteFile(directory.Native("file"), content);
     EXPECT_EQ(FileCopyNet(directory / "file", store.Url("/file"), 0), 0);
     EXPECT_EQ(store.Get("/file"), content);
@@ -168,7 +168,7 @@ TEST(HttpFile, IsNotReplacedWhenTheServerHidesThatItExists) {
 
 TEST(HttpFile, IsCopiedFromServerToServer) {
   FileStore from, to;
-  const std::string content = Content(300'000);
+  const std::string content = Lines(300'000);
   from.Put("/file", content);
   EXPECT_EQ(FileCopyNet(from.Url("/file"), to.Url("/copy"), 0), 0);
   EXPECT_EQ(to.Get("/copy"), content);

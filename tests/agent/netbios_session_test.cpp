@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tests/agent/memory_stream.h"
+#include "tests/agent/smb_test.h"
 
 namespace {
 
@@ -18,8 +19,6 @@ using testing::HasSubstr;
 
 constexpr const char* kNoneOfASession = "the server's answer is none of a NetBIOS session";
 constexpr const char* kClosed = "receiving: the other side closed the connection";
-
-const Deadline kNever = Deadline::max();
 
 Bytes BytesOf(std::string_view text) {
   return Bytes(text.begin(), text.end());

@@ -21,7 +21,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Le;
 
-constexpr milliseconds kLongLimit{20'000};
+constexpr milliseconds kLongEchoLimit{20'000};
 
 HostAddress Numbered(uint8_t number) {
   HostAddress address;

@@ -7,7 +7,7 @@
 namespace {
 
 using std::chrono::seconds;
-using Verdict = ProofMemory::Verdict;
+using ProofVerdict = ProofMemory::Verdict;
 
 constexpr int64_t kDate = 1'700'000'000;
 constexpr ProofMemory::Clock::time_point kNow{seconds(kDate)};
@@ -19,19 +19,19 @@ std::string Nonce(unsigned number) {
 
 TEST(ProofMemory, TakesEachProofOnce) {
   ProofMemory memory(seconds(300));
-  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), Verdict::kNew);
-  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), Verdict::kReplayed);
-  EXPECT_EQ(memory.Take(kDate, Nonce(2), kNow), Verdict::kNew);
-  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow + seconds(300)), Verdict::kReplayed);
+  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), ProofVerdict::kNew);
+  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), ProofVerdict::kReplayed);
+  EXPECT_EQ(memory.Take(kDate, Nonce(2), kNow), ProofVerdict::kNew);
+  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow + seconds(300)), ProofVerdict::kReplayed);
 }
 
 TEST(ProofMemory, TakesNoProofOutsideOfTheWindow) {
   ProofMemory memory(seconds(300));
-  EXPECT_EQ(memory.Take(kDate - 301, Nonce(1), kNow), Verdict::kExpired);
-  EXPECT_EQ(memory.Take(kDate + 301, Nonce(1), kNow), Verdict::kExpired);
-  EXPECT_EQ(memory.Take(999'999'999'999, Nonce(1), kNow), Verdict::kExpired);
-  EXPECT_EQ(memory.Take(kDate - 300, Nonce(1), kNow), Verdict::kNew);
-  EXPECT_EQ(memory.Take(kDate + 300, Nonce(1), kNow), Verdict::kNew);
+  EXPECT_EQ(memory.Take(kDate - 301, Nonce(1), kNow), ProofVerdict::kExpired);
+  EXPECT_EQ(memory.Take(kDate + 301, Nonce(1), kNow), ProofVerdict::kExpired);
+  EXPECT_EQ(memory.Take(999'999'999'999, Nonce(1), kNow), ProofVerdict::kExpired);
+  EXPECT_EQ(memory.Take(kDate - 300, Nonce(1), kNow), ProofVerdict::kNew);
+  EXPECT_EQ(memory.Take(kDate + 300, Nonce(1), kNow), ProofVerdict::kNew);
   EXPECT_EQ(memory.Size(), 2U);
 }
 
@@ -40,17 +40,17 @@ TEST(ProofMemory, ForgetsWhatHasExpired) {
   for (unsigned i = 0; i < 1000; ++i) memory.Take(kDate, Nonce(i), kNow);
   EXPECT_EQ(memory.Size(), 1000U);
   const auto later = kNow + seconds(301);
-  EXPECT_EQ(memory.Take(kDate + 301, Nonce(1), later), Verdict::kNew);
+  EXPECT_EQ(memory.Take(kDate + 301, Nonce(1), later), ProofVerdict::kNew);
   EXPECT_EQ(memory.Size(), 1U);
-  EXPECT_EQ(memory.Take(kDate, Nonce(1), later), Verdict::kExpired);
+  EXPECT_EQ(memory.Take(kDate, Nonce(1), later), ProofVerdict::kExpired);
 }
 
 TEST(ProofMemory, RefusesWhatItCannotRemember) {
   ProofMemory memory(seconds(300), 2);
-  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), Verdict::kNew);
-  EXPECT_EQ(memory.Take(kDate, Nonce(2), kNow), Verdict::kNew);
-  EXPECT_EQ(memory.Take(kDate, Nonce(3), kNow), Verdict::kFull);
-  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), Verdict::kReplayed);
+  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), ProofVerdict::kNew);
+  EXPECT_EQ(memory.Take(kDate, Nonce(2), kNow), ProofVerdict::kNew);
+  EXPECT_EQ(memory.Take(kDate, Nonce(3), kNow), ProofVerdict::kFull);
+  EXPECT_EQ(memory.Take(kDate, Nonce(1), kNow), ProofVerdict::kReplayed);
 }
 
 }  // namespace

@@ -13,7 +13,7 @@ Message Request(const std::string& text) {
   return {Message::Kind::kRequest, "run", 7, 0, {{"commandLine", text}}};
 }
 
-std::string ErrorOf(const std::string& document) {
+std::string ErrorIn(const std::string& document) {
   return ParseMessage(document).error;
 }
 
@@ -71,61 +71,61 @@ TEST(ProxyMessage, CarriesNegativeCodes) {
 }
 
 TEST(ProxyMessage, RefusesADocumentType) {
-  EXPECT_THAT(ErrorOf("<!DOCTYPE message>" + InMessage("")), HasSubstr("document type"));
+  EXPECT_THAT(ErrorIn("<!DOCTYPE message>" + InMessage("")), HasSubstr("document type"));
   EXPECT_THAT(
-      ErrorOf("<!DOCTYPE m [<!ENTITY a \"b\">]>" + InMessage("<field name=\"x\">&a;</field>")),
+      ErrorIn("<!DOCTYPE m [<!ENTITY a \"b\">]>" + InMessage("<field name=\"x\">&a;</field>")),
       HasSubstr("document type"));
-  EXPECT_THAT(ErrorOf("<!DOCTYPE m SYSTEM \"file:///etc/passwd\">" + InMessage("")),
+  EXPECT_THAT(ErrorIn("<!DOCTYPE m SYSTEM \"file:///etc/passwd\">" + InMessage("")),
               HasSubstr("document type"));
 }
 
 TEST(ProxyMessage, RefusesWhatItDoesNotKnow) {
-  EXPECT_THAT(ErrorOf("<other/>"), HasSubstr("\"other\" does not belong"));
-  EXPECT_THAT(ErrorOf(InMessage("<other/>")), HasSubstr("\"other\" does not belong"));
-  EXPECT_THAT(ErrorOf(InMessage("<message/>")), HasSubstr("\"message\" does not belong"));
-  EXPECT_THAT(ErrorOf(InMessage("<field name=\"x\"><field name=\"y\"/></field>")),
+  EXPECT_THAT(ErrorIn("<other/>"), HasSubstr("\"other\" does not belong"));
+  EXPECT_THAT(ErrorIn(InMessage("<other/>")), HasSubstr("\"other\" does not belong"));
+  EXPECT_THAT(ErrorIn(InMessage("<message/>")), HasSubstr("\"message\" does not belong"));
+  EXPECT_THAT(ErrorIn(InMessage("<field name=\"x\"><field name=\"y\"/></field>")),
               HasSubstr("\"field\" does not belong"));
-  EXPECT_THAT(ErrorOf(InMessage("text")), HasSubstr("text outside"));
-  EXPECT_THAT(ErrorOf(InMessage("<?do it?>")), HasSubstr("processing instruction"));
-  EXPECT_THAT(ErrorOf(InMessage("<field name=\"x\" more=\"y\"/>")), HasSubstr("\"more\""));
-  EXPECT_THAT(ErrorOf(InMessage("<field name=\"x\" encoding=\"hex\"/>")),
+  EXPECT_THAT(ErrorIn(InMessage("text")), HasSubstr("text outside"));
+  EXPECT_THAT(ErrorIn(InMessage("<?do it?>")), HasSubstr("processing instruction"));
+  EXPECT_THAT(ErrorIn(InMessage("<field name=\"x\" more=\"y\"/>")), HasSubstr("\"more\""));
+  EXPECT_THAT(ErrorIn(InMessage("<field name=\"x\" encoding=\"hex\"/>")),
               HasSubstr("\"encoding\""));
-  EXPECT_THAT(ErrorOf(InMessage("<field name=\"x\" encoding=\"base64\">!</field>")),
+  EXPECT_THAT(ErrorIn(InMessage("<field name=\"x\" encoding=\"base64\">!</field>")),
               HasSubstr("Base64"));
 }
 
 TEST(ProxyMessage, RefusesAnIncompleteHead) {
-  EXPECT_NE(ErrorOf("<message/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"request\" name=\"run\"/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"request\" id=\"1\"/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"order\" name=\"run\" id=\"1\"/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"request\" name=\"r n\" id=\"1\"/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"request\" name=\"run\" id=\"-1\"/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"request\" name=\"run\" id=\"4294967296\"/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"request\" name=\"run\" id=\"1\" code=\"0\"/>"), "");
-  EXPECT_NE(ErrorOf("<message kind=\"reply\" name=\"run\" id=\"1\"/>"), "");
-  EXPECT_NE(ErrorOf(InMessage("<field>x</field>")), "");
-  EXPECT_EQ(ErrorOf(InMessage("")), "");
+  EXPECT_NE(ErrorIn("<message/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"request\" name=\"run\"/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"request\" id=\"1\"/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"order\" name=\"run\" id=\"1\"/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"request\" name=\"r n\" id=\"1\"/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"request\" name=\"run\" id=\"-1\"/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"request\" name=\"run\" id=\"4294967296\"/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"request\" name=\"run\" id=\"1\" code=\"0\"/>"), "");
+  EXPECT_NE(ErrorIn("<message kind=\"reply\" name=\"run\" id=\"1\"/>"), "");
+  EXPECT_NE(ErrorIn(InMessage("<field>x</field>")), "");
+  EXPECT_EQ(ErrorIn(InMessage("")), "");
 }
 
 TEST(ProxyMessage, RefusesWhatIsNoXml) {
   for (const char* document :
        {"", " ", "<message", "hello", "<message kind=\"request\" name=\"r\" id=\"1\">", "\xFF\xFE",
         "{\"kind\": 1}"}) {
-    EXPECT_THAT(ErrorOf(document), HasSubstr("refused")) << document;
+    EXPECT_THAT(ErrorIn(document), HasSubstr("refused")) << document;
   }
-  EXPECT_NE(ErrorOf(InMessage("") + InMessage("")), "");
-  EXPECT_NE(ErrorOf(InMessage("<field name=\"x\">\xC3(</field>")), "") << "no UTF-8";
+  EXPECT_NE(ErrorIn(InMessage("") + InMessage("")), "");
+  EXPECT_NE(ErrorIn(InMessage("<field name=\"x\">\xC3(</field>")), "") << "no UTF-8";
 }
 
 TEST(ProxyMessage, RefusesTooMuch) {
   std::string fields;
   for (size_t i = 0; i < kMaxFields; ++i) fields += "<field name=\"x\"/>";
-  EXPECT_EQ(ErrorOf(InMessage(fields)), "");
-  EXPECT_THAT(ErrorOf(InMessage(fields + "<field name=\"x\"/>")), HasSubstr("too many fields"));
-  EXPECT_THAT(ErrorOf(InMessage(std::string(kMaxDocumentBytes, ' '))), HasSubstr("too long"));
-  EXPECT_EQ(ErrorOf(InMessage("<field name=\"" + std::string(kMaxNameBytes, 'x') + "\"/>")), "");
-  EXPECT_NE(ErrorOf(InMessage("<field name=\"" + std::string(kMaxNameBytes + 1, 'x') + "\"/>")),
+  EXPECT_EQ(ErrorIn(InMessage(fields)), "");
+  EXPECT_THAT(ErrorIn(InMessage(fields + "<field name=\"x\"/>")), HasSubstr("too many fields"));
+  EXPECT_THAT(ErrorIn(InMessage(std::string(kMaxDocumentBytes, ' '))), HasSubstr("too long"));
+  EXPECT_EQ(ErrorIn(InMessage("<field name=\"" + std::string(kMaxNameBytes, 'x') + "\"/>")), "");
+  EXPECT_NE(ErrorIn(InMessage("<field name=\"" + std::string(kMaxNameBytes + 1, 'x') + "\"/>")),
             "");
 }
 

@@ -249,21 +249,21 @@ TEST_F(TheProxyKeeper, EndsWhatItStartedAndNothingElse) {
   EXPECT_TRUE(machine_.proxies[0]->wasAskedToEnd);
 }
 
-constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kStartPatience{20};
 /// Between two looks that nobody asks for: never, in a test.
 constexpr std::chrono::hours kNever{1};
 
 TEST(TheProxySupervisor, StartsAProxyWhenItIsNeeded) {
   Machine machine;
   ProxySupervisor supervisor(machine.System(), kNever);
-  EXPECT_FALSE(supervisor.Ensure("maria", kPatience));
+  EXPECT_FALSE(supervisor.Ensure("maria", kStartPatience));
   {
     const std::lock_guard lock(machine.mutex);
     machine.sessions = {Desktop("1", "maria")};
   }
 
-  EXPECT_TRUE(supervisor.Ensure("maria", kPatience));
-  EXPECT_TRUE(supervisor.Ensure("maria", kPatience));
+  EXPECT_TRUE(supervisor.Ensure("maria", kStartPatience));
+  EXPECT_TRUE(supervisor.Ensure("maria", kStartPatience));
   EXPECT_THAT(machine.starts, ElementsAre("1"));
 }
 
@@ -272,7 +272,7 @@ TEST(TheProxySupervisor, LooksByItself) {
   machine.sessions = {Desktop("1", "maria")};
   const ProxySupervisor supervisor(machine.System(), 1ms);
 
-  const auto end = std::chrono::steady_clock::now() + kPatience;
+  const auto end = std::chrono::steady_clock::now() + kStartPatience;
   for (bool isStarted = false; !isStarted; std::this_thread::yield()) {
     const std::lock_guard lock(machine.mutex);
     isStarted = !machine.starts.empty();
@@ -297,7 +297,7 @@ TEST(TheProxySupervisor, DoesNotWaitForAProxyThatCannotBeStarted) {
 
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(supervisor.Ensure("maria", 1h));
-  EXPECT_LT(std::chrono::steady_clock::now() - start, kPatience);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, kStartPatience);
 }
 
 TEST(TheProxySupervisor, EndsItsProxiesWithItself) {
@@ -305,7 +305,7 @@ TEST(TheProxySupervisor, EndsItsProxiesWithItself) {
   machine.sessions = {Desktop("1", "maria")};
   {
     ProxySupervisor supervisor(machine.System(), kNever);
-    ASSERT_TRUE(supervisor.Ensure("maria", kPatience));
+    ASSERT_TRUE(supervisor.Ensure("maria", kStartPatience));
   }
   EXPECT_TRUE(machine.proxies[0]->wasAskedToEnd);
 }

@@ -28,7 +28,7 @@ Settings CallerSettings() {
   return settings;
 }
 
-ZelContainer Parameters() {
+ZelContainer TheParameters() {
   ZelContainer parameters;
   parameters.SetInt32("X", 21, kNoIndex);
   return parameters;
@@ -37,18 +37,18 @@ ZelContainer Parameters() {
 /// Calls "Double" and expects that it did not run: the code, and parameters that are as they were.
 std::string ExpectNotRun(const Settings& settings, const std::string& address, uint32_t code,
                          const char* action = "Double", uint32_t timeoutMs = ~0U) {
-  ZelContainer parameters = Parameters();
+  ZelContainer parameters = TheParameters();
   const RemoteResult result =
       RemoteInvoker(settings).Invoke(address, action, &parameters, timeoutMs);
   EXPECT_EQ(result.code, code) << result.error;
   EXPECT_NE(result.error, "");
-  EXPECT_EQ(parameters, Parameters());
+  EXPECT_EQ(parameters, TheParameters());
   return result.error;
 }
 
 TEST(RemoteInvocation, RunsTheActionAndBringsItsResultsBack) {
   Peer peer;
-  ZelContainer parameters = Parameters();
+  ZelContainer parameters = TheParameters();
   const RemoteResult result =
       RemoteInvoker(CallerSettings()).Invoke(peer.Url(), "Double", &parameters, ~0U);
   EXPECT_EQ(result.code, 0u);
@@ -125,7 +125,7 @@ TEST(RemoteInvocation, SpeaksAsTheAgentThatTheAddressNames) {
                               "@127.0.0.1:" + std::to_string(peer.Port());
   Settings settings = CallerSettings();
   settings.fleetSecret.clear();
-  ZelContainer parameters = Parameters();
+  ZelContainer parameters = TheParameters();
   const RemoteResult result = RemoteInvoker(settings).Invoke(address, "Double", &parameters, ~0U);
   EXPECT_EQ(result.code, 0u) << result.error;
   EXPECT_EQ(peer.FirstCaller().login, "other-1");
@@ -139,7 +139,7 @@ TEST(RemoteInvocation, IsRefusedWithAnotherPasswordInTheAddress) {
 
 TEST(RemoteInvocation, SpeaksAsItselfWhereTheAddressHasAnEmptyName) {
   Peer peer;
-  ZelContainer parameters = Parameters();
+  ZelContainer parameters = TheParameters();
   const std::string address = "http://:@127.0.0.1:" + std::to_string(peer.Port());
   EXPECT_EQ(RemoteInvoker(CallerSettings()).Invoke(address, "Double", &parameters, ~0U).code, 0u);
   EXPECT_EQ(peer.FirstCaller().login, "caller");
@@ -176,7 +176,7 @@ TEST(RemoteInvocation, SendsAProofInsteadOfThePassword) {
   });
   Settings settings = CallerSettings();
   settings.pac = PacUse::kSend;
-  ZelContainer parameters = Parameters();
+  ZelContainer parameters = TheParameters();
   const std::string address = "http://other:s3cret@" + server.HostAndPort();
   EXPECT_EQ(RemoteInvoker(settings).Invoke(address, "An action", &parameters, ~0U).code, 0u);
 
@@ -290,7 +290,7 @@ class RemoteInvocationTls : public testing::Test {
 TEST_F(RemoteInvocationTls, RunsTheActionOnAPeerOfTheFleet) {
   const Peer peer(PeerSettings(fleet_, "IP:127.0.0.1"));
   ASSERT_THAT(peer.Url(), testing::StartsWith("https://"));
-  ZelContainer parameters = Parameters();
+  ZelContainer parameters = TheParameters();
   const RemoteResult result =
       RemoteInvoker(TrustingSettings(fleet_)).Invoke(peer.Url(), "Double", &parameters, ~0U);
   EXPECT_EQ(result.code, 0u) << result.error;
@@ -304,7 +304,7 @@ TEST_F(RemoteInvocationTls, IsUsedForHttpAddressesWhereTheSettingsSaySo) {
   ExpectNotRun(settings, address, kInvokeUnreachable);
 
   settings.ssl = SslUse::kSend;
-  ZelContainer parameters = Parameters();
+  ZelContainer parameters = TheParameters();
   const RemoteResult result = RemoteInvoker(settings).Invoke(address, "Double", &parameters, ~0U);
   EXPECT_EQ(result.code, 0u) << result.error;
 }

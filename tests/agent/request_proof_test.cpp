@@ -20,7 +20,7 @@ std::string KnownProof() {
          "sha256=" + kDigest + ",mac=" + kMac;
 }
 
-std::string Replaced(std::string text, const std::string& from, const std::string& to) {
+std::string WithReplaced(std::string text, const std::string& from, const std::string& to) {
   const size_t at = text.find(from);
   EXPECT_NE(at, text.npos) << from;
   return at == text.npos ? text : text.replace(at, from.size(), to);
@@ -59,7 +59,7 @@ TEST(RequestProof, IsNoneWhenAnyOfItsFieldsWasChanged) {
                                                          {"sha256=e", "sha256=f"},
                                                          {"mac=f", "mac=e"}};
   for (const auto& [from, to] : changes) {
-    const auto proof = ParseProof(Replaced(KnownProof(), from, to));
+    const auto proof = ParseProof(WithReplaced(KnownProof(), from, to));
     ASSERT_TRUE(proof) << to;
     EXPECT_FALSE(IsProofOf(*proof, kRequest, kSecret)) << to;
   }
@@ -87,9 +87,9 @@ TEST(RequestProof, IsMadeForNowAndWithAnotherNonceEachTime) {
 }
 
 TEST(RequestProof, TakesNamesUpToTheLongest) {
-  EXPECT_TRUE(ParseProof(Replaced(KnownProof(), "agent-1", std::string(64, 'a'))));
-  EXPECT_TRUE(ParseProof(Replaced(KnownProof(), "agent-1", "A.b-C_9")));
-  EXPECT_FALSE(ParseProof(Replaced(KnownProof(), "agent-1", std::string(65, 'a'))));
+  EXPECT_TRUE(ParseProof(WithReplaced(KnownProof(), "agent-1", std::string(64, 'a'))));
+  EXPECT_TRUE(ParseProof(WithReplaced(KnownProof(), "agent-1", "A.b-C_9")));
+  EXPECT_FALSE(ParseProof(WithReplaced(KnownProof(), "agent-1", std::string(65, 'a'))));
 }
 
 TEST(RequestProof, HasOneFormOnly) {
@@ -124,7 +124,7 @@ TEST(RequestProof, HasOneFormOnly) {
       {"agent=agent-1,date=1700000000", "date=1700000000,agent=agent-1"},
   };
   for (const auto& [from, to] : changes)
-    EXPECT_FALSE(ParseProof(Replaced(KnownProof(), from, to))) << from << " to " << to;
+    EXPECT_FALSE(ParseProof(WithReplaced(KnownProof(), from, to))) << from << " to " << to;
   EXPECT_FALSE(ParseProof(""));
   EXPECT_FALSE(ParseProof("PAC "));
   EXPECT_FALSE(ParseProof(KnownProof() + ","));

@@ -91,7 +91,8 @@ TEST(Settings, TakeEveryKeyOver) {
       "any\n[master]\naddress = https://master:7460\ntimeout_ms = 7\nenabled = yes\n"
       "database = host=db dbname=tasks\nconnections = 9\nmax_listed = 10\nvisibility = device\n"
       "[http_check]\nca_file = web.pem\n"
-      "[log]\nlevel = detail\nrotate_bytes = 4096\nkept_files = 2\n",
+      "[log]\nlevel = detail\nrotate_bytes = 4096\nkept_files = 2\n"
+      "[audit]\nrotate_bytes = 4097\nkept_files = 3\n",
       directory.Native());
   EXPECT_THAT(result.errors, IsEmpty());
   const Settings& settings = result.settings;
@@ -148,6 +149,8 @@ TEST(Settings, TakeEveryKeyOver) {
   EXPECT_EQ(settings.logLevel, ZelDebugLevel::kDetail);
   EXPECT_EQ(settings.logRotateBytes, 4096u);
   EXPECT_EQ(settings.logKeptFiles, 2u);
+  EXPECT_EQ(settings.auditRotateBytes, 4097u);
+  EXPECT_EQ(settings.auditKeptFiles, 3u);
 }
 
 TEST(Settings, WarnOfUnknownNamesWithTheirLineAndTheNearestKnownOne) {
@@ -201,6 +204,7 @@ TEST(Settings, RefuseEachUnusableValueNamingItsLine) {
                            "[archives]\nmax_ratio = much",
                            "[archives]\nnames = linux",
                            "[fleet]\nsecret_file = none",
+                           "[fleet]\nsecret_file = /",
                            "[drives]\nCC = /x",
                            "[system]\ncode_page = utf-8",
                            "[system]\ncode_page = 0",

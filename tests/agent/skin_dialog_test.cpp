@@ -26,7 +26,7 @@ using proxy_protocol::Message;
 namespace {
 
 constexpr unsigned int kYesNo = SkinDialog::BUTTON_YES_NO;
-constexpr std::chrono::seconds kLong{60};
+constexpr std::chrono::seconds kLongWait{60};
 
 using Dialog = std::unique_ptr<SkinDialog>;
 
@@ -63,7 +63,7 @@ class SkinDialogTest : public testing::Test {
 };
 
 bool IsOver(std::future<bool>& show) {
-  return show.wait_for(kLong) == std::future_status::ready;
+  return show.wait_for(kLongWait) == std::future_status::ready;
 }
 
 }  // namespace

@@ -15,17 +15,16 @@
 namespace {
 
 using namespace std::chrono_literals;
+using smb::Bytes;
 using smb::Command;
 using testing::HasSubstr;
-using Bytes = ScriptedPeer::Bytes;
-using Socket = ScriptedPeer::Socket;
 
 constexpr int kOverNetBios = 0;
 constexpr int kOnTcp = 1;
 constexpr const char* kName = "*SMBSERVER";
 
 /// Has `server` answer the client's first `count` messages.
-void Serve(FakeFileServer& server, Socket& socket, int count) {
+void Serve(FakeFileServer& server, ScriptedPeer::Socket& socket, int count) {
   server.name = "127.0.0.1";
   for (int i = 0; i < count; ++i) {
     server.Write(ScriptedPeer::ReceiveFrame(socket), {});
@@ -78,21 +77,21 @@ constexpr Broken kBroken[] = {{0, 2}, {1, 3}, {2, 4}, {3, 4}, {4, 5}, {5, 6}, {6
 
 TEST(CsSmbClient, GoesAllTheWay) {
   FakeFileServer server;
-  const ScriptedPeer peer([&](Socket& socket) { Serve(server, socket, 7); });
+  const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) { Serve(server, socket, 7); });
   CsSmbClient client(kOverNetBios);
   EXPECT_EQ(0, FirstFailure(client, peer.Port()));
 }
 
 TEST(CsSmbClient, GoesDirectlyOnTcpWithoutASessionRequest) {
   FakeFileServer server;
-  const ScriptedPeer peer([&](Socket& socket) { Serve(server, socket, 6); });
+  const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) { Serve(server, socket, 6); });
   CsSmbClient client(kOnTcp);
   EXPECT_EQ(0, FirstFailure(client, peer.Port()));
 }
 
 TEST(CsSmbClient, ForgetsAShareThatItCloses) {
   FakeFileServer server;
-  const ScriptedPeer peer([&](Socket& socket) { Serve(server, socket, 6); });
+  const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) { Serve(server, socket, 6); });
   CsSmbClient client(kOverNetBios);
   ASSERT_EQ(1, client.TcpConnect(ScriptedPeer::kAddress, peer.Port()));
   ASSERT_EQ(1, client.NbtSessionRequest(kName));
@@ -109,7 +108,8 @@ TEST(CsSmbClient, ForgetsAShareThatItCloses) {
 TEST(CsSmbClient, FailsWhereTheServerCloses) {
   for (const Broken& broken : kBroken) {
     FakeFileServer server;
-    const ScriptedPeer peer([&](Socket& socket) { Serve(server, socket, broken.answered); });
+    const ScriptedPeer peer(
+        [&](ScriptedPeer::Socket& socket) { Serve(server, socket, broken.answered); });
     CsSmbClient client(kOverNetBios);
     EXPECT_EQ(broken.failingStep, FirstFailure(client, peer.Port())) << broken.answered;
   }
@@ -118,7 +118,7 @@ TEST(CsSmbClient, FailsWhereTheServerCloses) {
 TEST(CsSmbClient, FailsInTimeWhereTheServerFallsSilent) {
   for (const Broken& broken : kBroken) {
     FakeFileServer server;
-    const ScriptedPeer peer([&](Socket& socket) {
+    const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) {
       Serve(server, socket, broken.answered);
       ScriptedPeer::AwaitEnd(socket);
     });
@@ -132,7 +132,7 @@ TEST(CsSmbClient, FailsInTimeWhereTheServerFallsSilent) {
 TEST(CsSmbClient, FailsWhereTheServerSendsGarbage) {
   for (const Broken& broken : kBroken) {
     FakeFileServer server;
-    const ScriptedPeer peer([&](Socket& socket) {
+    const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) {
       Serve(server, socket, broken.answered);
       ScriptedPeer::Send(socket, FakeFileServer::Framed(Bytes(100, 0xA5)));
       ScriptedPeer::AwaitEnd(socket);
@@ -146,7 +146,7 @@ TEST(CsSmbClient, FailsWhereTheServerSendsGarbage) {
 TEST(CsSmbClient, FailsInTimeWhereTheServerNeverEnds) {
   for (const Broken& broken : kBroken) {
     FakeFileServer server;
-    const ScriptedPeer peer([&](Socket& socket) {
+    const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) {
       Serve(server, socket, broken.answered);
       // Keep-alives, which mean nothing.
       for (;;) ScriptedPeer::Send(socket, Bytes{0x85, 0, 0, 0});
@@ -159,7 +159,7 @@ TEST(CsSmbClient, FailsInTimeWhereTheServerNeverEnds) {
 }
 
 TEST(CsSmbClient, FailsAtAServerOfTheWeb) {
-  const ScriptedPeer peer([](Socket& socket) {
+  const ScriptedPeer peer([](ScriptedPeer::Socket& socket) {
     const std::string answer = "HTTP/1.1 400 Bad Request\r\nConnection: close\r\n\r\n";
     ScriptedPeer::Send(socket, Bytes(answer.begin(), answer.end()));
   });
@@ -187,7 +187,7 @@ TEST(CsSmbClient, DoesNothingOutOfTurn) {
 
 TEST(CsSmbClient, DoesNothingAfterAFailureButLogOff) {
   FakeFileServer server;
-  const ScriptedPeer peer([&](Socket& socket) { Serve(server, socket, 6); });
+  const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) { Serve(server, socket, 6); });
   CsSmbClient client(kOverNetBios);
   _CsSmbTreeInfo tree{};
   ASSERT_EQ(1, client.TcpConnect(ScriptedPeer::kAddress, peer.Port()));
@@ -206,7 +206,7 @@ TEST(CsSmbClient, StartsAnewAfterItDisconnected) {
   CsSmbClient client(kOverNetBios);
   for (int i = 0; i < 2; ++i) {
     FakeFileServer server;
-    const ScriptedPeer peer([&](Socket& socket) { Serve(server, socket, 7); });
+    const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) { Serve(server, socket, 7); });
     EXPECT_EQ(0, FirstFailure(client, peer.Port()));
     client.NbtDisconnect();
     client.TcpDisconnect();
@@ -215,7 +215,7 @@ TEST(CsSmbClient, StartsAnewAfterItDisconnected) {
 
 TEST(CsSmbClient, DoesNothingInASessionThatItEnded) {
   FakeFileServer server;
-  const ScriptedPeer peer([&](Socket& socket) {
+  const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) {
     Serve(server, socket, 1);
     ScriptedPeer::AwaitEnd(socket);
   });
@@ -229,7 +229,7 @@ TEST(CsSmbClient, DoesNothingInASessionThatItEnded) {
 
 TEST(CsSmbClient, ClosesWhenItGoes) {
   std::promise<void> ended;
-  const ScriptedPeer peer([&](Socket& socket) {
+  const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) {
     boost::system::error_code error;
     uint8_t byte = 0;
     boost::asio::read(socket, boost::asio::buffer(&byte, 1), error);

@@ -7,14 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "tests/agent/smb_test.h"
+
 namespace {
 
 using namespace smb;
 using testing::HasSubstr;
 
-const Key kSessionKey = {0x7C, 0xD4, 0x51, 0x82, 0x5D, 0x04, 0x50, 0xD2,
-                         0x35, 0x42, 0x4E, 0x44, 0xBA, 0x6E, 0x78, 0xCC};
-const Key kCounted = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 const Key kOther = {1};
 constexpr uint64_t kSession = 0x1122334455667788;
 constexpr size_t kTransformBytes = 52;
@@ -28,12 +27,7 @@ class SmbEncryption : public testing::TestWithParam<Cipher> {
   Encryption client_{GetParam(), {kCounted, kOther}, kSession};
 
   std::string FailureWith(const Bytes& encrypted) const {
-    try {
-      server_.Decrypt(encrypted);
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "none";
+    return FailureOf([&] { server_.Decrypt(encrypted); });
   }
 };
 

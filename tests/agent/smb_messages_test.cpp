@@ -3,26 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <stdexcept>
 #include <string>
 
 #include "agent/libZel/smb/nt_status.h"
+#include "tests/agent/smb_test.h"
 
 namespace {
 
 using namespace smb;
 using testing::HasSubstr;
-
-/// What the operation says when it fails.
-std::string FailureOf(const std::function<void()>& operation) {
-  try {
-    operation();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "none";
-}
 
 Bytes AnswerHeader(Command command, uint32_t flags = kFlagResponse) {
   ByteWriter writer;

@@ -9,14 +9,13 @@
 #include "agent/libZel/smb/nt_status.h"
 #include "tests/agent/fake_file_server.h"
 #include "tests/agent/library_log.h"
+#include "tests/agent/smb_test.h"
 
 namespace {
 
 using namespace smb;
 using testing::ElementsAre;
 using testing::HasSubstr;
-
-const Deadline kNever = Deadline::max();
 
 /// A client of a file server without a network.
 struct SmbSession : testing::Test {
@@ -39,13 +38,8 @@ struct SmbSession : testing::Test {
     session.LogOff(kNever);
   }
   /// What the whole way says when it fails.
-  std::string FailureOf(const char* user = "ann") {
-    try {
-      Climb(user);
-    } catch (const std::runtime_error& error) {
-      return error.what();
-    }
-    return "none";
+  std::string FailureOfAll(const char* user = "ann") {
+    return FailureOf([&] { Climb(user); });
   }
   /// Sets the status of the answers to `command`.
   void AnswerWith(Command command, uint32_t status) {
@@ -77,13 +71,13 @@ TEST_P(EachDialect, SignsAllThatComesAfterTheLogIn) {
 TEST_P(EachDialect, RefusesAnAnswerWithAWrongSignature) {
   server.dialect = GetParam();
   Spoil(Command::kTreeConnect, kSignatureOffset);
-  EXPECT_EQ("the signature of the server's answer is wrong", FailureOf());
+  EXPECT_EQ("the signature of the server's answer is wrong", FailureOfAll());
 }
 
 TEST_P(EachDialect, RefusesAnAnswerThatWasChanged) {
   server.dialect = GetParam();
   Spoil(Command::kTreeConnect, kHeaderBytes + 2);
-  EXPECT_EQ("the signature of the server's answer is wrong", FailureOf());
+  EXPECT_EQ("the signature of the server's answer is wrong", FailureOfAll());
 }
 
 TEST_P(EachDialect, RefusesASuccessWithoutASignature) {
@@ -92,7 +86,7 @@ TEST_P(EachDialect, RefusesASuccessWithoutASignature) {
     if (command == Command::kTreeConnect)
       answer[kFlagsOffset] &= static_cast<uint8_t>(~kFlagSigned);
   };
-  EXPECT_EQ("the server's answer is not signed", FailureOf());
+  EXPECT_EQ("the server's answer is not signed", FailureOfAll());
 }
 
 TEST_P(EachDialect, RefusesAServerThatDoesNotKnowThePassword) {
@@ -100,7 +94,7 @@ TEST_P(EachDialect, RefusesAServerThatDoesNotKnowThePassword) {
   server.tamper = [round = 0](Command command, Bytes& answer) mutable {
     if (command == Command::kSessionSetup && ++round == 2) answer[kSignatureOffset] ^= 1;
   };
-  EXPECT_EQ("the server does not prove that it knows the password", FailureOf());
+  EXPECT_EQ("the server does not prove that it knows the password", FailureOfAll());
 }
 
 TEST_P(EachDialect, RefusesALogInThatEndsWithoutASignature) {
@@ -109,7 +103,7 @@ TEST_P(EachDialect, RefusesALogInThatEndsWithoutASignature) {
     if (command == Command::kSessionSetup)
       answer[kFlagsOffset] &= static_cast<uint8_t>(~kFlagSigned);
   };
-  EXPECT_EQ("the server does not prove that it knows the password", FailureOf());
+  EXPECT_EQ("the server does not prove that it knows the password", FailureOfAll());
   EXPECT_EQ(3u, server.commands.size());
 }
 
@@ -204,36 +198,36 @@ TEST_F(SmbSession, TellsTheLogNothingOfAnAnonymousGuest) {
 
 TEST_F(SmbSession, TakesAGuestThatIsFlaggedAsAnonymousAsWell) {
   server.sessionFlags = kSessionGuest | kSessionAnonymous;
-  EXPECT_EQ("none", FailureOf());
+  EXPECT_EQ("none", FailureOfAll());
   EXPECT_THAT(server.wereSigned, testing::Each(false));
 }
 
 TEST_F(SmbSession, DoesNotTakeAnAnonymousSessionForThatOfAUser) {
   server.sessionFlags = kSessionAnonymous;
-  EXPECT_EQ("the server has logged in nobody instead of the user", FailureOf());
+  EXPECT_EQ("the server has logged in nobody instead of the user", FailureOfAll());
   EXPECT_EQ(3u, server.commands.size());
 }
 
 TEST_F(SmbSession, DoesNotGoOnUnsignedWhereSignaturesAreDemanded) {
   server.securityMode = kSigningEnabled | kSigningRequired;
-  EXPECT_THAT(FailureOf(""), HasSubstr("demands signatures"));
+  EXPECT_THAT(FailureOfAll(""), HasSubstr("demands signatures"));
 }
 
 TEST_F(SmbSession, DoesNotLogInWithoutAChallenge) {
   AnswerWith(Command::kSessionSetup, kStatusSuccess);
-  EXPECT_THAT(FailureOf(), HasSubstr("no proof of the log-in"));
+  EXPECT_THAT(FailureOfAll(), HasSubstr("no proof of the log-in"));
 }
 
 TEST_F(SmbSession, DoesNotLogInWithoutAnEnd) {
   AnswerWith(Command::kSessionSetup, kStatusMoreProcessing);
-  EXPECT_THAT(FailureOf(), HasSubstr("come to an end"));
+  EXPECT_THAT(FailureOfAll(), HasSubstr("come to an end"));
 }
 
 TEST_F(SmbSession, NeedsASessionWithANumber) {
   server.change = [](Command command, Bytes& answer) {
     if (command == Command::kSessionSetup) std::fill_n(answer.begin() + 40, 8, uint8_t{0});
   };
-  EXPECT_THAT(FailureOf(), HasSubstr("has no number"));
+  EXPECT_THAT(FailureOfAll(), HasSubstr("has no number"));
 }
 
 /// That an answer will take its time, so many times.
@@ -257,27 +251,27 @@ Bytes KeepAlives(int count) {
 
 TEST_F(SmbSession, WaitsForTheFinalAnswer) {
   server.before = [](Command, const Bytes& answer) { return InterimAnswers(answer, 16); };
-  EXPECT_EQ("none", FailureOf());
+  EXPECT_EQ("none", FailureOfAll());
 }
 
 TEST_F(SmbSession, WaitsForNoAnswerThatIsPutOffForEver) {
   server.before = [](Command command, const Bytes& answer) {
     return InterimAnswers(answer, command == Command::kTreeConnect ? 17 : 0);
   };
-  EXPECT_EQ("the server puts off its answer without an end", FailureOf());
+  EXPECT_EQ("the server puts off its answer without an end", FailureOfAll());
 }
 
 TEST_F(SmbSession, NeedsTheNumberOfAShare) {
   server.change = [](Command command, Bytes& answer) {
     if (command == Command::kTreeConnect) answer[kFlagsOffset] |= kFlagAsync;
   };
-  EXPECT_EQ("the server's share has no number", FailureOf());
+  EXPECT_EQ("the server's share has no number", FailureOfAll());
   EXPECT_EQ(0u, tree.treeId);
 }
 
 TEST_F(SmbSession, SkipsKeepAlives) {
   server.before = [](Command, const Bytes&) { return KeepAlives(16); };
-  EXPECT_EQ("none", FailureOf());
+  EXPECT_EQ("none", FailureOfAll());
 }
 
 TEST_F(SmbSession, CountsKeepAlivesBetweenInterimAnswersAsWell) {
@@ -289,7 +283,7 @@ TEST_F(SmbSession, CountsKeepAlivesBetweenInterimAnswersAsWell) {
     all.insert(all.end(), more.begin(), more.end());
     return all;
   };
-  EXPECT_EQ("the server sends keep-alives without an end", FailureOf());
+  EXPECT_EQ("the server sends keep-alives without an end", FailureOfAll());
 }
 
 TEST_F(SmbSession, TakesOnlyTheAnswerToItsRequest) {
@@ -313,13 +307,13 @@ TEST_F(SmbSession, TakesOnlyTheAnswerToItsRequest) {
 
 TEST_F(SmbSession, SendsNoMoreThanTheServerGrants) {
   server.credits = 0;
-  EXPECT_EQ("the server grants no further request", FailureOf());
+  EXPECT_EQ("the server grants no further request", FailureOfAll());
   EXPECT_EQ(1u, server.commands.size());
 }
 
 TEST_F(SmbSession, SaysThatAServerSpeaksVersion1Only) {
   server.tamper = [](Command, Bytes& answer) { answer = {0xFF, 'S', 'M', 'B', 0x72, 0, 0, 0}; };
-  EXPECT_EQ("the server speaks version 1 of SMB only", FailureOf());
+  EXPECT_EQ("the server speaks version 1 of SMB only", FailureOfAll());
 }
 
 TEST_F(SmbSession, RefusesEveryAnswerThatIsCutOff) {

@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "tests/agent/smb_test.h"
+
 namespace {
 
 using namespace smb;
@@ -13,11 +15,6 @@ using namespace std::string_view_literals;
 ByteView ViewOf(std::string_view text) {
   return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
-
-/// That of the example in Microsoft's description of the keys of SMB 3.
-const Key kSessionKey = {0x7C, 0xD4, 0x51, 0x82, 0x5D, 0x04, 0x50, 0xD2,
-                         0x35, 0x42, 0x4E, 0x44, 0xBA, 0x6E, 0x78, 0xCC};
-const Key kCounted = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
 
 /// 80 bytes, counted but for the first four.
 Bytes Message() {

@@ -26,7 +26,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 using testing::StrEq;
-using Change = TaskStore::Change;
+using StoreChange = TaskStore::Change;
 
 class PostgresTestDatabase : public TestDatabase {
  public:
@@ -136,7 +136,7 @@ TEST_F(PostgresStore, AConnectionThatBreaksInTheMiddleIsAnErrorAndNothingIsDone)
   const Task task = store_.List({}, {}).at(0);
   EXPECT_EQ(task.state, TaskState::kOpen);
   EXPECT_TRUE(task.notes.empty());
-  EXPECT_EQ(store_.Close(1, 2, Always), Change::kDone);
+  EXPECT_EQ(store_.Close(1, 2, Always), StoreChange::kDone);
 }
 
 TEST_F(PostgresStore, AConnectionThatBreaksWhileCommittingSaysThatNobodyKnows) {
@@ -175,7 +175,7 @@ TEST_F(PostgresStore, ATaskThatAnotherProgramLocksIsWaitedForInVain) {
   EXPECT_THAT(WhatInTime([&] { store.Close(1, 1, Always); }), StartsWith("PostgreSQL: "));
   EXPECT_EQ(store.List({}, {}).at(0).name, "a");
   other << "COMMIT";
-  EXPECT_EQ(store.Close(1, 1, Always), Change::kDone);
+  EXPECT_EQ(store.Close(1, 1, Always), StoreChange::kDone);
 }
 
 /// While it exists a process does nothing.
@@ -208,7 +208,7 @@ TEST_F(PostgresStore, AServerThatDoesNotAnswerIsAnErrorUntilItDoes) {
   EXPECT_THAT(WhatInTime([&] { store->Close(1, 2, stop); }),
               StrEq("PostgreSQL: the server did not answer in time"));
   server.reset();
-  EXPECT_EQ(store->Close(1, 2, Always), Change::kDone);
+  EXPECT_EQ(store->Close(1, 2, Always), StoreChange::kDone);
 
   server.emplace(Backend());
   EXPECT_EQ(WhatInTime([&] { store.reset(); }), "no error");

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr size_t kLong = 1024 * 1024;
+constexpr size_t kLongText = 1024 * 1024;
 constexpr size_t kShort = 4 * 1024;
 
 struct TextField {
@@ -22,10 +22,10 @@ struct TextField {
 };
 constexpr TextField kTextFields[] = {
     {"ObjectName", "_DB_ATTR_NAME_", kShort},
-    {"_DB_ATTR_DESCRIPTION_", "_DB_ATTR_DESCRIPTION_", kLong},
+    {"_DB_ATTR_DESCRIPTION_", "_DB_ATTR_DESCRIPTION_", kLongText},
     {"_DB_ATTR_PRIORITY_", "_DB_ATTR_PRIORITY_", kShort},
     {"_DB_ATTR_REQUESTEDBY_", "_DB_ATTR_REQUESTEDBY_", kShort},
-    {"_DB_ATTR_NOTES_", "_DB_ATTR_NOTES_", kLong},
+    {"_DB_ATTR_NOTES_", "_DB_ATTR_NOTES_", kLongText},
     {"Language", "Language", kShort},
     {"UserEmail", "UserEmail", kShort},
     {"UserDomain", "UserDomain", kShort},
@@ -123,7 +123,7 @@ TEST_F(TaskDatabase, HoldsTheTextsOfChangesAndFiltersToTheSameRules) {
   ExpectNo(Close(Master(), id, bad), "\"_DB_ATTR_REQUESTEDBY_\" is not valid Unicode");
   ExpectNo(AddNote(Master(), id, bad, "n"), "\"_DB_ATTR_REQUESTEDBY_\" is not valid Unicode");
   ExpectNo(AddNote(Agent("pc-1"), id, "anna", bad), "\"_DB_ATTR_NOTES_\" is not valid Unicode");
-  ExpectNo(AddNote(Agent("pc-1"), id, "anna", std::string(kLong + 1, 'x')),
+  ExpectNo(AddNote(Agent("pc-1"), id, "anna", std::string(kLongText + 1, 'x')),
            "\"_DB_ATTR_NOTES_\" is longer than 1048576 bytes");
   ExpectNo(AddNote(Agent("pc-1"), id, "anna", ""), "\"_DB_ATTR_NOTES_\" must not be empty");
   for (const char* key :
@@ -145,7 +145,7 @@ TEST_F(TaskDatabase, HoldsTheTextsOfChangesAndFiltersToTheSameRules) {
 
 TEST_F(TaskDatabase, TakesANoteOfOneMebibyte) {
   const int64_t id = MustCreate(Agent("pc-1"), NewTaskFor("anna"));
-  const std::string note(kLong, 'x');
+  const std::string note(kLongText, 'x');
   ExpectYes(AddNote(Agent("pc-1"), id, "anna", note));
   const std::vector<ZelContainer> notes = ListOf(Newest(), "_DB_ATTR_NOTES_");
   ASSERT_EQ(notes.size(), 1u);

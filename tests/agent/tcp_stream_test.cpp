@@ -9,13 +9,13 @@
 #include <string>
 
 #include "tests/agent/scripted_peer.h"
+#include "tests/agent/smb_test.h"
 
 namespace {
 
 using namespace std::chrono_literals;
+using smb::Bytes;
 using testing::HasSubstr;
-using Bytes = ScriptedPeer::Bytes;
-using Socket = ScriptedPeer::Socket;
 
 Deadline In(std::chrono::milliseconds time) {
   return std::chrono::steady_clock::now() + time;
@@ -27,17 +27,6 @@ Deadline Late() {
   return In(30s);
 }
 
-/// What the operation says when it fails.
-template <typename Operation>
-std::string FailureOf(Operation operation) {
-  try {
-    operation();
-  } catch (const std::runtime_error& error) {
-    return error.what();
-  }
-  return "none";
-}
-
 /// An open stream to the peer.
 struct Connected {
   explicit Connected(const ScriptedPeer& peer) {
@@ -47,7 +36,7 @@ struct Connected {
 };
 
 TEST(TcpStream, SendsAndReceives) {
-  const ScriptedPeer peer([](Socket& socket) {
+  const ScriptedPeer peer([](ScriptedPeer::Socket& socket) {
     Bytes bytes = ScriptedPeer::Receive(socket, 3);
     std::reverse(bytes.begin(), bytes.end());
     ScriptedPeer::Send(socket, bytes);
@@ -61,7 +50,7 @@ TEST(TcpStream, SendsAndReceives) {
 }
 
 TEST(TcpStream, FillsAllOfWhatIsReadFromManyPieces) {
-  const ScriptedPeer peer([](Socket& socket) {
+  const ScriptedPeer peer([](ScriptedPeer::Socket& socket) {
     for (uint8_t i = 0; i < 200; ++i) ScriptedPeer::Send(socket, Bytes{i});
     ScriptedPeer::AwaitEnd(socket);
   });
@@ -81,7 +70,7 @@ TEST(TcpStream, SaysThatNobodyListens) {
 }
 
 TEST(TcpStream, DoesNotConnectAfterItsTime) {
-  const ScriptedPeer peer([](Socket&) {});
+  const ScriptedPeer peer([](ScriptedPeer::Socket&) {});
   TcpStream stream;
   EXPECT_EQ("connecting: no answer in time",
             FailureOf([&] { stream.Connect(ScriptedPeer::kAddress, peer.Port(), In(-1ms)); }));
@@ -98,7 +87,7 @@ TEST(TcpStream, StopsWaitingForASilentPeer) {
 }
 
 TEST(TcpStream, StopsWaitingForAPeerThatAnswersByteByByte) {
-  const ScriptedPeer peer([](Socket& socket) {
+  const ScriptedPeer peer([](ScriptedPeer::Socket& socket) {
     for (;;) ScriptedPeer::Send(socket, Bytes{0});
   });
   Connected connected(peer);
@@ -109,7 +98,7 @@ TEST(TcpStream, StopsWaitingForAPeerThatAnswersByteByByte) {
 
 TEST(TcpStream, StopsSendingToAPeerThatDoesNotRead) {
   std::promise<void> end;
-  const ScriptedPeer peer([&](Socket&) { end.get_future().wait(); });
+  const ScriptedPeer peer([&](ScriptedPeer::Socket&) { end.get_future().wait(); });
   Connected connected(peer);
   const Bytes more(size_t{1} << 26);
   EXPECT_EQ("sending: no answer in time", FailureOf([&] { connected.stream.Write(more, Soon()); }));
@@ -117,7 +106,8 @@ TEST(TcpStream, StopsSendingToAPeerThatDoesNotRead) {
 }
 
 TEST(TcpStream, NoticesThatThePeerCloses) {
-  const ScriptedPeer peer([](Socket& socket) { ScriptedPeer::Send(socket, Bytes{1}); });
+  const ScriptedPeer peer(
+      [](ScriptedPeer::Socket& socket) { ScriptedPeer::Send(socket, Bytes{1}); });
   Connected connected(peer);
   Bytes answer(2);
   EXPECT_EQ("receiving: the other side closed the connection",
@@ -127,7 +117,7 @@ TEST(TcpStream, NoticesThatThePeerCloses) {
 
 TEST(TcpStream, TellsThePeerThatItCloses) {
   std::promise<bool> sawEnd;
-  const ScriptedPeer peer([&](Socket& socket) {
+  const ScriptedPeer peer([&](ScriptedPeer::Socket& socket) {
     boost::system::error_code error;
     uint8_t byte = 0;
     boost::asio::read(socket, boost::asio::buffer(&byte, 1), error);
@@ -159,11 +149,12 @@ TEST(TcpStream, NeedsAConnection) {
 TEST(TcpStream, ConnectsAgainAfterAFailure) {
   TcpStream stream;
   Bytes answer(1);
-  const ScriptedPeer closing([](Socket&) {});
+  const ScriptedPeer closing([](ScriptedPeer::Socket&) {});
   stream.Connect(ScriptedPeer::kAddress, closing.Port(), Late());
   EXPECT_THROW(stream.Read(answer, Late()), std::runtime_error);
 
-  const ScriptedPeer sending([](Socket& socket) { ScriptedPeer::Send(socket, Bytes{5}); });
+  const ScriptedPeer sending(
+      [](ScriptedPeer::Socket& socket) { ScriptedPeer::Send(socket, Bytes{5}); });
   stream.Connect(ScriptedPeer::kAddress, sending.Port(), Late());
   stream.Read(answer, Late());
   EXPECT_EQ(Bytes{5}, answer);

@@ -17,8 +17,8 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr char kYes[] = R"({"code":0,"container":{"Result":true}})";
-constexpr char kNo[] = R"({"code":0,"container":{"Result":false}})";
+constexpr char kSucceeds[] = R"({"code":0,"container":{"Result":true}})";
+constexpr char kFails[] = R"({"code":0,"container":{"Result":false}})";
 
 std::string ShareReply(int code, int step, const std::string& host = "filer",
                        const std::string& share = "public") {
@@ -49,20 +49,20 @@ class ZelctlNetwork : public ZelctlTest {
 };
 
 TEST_F(ZelctlNetwork, TellsThatAHostAnswers) {
-  replies_["CoreUtilsPingICMP"] = kYes;
+  replies_["CoreUtilsPingICMP"] = kSucceeds;
   const Result result = PingHost(client_, "filer.example.net");
   EXPECT_EQ(result.text, "filer.example.net answers.\n");
-  EXPECT_EQ(result.json, kYes);
+  EXPECT_EQ(result.json, kSucceeds);
   EXPECT_EQ(result.problem, "");
   EXPECT_THAT(actions_, ElementsAre("CoreUtilsPingICMP"));
   EXPECT_THAT(bodies_, ElementsAre(R"({"PingAddr":"filer.example.net"})"));
 }
 
 TEST_F(ZelctlNetwork, FailsWhenAHostDoesNotAnswer) {
-  replies_["CoreUtilsPingICMP"] = kNo;
+  replies_["CoreUtilsPingICMP"] = kFails;
   const Result result = PingHost(client_, "::1");
   EXPECT_EQ(result.text, "");
-  EXPECT_EQ(result.json, kNo);
+  EXPECT_EQ(result.json, kFails);
   EXPECT_EQ(result.problem, "::1 does not answer; the agent's log says why");
 }
 
@@ -175,7 +175,7 @@ TEST_F(ZelctlNetwork, LetsNoNameActOnTheTerminal) {
   const std::string hostile = R"(a\u001b[2J\nb)";
   const std::string shown = R"(a\x1b[2J\nb)";
   replies_["CoreUtilsCheckSMBShare"] = ShareReply(0, 0, hostile, hostile);
-  replies_["CoreUtilsPingICMP"] = kYes;
+  replies_["CoreUtilsPingICMP"] = kSucceeds;
   replies_["CoreUtilsListDomains"] = R"({"code":0,"container":{"Values":[")" + hostile + "\"]}}";
   EXPECT_EQ(CheckShare(client_, {"x/y", "", ""}).text,
             "The share " + shown + " of " + shown + " can be opened.\n");

@@ -244,6 +244,39 @@ TEST_F(ExtractFile, TakesMissingParametersAsEmpty) {
               ElementsAre("FileExists(\"\")", "Error \"The file  does not exists!\""));
 }
 
+TEST_F(ExtractFile, TakesPathsThatAreNoTextsAsEmpty) {
+  ZelContainer params;
+  params.SetInt32("FilePath", 1, kNoIndex);
+  params.SetString("DestinationPath", "C:/b/x", 0);
+  host.Answer("FileExists", 1);
+  host.Answer("DirExists", 0);
+  host.Answer("PathCreate", 0);
+
+  EXPECT_EQ(Run("CoreUtilsExtractFile", params).code, kFailure);
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("FileExists(\"\")", "DirExists(\"\")", "PathCreate(\"\")",
+                          "Error \"The destination path '' for the backup cannot be created!\""));
+}
+
+TEST_F(ExtractFile, WritesNothingBeforeTheEnd) {
+  const ZelContainer params = Texts({{"FilePath", kArchive}, {"DestinationPath", "C:/b/x"}});
+  AnswerPlaces();
+  AnswerEntry("a");
+  AnswerCounts();
+  host.Answer("FileDelete", 13);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsExtractFile", params),
+              ElementsAre(2, 2, 2, 2, 2, 2, 2, 2, 2, 2, 2));
+
+  host.Answer("FileExists", 0);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsExtractFile", params), ElementsAre(2, 2));
+
+  host.Answer("FileExists", 1);
+  host.Answer("DirExists", 0);
+  host.Answer("PathCreate", 0);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsExtractFile", params), ElementsAre(2, 2, 2, 2));
+}
+
 TEST_F(ExtractFile, ReplacesAnErrorCodeThatWasSent) {
   host.Answer("FileExists", 0);
 

@@ -10,12 +10,12 @@ using ::testing::Contains;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-constexpr const char* kUrl = "http://agent7:pw@pc.example:7461";
+constexpr const char* kDeviceUrl = "http://agent7:pw@pc.example:7461";
 
 // ---- CoreUtilsRestoreBackup ----
 
-ZelContainer Parameters(const char* name, bool last = false, const char* source = "C:\\b",
-                        const char* destination = "D:\\restore") {
+ZelContainer RestoreParameters(const char* name, bool last = false, const char* source = "C:\\b",
+                               const char* destination = "D:\\restore") {
   ZelContainer params = Texts({{"SourcePath", source},
                                {"DestinationPath", destination},
                                {"Name", name},
@@ -29,7 +29,7 @@ Outcome Restored(const std::string& path) {
   return {kSuccess, "{Name: String \"" + path + "\", ErrorCode: Int32 0}"};
 }
 
-std::string AddAlias(const std::string& path = "D:/restore/", const std::string& url = kUrl) {
+std::string AddAlias(const std::string& path = "D:/restore/", const std::string& url = kDeviceUrl) {
   return InvokedAt("null", url, "HttpProtocolAddAlias",
                    "{ServerName: String \"BackupRestore\", AliasName: String \"backupN\", "
                    "AliasPath: String \"" +
@@ -37,36 +37,36 @@ std::string AddAlias(const std::string& path = "D:/restore/", const std::string&
 }
 
 std::string DeleteAlias() {
-  return InvokedAt("null", kUrl, "HttpProtocolDeleteAlias",
+  return InvokedAt("null", kDeviceUrl, "HttpProtocolDeleteAlias",
                    "{ServerName: String \"BackupRestore\", AliasName: String \"backupN\", "
                    "AliasTemporary: Bool false}");
 }
 
-std::string Sending(const std::string& path, const std::string& name) {
+std::string SendingBackup(const std::string& path, const std::string& name) {
   return "HttpClient::SendAndRecv(null, \"pc.example\", {4, \"/backupN/" + name + "\", \"" + path +
          "\", \"\"}, {0}, 7461, 1, null)";
 }
 
-Lines Progress(const std::string& path, const std::string& name) {
+Lines RestoreProgress(const std::string& path, const std::string& name) {
   return {"Print \"Sender is '10.0.0.7:7460'\"",
           "Print \"copying file " + path + " from relay 10.0.0.7, /backupN/" + name + "\""};
 }
 
-Lines Start() {
+Lines RestoreStart() {
   return Join({SenderCalls(), {AddAlias()}});
 }
 
-Lines Upload(const std::string& path, const std::string& name) {
-  return Join({ClientCalls(), Progress(path, name), {Sending(path, name)}});
+Lines BackupUpload(const std::string& path, const std::string& name) {
+  return Join({ClientCalls(), RestoreProgress(path, name), {SendingBackup(path, name)}});
 }
 
-Lines End() {
+Lines RestoreEnd() {
   return {"~HttpClient", "Print \"Deleting alias backupN\"", DeleteAlias()};
 }
 
 /// All that is done with a file that is there.
 Lines Transfer(const std::string& path, const std::string& name) {
-  return Join({Start(), Upload(path, name), End()});
+  return Join({RestoreStart(), BackupUpload(path, name), RestoreEnd()});
 }
 
 class RestoreBackup : public TransferTest {
@@ -95,7 +95,7 @@ class RestoreBackup : public TransferTest {
     AnswerTransfer();
     host.AnswerAlways("FileExists", 1);
     host.AnswerAlways("FileDelete", 0);
-    const Outcome outcome = Restore(Parameters(name, true));
+    const Outcome outcome = Restore(RestoreParameters(name, true));
     EXPECT_EQ(outcome.code, kSuccess);
     return ChoiceOf(outcome.container);
   }
@@ -116,7 +116,7 @@ class RestoreBackup : public TransferTest {
 TEST_F(RestoreBackup, SendsTheArchiveThatIsNamed) {
   AnswerTransfer();
 
-  EXPECT_EQ(Restore(Parameters("N_20120105.zip")), Restored("D:/restore/N_20120105.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N_20120105.zip")), Restored("D:/restore/N_20120105.zip"));
 
   EXPECT_EQ(Calls(), Transfer("C:/b/N_20120105.zip", "N_20120105.zip"));
 }
@@ -124,7 +124,7 @@ TEST_F(RestoreBackup, SendsTheArchiveThatIsNamed) {
 TEST_F(RestoreBackup, TakesTheExtensionInAnyCase) {
   AnswerTransfer();
 
-  EXPECT_EQ(Restore(Parameters("N.ZIP")), Restored("D:/restore/N.ZIP"));
+  EXPECT_EQ(Restore(RestoreParameters("N.ZIP")), Restored("D:/restore/N.ZIP"));
 
   EXPECT_EQ(Calls(), Transfer("C:/b/N.ZIP", "N.ZIP"));
 }
@@ -137,7 +137,7 @@ TEST_F(RestoreBackup, PacksADirectorySendsItAndDeletesTheArchive) {
   AnswerTransfer();
   host.Answer("FileDelete", 0);
 
-  EXPECT_EQ(Restore(Parameters("N_20120105")), Restored("D:/restore/N_20120105.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N_20120105")), Restored("D:/restore/N_20120105.zip"));
 
   const std::string path = "C:/b/N_20120105.zip";
   const Lines packing = {
@@ -156,7 +156,7 @@ TEST_F(RestoreBackup, UsesAnArchiveBesideTheDirectoryOnceAndDeletesIt) {
   AnswerTransfer();
   host.Answer("FileDelete", 0);
 
-  EXPECT_EQ(Restore(Parameters("N")), Restored("D:/restore/N.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N")), Restored("D:/restore/N.zip"));
 
   EXPECT_EQ(Calls(), Join({{"FileExists(\"C:/b/N.zip\")", "FileExists(\"C:/b/N.zip\")"},
                            Transfer("C:/b/N.zip", "N.zip"),
@@ -170,7 +170,8 @@ TEST_F(RestoreBackup, FailsWithoutAnErrorCodeWhenThereIsNoArchive) {
     host.Answer("GenericArchive::AddDirectory", packed);
     host.Answer("FileExists", 0);
 
-    EXPECT_EQ(Restore(Parameters("N")), (Outcome{kFailure, Describe(Parameters("N"))}));
+    EXPECT_EQ(Restore(RestoreParameters("N")),
+              (Outcome{kFailure, Describe(RestoreParameters("N"))}));
 
     EXPECT_EQ(host.Transcript(),
               (Lines{"FileExists(\"C:/b/N.zip\")", "GenericArchive(\"C:/b/N.zip\", 1)",
@@ -187,19 +188,19 @@ TEST_F(RestoreBackup, SendsAnArchiveThatIsThereWhateverPackingAnswers) {
   AnswerTransfer();
   host.Answer("FileDelete", 0);
 
-  EXPECT_EQ(Restore(Parameters("N")), Restored("D:/restore/N.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N")), Restored("D:/restore/N.zip"));
 }
 
 TEST_F(RestoreBackup, SendsNothingWithoutAnAliasAndKeepsTheParameters) {
   for (const uint32_t code : {1U, 12U, kInvokeUnreachable}) {
     host.ForgetTranscript();
     AnswerStart(code);
-    ZelContainer expected = Parameters("N.zip");
+    ZelContainer expected = RestoreParameters("N.zip");
     expected.SetInt32("ErrorCode", 1, kNoIndex);
 
-    EXPECT_EQ(Restore(Parameters("N.zip")), (Outcome{kFailure, Describe(expected)}));
+    EXPECT_EQ(Restore(RestoreParameters("N.zip")), (Outcome{kFailure, Describe(expected)}));
 
-    EXPECT_EQ(Calls(), Join({Start(), {"Error \"Failed to add alias backupN\""}}));
+    EXPECT_EQ(Calls(), Join({RestoreStart(), {"Error \"Failed to add alias backupN\""}}));
   }
 }
 
@@ -209,7 +210,7 @@ TEST_F(RestoreBackup, KeepsThePackedArchiveWithoutAnAlias) {
   host.Answer("FileExists", 1);
   AnswerStart(1);
 
-  EXPECT_EQ(Restore(Parameters("N")).code, kFailure);
+  EXPECT_EQ(Restore(RestoreParameters("N")).code, kFailure);
 
   EXPECT_THAT(Calls(), Not(Contains(StartsWith("FileDelete"))));
 }
@@ -222,7 +223,7 @@ TEST_F(RestoreBackup, DeletesTheAliasWithAContainerOfItsOwn) {
   });
   AnswerUpload();
 
-  EXPECT_EQ(Restore(Parameters("N.zip")), Restored("D:/restore/N.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N.zip")), Restored("D:/restore/N.zip"));
 
   EXPECT_EQ(Calls().back(), DeleteAlias());
 }
@@ -233,14 +234,14 @@ TEST_F(RestoreBackup, SucceedsWithAWarningWhenTheUploadFails) {
     AnswerStart();
     AnswerUpload(error);
 
-    EXPECT_EQ(Restore(Parameters("N.zip")), Restored("D:/restore/N.zip"));
+    EXPECT_EQ(Restore(RestoreParameters("N.zip")), Restored("D:/restore/N.zip"));
 
-    EXPECT_EQ(Calls(), Join({Start(),
-                             Upload("C:/b/N.zip", "N.zip"),
+    EXPECT_EQ(Calls(), Join({RestoreStart(),
+                             BackupUpload("C:/b/N.zip", "N.zip"),
                              {"Warning \"Error " + std::to_string(error) +
                               ": Failed to copy file C:/b/N.zip from relay pc.example, "
                               "/backupN/N.zip\""},
-                             End()}));
+                             RestoreEnd()}));
   }
 }
 
@@ -251,7 +252,7 @@ TEST_F(RestoreBackup, DeletesThePackedArchiveAlsoAfterAFailedUpload) {
   AnswerUpload(7);
   host.Answer("FileDelete", 13);
 
-  EXPECT_EQ(Restore(Parameters("N")), Restored("D:/restore/N.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N")), Restored("D:/restore/N.zip"));
 
   EXPECT_EQ(Calls().back(), "FileDelete(\"C:/b/N.zip\", 0)");
 }
@@ -263,7 +264,7 @@ TEST_F(RestoreBackup, SucceedsWithAnErrorInTheLogWhenTheAliasStays) {
   AnswerUpload(0, kInvokeUnreachable);
   host.Answer("FileDelete", 0);
 
-  EXPECT_EQ(Restore(Parameters("N")), Restored("D:/restore/N.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N")), Restored("D:/restore/N.zip"));
 
   EXPECT_EQ(Calls(),
             Join({{"FileExists(\"C:/b/N.zip\")", "FileExists(\"C:/b/N.zip\")"},
@@ -279,13 +280,13 @@ TEST_F(RestoreBackup, TurnsTlsAndProofsOnIndependently) {
     host.Answer("HttpClient::SendAndRecv", 0);
     host.AnswerInvocation(0);
 
-    EXPECT_EQ(Restore(Parameters("N.zip")), Restored("D:/restore/N.zip"));
+    EXPECT_EQ(Restore(RestoreParameters("N.zip")), Restored("D:/restore/N.zip"));
 
-    EXPECT_EQ(Calls(), Join({Start(),
+    EXPECT_EQ(Calls(), Join({RestoreStart(),
                              ClientCalls(ssl, pac),
-                             Progress("C:/b/N.zip", "N.zip"),
-                             {Sending("C:/b/N.zip", "N.zip")},
-                             End()}));
+                             RestoreProgress("C:/b/N.zip", "N.zip"),
+                             {SendingBackup("C:/b/N.zip", "N.zip")},
+                             RestoreEnd()}));
   }
 }
 
@@ -294,7 +295,7 @@ TEST_F(RestoreBackup, LogsInWithItsNameWhateverTheUrlIs) {
   host.AnswerInvocation(0);
   AnswerUpload();
 
-  EXPECT_EQ(Restore(Parameters("N.zip")), Restored("D:/restore/N.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N.zip")), Restored("D:/restore/N.zip"));
 
   EXPECT_THAT(Calls(), Contains("HttpClient::SetAuthentification(\"agent 7\", \"pw\")"));
   EXPECT_THAT(Calls(), Contains(AddAlias("D:/restore/", "http://agent 7:pw@pc.example:7461")));
@@ -312,11 +313,11 @@ TEST_F(RestoreBackup, NormalisesBothDirectories) {
     host.ForgetTranscript();
     AnswerTransfer();
 
-    EXPECT_EQ(Restore(Parameters("N.zip", false, given, given)),
+    EXPECT_EQ(Restore(RestoreParameters("N.zip", false, given, given)),
               Restored(std::string(normal) + "N.zip"));
 
     EXPECT_THAT(Calls(), Contains(AddAlias(normal)));
-    EXPECT_THAT(Calls(), Contains(Sending(std::string(normal) + "N.zip", "N.zip")));
+    EXPECT_THAT(Calls(), Contains(SendingBackup(std::string(normal) + "N.zip", "N.zip")));
   }
 }
 
@@ -335,6 +336,82 @@ TEST_F(RestoreBackup, GoesOnWithoutParameters) {
   EXPECT_EQ(calls.back(), "FileDelete(\"/\", 0)");
 }
 
+TEST_F(RestoreBackup, TakesParametersOfOtherTypesAsAbsent) {
+  const ZelContainer number = [] {
+    ZelContainer container;
+    for (const char* key : {"SourcePath", "DestinationPath", "Name", "HostName", "Last"}) {
+      container.SetInt32(key, 1, kNoIndex);
+    }
+    container.SetString("HttpPort", "7461", kNoIndex);
+    return container;
+  }();
+  ZelContainer lists;
+  for (const char* key : {"SourcePath", "DestinationPath", "Name", "HostName"}) {
+    lists.SetString(key, "x", 0);
+  }
+  lists.SetBool("Last", true, 0);
+  lists.SetInt32("HttpPort", 7461, 0);
+  for (const ZelContainer& params : {number, lists}) {
+    host.ForgetTranscript();
+    AnswerTransfer();
+    host.Answer("FileDelete", 21);
+
+    EXPECT_EQ(Restore(params), Restored("/"));
+
+    const Lines calls = Calls();
+    EXPECT_THAT(calls, Contains(AddAlias("/", "http://agent7:pw@:0")));
+    EXPECT_EQ(calls.back(), "FileDelete(\"/\", 0)");
+  }
+}
+
+TEST_F(RestoreBackup, TakesAFlagThatIsNoneAsFalse) {
+  ZelContainer absent = RestoreParameters("N.zip", true);
+  absent.Remove("Last");
+  ZelContainer text = absent;
+  text.SetString("Last", "true", kNoIndex);
+  for (const ZelContainer& params : {absent, text}) {
+    host.ForgetTranscript();
+    AnswerTransfer();
+
+    EXPECT_EQ(Restore(params), Restored("D:/restore/N.zip"));
+
+    EXPECT_EQ(Calls(), Transfer("C:/b/N.zip", "N.zip"));
+  }
+}
+
+TEST_F(RestoreBackup, KeepsTheParametersUntilTheEnd) {
+  AnswerStart();
+  AnswerUpload(7, 1);
+  ExpectKeysToStay(KeysAtEachCall("CoreUtilsRestoreBackup", RestoreParameters("N.zip")), 6);
+  AnswerStart(1);
+  ExpectKeysToStay(KeysAtEachCall("CoreUtilsRestoreBackup", RestoreParameters("N.zip")), 6);
+}
+
+TEST_F(RestoreBackup, UsesWhatFailingActionsOfThisAgentAnsweredAllTheSame) {
+  host.AnswerInvocation(1, [](ZelContainer& work) {
+    work.SetString("IPAddress", "10.0.0.8", kNoIndex);
+    work.SetString("Left", "x", kNoIndex);
+  });
+  host.AnswerInvocation(1, [](ZelContainer& work) {
+    ZelContainer values;
+    values.SetInt32("Port", -1, kNoIndex);
+    work.SetContainer("Values", values, kNoIndex);
+  });
+  host.AnswerText("ZelAgentGetName", "agent7");
+  host.AnswerText("ZelAgentGetHttpPassword", "pw");
+  host.AnswerInvocation(0);
+  AnswerUpload();
+
+  EXPECT_EQ(Restore(RestoreParameters("N.zip")), Restored("D:/restore/N.zip"));
+
+  const Lines calls = Calls();
+  // With an empty container, whatever the question before left.
+  EXPECT_EQ(calls.at(1), InvokedHere("HttpProtocolGetParams"));
+  EXPECT_THAT(calls, Contains("Print \"Sender is '10.0.0.8:4294967295'\""));
+  EXPECT_THAT(calls,
+              Contains("Print \"copying file C:/b/N.zip from relay 10.0.0.8, /backupN/N.zip\""));
+}
+
 TEST_F(RestoreBackup, GoesOnWithoutKnowingItsOwnAddress) {
   host.AnswerInvocation(1);
   host.AnswerInvocation(1);
@@ -343,14 +420,14 @@ TEST_F(RestoreBackup, GoesOnWithoutKnowingItsOwnAddress) {
   host.AnswerInvocation(0);
   AnswerUpload();
 
-  EXPECT_EQ(Restore(Parameters("N.zip")), Restored("D:/restore/N.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N.zip")), Restored("D:/restore/N.zip"));
 
   EXPECT_THAT(Calls(), Contains("Print \"Sender is ':0'\""));
   EXPECT_THAT(Calls(), Contains("Print \"copying file C:/b/N.zip from relay , /backupN/N.zip\""));
 }
 
 TEST_F(RestoreBackup, TakesAPortOfAnySignAsUnsigned) {
-  ZelContainer params = Parameters("N.zip");
+  ZelContainer params = RestoreParameters("N.zip");
   params.SetInt32("HttpPort", -1, kNoIndex);
   AnswerStart(1);
 
@@ -365,7 +442,7 @@ TEST_F(RestoreBackup, LooksForTheNewestInTheDirectoryAsItWasGiven) {
   host.AnswerDirectory({{"N_20120105.zip", 0}, {"other", 16}});
   AnswerTransfer();
 
-  EXPECT_EQ(Restore(Parameters("N", true)), Restored("D:/restore/N_20120105.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N", true)), Restored("D:/restore/N_20120105.zip"));
 
   EXPECT_EQ(Calls(), Join({{"OpenDirectory(\"C:\\b\")", "ReadDirectory", "ReadDirectory",
                             "ReadDirectory", "CloseDirectory"},
@@ -378,15 +455,15 @@ TEST_F(RestoreBackup, OffersTheDirectoryItselfWhenNoEntryMatches) {
   AnswerUpload(26);
   host.Answer("FileDelete", 21);
 
-  EXPECT_EQ(Restore(Parameters("N", true)), Restored("D:/restore/"));
+  EXPECT_EQ(Restore(RestoreParameters("N", true)), Restored("D:/restore/"));
 
   EXPECT_EQ(
       Calls(),
       Join({{"OpenDirectory(\"C:\\b\")", "ReadDirectory", "ReadDirectory", "CloseDirectory"},
-            Start(),
-            Upload("C:/b/", ""),
+            RestoreStart(),
+            BackupUpload("C:/b/", ""),
             {"Warning \"Error 26: Failed to copy file C:/b/ from relay pc.example, /backupN/\""},
-            End(),
+            RestoreEnd(),
             {"FileDelete(\"C:/b/\", 0)"}}));
 }
 
@@ -395,7 +472,7 @@ TEST_F(RestoreBackup, GoesOnWithoutAChoiceWhenTheDirectoryCannotBeOpened) {
   AnswerTransfer();
   host.Answer("FileDelete", 21);
 
-  EXPECT_EQ(Restore(Parameters("N", true)), Restored("D:/restore/"));
+  EXPECT_EQ(Restore(RestoreParameters("N", true)), Restored("D:/restore/"));
 
   EXPECT_EQ(Calls(), Join({{"OpenDirectory(\"C:\\b\")", "Detail \"Directory access error !\""},
                            Transfer("C:/b/", ""),
@@ -407,7 +484,7 @@ TEST_F(RestoreBackup, GoesOnWithoutAChoiceWhenTheDirectoryHasNoEntries) {
   AnswerTransfer();
   host.Answer("FileDelete", 21);
 
-  EXPECT_EQ(Restore(Parameters("N", true)), Restored("D:/restore/"));
+  EXPECT_EQ(Restore(RestoreParameters("N", true)), Restored("D:/restore/"));
 
   EXPECT_EQ(Calls(), Join({{"OpenDirectory(\"C:\\b\")", "ReadDirectory",
                             "Detail \"File access error !\"", "CloseDirectory"},
@@ -435,7 +512,7 @@ TEST_F(RestoreBackup, UsesTheArchiveBesideTheNewestDirectory) {
   AnswerTransfer();
   host.Answer("FileDelete", 0);
 
-  EXPECT_EQ(Restore(Parameters("N", true)), Restored("D:/restore/N_20121231.zip"));
+  EXPECT_EQ(Restore(RestoreParameters("N", true)), Restored("D:/restore/N_20121231.zip"));
 
   const Lines calls = Calls();
   EXPECT_THAT(calls, Not(Contains(StartsWith("GenericArchive"))));
@@ -492,6 +569,7 @@ TEST_F(RestoreBackup, RanksBySecondsOf32Bits) {
   EXPECT_EQ(Newest({"N_20120105.zip", "N_21060207.zip"}), "N_21060207.zip");
   EXPECT_EQ(Newest({"N_20120105.zip", "N_21060208.zip"}), "N_20120105.zip");
   EXPECT_EQ(Newest({"N_21060208.zip"}), "N_21060208.zip");
+  EXPECT_EQ(Newest({"N_20371231.zip", "N_20390101.zip"}), "N_20390101.zip");
   EXPECT_EQ(Newest({"N_20120105.zip", "N_20121231.zip", "N_99991231.zip"}), "N_99991231.zip");
 }
 
@@ -577,6 +655,32 @@ TEST_F(RestoreBackupFromRelay, InvokesTheRelayWithoutParametersToo) {
   EXPECT_EQ(Restore({}), Restored(""));
 
   EXPECT_EQ(host.Transcript(), Invocation("http://agent7:pw@:0", "{}"));
+}
+
+TEST_F(RestoreBackupFromRelay, TakesParametersOfOtherTypesAsAbsent) {
+  ZelContainer texts = Texts({{"HttpPort", "8080"}, {"Values", "x"}});
+  texts.SetInt32("HostName", 1, kNoIndex);
+  ZelContainer lists;
+  lists.SetString("HostName", "relay.example", 0);
+  lists.SetInt32("HttpPort", 8080, 0);
+  lists.SetContainer("Values", Texts({{"Name", "N"}}), 0);
+  for (const ZelContainer& params : {texts, lists}) {
+    host.ForgetTranscript();
+    AnswerCredentials();
+    host.AnswerInvocation(0);
+
+    EXPECT_EQ(Restore(params), Restored(""));
+
+    EXPECT_EQ(host.Transcript(), Invocation("http://agent7:pw@:0", "{}"));
+  }
+}
+
+TEST_F(RestoreBackupFromRelay, KeepsTheParametersUntilTheEnd) {
+  for (const uint32_t code : {0U, 1U}) {
+    AnswerCredentials();
+    host.AnswerInvocation(code);
+    ExpectKeysToStay(KeysAtEachCall("CoreUtilsRestoreBackupFromRelay", request_), 3);
+  }
 }
 
 TEST_F(RestoreBackupFromRelay, TakesAPortOfAnySignAsUnsigned) {

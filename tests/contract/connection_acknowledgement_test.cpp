@@ -9,16 +9,11 @@ const std::vector<std::string> kTranslations = {
     Translation("_MESSAGEBOX_DA_ACKNOWLEDGMENTREQUEST_"), Translation("_ACTION_YES_"),
     Translation("_ACTION_NO_")};
 
-const std::string kAsksWhoIsLogged = "IsUserLogged()";
 const std::string kAsksWhetherAbsent = "ProxyUtils::IsUserAbsent(\"pipe\")";
 const std::string kMakesDialog =
     "SkinDialog(null, \"May Anna Admin see your screen?\", \"Yes\", \"No\", \"\", 2, \"pipe\", "
     "false, \"\")";
-const std::string kAsksInitialised = "SkinDialog::IsInitialised(false)";
 const std::string kShows = "SkinDialog::Show(true, false)";
-const std::string kAsksButton = "SkinDialog::GetButtonClickedID(false)";
-const std::string kCloses = "SkinDialog::Close(false, false)";
-const std::string kDeletes = "~SkinDialog";
 
 constexpr const char* kWaiting = "Waiting for acknowledgment of local user";
 constexpr const char* kAcceptedText = "Connection accepted by local user";
@@ -160,6 +155,18 @@ TEST_F(CheckClientAccept, LeavesTheQuestionThatIsBeingAskedAlone) {
   EXPECT_THAT(TakeCalls(), ElementsAre(kAsksButton, Audit(kAcceptedText), kDeletes));
 }
 
+TEST_F(CheckClientAccept, IsBusyAtOnceOnAnotherThread) {
+  Outcome rival = kAborted;
+  AnswerShown(100, [&] {
+    AnswerPresent();
+    ExpectNotToWait([&] { rival = Ask(); });
+  });
+
+  EXPECT_EQ(Ask(), Acknowledge(1));
+
+  EXPECT_EQ(rival, Acknowledge(2));
+}
+
 TEST_F(CheckClientAccept, FindsNobodyLoggedOnAlsoWhileAQuestionIsBeingAsked) {
   Outcome rival = kAborted;
   AnswerShown(101, [&] {
@@ -203,42 +210,36 @@ TEST_F(CheckClientAccept, IsBusyAsSoonAsThereIsADialogAndUntilItIsDeleted) {
   EXPECT_THAT(rivals, ElementsAre(Acknowledge(2), Acknowledge(2), Acknowledge(2)));
 }
 
-/// Asks once more in the midst of each call of one kind.
+/// Asks once more in the midst of a call.
 class AskedWhile : public AcknowledgementTest {
  protected:
-  void AskDuring(const std::string& line) {
-    host.WatchCalls([this, line](std::string_view call) {
-      if (!call.starts_with(line) || isAsking_) return;
-      isAsking_ = true;
+  void AskWithin(const std::string& line) {
+    DoWithin(line, [this] {
       AnswerPresent();
-      rivals.push_back(Ask());
-      isAsking_ = false;
+      rival = Ask();
     });
   }
 
-  std::vector<Outcome> rivals;
-
- private:
-  bool isAsking_ = false;
+  Outcome rival = kAborted;
 };
 
 TEST_F(AskedWhile, TheDialogIsBeingDeletedIsBusy) {
   AnswerShown(100);
-  AskDuring(kDeletes);
+  AskWithin(kDeletes);
 
   EXPECT_EQ(Ask(), Acknowledge(1));
 
-  EXPECT_THAT(rivals, ElementsAre(Acknowledge(2)));
+  EXPECT_EQ(rival, Acknowledge(2));
 }
 
 TEST_F(AskedWhile, ADialogThatFailedIsAuditedIsBusy) {
   AnswerPresent();
   host.AnswerDialog("SkinDialog", 0, true);
-  AskDuring(Audit(kNoProxyText));
+  AskWithin(Audit(kNoProxyText));
 
   EXPECT_EQ(Ask(), Acknowledge(0));
 
-  EXPECT_THAT(rivals, ElementsAre(Acknowledge(2)));
+  EXPECT_EQ(rival, Acknowledge(2));
 }
 
 TEST_F(CheckClientAccept, AsksAgainWhenTheQuestionBeforeHasEnded) {
@@ -399,11 +400,34 @@ TEST_F(CheckClientAccept, ClearsTheContainerBetweenTheTranslationsAndThePipe) {
               ElementsAre(4, 4, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1));
 }
 
+TEST_F(CheckClientAccept, AuditsTheRefusalBeforeItReportsIt) {
+  AnswerShown(101);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")),
+              ElementsAre(4, 4, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1));
+}
+
 TEST_F(CheckClientAccept, AuditsThatNobodyCouldBeAskedAfterItHasSaidSo) {
   AnswerTexts();
   host.Answer("IsUserLogged", 0);
   EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")),
               ElementsAre(4, 4, 4, 0, 0, 1));
+}
+
+TEST_F(CheckClientAccept, AuditsThatTheUserIsAbsentAfterItHasSaidSo) {
+  AnswerTexts();
+  host.Answer("IsUserLogged", 1);
+  host.Answer("ProxyUtils::IsUserAbsent", 1);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")),
+              ElementsAre(4, 4, 4, 0, 0, 0, 1));
+}
+
+TEST_F(CheckClientAccept, AuditsThatAnotherQuestionIsBeingAskedAfterItHasSaidSo) {
+  AnswerShown(100, [&] {
+    AnswerPresent();
+    EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckClientAccept", AskingFor("Anna Admin")),
+                ElementsAre(4, 4, 4, 0, 0, 0, 1));
+  });
+  EXPECT_EQ(Ask(), Acknowledge(1));
 }
 
 TEST_F(CheckClientAccept, AuditsThatThereIsNoProxyBeforeItRefuses) {
@@ -468,6 +492,17 @@ TEST_F(DestroyAckPopup, ClosesTheDialogAndTheOneThatAskedReportsIt) {
 
   EXPECT_EQ(withdrawn, (Outcome{kSuccess, "{Other: String \"x\"}"}));
   EXPECT_THAT(TakeCalls(), ElementsAre(kAsksButton, Audit(kAbortedText), kDeletes));
+}
+
+TEST_F(DestroyAckPopup, ReachesTheDialogFromAnotherThread) {
+  AnswerShown(0, [&] {
+    host.ForgetTranscript();
+    host.Answer("SkinDialog::Close", 0);
+    ExpectNotToWait([this] { EXPECT_EQ(Withdraw(), (Outcome{kSuccess, "{}"})); });
+    EXPECT_THAT(TakeCalls(), ElementsAre(kCloses));
+  });
+
+  EXPECT_EQ(Ask(), kAborted);
 }
 
 TEST_F(DestroyAckPopup, DoesNothingWhenTheQuestionHasEnded) {

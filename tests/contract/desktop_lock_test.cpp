@@ -412,6 +412,24 @@ TEST_F(RestoreDesktopLockState, LetsOtherActionsRunWhileItAsksTheProxyAndSendsTh
                                        Sends("second"), kTitleQuery, Sends("second")));
 }
 
+TEST_F(RestoreDesktopLockState, SendsTheTextThatIsSetWhileItAsksForTheTitle) {
+  LockTimes(1);
+  AnswerRestore();
+  DoWithin(kTitleQuery, [this] {
+    AnswerPipe();
+    host.AnswerText("ZelAgentGetTranslation", "Gesperrt");
+    host.Answer("ProxyDesktopLockManager::SetMessage", 1);
+    EXPECT_EQ(Code("CoreUtilsSetLockMessageText", Message("second")), kSuccess);
+  });
+
+  EXPECT_EQ(Code("CoreUtilsRestoreDesktopLockState"), kSuccess);
+
+  // The answers are taken in the order of the questions: the restoration's is the second title.
+  EXPECT_THAT(TakeCalls(),
+              ElementsAre(kAsksForPipe, LocksAt("pipe"), kTitleQuery, kAsksForPipe, kTitleQuery,
+                          Sends("second"), Sends("second", "pipe", "Gesperrt")));
+}
+
 TEST_F(RestoreDesktopLockState, GoesOnWhenTheDesktopIsUnlockedMeanwhile) {
   LockTimes(1);
   AnswerPipe();

@@ -5,12 +5,8 @@
 
 namespace {
 
-const std::string kAsksInitialised = "SkinDialog::IsInitialised(false)";
 const std::string kShowsAndReturns = "SkinDialog::Show(false, false)";
 const std::string kShowsAndWaits = "SkinDialog::Show(true, false)";
-const std::string kAsksButton = "SkinDialog::GetButtonClickedID(false)";
-const std::string kCloses = "SkinDialog::Close(false, false)";
-const std::string kDeletes = "~SkinDialog";
 const std::string kLogsNotDisplayed = "Error \"Cannot display the message box !\"";
 
 std::string MakesMessage(const std::string& text) {
@@ -515,22 +511,22 @@ TEST_F(AdvanceDialog, DoesNotWaitForAMessageThatIsBeingClosed) {
 // ---- side by side ----
 
 /// The steps of replacing the message that is shown.
-const std::vector<std::string> kSteps = {"SkinDialog::Close", "SkinDialog",
-                                         "SkinDialog::IsInitialised", "SkinDialog::Show"};
+const std::vector<std::string> kDialogSteps = {"SkinDialog::Close", "SkinDialog",
+                                               "SkinDialog::IsInitialised", "SkinDialog::Show"};
 
 class SideBySideDialogs : public DialogTest {
  protected:
   /// Scripts a replacement of the message that is shown, with something to do within `step`.
   void AnswerReplaced(const std::string& step, const std::function<void()>& meanwhile) {
     AnswerPipe();
-    for (const std::string& each : kSteps) {
+    for (const std::string& each : kDialogSteps) {
       host.AnswerWork(each, 1, each == step ? meanwhile : nullptr);
     }
   }
 };
 
 TEST_F(SideBySideDialogs, AMessageWaitsForEachStepOfAMessage) {
-  for (const std::string& step : kSteps) {
+  for (const std::string& step : kDialogSteps) {
     ShowMessage("first");
     AnswerReplaced(step, RivalThatWaits("CoreUtilsShowDialog", Texts({{"Message", "third"}})));
     AnswerReplaced("", {});
@@ -549,7 +545,7 @@ TEST_F(SideBySideDialogs, AMessageWaitsForEachStepOfAMessage) {
 }
 
 TEST_F(SideBySideDialogs, AClosingWaitsForEachStepOfAMessage) {
-  for (const std::string& step : kSteps) {
+  for (const std::string& step : kDialogSteps) {
     ShowMessage("first");
     AnswerReplaced(step, RivalThatWaits("CoreUtilsCloseDialog"));
     host.Answer("SkinDialog::Close", 0);

@@ -40,6 +40,17 @@ TEST_F(FileMD5, ReadsNoOtherKey) {
   EXPECT_THAT(host.Transcript(), ElementsAre("FileMd5(\"\")"));
 }
 
+TEST_F(FileMD5, DigestsTheEmptyPathForAListOrANumber) {
+  for (const ZelContainer& params : ListsAndNumbers({"FilePath"})) {
+    host.ForgetTranscript();
+    host.AnswerText("FileMd5", "");
+
+    EXPECT_EQ(Run("CoreUtilsFileMD5", params).code, kSuccess);
+
+    EXPECT_THAT(host.Transcript(), ElementsAre("FileMd5(\"\")"));
+  }
+}
+
 TEST_F(FileMD5, SucceedsWithoutADigest) {
   host.AnswerText("FileMd5", "");
 

@@ -8,6 +8,10 @@
 
 namespace {
 
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::SizeIs;
+
 constexpr uint32_t kHidden = 2;
 constexpr uint32_t kSystem = 4;
 constexpr uint32_t kDirectory = 16;
@@ -27,19 +31,19 @@ struct Listed {
   bool IsFile() const { return (attributes & kDirectory) == 0; }
 };
 
-ZelContainer Parameters(const char* path) {
+ZelContainer ListParameters(const char* path) {
   return Texts({{"Path", path}, {"DACurrentConsoleUser", "maria"}});
 }
 
 ZelContainer Page(int32_t offset, int32_t count) {
-  ZelContainer params = Parameters("C:/d/");
+  ZelContainer params = ListParameters("C:/d/");
   params.SetInt32("Offset", offset, kNoIndex);
   params.SetInt32("Count", count, kNoIndex);
   return params;
 }
 
 ZelContainer Ordered(const char* column, const char* direction) {
-  ZelContainer params = Parameters("C:/d/");
+  ZelContainer params = ListParameters("C:/d/");
   params.SetString("SortAttr", column, kNoIndex);
   params.SetString("SortOrder", direction, kNoIndex);
   return params;
@@ -107,7 +111,7 @@ TEST_F(GetDirList, AsksForEveryEntryInThisOrder) {
   Script({{.name = "a.txt", .size = 5, .time = 1000, .mode = 0100644, .isText = 1},
           {.name = "sub", .attributes = kDirectory, .time = 2000, .mode = 040755}});
 
-  EXPECT_EQ(Run("CoreUtilsGetDirList", Parameters("C:\\d")),
+  EXPECT_EQ(Run("CoreUtilsGetDirList", ListParameters("C:\\d")),
             (Outcome{kSuccess,
                      "{Values: [{Name: String \"sub\", IsDirectory: Bool true, Size: Int64 0, "
                      "ModifyDate: Int32 2000, Mode: Int32 16877, IsText: Bool false, "
@@ -128,7 +132,7 @@ TEST_F(GetDirList, AsksForEveryEntryInThisOrder) {
 
 TEST_F(GetDirList, GathersNamesAloneWithoutParameters) {
   Script({{.name = "b"}, {.name = "a", .attributes = kDirectory}}, false);
-  ZelContainer params = Parameters("C:/d/");
+  ZelContainer params = ListParameters("C:/d/");
   params.SetBool("Parameters", false, kNoIndex);
 
   EXPECT_EQ(Run("CoreUtilsGetDirList", params),
@@ -168,7 +172,7 @@ TEST_F(GetDirList, EndsThePathInOneSlash) {
     AnswerVerdict(host, kReadable);
     host.AnswerDirectory({});
 
-    EXPECT_EQ(Run("CoreUtilsGetDirList", Parameters(path)), (Outcome{kSuccess, "{}"}));
+    EXPECT_EQ(Run("CoreUtilsGetDirList", ListParameters(path)), (Outcome{kSuccess, "{}"}));
 
     EXPECT_THAT(host.Transcript(), ElementsAre(PrivacyCheck(listed, "maria", "Read"),
                                                "OpenDirectory(\"" + std::string(listed) + "\")",
@@ -182,6 +186,57 @@ TEST_F(GetDirList, IsRefusedWithoutThePermissionToRead) {
   EXPECT_EQ(Run("CoreUtilsGetDirList", Page(0, 10)), (Outcome{kAccessRefused, "{}"}));
 
   EXPECT_THAT(host.Transcript(), ElementsAre(PrivacyCheck("C:/d/", "maria", "Read")));
+}
+
+TEST_F(GetDirList, IsRefusedWhenThePolicyCannotBeAsked) {
+  host.AnswerInvocation(kInvokeUnknownAction);
+
+  EXPECT_EQ(Run("CoreUtilsGetDirList", Page(0, 10)), (Outcome{kAccessRefused, "{}"}));
+}
+
+TEST_F(GetDirList, TakesTheParametersOutBeforeItsFirstCallAndAnswersAfterItsLast) {
+  Script({{.name = "a", .size = 5}});
+
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsGetDirList", Page(0, 10)), AllOf(SizeIs(11), Each(0)));
+}
+
+TEST_F(GetDirList, ReadsAbsentParametersAsTheRootOfAllWithDetails) {
+  AnswerVerdict(host, kReadable);
+  host.AnswerDirectory({{"a", 0}});
+  ScriptEntry({.name = "a", .size = 5}, true);
+
+  EXPECT_EQ(Run("CoreUtilsGetDirList", {}),
+            (Outcome{kSuccess,
+                     "{Values: [{Name: String \"a\", IsDirectory: Bool false, Size: Int64 5, "
+                     "ModifyDate: Int32 0, Mode: Int32 0, IsText: Bool false, "
+                     "IsHidden: Bool false}]}"}));
+
+  EXPECT_EQ(host.Transcript()[0], PrivacyCheck("/", "", "Read"));
+}
+
+TEST_F(GetDirList, TakesParametersOfOtherTypesForAbsent) {
+  std::vector<ZelContainer> odd = ListsAndNumbers(
+      {"Path", "DACurrentConsoleUser", "SortAttr", "SortOrder", "Parameters", "Offset", "Count"});
+  odd[1].SetBool("Offset", true, kNoIndex);
+  odd[1].SetBool("Count", true, kNoIndex);
+  for (const ZelContainer& params : odd) {
+    host.ForgetTranscript();
+    Script({{.name = "b", .size = 1}, {.name = "a", .size = 2}});
+
+    EXPECT_THAT(Names(params), ElementsAre("a", "b"));
+
+    EXPECT_EQ(total, -1);
+    EXPECT_EQ(host.Transcript()[0], PrivacyCheck("/", "", "Read"));
+  }
+}
+
+TEST_F(GetDirList, AsksNoPrivacyPolicyAboutUrls) {
+  host.Answer("OpenDirectory", 0);
+
+  EXPECT_EQ(Run("CoreUtilsGetDirList", ListParameters("http://files.example\\d")),
+            (Outcome{kFailure, "{}"}));
+
+  EXPECT_THAT(host.Transcript(), ElementsAre("OpenDirectory(\"http://files.example/d/\")"));
 }
 
 TEST_F(GetDirList, FailsWhenTheDirectoryCannotBeOpened) {
@@ -204,13 +259,13 @@ TEST_F(GetDirList, LeavesOutItselfItsParentAndTheVolumesFolder) {
                         {".a", 0}});
   for (int i = 0; i < 3; ++i) ScriptEntry({}, true);
 
-  EXPECT_THAT(Names(Parameters("C:/d")), ElementsAre("...", ".a", "system volume information"));
+  EXPECT_THAT(Names(ListParameters("C:/d")), ElementsAre("...", ".a", "system volume information"));
 }
 
 TEST_F(GetDirList, ListsNamesThatOnlyContainTheVolumesFolder) {
   Script({{.name = "My System Volume Information"}, {.name = "System Volume Information 2"}});
 
-  EXPECT_THAT(Names(Parameters("C:/d")),
+  EXPECT_THAT(Names(ListParameters("C:/d")),
               ElementsAre("My System Volume Information", "System Volume Information 2"));
 }
 
@@ -219,7 +274,7 @@ TEST_F(GetDirList, TakesEntriesWithoutAttributesForDirectoriesUnlessTheyEndInSys
   Script({{.name = "gone.sys", .attributes = kNoAttributes},
           {.name = "gone", .attributes = kNoAttributes}},
          false);
-  ZelContainer params = Parameters("C:/d");
+  ZelContainer params = ListParameters("C:/d");
   params.SetBool("Parameters", false, kNoIndex);
 
   EXPECT_EQ(Run("CoreUtilsGetDirList", params),
@@ -233,9 +288,10 @@ TEST_F(GetDirList, TakesSystemFilesThatLookLikeDirectoriesForFiles) {
   AnswerVerdict(host, kReadable);
   host.AnswerDirectory(
       {{"pagefile.sys", 0}, {"HIBER.SYS", 0}, {"a.sysx", 0}, {"b.sys", 0}, {"c.sys", 0}});
-  ZelContainer params = Parameters("C:/d");
+  ZelContainer params = ListParameters("C:/d");
   params.SetBool("Parameters", false, kNoIndex);
-  for (const uint32_t attributes : {both, both, both, kDirectory, kSystem}) {
+  // A directory has any attribute but that of the system, a file any but that of directories.
+  for (const uint32_t attributes : {both, both, both, ~kSystem, ~kDirectory}) {
     host.Answer("FileGetAttributes", attributes);
     host.Answer("FileGetAttributes", attributes);
   }
@@ -254,13 +310,29 @@ TEST_F(GetDirList, TakesSystemFilesThatLookLikeDirectoriesForFiles) {
   }
 }
 
+TEST_F(GetDirList, TellsTheSizeOfASystemFileThatLooksLikeADirectory) {
+  AnswerVerdict(host, kReadable);
+  host.AnswerDirectory({{"pagefile.sys", kHidden | kSystem}});
+  for (int i = 0; i < 2; ++i) host.Answer("FileGetAttributes", kSystem | kDirectory);
+  host.Answer("FileGetSize64", 1LL << 33);
+  host.Answer("FileGetWriteTime", 7);
+  host.Answer("FileGetMode", 0);
+  host.Answer("FileIsAscii", 0);
+
+  EXPECT_EQ(Run("CoreUtilsGetDirList", ListParameters("C:/")),
+            (Outcome{kSuccess,
+                     "{Values: [{Name: String \"pagefile.sys\", IsDirectory: Bool false, "
+                     "Size: Int64 8589934592, ModifyDate: Int32 7, Mode: Int32 0, "
+                     "IsText: Bool false, IsHidden: Bool true}]}"}));
+}
+
 TEST_F(GetDirList, LooksAtTheSecondAnswerForTheSystemBit) {
   AnswerVerdict(host, kReadable);
   host.AnswerDirectory({{"a.sys", 0}, {"b.sys", 0}});
   for (const uint32_t attributes : {kDirectory, kSystem, kDirectory | kSystem, 0U}) {
     host.Answer("FileGetAttributes", attributes);
   }
-  ZelContainer params = Parameters("C:/d");
+  ZelContainer params = ListParameters("C:/d");
   params.SetBool("Parameters", false, kNoIndex);
 
   const std::vector<ZelContainer> rows = Rows(params);
@@ -270,10 +342,24 @@ TEST_F(GetDirList, LooksAtTheSecondAnswerForTheSystemBit) {
   EXPECT_EQ(ReadString(rows[1], "Name"), "a.sys");
 }
 
+TEST_F(GetDirList, LooksAtOneAttributeForEachQuestion) {
+  constexpr uint32_t kAll = 0xFFFFFFFF;
+  Script({{.name = "a", .attributes = kAll & ~kDirectory, .directoryAttributes = kAll & ~kHidden},
+          {.name = "b.sys", .attributes = kAll & ~kSystem}});
+
+  const std::vector<ZelContainer> rows = Rows(ListParameters("C:/d"));
+
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(ReadString(rows[0], "Name"), "b.sys");
+  EXPECT_TRUE(ReadBool(rows[0], "IsDirectory"));
+  EXPECT_FALSE(ReadBool(rows[1], "IsDirectory"));
+  EXPECT_FALSE(ReadBool(rows[1], "IsHidden"));
+}
+
 TEST_F(GetDirList, TakesSizesAndTimesThatCannotBeToldForZero) {
   Script({{.name = "a", .size = -1, .time = 0xFFFFFFFF, .mode = 0xFFFFFFFF}});
 
-  EXPECT_EQ(Run("CoreUtilsGetDirList", Parameters("C:/d")),
+  EXPECT_EQ(Run("CoreUtilsGetDirList", ListParameters("C:/d")),
             (Outcome{kSuccess,
                      "{Values: [{Name: String \"a\", IsDirectory: Bool false, "
                      "Size: Int64 0, ModifyDate: Int32 0, Mode: Int32 -1, "
@@ -283,7 +369,7 @@ TEST_F(GetDirList, TakesSizesAndTimesThatCannotBeToldForZero) {
 TEST_F(GetDirList, PassesLargeSizesAndLateTimesOn) {
   Script({{.name = "a", .size = 1LL << 40, .time = 0xFFFFFFFE, .isText = 7}});
 
-  EXPECT_EQ(Run("CoreUtilsGetDirList", Parameters("C:/d")),
+  EXPECT_EQ(Run("CoreUtilsGetDirList", ListParameters("C:/d")),
             (Outcome{kSuccess,
                      "{Values: [{Name: String \"a\", IsDirectory: Bool false, "
                      "Size: Int64 1099511627776, ModifyDate: Int32 -2, Mode: Int32 0, "
@@ -291,10 +377,10 @@ TEST_F(GetDirList, PassesLargeSizesAndLateTimesOn) {
 }
 
 TEST_F(GetDirList, AsksTheDirectoryWhatIsHidden) {
-  Script({{.name = "a", .attributes = kHidden, .directoryAttributes = 0},
+  Script({{.name = "a", .attributes = kHidden, .directoryAttributes = ~kHidden},
           {.name = "b", .attributes = kNormal, .directoryAttributes = kHidden | kSystem}});
 
-  const std::vector<ZelContainer> rows = Rows(Parameters("C:/d"));
+  const std::vector<ZelContainer> rows = Rows(ListParameters("C:/d"));
 
   ASSERT_EQ(rows.size(), 2u);
   EXPECT_FALSE(ReadBool(rows[0], "IsHidden"));
@@ -305,7 +391,7 @@ TEST_F(GetDirList, KeepsNamesThatAreNoValidText) {
   const std::string odd = "a\xED\xB3\xBF\n%S";
   Script({{.name = odd}});
 
-  EXPECT_THAT(Names(Parameters("C:/d")), ElementsAre(odd));
+  EXPECT_THAT(Names(ListParameters("C:/d")), ElementsAre(odd));
 }
 
 // ---- Order ----
@@ -328,12 +414,13 @@ TEST_F(GetDirList, OrdersByNameUnlessAColumnIsNamed) {
 }
 
 TEST_F(GetDirList, OrdersByTheNamedColumn) {
-  const std::vector<Listed> entries = {{.name = "a", .size = 2, .time = 0x80000000, .mode = 1},
-                                       {.name = "b", .size = 1LL << 40, .time = 1, .mode = 2},
-                                       {.name = "c", .size = 1, .time = 2, .mode = 0x80000000}};
+  const std::vector<Listed> entries = {
+      {.name = "a", .size = 2, .time = 0x80000000, .mode = 1},
+      {.name = "b", .size = 1LL << 40, .time = 1, .mode = 0x80000000},
+      {.name = "c", .size = 1, .time = 2, .mode = 2}};
   const std::pair<const char*, std::vector<std::string>> orders[] = {
       {"_COLNAME_SIZE_", {"c", "a", "b"}},
-      {"_COLNAME_ACCESS_", {"a", "b", "c"}},
+      {"_COLNAME_ACCESS_", {"a", "c", "b"}},
       {"_COLNAME_MODIFIED_", {"b", "c", "a"}},
   };
   for (const auto& [column, order] : orders) {
@@ -498,7 +585,7 @@ TEST_F(GetDirList, StaysQuickForNamesMadeToDefeatTheSort) {
     }
     AnswerVerdict(host, kReadable);
     host.AnswerDirectory(std::move(entries));
-    ZelContainer params = Parameters("C:/d");
+    ZelContainer params = ListParameters("C:/d");
     params.SetBool("Parameters", false, kNoIndex);
 
     const std::vector<std::string> names = Names(params);
@@ -590,7 +677,7 @@ TEST_F(GetDirList, TellsTheTotalBesideTheRows) {
 
 TEST_F(GetDirList, TakesAPageInTextsForAbsent) {
   Script(Numbered(3));
-  ZelContainer params = Parameters("C:/d/");
+  ZelContainer params = ListParameters("C:/d/");
   params.SetString("Offset", "1", kNoIndex);
   params.SetString("Count", "1", kNoIndex);
 
@@ -601,7 +688,7 @@ TEST_F(GetDirList, TakesAPageInTextsForAbsent) {
 TEST_F(GetDirList, GathersDetailsWhenParametersIsAText) {
   for (const char* text : {"false", "0", ""}) {
     Script({{.name = "a", .size = 5}});
-    ZelContainer params = Parameters("C:/d/");
+    ZelContainer params = ListParameters("C:/d/");
     params.SetString("Parameters", text, kNoIndex);
 
     EXPECT_EQ(Run("CoreUtilsGetDirList", params),
@@ -615,7 +702,7 @@ TEST_F(GetDirList, GathersDetailsWhenParametersIsAText) {
 
 TEST_F(GetDirList, DropsParametersAndRowsThatWereSentIn) {
   Script(Numbered(1), false);
-  ZelContainer params = Parameters("C:/d/");
+  ZelContainer params = ListParameters("C:/d/");
   params.SetBool("Parameters", false, kNoIndex);
   params.SetContainer("Values", Texts({{"Name", "mine"}}), 0);
   params.SetContainer("Values", Texts({{"Name", "mine too"}}), 1);

@@ -113,7 +113,7 @@ TEST(FakeHost, ShowsEveryArgumentOfAnInvocation) {
   const std::string address = std::to_string(reinterpret_cast<uintptr_t>(&reserved));
 
   EXPECT_EQ(ActionDbInvokeContainer(&agent, "http://h", "Do", &params, &reserved, 5, 6, true), 0u);
-  EXPECT_EQ(InvokeContainerToMasterWithTempTunnel("Do", &params, nullptr, nullptr, ~0U, 2), 7u);
+  EXPECT_EQ(InvokeContainerToMasterWithTempTunnel("Do", params, nullptr, nullptr, ~0U, 2), 7u);
 
   EXPECT_THAT(host.Transcript(),
               ElementsAre("ActionDbInvokeContainer(\"id\", \"http://h\", \"Do\", {N: Int32 1}, " +

@@ -6,6 +6,11 @@
 
 #include "tests/contract/module_test.h"
 
+constexpr const char* kText = "a text that needs memory of its own";
+
+/// Withdraws what another action waits for: the faults of that are in a test of its own.
+constexpr const char* kWithdrawal = "CoreUtilsDestroyAckPopup";
+
 /// A call with what the host answers when all goes well.
 struct Case {
   const char* name;
@@ -39,3 +44,8 @@ std::vector<Case> CasesOfNetworkActions();
 std::vector<Case> CasesOfUserActions();
 /// Cases of actions that call the system itself: on Windows it answers, elsewhere the fake host.
 std::vector<Case> CasesOfSystemCalls();
+/// The actions that no case can cover here, because the system itself answers all their calls.
+std::vector<std::string> ActionsOfTheSystemAlone();
+
+/// The codes that docs/actions names for an action whose parameters are well formed.
+std::vector<ResultCode> DocumentedCodes(const std::string& action);

@@ -2,9 +2,7 @@
 
 namespace {
 
-constexpr const char* kText = "a text that needs memory of its own";
-
-ZelContainer Target() {
+ZelContainer SleepingComputer() {
   ZelContainer params = Texts({{"MacAddress", "00A0C9141A2B and what needs memory"}});
   params.SetInt32("IpAddress", 0x0A000005, kNoIndex);
   params.SetInt32("NetworkMask", 0x7F000000, kNoIndex);
@@ -32,7 +30,7 @@ std::vector<Case> CasesOfNetworkActions() {
   return {
       {.name = "wake up",
        .action = "CoreUtilsWakeUp",
-       .params = Target(),
+       .params = SleepingComputer(),
        .script = AnswerSocket,
        .resultKeys = {"IpAddress", "NetworkMask", "MacAddress"}},
       {.name = "ping",

@@ -4,8 +4,6 @@
 
 namespace {
 
-constexpr const char* kText = "a text that needs memory of its own";
-
 void AnswerName(FakeHost& host) {
   host.AnswerText("ZelAgentGetName", "an agent whose name needs memory");
 }

@@ -3,8 +3,9 @@
 
 namespace {
 
+using ::testing::Not;
+
 constexpr const char* kPipe = "a pipe whose name needs memory of its own";
-constexpr const char* kText = "a text that needs memory of its own";
 constexpr const char* kShown = " message";
 constexpr size_t kCallsOfConsent = 13;
 
@@ -223,6 +224,40 @@ std::vector<Case> CasesOfDialogs() {
            },
        .resultKeys = {"Result"}},
   };
+}
+
+/// Withdraws a question from within its wait while the host fails to close it.
+Outcome WithdrawWithFault(FakeHost::Fault fault) {
+  FakeHost host;
+  RegisterModule(host);
+  host.AnswerAlways("ZelAgentGetTranslation", 0);
+  host.Answer("IsUserLogged", 1);
+  host.Answer("ProxyUtils::IsUserAbsent", 0);
+  AnswerShown(host);
+  Outcome withdrawn{kSuccess, "nothing was withdrawn"};
+  host.AnswerDialog("SkinDialog::GetButtonClickedID", 100, false, [&] {
+    host.ForgetTranscript();
+    host.FailCall(1, fault);
+    withdrawn = RunAction(host, kWithdrawal, Texts({{"Other", kText}}));
+    ASSERT_THAT(host.Transcript(), Not(IsEmpty()));
+    EXPECT_TRUE(host.Transcript()[0].starts_with("SkinDialog::Close("));
+    host.FailCall(~size_t{0}, fault);
+  });
+
+  // What the person said still holds.
+  EXPECT_EQ(RunAction(host, "CoreUtilsCheckClientAccept", {}),
+            (Outcome{kSuccess, "{Acknowledge: Int32 1}"}));
+  EXPECT_THAT(host.LeftOverAnswers(), IsEmpty());
+  return withdrawn;
+}
+
+// Only the midst of another action has something to withdraw, so this is no case like the others.
+TEST(FaultSweep, AWithdrawalThatFailsLeavesTheQuestionToItsOwnEnd) {
+  using Fault = FakeHost::Fault;
+  const std::string untouched = std::string("{Other: String \"") + kText + "\"}";
+  EXPECT_EQ(WithdrawWithFault(Fault::kThrowOnce), (Outcome{kFailure, "{}"}));
+  EXPECT_EQ(WithdrawWithFault(Fault::kThrowFromHere), (Outcome{kFailure, "{}"}));
+  EXPECT_EQ(WithdrawWithFault(Fault::kAnswerFailure), (Outcome{kSuccess, untouched}));
 }
 
 }  // namespace

@@ -8,6 +8,9 @@
 namespace {
 
 using namespace std::string_literals;
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::SizeIs;
 
 constexpr uint32_t kFailedRead = 0xFFFFFFFF;
 constexpr const char* kPath = "C:\\in\\a.txt";
@@ -57,6 +60,19 @@ TEST_F(ReadFile, TakesAbsentParametersAsEmptyAndZero) {
   EXPECT_EQ(host.Transcript()[1], PrivacyCheck("", "", "Read"));
 }
 
+TEST_F(ReadFile, TakesTextsThatAreListsOrNumbersForEmpty) {
+  for (const ZelContainer& params : ListsAndNumbers({"Path", "DACurrentConsoleUser"})) {
+    host.ForgetTranscript();
+    host.Answer("FileExists", 0);
+    AnswerVerdict(host, kReadable);
+
+    EXPECT_EQ(Run("CoreUtilsReadFile", params), (Outcome{kFileNotFound, "{Result: Int32 0}"}));
+
+    EXPECT_THAT(host.Transcript(), ElementsAre("Detail \"Reading file  (offset 0, length 0)\"",
+                                               PrivacyCheck("", "", "Read"), "FileExists(\"\")"));
+  }
+}
+
 TEST_F(ReadFile, LogsOffsetAndLengthAsUnsigned) {
   Read("hello", 0xFFFFFFFF, -1);
 
@@ -71,6 +87,28 @@ TEST_F(ReadFile, IsRefusedWithoutThePermissionToRead) {
 
   EXPECT_EQ(host.Transcript().size(), 2u);
   EXPECT_EQ(host.Transcript()[1], PrivacyCheck(kPath, "maria", "Read"));
+}
+
+TEST_F(ReadFile, IsRefusedWhenThePolicyCannotBeAsked) {
+  host.AnswerInvocation(kInvokeUnknownAction);
+
+  EXPECT_EQ(Run("CoreUtilsReadFile", ReadParameters(kPath, 0, 5)), TextOutcome(kAccessRefused, ""));
+}
+
+TEST_F(ReadFile, TakesTheParametersOutBeforeItsFirstCall) {
+  AnswerReadableFile(host, "hello");
+
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsReadFile", ReadParameters(kPath, 0, 5)),
+              AllOf(SizeIs(8), Each(0)));
+}
+
+TEST_F(ReadFile, DropsKeysThatItDoesNotKnow) {
+  AnswerReadableFile(host, "hello");
+  ZelContainer params = ReadParameters(kPath, 0, 5);
+  params.SetString("Other", "mine", kNoIndex);
+  params.SetInt32("ErrorCode", 7, kNoIndex);
+
+  EXPECT_EQ(Run("CoreUtilsReadFile", params), ContentOutcome("hello"));
 }
 
 TEST_F(ReadFile, AnswersZeroForAFileThatDoesNotExist) {
@@ -342,6 +380,21 @@ TEST_F(WriteFile, TakesAbsentParametersAsEmpty) {
   EXPECT_EQ(host.Transcript()[1], PrivacyCheck("", "", "Write"));
 }
 
+TEST_F(WriteFile, TakesTextsThatAreListsOrNumbersForEmpty) {
+  for (const ZelContainer& params :
+       ListsAndNumbers({"Path", "FileContent", "DACurrentConsoleUser"})) {
+    host.ForgetTranscript();
+    AnswerExisting("");
+    AnswerReplacement();
+    AnswerWriting(0);
+
+    EXPECT_EQ(Run("CoreUtilsWriteFile", params), (Outcome{kSuccess, "{}"}));
+
+    EXPECT_EQ(host.Transcript()[0], "Detail \"Writing file \"");
+    EXPECT_EQ(host.Transcript()[1], PrivacyCheck("", "", "Write"));
+  }
+}
+
 TEST_F(WriteFile, IsRefusedWithoutThePermissionToWrite) {
   for (const int32_t verdict : {kForbidden, kReadable}) {
     host.ForgetTranscript();
@@ -351,6 +404,32 @@ TEST_F(WriteFile, IsRefusedWithoutThePermissionToWrite) {
 
     EXPECT_THAT(host.Transcript(), ElementsAre(kWriting, PrivacyCheck(kPath, "maria", "Write")));
   }
+}
+
+TEST_F(WriteFile, IsRefusedWhenThePolicyCannotBeAsked) {
+  host.AnswerInvocation(kInvokeUnknownAction);
+
+  EXPECT_EQ(Write(Base64("hello")), TextOutcome(kAccessRefused, ""));
+}
+
+TEST_F(WriteFile, TakesTheParametersOutBeforeItsFirstCall) {
+  AnswerExisting("old");
+  AnswerReplacement();
+  AnswerWriting(5);
+
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsWriteFile", WriteParameters(kPath, Base64("hello"))),
+              AllOf(SizeIs(16), Each(0)));
+}
+
+TEST_F(WriteFile, DropsKeysThatItDoesNotKnow) {
+  AnswerExisting("old");
+  AnswerReplacement();
+  AnswerWriting(5);
+  ZelContainer params = WriteParameters(kPath, Base64("hello"));
+  params.SetString("Result", "mine", kNoIndex);
+  params.SetString("Other", "mine", kNoIndex);
+
+  EXPECT_EQ(Run("CoreUtilsWriteFile", params), (Outcome{kSuccess, "{}"}));
 }
 
 TEST_F(WriteFile, RefusesUtf16AndUtf32) {

@@ -1,3 +1,4 @@
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -6,7 +7,11 @@
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::AnyOf;
+using ::testing::Each;
+using ::testing::Ge;
+using ::testing::SizeIs;
 
 constexpr const char* kSource = "C:\\in\\a.txt";
 constexpr const char* kDestination = "C:\\out\\b.txt";
@@ -94,6 +99,31 @@ TEST_F(FileActions, WriteNothingButTheirResultOnRefusal) {
   }
 }
 
+TEST_F(FileActions, TakeTheParametersOutBeforeTheirFirstCall) {
+  for (const FileAction& action : kFileActions) {
+    AnswerAll(host, action);
+    const ZelContainer params = action.takesPair ? Pair(kSource, kDestination) : Single(kSource);
+
+    EXPECT_THAT(KeysAtEachCall(action.name, params), AllOf(SizeIs(Ge(2)), Each(0))) << action.name;
+  }
+}
+
+TEST_F(FileActions, AreRefusedWhenThePolicyCannotBeAsked) {
+  const std::map<std::string, const char*> results = {{"CoreUtilsGetFileSize", "{Result: Int32 0}"},
+                                                      {"CoreUtilsDirCreate", "{}"}};
+  for (const FileAction& action : kFileActions) {
+    for (const auto& [function, answer] : action.answers) {
+      if (std::string(function).ends_with("Exists")) host.Answer(function, answer);
+    }
+    host.AnswerInvocation(kInvokeUnknownAction);
+    const auto found = results.find(action.name);
+
+    EXPECT_EQ(Run(action.name, action.takesPair ? Pair(kSource, kDestination) : Single(kSource)),
+              (Outcome{12, found == results.end() ? "{Result: Bool false}" : found->second}))
+        << action.name;
+  }
+}
+
 TEST_F(FileActions, TakeAbsentParametersAsEmptyTexts) {
   const std::pair<const char*, std::vector<std::string>> transcripts[] = {
       {"CoreUtilsRenameFile",
@@ -113,14 +143,13 @@ TEST_F(FileActions, TakeAbsentParametersAsEmptyTexts) {
         PrivacyCheck("", "", "Write"), "DirRename(\"\", \"\")", "DirRename(\"\", \"\")"}},
       {"CoreUtilsDirDelete", {PrivacyCheck("", "", "Write"), "DirDelete(\"\", 1, 0)"}},
   };
-  ZelContainer lists;
-  for (const char* key : {"Path", "SourcePath", "DestinationPath", "DACurrentConsoleUser"}) {
-    lists.SetString(key, "C:/listed", 0);
-  }
+  std::vector<ZelContainer> containers =
+      ListsAndNumbers({"Path", "SourcePath", "DestinationPath", "DACurrentConsoleUser"});
+  containers.emplace_back();
   for (const FileAction& action : kFileActions) {
     for (const auto& [name, transcript] : transcripts) {
       if (std::string(name) != action.name) continue;
-      for (const ZelContainer& params : {ZelContainer(), lists}) {
+      for (const ZelContainer& params : containers) {
         host.ForgetTranscript();
         AnswerAll(host, action);
 
@@ -229,14 +258,6 @@ TEST_F(CopyFile, RefusesADestinationThatMayOnlyBeRead) {
   EXPECT_EQ(Run("CoreUtilsCopyFile", Pair(kSource, kDestination)),
             (Outcome{12, "{Result: Bool false}"}));
   EXPECT_EQ(host.Transcript().back(), PrivacyCheck(kDestination, "maria", "Write"));
-}
-
-TEST_F(CopyFile, RefusesWhenThePolicyCannotBeAsked) {
-  host.Answer("FileExists", 1);
-  host.AnswerInvocation(kInvokeUnknownAction);
-
-  EXPECT_EQ(Run("CoreUtilsCopyFile", Pair(kSource, kDestination)),
-            (Outcome{12, "{Result: Bool false}"}));
 }
 
 TEST_F(CopyFile, PicksAFreeNameBesideTheSource) {
@@ -367,13 +388,7 @@ TEST_F(CopyFile, ReadsAbsentParametersAsEmpty) {
 }
 
 TEST_F(CopyFile, ReadsParametersOfAnotherTypeAndListsAsEmpty) {
-  ZelContainer numbers;
-  numbers.SetInt32("SourcePath", 5, kNoIndex);
-  numbers.SetBool("DestinationPath", true, kNoIndex);
-  ZelContainer lists;
-  lists.SetString("SourcePath", kSource, 0);
-  lists.SetString("DestinationPath", kDestination, 0);
-  for (const ZelContainer& params : {numbers, lists}) {
+  for (const ZelContainer& params : ListsAndNumbers({"SourcePath", "DestinationPath"})) {
     host.ForgetTranscript();
     host.Answer("FileExists", 0);
 
@@ -639,6 +654,19 @@ TEST_F(DirCreate, ChecksTheParentOnAShare) {
 
   EXPECT_EQ(Run("CoreUtilsDirCreate", Single("\\\\server\\share\\x\\y")), (Outcome{12, "{}"}));
   EXPECT_EQ(host.Transcript().back(), PrivacyCheck("//server/share/x/", "maria", "Write"));
+}
+
+TEST_F(DirCreate, AsksNoPolicyAboutTheParentOfAUrl) {
+  host.Answer("DirExists", 0);
+  host.Answer("DirCreate", 0);
+
+  EXPECT_EQ(Run("CoreUtilsDirCreate", Single("http://files.example/x/y")),
+            (Outcome{kFailure, "{}"}));
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("Detail \"Creating directory http://files.example/x/y\"",
+                          "DirExists(\"http://files.example/x/y\")",
+                          "DirCreate(\"http://files.example/x/y\")"));
 }
 
 // ---- Rename a directory ----

@@ -18,6 +18,15 @@
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+/// A part of a transcript.
+using Lines = std::vector<std::string>;
+
+inline Lines Join(std::initializer_list<Lines> parts) {
+  Lines all;
+  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
+}
+
 constexpr int kActionCount = 47;
 
 /// What an action answered: its code, and its container as `Describe` prints it.
@@ -36,6 +45,28 @@ inline ZelContainer Texts(std::initializer_list<std::pair<const char*, const cha
   ZelContainer container;
   for (const auto& [key, text] : texts) container.SetString(key, text, kNoIndex);
   return container;
+}
+
+/// Containers that hold these keys, but as lists of texts and as numbers.
+inline std::vector<ZelContainer> ListsAndNumbers(std::initializer_list<const char*> keys) {
+  ZelContainer lists, numbers;
+  for (const char* key : keys) {
+    lists.SetString(key, "C:/listed", 0);
+    numbers.SetInt32(key, 7, kNoIndex);
+  }
+  return {lists, numbers};
+}
+
+/// The same parameters with one that is no text: a value of each other type, or none.
+inline std::vector<ZelContainer> WithoutText(const ZelContainer& params, const char* key) {
+  std::vector<ZelContainer> variants(6, params);
+  for (ZelContainer& variant : variants) variant.Remove(key);
+  variants[0].SetInt32(key, 7, kNoIndex);
+  variants[1].SetInt64(key, 7, kNoIndex);
+  variants[2].SetBool(key, true, kNoIndex);
+  variants[3].SetString(key, "host\\a list of one", 0);
+  variants[4].SetContainer(key, Texts({{key, "host\\share"}}), kNoIndex);
+  return variants;
 }
 
 /// The transcript's line for a question to the privacy policy; `access` is "Read" or "Write".

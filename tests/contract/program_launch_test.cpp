@@ -7,7 +7,7 @@ namespace {
 
 using namespace std::literals;
 
-constexpr const char* kPath = "C:\\Program Files\\x.exe";
+constexpr const char* kProgram = "C:\\Program Files\\x.exe";
 
 std::string Launch(const std::string& commandLine, const std::string& pipe = "pipe",
                    const std::string& inUserSession = "false") {
@@ -31,7 +31,7 @@ class RunProgram : public ModuleTest {
 };
 
 TEST_F(RunProgram, AsksThePolicyAndThenStartsTheProgramWithTheseArguments) {
-  ZelContainer params = Texts({{"Path", kPath},
+  ZelContainer params = Texts({{"Path", kProgram},
                                {"Parameters", "/s /q \"a b\""},
                                {"DACurrentConsoleUser", "maria"},
                                {"Other", "x"}});
@@ -44,21 +44,17 @@ TEST_F(RunProgram, AsksThePolicyAndThenStartsTheProgramWithTheseArguments) {
   EXPECT_THAT(host.Transcript(),
               ElementsAre("Trace \"ActionHandler_CoreUtilsRunProgram C:\\Program Files\\x.exe "
                           "/s /q \"a b\"\"",
-                          PrivacyCheck(kPath, "maria", "Write"), "ZelAgentGetProxyPipeName()",
+                          PrivacyCheck(kProgram, "maria", "Write"), "ZelAgentGetProxyPipeName()",
                           Launch("\"C:\\Program Files\\x.exe\" /s /q \"a b\"", "pipe", "true")));
 }
 
-TEST_F(RunProgram, ClearsTheContainerBeforeTheLaunch) {
-  ZelContainer params = Texts({{"Path", kPath}, {"Other", "x"}});
-  size_t keysAtLaunch = 99;
+TEST_F(RunProgram, ClearsTheContainerOnceThePolicyHasAllowedTheLaunch) {
   AnswerAllowed();
-  host.AnswerLaunch(1, false, [&] { keysAtLaunch = params.CountKeys(); });
+  host.AnswerLaunch(1, false);
 
-  for (const FakeHost::Registration& row : host.Registrations()) {
-    if (row.signature == "CoreUtilsRunProgram (string Path)") row.handler(&params);
-  }
-
-  EXPECT_EQ(keysAtLaunch, 0u);
+  // The trace, the policy, the pipe's name, the launch.
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsRunProgram", Texts({{"Path", kProgram}, {"Other", "x"}})),
+              ElementsAre(2, 2, 0, 0));
 }
 
 TEST_F(RunProgram, TakesAbsentParametersAsEmptyAndTheAgentsOwnContext) {
@@ -74,7 +70,7 @@ TEST_F(RunProgram, TakesAbsentParametersAsEmptyAndTheAgentsOwnContext) {
 }
 
 TEST_F(RunProgram, LeavesABlankAfterAPathWithoutParameters) {
-  EXPECT_EQ(Launched(Texts({{"Path", kPath}})), Launch("\"C:\\Program Files\\x.exe\" "));
+  EXPECT_EQ(Launched(Texts({{"Path", kProgram}})), Launch("\"C:\\Program Files\\x.exe\" "));
 }
 
 TEST_F(RunProgram, QuotesAPathOnlyWithoutAQuoteAtEitherEnd) {
@@ -120,6 +116,13 @@ TEST_F(RunProgram, StartsNothingThatThePolicyRefusesAndLeavesTheContainer) {
   }
 }
 
+TEST_F(RunProgram, StartsNothingWhenThePolicyCannotBeAsked) {
+  host.AnswerInvocation(kInvokeUnknownAction);
+
+  EXPECT_EQ(Run("CoreUtilsRunProgram", Texts({{"Path", "C:/a"}})),
+            (Outcome{kAccessRefused, "{Path: String \"C:/a\"}"}));
+}
+
 TEST_F(RunProgram, FailsWhenNothingWasStartedOrTheFlagSaysSo) {
   const std::tuple<int, bool, ResultCode> cases[] = {
       {0, false, kFailure}, {0, true, kFailure},  {1, true, kFailure},  {7, true, kFailure},
@@ -150,12 +153,10 @@ TEST_F(RunProgram, TakesNoContextThatIsNoFlag) {
   }
 }
 
-TEST_F(RunProgram, TakesNoPathThatIsAListOrANumber) {
-  ZelContainer list;
-  list.SetString("Path", "C:/a", 0);
-  ZelContainer number;
-  number.SetInt32("Path", 7, kNoIndex);
-  for (const ZelContainer& params : {list, number}) EXPECT_EQ(Launched(params), Launch("\"\" "));
+TEST_F(RunProgram, TakesNoPathOrParametersThatAreListsOrNumbers) {
+  for (const ZelContainer& params : ListsAndNumbers({"Path", "Parameters"})) {
+    EXPECT_EQ(Launched(params), Launch("\"\" "));
+  }
 }
 
 TEST_F(RunProgram, TakesPercentSignsAsText) {

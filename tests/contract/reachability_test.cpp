@@ -7,20 +7,6 @@
 
 namespace {
 
-/// A key with a value that is no text; one for each type.
-std::vector<ZelContainer> WithOtherTypes(const ZelContainer& params, const char* key) {
-  ZelContainer without = params;
-  without.Remove(key);
-  std::vector<ZelContainer> variants(5, without);
-  variants[0].SetInt32(key, 7, kNoIndex);
-  variants[1].SetInt64(key, 7, kNoIndex);
-  variants[2].SetBool(key, true, kNoIndex);
-  variants[3].SetString(key, "host\\a list of one", 0);
-  variants[4].SetContainer(key, Texts({{key, "host\\share"}}), kNoIndex);
-  variants.push_back(without);
-  return variants;
-}
-
 // ---- ping ----
 
 class PingICMP : public ModuleTest {
@@ -56,7 +42,7 @@ TEST_F(PingICMP, HandsTheAddressOverAsItStands) {
 TEST_F(PingICMP, PingsAnEmptyNameWithoutAnAddress) {
   ExpectPing(Texts({{"PingAddr", ""}}), "", 0);
   for (const ZelContainer& params :
-       WithOtherTypes(Texts({{"PingAddr", "x"}, {"strTargetAddr", "10.0.0.5"}}), "PingAddr")) {
+       WithoutText(Texts({{"PingAddr", "x"}, {"strTargetAddr", "10.0.0.5"}}), "PingAddr")) {
     ExpectPing(params, "", 0);
   }
 }
@@ -73,7 +59,7 @@ TEST_F(PingICMP, HasClearedTheContainerBeforeItAsks) {
 
 // ---- file servers ----
 
-constexpr uint32_t kAddress = 0x0A000005;
+constexpr uint32_t kServerAddress = 0x0A000005;
 constexpr const char* kUser = "DOMAIN\\ann";
 constexpr const char* kPassword = "Tr0ub4dor&3";
 
@@ -88,8 +74,8 @@ constexpr const char* kEndsNetBios = "NbtDisconnect()";
 constexpr const char* kEndsTcp = "TcpDisconnect()";
 constexpr const char* kDropsClient = "~CsSmbClient";
 
-const std::vector<const char*> kSteps = {"TcpConnect", "NbtSessionRequest", "SmbSessionNegotiate",
-                                         "SmbSessionSetup", "SmbTreeConnect"};
+const std::vector<const char*> kShareSteps = {
+    "TcpConnect", "NbtSessionRequest", "SmbSessionNegotiate", "SmbSessionSetup", "SmbTreeConnect"};
 
 std::string TakesLiteral(const std::string& host) {
   return "IpAddress::SetTo(\"" + host + "\")";
@@ -121,12 +107,12 @@ class CheckSMBShare : public ModuleTest {
  protected:
   /// The host's name is an address, and the first `count` steps succeed; the next one does not.
   void AnswerSteps(size_t count) {
-    host.Answer("IpAddress::SetTo", kAddress);
+    host.Answer("IpAddress::SetTo", kServerAddress);
     AnswerLadder(count);
   }
   void AnswerLadder(size_t count) {
-    for (size_t i = 0; i < kSteps.size() && i <= count; ++i) {
-      host.Answer(kSteps[i], i < count ? 1 : 0);
+    for (size_t i = 0; i < kShareSteps.size() && i <= count; ++i) {
+      host.Answer(kShareSteps[i], i < count ? 1 : 0);
     }
   }
   Outcome Check(const ZelContainer& params) {
@@ -215,17 +201,17 @@ TEST_F(CheckSMBShare, RefusesToGoWithoutAPath) {
   params.SetString("strSharePath", "host\\share", kNoIndex);
   params.SetString("TargetHost", "mine", kNoIndex);
   params.SetString("ConnectionResult", "mine", kNoIndex);
-  for (const ZelContainer& variant : WithOtherTypes(params, "SmbPathShare")) ExpectNoPath(variant);
+  for (const ZelContainer& variant : WithoutText(params, "SmbPathShare")) ExpectNoPath(variant);
 }
 
 TEST_F(CheckSMBShare, LogsInWithEmptyTextsWithoutUserAndPassword) {
   const ZelContainer params = Share("h\\s");
-  for (const ZelContainer& variant : WithOtherTypes(params, "SmbUser")) {
+  for (const ZelContainer& variant : WithoutText(params, "SmbUser")) {
     AnswerSteps(5);
     EXPECT_EQ(Check(variant).code, kSuccess);
     EXPECT_EQ(host.Transcript()[5], "SmbSessionSetup(\"\", \"Tr0ub4dor&3\")");
   }
-  for (const ZelContainer& variant : WithOtherTypes(params, "SmbPassword")) {
+  for (const ZelContainer& variant : WithoutText(params, "SmbPassword")) {
     AnswerSteps(5);
     EXPECT_EQ(Check(variant).code, kSuccess);
     EXPECT_EQ(host.Transcript()[5], "SmbSessionSetup(\"DOMAIN\\ann\", \"\")");
@@ -322,8 +308,8 @@ TEST_F(CheckSMBShare, LogsNamesAsTheyStand) {
 
 TEST_F(CheckSMBShare, TakesEveryAnswerOtherThanZeroForSuccess) {
   for (const int64_t answer : {-1, 2, 4711}) {
-    host.Answer("IpAddress::SetTo", kAddress);
-    for (const char* step : kSteps) host.Answer(step, answer);
+    host.Answer("IpAddress::SetTo", kServerAddress);
+    for (const char* step : kShareSteps) host.Answer(step, answer);
     EXPECT_EQ(Check(Share("h\\s")), (Outcome{kSuccess, Found("h", "s", 0)})) << answer;
   }
 }
@@ -354,6 +340,12 @@ TEST_F(CheckSMBShare, TellsAFailedStepAfterWhatItHasTakenDown) {
   }
 }
 
+TEST_F(CheckSMBShare, SaysThatNobodyKnowsTheHostBeforeItTellsTheResult) {
+  host.Answer("IpAddress::SetTo", -1);
+  host.Answer("IpAddress::SetToHostName", -1);
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsCheckSMBShare", Share("h\\s")), ElementsAre(2, 2, 2));
+}
+
 /// Whether a line other than the log-in's holds the password.
 bool ShowsPassword(const std::vector<std::string>& lines) {
   return std::any_of(lines.begin(), lines.end(), [](const std::string& line) {
@@ -362,7 +354,7 @@ bool ShowsPassword(const std::vector<std::string>& lines) {
 }
 
 TEST_F(CheckSMBShare, LogsNoPassword) {
-  for (size_t succeeding = 0; succeeding <= kSteps.size(); ++succeeding) {
+  for (size_t succeeding = 0; succeeding <= kShareSteps.size(); ++succeeding) {
     AnswerSteps(succeeding);
     EXPECT_EQ(Check(Share("h\\s")).container.find(kPassword), std::string::npos);
     EXPECT_FALSE(ShowsPassword(host.Transcript())) << succeeding;
@@ -373,8 +365,8 @@ TEST_F(CheckSMBShare, LogsNoPassword) {
 std::vector<std::string> CheckWithFault(size_t call) {
   FakeHost host;
   RegisterModule(host);
-  host.Answer("IpAddress::SetTo", kAddress);
-  for (const char* step : kSteps) host.Answer(step, 1);
+  host.Answer("IpAddress::SetTo", kServerAddress);
+  for (const char* step : kShareSteps) host.Answer(step, 1);
   host.FailCall(call, FakeHost::Fault::kThrowOnce);
   EXPECT_EQ(RunAction(host, "CoreUtilsCheckSMBShare", Share("h\\s")), (Outcome{kFailure, "{}"}));
   return host.Transcript();
@@ -394,7 +386,7 @@ TEST(CheckSMBShareFaults, DropTheClientAndLogNoPassword) {
 
 // ---- HTTP ----
 
-constexpr const char* kUrl = "https://example.org/a?b=c";
+constexpr const char* kCheckedUrl = "https://example.org/a?b=c";
 
 class CheckHTTPConnection : public ModuleTest {
  protected:
@@ -414,20 +406,20 @@ class CheckHTTPConnection : public ModuleTest {
 
 TEST_F(CheckHTTPConnection, TellsThatTheUrlWasFetchedBesideTheUrl) {
   host.Answer("CurlAdvancedGet", 1);
-  EXPECT_EQ(Run("CoreUtilsCheckHTTPConnection", Texts({{"HTTPCheckURL", kUrl}})),
+  EXPECT_EQ(Run("CoreUtilsCheckHTTPConnection", Texts({{"HTTPCheckURL", kCheckedUrl}})),
             (Outcome{kSuccess,
                      "{HTTPCheckURL: String \"https://example.org/a?b=c\", "
                      "HTTPCheckUrlResult: Int32 1}"}));
-  EXPECT_THAT(host.Transcript(), ElementsAre(Fetches(kUrl)));
+  EXPECT_THAT(host.Transcript(), ElementsAre(Fetches(kCheckedUrl)));
 }
 
 TEST_F(CheckHTTPConnection, TellsThatItWasNot) {
-  ExpectResult(Texts({{"HTTPCheckURL", kUrl}}), kUrl, 0, 0);
+  ExpectResult(Texts({{"HTTPCheckURL", kCheckedUrl}}), kCheckedUrl, 0, 0);
 }
 
 TEST_F(CheckHTTPConnection, TakesEveryAnswerOtherThanZeroForSuccess) {
   for (const int answer : {1, 2, -1, 200}) {
-    ExpectResult(Texts({{"HTTPCheckURL", kUrl}}), kUrl, answer, 1);
+    ExpectResult(Texts({{"HTTPCheckURL", kCheckedUrl}}), kCheckedUrl, answer, 1);
   }
 }
 
@@ -440,24 +432,24 @@ TEST_F(CheckHTTPConnection, HandsTheUrlOverAsItStands) {
 }
 
 TEST_F(CheckHTTPConnection, FetchesAnEmptyUrlWithoutOne) {
-  const ZelContainer params =
-      Texts({{"HTTPCheckURL", kUrl}, {"strUrl", kUrl}, {"HTTPCheckUrl", kUrl}});
-  for (const ZelContainer& variant : WithOtherTypes(params, "HTTPCheckURL")) {
+  const ZelContainer params = Texts(
+      {{"HTTPCheckURL", kCheckedUrl}, {"strUrl", kCheckedUrl}, {"HTTPCheckUrl", kCheckedUrl}});
+  for (const ZelContainer& variant : WithoutText(params, "HTTPCheckURL")) {
     ExpectResult(variant, "", 0, 0);
   }
 }
 
 TEST_F(CheckHTTPConnection, KeepsAllThatWasSentIn) {
-  ZelContainer params = Texts({{"Other", "x"}, {"HTTPCheckURL", kUrl}, {"Result", "y"}});
+  ZelContainer params = Texts({{"Other", "x"}, {"HTTPCheckURL", kCheckedUrl}, {"Result", "y"}});
   params.SetString("HTTPCheckUrlResult", "mine", 0);
   params.SetString("HTTPCheckUrlResult", "mine", 1);
-  ExpectResult(params, kUrl, 1, 1);
+  ExpectResult(params, kCheckedUrl, 1, 1);
 }
 
 TEST_F(CheckHTTPConnection, LogsNoUrlWhenTheHostThrows) {
   host.Answer("CurlAdvancedGet", 1);
   host.FailCall(1, FakeHost::Fault::kThrowOnce);
-  EXPECT_EQ(Run("CoreUtilsCheckHTTPConnection", Texts({{"HTTPCheckURL", kUrl}})),
+  EXPECT_EQ(Run("CoreUtilsCheckHTTPConnection", Texts({{"HTTPCheckURL", kCheckedUrl}})),
             (Outcome{kFailure, "{}"}));
   EXPECT_EQ(host.Transcript().back(),
             "Error \"CoreUtilsCheckHTTPConnection failed: host call 1 failed\"");

@@ -6,57 +6,57 @@ namespace {
 
 using ::testing::Contains;
 
-constexpr const char* kUrl = "http://agent7:pw@relay.example:8080";
+constexpr const char* kRelayUrl = "http://agent7:pw@relay.example:8080";
 constexpr const char* kGuid = "\"guid-9\"";
-constexpr const char* kSource = "C:\\data\\a.zip";
-constexpr const char* kDestination = "D:\\backups\\pc 7\\a.one.zip";
+constexpr const char* kSentFile = "C:\\data\\a.zip";
+constexpr const char* kKeptFile = "D:\\backups\\pc 7\\a.one.zip";
 constexpr const char* kAlias =
     "{AliasName: String \"backupN\", AliasPath: String \"D:/backups/pc 7/\", AliasTemporary: Bool "
     "false}";
 constexpr const char* kResource = "/backupN/a.one.zip";
 
-ZelContainer Parameters(const char* destination = kDestination, bool isZipped = false) {
-  ZelContainer params = Texts({{"SourcePath", kSource}, {"DestinationPath", destination}});
+ZelContainer RelayParameters(const char* destination = kKeptFile, bool isZipped = false) {
+  ZelContainer params = Texts({{"SourcePath", kSentFile}, {"DestinationPath", destination}});
   params.SetBool("IsZippedFile", isZipped, kNoIndex);
   return params;
 }
 
 /// The answer: the parameters, and the code besides.
-Outcome Finished(ZelContainer params, ResultCode code) {
+Outcome FinishedCopy(ZelContainer params, ResultCode code) {
   params.SetInt32("ErrorCode", static_cast<int32_t>(code), kNoIndex);
   return {code, Describe(params)};
 }
 
 std::string Alias(const std::string& action, const std::string& container = kAlias) {
-  return InvokedAt(kGuid, kUrl, action, container);
+  return InvokedAt(kGuid, kRelayUrl, action, container);
 }
 
-std::string Sending(const std::string& resource = kResource) {
+std::string SendingToRelay(const std::string& resource = kResource) {
   return "HttpClient::SendAndRecv(\"guid-9\", \"relay.example\", {4, \"" + resource +
          "\", \"C:\\data\\a.zip\", \"\"}, {0}, 8080, 1, null)";
 }
 
-std::string Extraction(const std::string& directory, const std::string& name,
-                       const std::string& nameWithoutExtension) {
-  return InvokedAt(kGuid, kUrl, "CoreUtilsExtractFile",
+std::string ExtractionOnRelay(const std::string& directory, const std::string& name,
+                              const std::string& nameWithoutExtension) {
+  return InvokedAt(kGuid, kRelayUrl, "CoreUtilsExtractFile",
                    "{FilePath: String \"" + directory + name + "\", DestinationPath: String \"" +
                        directory + nameWithoutExtension + "\"}");
 }
 
-Lines Start() {
+Lines RelayStart() {
   return Join({{InvokedHere("RelayGetValues")}, SenderCalls(), {Alias("HttpProtocolAddAlias")}});
 }
 
-Lines Progress() {
+Lines RelayProgress() {
   return {"Print \"Sender is '10.0.0.7:7460' and Receiver is 'relay.example:8080'\"",
           "Print \"copying file C:\\data\\a.zip to relay relay.example, /backupN/a.one.zip\""};
 }
 
-Lines Upload() {
-  return Join({ClientCalls(), Progress(), {Sending()}});
+Lines RelayUpload() {
+  return Join({ClientCalls(), RelayProgress(), {SendingToRelay()}});
 }
 
-Lines End() {
+Lines RelayEnd() {
   return {"~HttpClient", Alias("HttpProtocolDeleteAlias")};
 }
 
@@ -87,9 +87,9 @@ TEST_F(CopyFileToRelay, SendsTheFileIntoAnAliasOfTheRelay) {
   AnswerStart();
   AnswerUpload();
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
-  EXPECT_EQ(Calls(), Join({Start(), Upload(), End()}));
+  EXPECT_EQ(Calls(), Join({RelayStart(), RelayUpload(), RelayEnd()}));
 }
 
 TEST_F(CopyFileToRelay, UnpacksOnTheRelayWhenTheAliasIsGone) {
@@ -97,12 +97,13 @@ TEST_F(CopyFileToRelay, UnpacksOnTheRelayWhenTheAliasIsGone) {
   AnswerUpload();
   host.AnswerInvocation(0);
 
-  const ZelContainer params = Parameters(kDestination, true);
-  EXPECT_EQ(Copy(params), Finished(params, kSuccess));
+  const ZelContainer params = RelayParameters(kKeptFile, true);
+  EXPECT_EQ(Copy(params), FinishedCopy(params, kSuccess));
 
-  EXPECT_EQ(
-      Calls(),
-      Join({Start(), Upload(), End(), {Extraction("D:/backups/pc 7/", "a.one.zip", "a.one")}}));
+  EXPECT_EQ(Calls(), Join({RelayStart(),
+                           RelayUpload(),
+                           RelayEnd(),
+                           {ExtractionOnRelay("D:/backups/pc 7/", "a.one.zip", "a.one")}}));
 }
 
 TEST_F(CopyFileToRelay, SendsNothingWithoutAnAlias) {
@@ -110,10 +111,10 @@ TEST_F(CopyFileToRelay, SendsNothingWithoutAnAlias) {
     host.ForgetTranscript();
     AnswerStart(code);
 
-    const ZelContainer params = Parameters(kDestination, true);
-    EXPECT_EQ(Copy(params), Finished(params, kFailure));
+    const ZelContainer params = RelayParameters(kKeptFile, true);
+    EXPECT_EQ(Copy(params), FinishedCopy(params, kFailure));
 
-    EXPECT_EQ(Calls(), Join({Start(), {"Error \"Failed to add alias backupN\""}}));
+    EXPECT_EQ(Calls(), Join({RelayStart(), {"Error \"Failed to add alias backupN\""}}));
   }
 }
 
@@ -126,7 +127,7 @@ TEST_F(CopyFileToRelay, HandsWhatAddingTheAliasAnsweredOnToDeletingIt) {
   });
   AnswerUpload();
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
   EXPECT_EQ(Calls().back(), Alias("HttpProtocolDeleteAlias",
                                   "{AliasName: String \"backupN\", AliasPath: String \"E:/\", "
@@ -140,9 +141,9 @@ TEST_F(CopyFileToRelay, SendsWhileTheAliasIsThere) {
   host.AnswerWork("HttpClient::SendAndRecv", 0, [&] { callsSoFar = Calls(); });
   host.AnswerInvocation(0);
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
-  EXPECT_EQ(callsSoFar, Join({Start(), Upload()}));
+  EXPECT_EQ(callsSoFar, Join({RelayStart(), RelayUpload()}));
 }
 
 TEST_F(CopyFileToRelay, SucceedsWithAWarningWhenTheUploadFails) {
@@ -151,14 +152,14 @@ TEST_F(CopyFileToRelay, SucceedsWithAWarningWhenTheUploadFails) {
     AnswerStart();
     AnswerUpload(error);
 
-    EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+    EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
-    EXPECT_EQ(Calls(), Join({Start(),
-                             Upload(),
+    EXPECT_EQ(Calls(), Join({RelayStart(),
+                             RelayUpload(),
                              {"Warning \"Error " + std::to_string(error) +
                               ": Failed to copy file C:\\data\\a.zip to relay relay.example, "
                               "/backupN/a.one.zip\""},
-                             End()}));
+                             RelayEnd()}));
   }
 }
 
@@ -169,10 +170,10 @@ TEST_F(CopyFileToRelay, LetsTheUnpackingDecideAfterAFailedUpload) {
     AnswerUpload(500);
     host.AnswerInvocation(code);
 
-    const ZelContainer params = Parameters(kDestination, true);
-    EXPECT_EQ(Copy(params), Finished(params, code));
+    const ZelContainer params = RelayParameters(kKeptFile, true);
+    EXPECT_EQ(Copy(params), FinishedCopy(params, code));
 
-    EXPECT_THAT(Calls(), Contains(Extraction("D:/backups/pc 7/", "a.one.zip", "a.one")));
+    EXPECT_THAT(Calls(), Contains(ExtractionOnRelay("D:/backups/pc 7/", "a.one.zip", "a.one")));
   }
 }
 
@@ -180,10 +181,12 @@ TEST_F(CopyFileToRelay, SucceedsWithAnErrorInTheLogWhenTheAliasStays) {
   AnswerStart();
   AnswerUpload(0, 1);
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
-  EXPECT_EQ(Calls(),
-            Join({Start(), Upload(), End(), {"Error \"Failed to delete alias backupN\""}}));
+  EXPECT_EQ(
+      Calls(),
+      Join(
+          {RelayStart(), RelayUpload(), RelayEnd(), {"Error \"Failed to delete alias backupN\""}}));
 }
 
 TEST_F(CopyFileToRelay, UnpacksAlsoWhenTheAliasStays) {
@@ -191,10 +194,10 @@ TEST_F(CopyFileToRelay, UnpacksAlsoWhenTheAliasStays) {
   AnswerUpload(0, kInvokeUnreachable);
   host.AnswerInvocation(0);
 
-  const ZelContainer params = Parameters(kDestination, true);
-  EXPECT_EQ(Copy(params), Finished(params, kSuccess));
+  const ZelContainer params = RelayParameters(kKeptFile, true);
+  EXPECT_EQ(Copy(params), FinishedCopy(params, kSuccess));
 
-  EXPECT_EQ(Calls().back(), Extraction("D:/backups/pc 7/", "a.one.zip", "a.one"));
+  EXPECT_EQ(Calls().back(), ExtractionOnRelay("D:/backups/pc 7/", "a.one.zip", "a.one"));
 }
 
 TEST_F(CopyFileToRelay, FailsWhenTheRelayCannotUnpack) {
@@ -204,8 +207,8 @@ TEST_F(CopyFileToRelay, FailsWhenTheRelayCannotUnpack) {
     AnswerUpload();
     host.AnswerInvocation(code);
 
-    const ZelContainer params = Parameters(kDestination, true);
-    EXPECT_EQ(Copy(params), Finished(params, kFailure));
+    const ZelContainer params = RelayParameters(kKeptFile, true);
+    EXPECT_EQ(Copy(params), FinishedCopy(params, kFailure));
 
     EXPECT_EQ(Calls().back(), "Error \"Failed to extract 'D:/backups/pc 7/a.one.zip'.\"");
   }
@@ -219,9 +222,13 @@ TEST_F(CopyFileToRelay, TurnsTlsAndProofsOnIndependently) {
     host.Answer("HttpClient::SendAndRecv", 0);
     host.AnswerInvocation(0);
 
-    EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+    EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
-    EXPECT_EQ(Calls(), Join({Start(), ClientCalls(ssl, pac), Progress(), {Sending()}, End()}));
+    EXPECT_EQ(Calls(), Join({RelayStart(),
+                             ClientCalls(ssl, pac),
+                             RelayProgress(),
+                             {SendingToRelay()},
+                             RelayEnd()}));
   }
 }
 
@@ -235,11 +242,23 @@ TEST_F(CopyFileToRelay, HandsOnContextsThatAreNull) {
   host.Answer("HttpClient::SendAndRecv", 99);
   host.AnswerInvocation(0);
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
   for (const char* line : {"HttpClient::SetDebugContext(null)", "HttpClient::EnableSsl(null)",
                            "HttpClient::EnablePac(null)"}) {
     EXPECT_THAT(Calls(), Contains(line));
+  }
+}
+
+TEST_F(CopyFileToRelay, WritesNothingBeforeTheEnd) {
+  const ZelContainer params = RelayParameters(kKeptFile, true);
+  AnswerStart(1);
+  ExpectKeysToStay(KeysAtEachCall("CoreUtilsCopyFileToRelay", params), 3);
+  for (const uint32_t code : {0U, 1U}) {
+    AnswerStart();
+    AnswerUpload(7, 1);
+    host.AnswerInvocation(code);
+    ExpectKeysToStay(KeysAtEachCall("CoreUtilsCopyFileToRelay", params), 3);
   }
 }
 
@@ -270,17 +289,18 @@ TEST_F(CopyFileToRelay, TakesTheDestinationApart) {
     AnswerStart();
     AnswerUpload();
     host.AnswerInvocation(0);
-    const ZelContainer params = Parameters(place.destination, true);
+    const ZelContainer params = RelayParameters(place.destination, true);
 
-    EXPECT_EQ(Copy(params), Finished(params, kSuccess));
+    EXPECT_EQ(Copy(params), FinishedCopy(params, kSuccess));
 
     const std::string container = "{AliasName: String \"backupN\", AliasPath: String \"" +
                                   std::string(place.aliasPath) + "\", AliasTemporary: Bool false}";
     const Lines calls = Calls();
     EXPECT_THAT(calls, Contains(Alias("HttpProtocolAddAlias", container)));
-    EXPECT_THAT(calls, Contains(Sending("/backupN/" + std::string(place.name))));
+    EXPECT_THAT(calls, Contains(SendingToRelay("/backupN/" + std::string(place.name))));
     EXPECT_THAT(calls, Contains(Alias("HttpProtocolDeleteAlias", container)));
-    EXPECT_EQ(calls.back(), Extraction(place.directory, place.name, place.nameWithoutExtension));
+    EXPECT_EQ(calls.back(),
+              ExtractionOnRelay(place.directory, place.name, place.nameWithoutExtension));
   }
 }
 
@@ -290,27 +310,45 @@ TEST_F(CopyFileToRelay, GoesOnWithoutParameters) {
   AnswerStart();
   AnswerUpload(26);
 
-  EXPECT_EQ(Copy({}), Finished({}, kSuccess));
+  EXPECT_EQ(Copy({}), FinishedCopy({}, kSuccess));
 
   EXPECT_THAT(Calls(), Contains("Warning \"Error 26: Failed to copy file  to relay relay.example, "
                                 "/backupN/\""));
 }
 
+TEST_F(CopyFileToRelay, TakesPathsThatAreNoTextsAsEmpty) {
+  ZelContainer numbers;
+  numbers.SetInt32("SourcePath", 1, kNoIndex);
+  numbers.SetInt32("DestinationPath", 2, kNoIndex);
+  ZelContainer lists;
+  lists.SetString("SourcePath", kSentFile, 0);
+  lists.SetString("DestinationPath", kKeptFile, 0);
+  for (const ZelContainer& params : {numbers, lists}) {
+    host.ForgetTranscript();
+    AnswerStart();
+    AnswerUpload();
+
+    EXPECT_EQ(Copy(params), FinishedCopy(params, kSuccess));
+
+    EXPECT_THAT(Calls(), Contains("Print \"copying file  to relay relay.example, /backupN/\""));
+  }
+}
+
 TEST_F(CopyFileToRelay, TakesAFlagThatIsNoneAsFalse) {
-  ZelContainer number = Parameters();
+  ZelContainer number = RelayParameters();
   number.SetInt32("IsZippedFile", 1, kNoIndex);
   for (const ZelContainer& params :
-       {Texts({{"SourcePath", kSource}, {"DestinationPath", kDestination}}), number,
-        Texts({{"SourcePath", kSource},
-               {"DestinationPath", kDestination},
+       {Texts({{"SourcePath", kSentFile}, {"DestinationPath", kKeptFile}}), number,
+        Texts({{"SourcePath", kSentFile},
+               {"DestinationPath", kKeptFile},
                {"IsZippedFile", "true"}})}) {
     host.ForgetTranscript();
     AnswerStart();
     AnswerUpload();
 
-    EXPECT_EQ(Copy(params), Finished(params, kSuccess));
+    EXPECT_EQ(Copy(params), FinishedCopy(params, kSuccess));
 
-    EXPECT_EQ(Calls(), Join({Start(), Upload(), End()}));
+    EXPECT_EQ(Calls(), Join({RelayStart(), RelayUpload(), RelayEnd()}));
   }
 }
 
@@ -323,7 +361,7 @@ TEST_F(CopyFileToRelay, GoesOnWithoutARelay) {
   host.AnswerInvocation(0);
   AnswerUpload(99);
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
   EXPECT_EQ(Calls(), Join({{InvokedHere("RelayGetValues"), InvokedHere("AgentGetIPAddress"),
                             InvokedHere("HttpProtocolGetParams"), "ZelAgentGetName()",
@@ -347,7 +385,7 @@ TEST_F(CopyFileToRelay, UsesWhatFailingActionsOfThisAgentAnsweredAllTheSame) {
   AnswerSender(host);
   host.AnswerInvocation(1);
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kFailure));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kFailure));
 
   EXPECT_THAT(Calls(), Contains(InvokedAt("\"g\"", "http://agent7:pw@other:0",
                                           "HttpProtocolAddAlias", kAlias)));
@@ -366,7 +404,7 @@ TEST_F(CopyFileToRelay, ShowsTheRelaysPortSignedAndItsOwnUnsigned) {
   host.AnswerInvocation(0);
   AnswerUpload();
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
   const Lines calls = Calls();
   EXPECT_THAT(calls, Contains("Print \"Sender is ':4294967295' and Receiver is 'r:-1'\""));
@@ -382,9 +420,9 @@ TEST_F(CopyFileToRelay, AsksForTheAddressWithAnEmptyContainer) {
   host.AnswerText("ZelAgentGetHttpPassword", "pw");
   host.AnswerInvocation(1);
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kFailure));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kFailure));
 
-  EXPECT_EQ(Calls(), Join({Start(), {"Error \"Failed to add alias backupN\""}}));
+  EXPECT_EQ(Calls(), Join({RelayStart(), {"Error \"Failed to add alias backupN\""}}));
 }
 
 TEST_F(CopyFileToRelay, LogsInWithWhatStandsInTheRelaysUrl) {
@@ -393,7 +431,7 @@ TEST_F(CopyFileToRelay, LogsInWithWhatStandsInTheRelaysUrl) {
   host.AnswerInvocation(0);
   AnswerUpload();
 
-  EXPECT_EQ(Copy(Parameters()), Finished(Parameters(), kSuccess));
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
 
   // No URL has a blank in its host, so it has no parts.
   EXPECT_THAT(Calls(), Contains("HttpClient::SetAuthentification(\"\", \"\")"));

@@ -9,19 +9,14 @@
 namespace {
 
 using namespace std::literals;
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::SizeIs;
 
 constexpr const char* kScript = "C:\\scripts\\test.mlx";
 constexpr const char* kLoading = "MarlinContext::LoadFunctionModule(\"zelagent.mlx\", \"\", null)";
 
-using Lines = std::vector<std::string>;
-
-Lines Join(std::initializer_list<Lines> parts) {
-  Lines all;
-  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
-Lines Start(const std::string& name) {
+Lines ScriptStart(const std::string& name) {
   return {"Trace \"Action_CoreUtilsRunScript " + name + "\"", "MarlinContext(null)",
           "XmlProxyClient()", "OSVersion::GetFullVersion()"};
 }
@@ -41,7 +36,7 @@ Lines Agent() {
           kLoading};
 }
 
-Lines Parameters(const std::string& container) {
+Lines HandedOver(const std::string& container) {
   return {
       "VarHandle(\"ContainerHandle\", \"\", 0)",
       "MarlinContext::AddVariable(\"ContainerHandle\" \"ParamsContainer\" " + container + ", 2)",
@@ -50,8 +45,8 @@ Lines Parameters(const std::string& container) {
 }
 
 Lines Preparation(const std::string& name, const std::string& container) {
-  return Join({Start(name), Connection(), Agent(), FunctionLookups(FunctionModuleHandle()),
-               Parameters(container)});
+  return Join({ScriptStart(name), Connection(), Agent(), FunctionLookups(FunctionModuleHandle()),
+               HandedOver(container)});
 }
 
 Lines Compilation(const std::string& path) {
@@ -72,7 +67,7 @@ Lines Error(int code) {
           "ErrorList::GetErrorName(" + std::to_string(code) + ")"};
 }
 
-Lines End() {
+Lines ScriptEnd() {
   return {"~XmlProxyClient", "~MarlinContext"};
 }
 
@@ -139,7 +134,15 @@ TEST_F(RunScript, MakesAContextCompilesTheScriptAndRunsItsMain) {
   EXPECT_EQ(RunIt(params), (Outcome{kSuccess, Describe(params)}));
 
   EXPECT_EQ(host.Transcript(), Join({Preparation(kScript, "{A: String \"1\", B: String \"2\"}"),
-                                     Compilation(kScript), MainRun(), End()}));
+                                     Compilation(kScript), MainRun(), ScriptEnd()}));
+}
+
+TEST_F(RunScript, LeavesTheContainerWhileTheScriptRuns) {
+  AnswerPreparation();
+  AnswerRun(1);
+
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsRunScript", Texts({{"Name", kScript}, {"Other", "x"}})),
+              AllOf(SizeIs(24 + FunctionLookups(FunctionModuleHandle()).size()), Each(2)));
 }
 
 TEST_F(RunScript, GivesTheScriptAnEmptyContainerWithoutParams) {
@@ -154,7 +157,7 @@ TEST_F(RunScript, GivesTheScriptAnEmptyContainerWithoutParams) {
     EXPECT_EQ(RunIt(params), (Outcome{kSuccess, Describe(params)}));
 
     EXPECT_EQ(host.Transcript(),
-              Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), End()}));
+              Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), ScriptEnd()}));
   }
 }
 
@@ -180,8 +183,8 @@ TEST_F(RunScript, ConnectsToNoProxyOnSystemsOlderThanXp) {
     EXPECT_EQ(RunIt(Texts({{"Name", kScript}})).code, kSuccess) << version;
 
     EXPECT_EQ(host.Transcript(),
-              Join({Start(kScript), Agent(), FunctionLookups(FunctionModuleHandle()),
-                    Parameters("{}"), Compilation(kScript), MainRun(), End()}));
+              Join({ScriptStart(kScript), Agent(), FunctionLookups(FunctionModuleHandle()),
+                    HandedOver("{}"), Compilation(kScript), MainRun(), ScriptEnd()}));
   }
 }
 
@@ -198,7 +201,7 @@ TEST_F(RunScript, ConnectsToTheProxyFromXpOn) {
     EXPECT_EQ(RunIt(Texts({{"Name", kScript}})).code, kSuccess) << version;
 
     EXPECT_EQ(host.Transcript(),
-              Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), End()}));
+              Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), ScriptEnd()}));
   }
 }
 
@@ -211,14 +214,14 @@ TEST_F(RunScript, GoesOnWithoutAProxy) {
 
   EXPECT_EQ(RunIt(Texts({{"Name", kScript}})).code, kSuccess);
 
-  EXPECT_EQ(host.Transcript(), Join({Start(kScript),
+  EXPECT_EQ(host.Transcript(), Join({ScriptStart(kScript),
                                      {"ZelAgentGetProxyPipeName()"},
                                      Agent(),
                                      FunctionLookups(FunctionModuleHandle()),
-                                     Parameters("{}"),
+                                     HandedOver("{}"),
                                      Compilation(kScript),
                                      MainRun(),
-                                     End()}));
+                                     ScriptEnd()}));
 }
 
 TEST_F(RunScript, GoesOnWithAProxyThatCannotBeReached) {
@@ -233,14 +236,14 @@ TEST_F(RunScript, GoesOnWithAProxyThatCannotBeReached) {
 
   EXPECT_EQ(
       host.Transcript(),
-      Join({Start(kScript),
+      Join({ScriptStart(kScript),
             {"ZelAgentGetProxyPipeName()", "XmlProxyClient::Initialise(\"100%S\\x01\", 10000, 1)"},
             Agent(),
             FunctionLookups(FunctionModuleHandle()),
-            Parameters("{}"),
+            HandedOver("{}"),
             Compilation(kScript),
             MainRun(),
-            End()}));
+            ScriptEnd()}));
 }
 
 // ---- the function module ----
@@ -256,13 +259,13 @@ TEST_F(RunScript, FailsWithoutAFunctionModuleWhateverLoadingAnswers) {
     EXPECT_EQ(RunIt(Texts({{"Name", kScript}})),
               (Outcome{kFailure, "{Name: String \"" + std::string(kScript) + "\"}"}));
 
-    EXPECT_EQ(host.Transcript(), Join({Start(kScript),
+    EXPECT_EQ(host.Transcript(), Join({ScriptStart(kScript),
                                        Connection(),
                                        Agent(),
                                        {"MarlinContext::GetIniPath()",
                                         "Error \"Failed to load module zelagent.mlx using INI file "
                                         "C:\\100%S\\marlin.ini\""},
-                                       End()}));
+                                       ScriptEnd()}));
   }
 }
 
@@ -275,7 +278,7 @@ TEST_F(RunScript, UsesAFunctionModuleThatLoadingGaveWhateverItAnswers) {
   EXPECT_EQ(RunIt(Texts({{"Name", kScript}})).code, kSuccess);
 
   EXPECT_EQ(host.Transcript(),
-            Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), End()}));
+            Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), ScriptEnd()}));
 }
 
 TEST_F(RunScript, FailsWithALibraryThatLacksBothFunctions) {
@@ -286,12 +289,12 @@ TEST_F(RunScript, FailsWithALibraryThatLacksBothFunctions) {
   EXPECT_EQ(RunIt(Texts({{"Name", kScript}})),
             (Outcome{kFailure, "{Name: String \"" + std::string(kScript) + "\"}"}));
 
-  EXPECT_EQ(host.Transcript(), Join({Start(kScript),
+  EXPECT_EQ(host.Transcript(), Join({ScriptStart(kScript),
                                      Connection(),
                                      Agent(),
                                      FunctionLookups(OtherLibraryHandle()),
                                      {"Error \"Failed to get required function addresses\""},
-                                     End()}));
+                                     ScriptEnd()}));
 }
 
 // ---- where the script is ----
@@ -330,7 +333,7 @@ TEST_F(RunScript, CompilesAndRunsTheCompletePath) {
                                      {"CompletePath(\"C:\\agent\\data\\ZelCoreUtils\\test.mlx\")"},
                                      Compilation("C:\\complete\\test.mlx"),
                                      MainRun(),
-                                     End()}));
+                                     ScriptEnd()}));
 }
 
 TEST_F(RunScript, TakesNamesWithNulCharactersAndLoneSurrogates) {
@@ -343,11 +346,9 @@ TEST_F(RunScript, TakesNamesWithNulCharactersAndLoneSurrogates) {
 }
 
 TEST_F(RunScript, TakesNoNameThatIsAListOrANumber) {
-  ZelContainer list;
-  list.SetString("Name", "/a.mlx", 0);
-  ZelContainer number;
-  number.SetInt32("Name", 7, kNoIndex);
-  for (const ZelContainer& params : {list, number, ZelContainer()}) {
+  std::vector<ZelContainer> containers = ListsAndNumbers({"Name"});
+  containers.emplace_back();
+  for (const ZelContainer& params : containers) {
     host.AnswerText("CompletePath", "C:\\complete\\");
     EXPECT_EQ(LookedFor(params), "FileExists(\"C:\\complete\\\")");
     EXPECT_EQ(host.Transcript()[0], "Trace \"Action_CoreUtilsRunScript \"");
@@ -368,7 +369,7 @@ TEST_F(RunScript, LeavesTheContainerWhenThereIsNoScript) {
                                      {"CompletePath(\"C:\\agent\\data\\ZelCoreUtils\\100%S %u\")",
                                       "FileExists(\"C:\\complete\\100%S %u\")",
                                       "Warning \"File C:\\complete\\100%S %u does not exist.\""},
-                                     End()}));
+                                     ScriptEnd()}));
 }
 
 // ---- compiling ----
@@ -381,7 +382,8 @@ TEST_F(RunScript, RunsNothingOfAScriptThatIsOnlyToBeCompiled) {
 
   EXPECT_EQ(RunIt(params), (Outcome{kSuccess, Describe(params)}));
 
-  EXPECT_EQ(host.Transcript(), Join({Preparation(kScript, "{}"), Compilation(kScript), End()}));
+  EXPECT_EQ(host.Transcript(),
+            Join({Preparation(kScript, "{}"), Compilation(kScript), ScriptEnd()}));
 }
 
 TEST_F(RunScript, RunsTheScriptWhenCompileOnlyIsNoFlag) {
@@ -400,7 +402,7 @@ TEST_F(RunScript, RunsTheScriptWhenCompileOnlyIsNoFlag) {
     EXPECT_EQ(RunIt(params), (Outcome{kSuccess, Describe(params)}));
 
     EXPECT_EQ(host.Transcript(),
-              Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), End()}));
+              Join({Preparation(kScript, "{}"), Compilation(kScript), MainRun(), ScriptEnd()}));
   }
 }
 
@@ -423,7 +425,7 @@ TEST_F(RunScript, ReportsWhatDoesNotCompile) {
                                        Compilation(kScript),
                                        Error(3),
                                        {"Print \"Compiling C:\\scripts\\test.mlx failed\""},
-                                       End()}));
+                                       ScriptEnd()}));
   }
 }
 
@@ -443,7 +445,26 @@ TEST_F(RunScript, ReportsWhatFailsWithABlankMore) {
                                      MainRun(),
                                      Error(-5),
                                      {"Print \"Running C:\\scripts\\test.mlx failed\""},
-                                     End()}));
+                                     ScriptEnd()}));
+}
+
+TEST_F(RunScript, LogsWhatFailsWhenTheContainerTellsItAlready) {
+  for (const bool compiled : {false, true}) {
+    AnswerPreparation();
+    if (compiled) {
+      AnswerRun(0);
+    } else {
+      AnswerCompiled(0);
+    }
+    AnswerError(3, 17);
+
+    const std::vector<size_t> keys = KeysAtEachCall(
+        "CoreUtilsRunScript", Texts({{"Name", kScript}, {"Other", "x"}, {"More", "y"}}));
+
+    // The last calls: the error's name, the log line, what goes with the end.
+    ASSERT_GE(keys.size(), 4u);
+    EXPECT_THAT(std::vector(keys.end() - 4, keys.end()), ElementsAre(3, 2, 2, 2));
+  }
 }
 
 TEST_F(RunScript, NamesTheCompletePathOfWhatFails) {

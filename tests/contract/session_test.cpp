@@ -7,8 +7,6 @@ namespace {
 using IsUserLogged = UserTest;
 using ShellExecuteAsLoggedUser = UserTest;
 
-constexpr const char* kAsksWhoIsLogged = "IsUserLogged()";
-
 TEST_F(IsUserLogged, ReportsAPersonWhoIsPresent) {
   host.Answer("IsUserLogged", 1);
   AnswerPipe();

@@ -1,5 +1,6 @@
 #include "module/startup_scripts.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,7 +12,7 @@ namespace {
 using namespace std::literals;
 
 constexpr const char* kOpen = "IniFile(\"C:\\agent\\config\\ZelCoreUtils.ini\")";
-constexpr const char* kClose = "~IniFile";
+constexpr const char* kClosesSettings = "~IniFile";
 
 std::string EntryName(const std::string& section, int index) {
   return "IniFile::GetEntryName(\"" + section + "\", " + std::to_string(index) + ")";
@@ -55,8 +56,8 @@ TEST_F(StartupScripts, LooksForBothSectionsInAFileWithoutEntries) {
 
   RunStartupScripts();
 
-  EXPECT_THAT(host.Transcript(), ElementsAre(kOpen, EntryName("RunOnce", 1), kClose, kOpen,
-                                             EntryName("Run", 1), kClose));
+  EXPECT_THAT(host.Transcript(), ElementsAre(kOpen, EntryName("RunOnce", 1), kClosesSettings, kOpen,
+                                             EntryName("Run", 1), kClosesSettings));
 }
 
 TEST_F(StartupScripts, RunsScriptsOnceInTheirOrderAndCommentsThemOut) {
@@ -70,15 +71,15 @@ TEST_F(StartupScripts, RunsScriptsOnceInTheirOrderAndCommentsThemOut) {
   RunStartupScripts();
 
   // The file is closed while a script runs.
-  EXPECT_THAT(
-      host.Transcript(),
-      ElementsAre(kOpen, EntryName("RunOnce", 1), EntryValue("RunOnce", "A"), kClose,
-                  Invocation("x.mlx"), kOpen, EntryLine("RunOnce", "A"),
-                  "File::InsertLine(3, \"; A=x.mlx\\x0d\\x0a\")", "File::DeleteLine(4)", kClose,
-                  kOpen, EntryName("RunOnce", 1), EntryValue("RunOnce", "B"), kClose,
-                  Invocation("y.mlx"), kOpen, EntryLine("RunOnce", "B"),
-                  "File::InsertLine(4, \"; B=y.mlx\\x0d\\x0a\")", "File::DeleteLine(5)", kClose,
-                  kOpen, EntryName("RunOnce", 1), kClose, kOpen, EntryName("Run", 1), kClose));
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre(kOpen, EntryName("RunOnce", 1), EntryValue("RunOnce", "A"),
+                          kClosesSettings, Invocation("x.mlx"), kOpen, EntryLine("RunOnce", "A"),
+                          "File::InsertLine(3, \"; A=x.mlx\\x0d\\x0a\")", "File::DeleteLine(4)",
+                          kClosesSettings, kOpen, EntryName("RunOnce", 1),
+                          EntryValue("RunOnce", "B"), kClosesSettings, Invocation("y.mlx"), kOpen,
+                          EntryLine("RunOnce", "B"), "File::InsertLine(4, \"; B=y.mlx\\x0d\\x0a\")",
+                          "File::DeleteLine(5)", kClosesSettings, kOpen, EntryName("RunOnce", 1),
+                          kClosesSettings, kOpen, EntryName("Run", 1), kClosesSettings));
 }
 
 TEST_F(StartupScripts, RunsTheOthersEachTimeAndChangesNothing) {
@@ -89,11 +90,12 @@ TEST_F(StartupScripts, RunsTheOthersEachTimeAndChangesNothing) {
 
   RunStartupScripts();
 
-  EXPECT_THAT(host.Transcript(),
-              ElementsAre(kOpen, EntryName("RunOnce", 1), kClose, kOpen, EntryName("Run", 1),
-                          EntryValue("Run", "A"), kClose, Invocation("x.mlx"), kOpen,
-                          EntryName("Run", 2), EntryValue("Run", "B"), kClose, Invocation("y.mlx"),
-                          kOpen, EntryName("Run", 3), kClose));
+  EXPECT_THAT(
+      host.Transcript(),
+      ElementsAre(kOpen, EntryName("RunOnce", 1), kClosesSettings, kOpen, EntryName("Run", 1),
+                  EntryValue("Run", "A"), kClosesSettings, Invocation("x.mlx"), kOpen,
+                  EntryName("Run", 2), EntryValue("Run", "B"), kClosesSettings, Invocation("y.mlx"),
+                  kOpen, EntryName("Run", 3), kClosesSettings));
 }
 
 TEST_F(StartupScripts, GoOnWhateverAScriptAnswers) {
@@ -111,14 +113,34 @@ TEST_F(StartupScripts, GoOnWhateverAScriptAnswers) {
 
   RunStartupScripts();
 
-  EXPECT_THAT(host.Transcript(),
-              ElementsAre(kOpen, EntryName("RunOnce", 1), EntryValue("RunOnce", "A"), kClose,
-                          Invocation("x.mlx"), kOpen, EntryLine("RunOnce", "A"),
-                          "File::InsertLine(3, \"; A=x.mlx\\x0d\\x0a\")", "File::DeleteLine(4)",
-                          kClose, kOpen, EntryName("RunOnce", 1), kClose, kOpen,
-                          EntryName("Run", 1), EntryValue("Run", "B"), kClose, Invocation("y.mlx"),
-                          kOpen, EntryName("Run", 2), EntryValue("Run", "C"), kClose,
-                          Invocation("z.mlx"), kOpen, EntryName("Run", 3), kClose));
+  EXPECT_THAT(
+      host.Transcript(),
+      ElementsAre(kOpen, EntryName("RunOnce", 1), EntryValue("RunOnce", "A"), kClosesSettings,
+                  Invocation("x.mlx"), kOpen, EntryLine("RunOnce", "A"),
+                  "File::InsertLine(3, \"; A=x.mlx\\x0d\\x0a\")", "File::DeleteLine(4)",
+                  kClosesSettings, kOpen, EntryName("RunOnce", 1), kClosesSettings, kOpen,
+                  EntryName("Run", 1), EntryValue("Run", "B"), kClosesSettings, Invocation("y.mlx"),
+                  kOpen, EntryName("Run", 2), EntryValue("Run", "C"), kClosesSettings,
+                  Invocation("z.mlx"), kOpen, EntryName("Run", 3), kClosesSettings));
+}
+
+TEST_F(StartupScripts, AskForEachScriptWithAContainerOfItsOwn) {
+  const auto leaveSomething = [](ZelContainer& params) {
+    params.SetString("ErrorText", "broken", kNoIndex);
+  };
+  for (const char* name : {"A", "B"}) {
+    host.AnswerText("IniFile::GetEntryName", name);
+    host.AnswerText("IniFile::GetEntryValue", "x.mlx");
+    host.AnswerInvocation(kFailure, leaveSomething);
+    AnswerLine(3);
+  }
+  AnswerEnd();
+  AnswerEntry("C", "x.mlx");
+  AnswerEnd();
+
+  RunStartupScripts();
+
+  EXPECT_EQ(std::count(host.Transcript().begin(), host.Transcript().end(), Invocation("x.mlx")), 3);
 }
 
 TEST_F(StartupScripts, RunAnEntryAgainWhoseLineIsNotFound) {
@@ -131,14 +153,14 @@ TEST_F(StartupScripts, RunAnEntryAgainWhoseLineIsNotFound) {
 
   RunStartupScripts();
 
-  EXPECT_THAT(
-      host.Transcript(),
-      ElementsAre(kOpen, EntryName("RunOnce", 1), EntryValue("RunOnce", "A"), kClose,
-                  Invocation("x.mlx"), kOpen, EntryLine("RunOnce", "A"), kClose, kOpen,
-                  EntryName("RunOnce", 1), EntryValue("RunOnce", "A"), kClose, Invocation("x.mlx"),
-                  kOpen, EntryLine("RunOnce", "A"), "File::InsertLine(1, \"; A=x.mlx\\x0d\\x0a\")",
-                  "File::DeleteLine(2)", kClose, kOpen, EntryName("RunOnce", 1), kClose, kOpen,
-                  EntryName("Run", 1), kClose));
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre(kOpen, EntryName("RunOnce", 1), EntryValue("RunOnce", "A"),
+                          kClosesSettings, Invocation("x.mlx"), kOpen, EntryLine("RunOnce", "A"),
+                          kClosesSettings, kOpen, EntryName("RunOnce", 1),
+                          EntryValue("RunOnce", "A"), kClosesSettings, Invocation("x.mlx"), kOpen,
+                          EntryLine("RunOnce", "A"), "File::InsertLine(1, \"; A=x.mlx\\x0d\\x0a\")",
+                          "File::DeleteLine(2)", kClosesSettings, kOpen, EntryName("RunOnce", 1),
+                          kClosesSettings, kOpen, EntryName("Run", 1), kClosesSettings));
 }
 
 TEST_F(StartupScripts, DeleteTheLineWhateverInsertingAnswers) {
@@ -234,7 +256,7 @@ TEST_F(StartupScripts, CloseTheFileWhenSomethingIsThrown) {
 
   EXPECT_THROW(RunStartupScripts(), std::runtime_error);
 
-  EXPECT_EQ(host.Transcript().back(), kClose);
+  EXPECT_EQ(host.Transcript().back(), kClosesSettings);
 }
 
 TEST_F(StartupScripts, RunWhenTheModuleIsActivated) {
@@ -248,7 +270,7 @@ TEST_F(StartupScripts, RunWhenTheModuleIsActivated) {
 
   EXPECT_EQ(host.Transcript()[0], "Trace \"Module Activate starting\"");
   EXPECT_EQ(host.Transcript()[5], Invocation("x.mlx"));
-  EXPECT_EQ(host.Transcript().back(), kClose);
+  EXPECT_EQ(host.Transcript().back(), kClosesSettings);
 }
 
 }  // namespace

@@ -8,14 +8,6 @@
 
 #include "tests/contract/module_test.h"
 
-using Lines = std::vector<std::string>;
-
-inline Lines Join(std::initializer_list<Lines> parts) {
-  Lines all;
-  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
-  return all;
-}
-
 /// The transcript's line for an action invoked on this agent, with an empty container.
 inline std::string InvokedHere(const std::string& action) {
   return "ActionDbInvokeContainer(null, \"\", \"" + action + "\", {}, null, ~0, ~0, false)";
@@ -70,6 +62,12 @@ inline Lines ClientCalls(bool ssl = false, bool pac = false,
                                "HttpClient::EnablePac(6)"});
   }
   return lines;
+}
+
+/// Expects every call of the action to find as many keys in the container as were sent in.
+inline void ExpectKeysToStay(const std::vector<size_t>& keysAtEachCall, size_t sent) {
+  EXPECT_THAT(keysAtEachCall, testing::Not(IsEmpty()));
+  EXPECT_THAT(keysAtEachCall, testing::Each(sent));
 }
 
 /// A test of an action that sends a file into an alias, which is named by the clock.

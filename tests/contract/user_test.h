@@ -1,8 +1,11 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <future>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/contract/module_test.h"
@@ -45,6 +48,14 @@ class UserTest : public ModuleTest {
           << action << " does not wait";
     };
   }
+  /// Does something once, in the midst of the next call whose line starts like this: before it
+  /// answers.
+  void DoWithin(const std::string& start, std::function<void()> work) {
+    host.WatchCalls([start, work = std::move(work), isDone = false](std::string_view call) mutable {
+      if (!call.starts_with(start) || std::exchange(isDone, true)) return;
+      work();
+    });
+  }
   /// Does something on another thread in the midst of a call, and expects it not to wait for the
   /// action that makes this call. When it does wait, it ends after that action.
   void ExpectNotToWait(std::function<void()> work) {
@@ -64,7 +75,12 @@ class UserTest : public ModuleTest {
   std::future<void> unheld_;
 };
 
-constexpr const char* kAsksForPipe = "ZelAgentGetProxyPipeName()";
+inline const std::string kAsksForPipe = "ZelAgentGetProxyPipeName()";
+inline const std::string kAsksWhoIsLogged = "IsUserLogged()";
+inline const std::string kAsksInitialised = "SkinDialog::IsInitialised(false)";
+inline const std::string kAsksButton = "SkinDialog::GetButtonClickedID(false)";
+inline const std::string kCloses = "SkinDialog::Close(false, false)";
+inline const std::string kDeletes = "~SkinDialog";
 
 inline std::string Translation(const std::string& key) {
   return "ZelAgentGetTranslation(\"" + key + "\", \"\")";

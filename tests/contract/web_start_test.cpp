@@ -6,11 +6,9 @@
 
 namespace {
 
-using Lines = std::vector<std::string>;
-
 // ---- CoreUtilsConfigureJWS ----
 
-constexpr const char* kDirectory = "C:\\agent\\ui\\console\\jws\\jnlp";
+constexpr const char* kStarterDirectory = "C:\\agent\\ui\\console\\jws\\jnlp";
 constexpr const char* kAskingForThePort =
     "ActionDbInvokeContainer(null, \"\", \"HttpProtocolGetValues\", {}, null, ~0, ~0, false)";
 constexpr const char* kCompletion =
@@ -18,7 +16,7 @@ constexpr const char* kCompletion =
 constexpr const char* kListing =
     "DirListFiles(\"C:\\agent\\ui\\console\\jws\\jnlp\", false, true, true)";
 
-Lines Start() {
+Lines CallsUpToTheListing() {
   return {kAskingForThePort, kCompletion, "DirExists(\"C:\\agent\\ui\\console\\jws\\jnlp\")",
           kListing};
 }
@@ -39,7 +37,7 @@ class ConfigureJWS : public ModuleTest {
     });
   }
   void AnswerDirectory(std::vector<ZelString> files) {
-    host.AnswerText("CompletePath", kDirectory);
+    host.AnswerText("CompletePath", kStarterDirectory);
     host.Answer("DirExists", 1);
     host.AnswerList("DirListFiles", std::move(files));
   }
@@ -79,7 +77,7 @@ TEST_F(ConfigureJWS, PointsADescriptorAtTheMaster) {
 
   EXPECT_EQ(Configure(params), (Outcome{kSuccess, Describe(params)}));
 
-  Lines expected = Start();
+  Lines expected = CallsUpToTheListing();
   expected.insert(
       expected.end(),
       {"ZelAgentGetSecurity()", "LoadFileToString(\"C:\\jnlp\\console.jnlp\")",
@@ -114,7 +112,7 @@ TEST_F(ConfigureJWS, AsksForTheSecuritySettingAnewForEachFile) {
 
   EXPECT_EQ(Configure(Texts({{"MasterAddress", "M"}})).code, kSuccess);
 
-  Lines expected = Start();
+  Lines expected = CallsUpToTheListing();
   expected.insert(expected.end(), {"ZelAgentGetSecurity()", "LoadFileToString(\"C:\\b.jnlp\")",
                                    "SaveFileFromString(\"C:\\b.jnlp\", \"https://M:80/\")",
                                    "ZelAgentGetSecurity()", "LoadFileToString(\"C:\\a.jnlp\")",
@@ -130,7 +128,7 @@ TEST_F(ConfigureJWS, LeavesOtherFilesAlone) {
 
   EXPECT_EQ(Configure({}).code, kSuccess);
 
-  Lines expected = Start();
+  Lines expected = CallsUpToTheListing();
   expected.insert(expected.end(),
                   {"ZelAgentGetSecurity()", "LoadFileToString(\"C:\\B.JNLP\")",
                    "SaveFileFromString(\"C:\\B.JNLP\", \"\")", "ZelAgentGetSecurity()",
@@ -187,6 +185,39 @@ TEST_F(ConfigureJWS, TakesThePortAsUnsigned) {
   EXPECT_EQ(Rewritten("http://o:1/", "", "M", -1), "http://M:4294967295/");
 }
 
+TEST_F(ConfigureJWS, TakesNoPortOfTheCallers) {
+  std::vector<ZelContainer> variants(4, Texts({{"MasterAddress", "M"}}));
+  variants[0].SetInt32("MasterHttpPort", 0, kNoIndex);
+  variants[1].SetInt32("MasterHttpPort", 8443, kNoIndex);
+  variants[2].SetString("MasterHttpPort", "8443", kNoIndex);
+  variants[3].SetInt32("Port", 8443, kNoIndex);
+  for (const ZelContainer& params : variants) {
+    AnswerPort(80);
+    AnswerDirectory({"C:\\a.jnlp"});
+    AnswerDescriptor("http://o:1/");
+
+    EXPECT_EQ(Configure(params), (Outcome{kSuccess, Describe(params)}));
+
+    EXPECT_EQ(host.Transcript().back(), "SaveFileFromString(\"C:\\a.jnlp\", \"http://M:80/\")");
+  }
+}
+
+TEST_F(ConfigureJWS, TakesAnAddressThatIsNoTextAsEmpty) {
+  ZelContainer number;
+  number.SetInt32("MasterAddress", 7, kNoIndex);
+  ZelContainer list;
+  list.SetString("MasterAddress", "M", 0);
+  for (const ZelContainer& params : {number, list}) {
+    AnswerPort(80);
+    AnswerDirectory({"C:\\a.jnlp"});
+    AnswerDescriptor("http://o:1/");
+
+    EXPECT_EQ(Configure(params), (Outcome{kSuccess, Describe(params)}));
+
+    EXPECT_EQ(host.Transcript().back(), "SaveFileFromString(\"C:\\a.jnlp\", \"http://:80/\")");
+  }
+}
+
 TEST_F(ConfigureJWS, TakesAMissingAddressAsEmpty) {
   AnswerPort(80);
   AnswerDirectory({"C:\\a.jnlp"});
@@ -227,7 +258,7 @@ TEST_F(ConfigureJWS, ReportsAPortOfZero) {
 
 TEST_F(ConfigureJWS, DoesNothingWithoutTheDirectory) {
   AnswerPort(80);
-  host.AnswerText("CompletePath", kDirectory);
+  host.AnswerText("CompletePath", kStarterDirectory);
   host.Answer("DirExists", 0);
 
   EXPECT_EQ(Configure({}), (Outcome{kSuccess, "{}"}));
@@ -241,7 +272,7 @@ TEST_F(ConfigureJWS, DoesNothingInAnEmptyDirectory) {
 
   EXPECT_EQ(Configure({}), (Outcome{kSuccess, "{}"}));
 
-  EXPECT_EQ(host.Transcript(), Start());
+  EXPECT_EQ(host.Transcript(), CallsUpToTheListing());
 }
 
 TEST_F(ConfigureJWS, GoesOnBehindFilesThatCannotBeReadOrWritten) {

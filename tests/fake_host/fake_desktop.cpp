@@ -1,31 +1,24 @@
-// host/libZel: the desktop lock, dialogs and the logged-on user; host/libZelCore: what the agent
-// says to that user.
+// host/libZel: the desktop lock, dialogs and the logged-on user; host/libZelCore: how the agent
+// reaches that user.
 
 #include <new>
 #include <string>
 
-#include "tests/fake_host/fake_host.h"
+#include "tests/fake_host/ask.h"
 #include "tests/fake_host/transcript.h"
 
 struct SkinDialog::Window {};
 
 namespace {
 
-FakeHost& Host() {
-  return FakeHost::Current();
-}
-
 bool AskWhether(const std::string& function, const std::string& arguments) {
-  const FakeHost::ScriptedAnswer answer = Host().Ask(function, arguments);
-  if (answer.meanwhile) answer.meanwhile();
-  return answer.value != 0;
+  return AskAndWork(function, arguments).value != 0;
 }
 
 /// Asks an operation of a dialog. One that is made to fail has not reached the proxy.
 int64_t AskDialog(const std::string& function, const std::string& arguments, bool& error) {
   constexpr int64_t kFailed = -1;
-  const FakeHost::ScriptedAnswer answer = Host().Ask(function, arguments, kFailed);
-  if (answer.meanwhile) answer.meanwhile();
+  const FakeHost::ScriptedAnswer answer = AskAndWork(function, arguments, kFailed);
   if (answer.flag || answer.value == kFailed) error = true;
   return answer.value == kFailed ? 0 : answer.value;
 }
@@ -51,6 +44,7 @@ SkinDialog::SkinDialog(HINSTANCE instance, const ZelString& text, const ZelStrin
 }
 
 SkinDialog::~SkinDialog() {
+  Host().Hold();  // dialogs do not count
   Host().NoteRelease("~SkinDialog");
 }
 
@@ -88,7 +82,7 @@ void* SkinDialog::GetWindowsHandle() {
 }
 
 ZelString SkinDialog::GetFormatedCurrentDateTime() {
-  return Host().Ask("SkinDialog::GetFormatedCurrentDateTime", "").text;
+  return AskText("SkinDialog::GetFormatedCurrentDateTime");
 }
 
 int SkinDialog::SkinDialogProc() {
@@ -151,8 +145,4 @@ void SysTray::ExecuteAsLoggedUser(const ZelString& command) {
 SysTray& ZelAgentGetSysTray() {
   Host().Note("ZelAgentGetSysTray()");
   return TheSysTray();
-}
-
-void ZelAgentGetTranslation(const ZelString& key, const ZelString& language, ZelString& text) {
-  text = Host().Ask("ZelAgentGetTranslation", List(Quote(key), Quote(language))).text;
 }

@@ -10,12 +10,6 @@ namespace {
 
 FakeHost* currentHost = nullptr;
 
-// Loggers are constructed before main, so the list must be there as soon as it is asked for.
-std::vector<std::pair<std::string, std::string>>& ConstructedLoggers() {
-  static std::vector<std::pair<std::string, std::string>> loggers;
-  return loggers;
-}
-
 std::string DescribeValue(const ZelContainer::Entry& entry, size_t index) {
   switch (entry.Type()) {
     case ZelValueType::kString:
@@ -38,34 +32,6 @@ std::string DescribeEntry(const ZelContainer::Entry& entry) {
     values += (i ? ", " : "") + DescribeValue(entry, i);
   }
   return std::string(entry.Key()) + ": " + (entry.IsList() ? "[" + values + "]" : values);
-}
-
-const char* LevelName(ZelDebugLevel level) {
-  switch (level) {
-    case ZelDebugLevel::kError:
-      return "Error";
-    case ZelDebugLevel::kWarning:
-      return "Warning";
-    case ZelDebugLevel::kPrint:
-      return "Print";
-    case ZelDebugLevel::kTrace:
-      return "Trace";
-    case ZelDebugLevel::kDetail:
-      return "Detail";
-  }
-  return "unknown level";
-}
-
-int64_t Ask(const std::string& function, const std::string& arguments, int64_t failure = 0) {
-  return FakeHost::Current().Ask(function, arguments, failure).value;
-}
-
-uint32_t AskInvocation(const std::string& function, const std::string& arguments,
-                       ZelContainer* parameters) {
-  const FakeHost::ScriptedAnswer answer =
-      FakeHost::Current().Ask(function, arguments, kInvokeFailed);
-  if (answer.change) answer.change(*parameters);
-  return static_cast<uint32_t>(answer.value);
 }
 
 }  // namespace
@@ -166,10 +132,6 @@ std::vector<std::string> FakeHost::LeftOverAnswers() const {
   return left;
 }
 
-const std::vector<std::pair<std::string, std::string>>& FakeHost::Loggers() {
-  return ConstructedLoggers();
-}
-
 FakeHost& FakeHost::Current() {
   if (!currentHost) throw std::logic_error("a host call without a fake host");
   return *currentHost;
@@ -192,6 +154,7 @@ void FakeHost::Note(const std::string& line) {
 void FakeHost::NoteRelease(const char* line) noexcept {
   if (transcript_.size() < transcript_.capacity()) transcript_.emplace_back(line);
   ++calls_;
+  --held_;
   if (watch_) watch_(line);
 }
 
@@ -224,131 +187,4 @@ FakeHost::ScriptedAnswer FakeHost::Ask(const std::string& function, const std::s
   ScriptedAnswer answer = std::move(queue.front());
   queue.pop();
   return answer;
-}
-
-// ---- host/libZel ----
-
-ZelDebug::ZelDebug(const ZelString& name, const ZelString& description)
-    : name_(name), description_(description) {
-  ConstructedLoggers().emplace_back(name.Utf8(), description.Utf8());
-}
-
-void ZelDebug::SetContext(ZelDebugContext* context) {
-  context_ = context;
-  FakeHost::Current().Note("ZelDebug::SetContext(" + Pointer(context) + ")");
-}
-
-bool ZelDebug::IsEnabled(ZelDebugLevel) const {
-  return true;
-}
-
-void ZelDebug::Write(ZelDebugLevel level, const ZelString& text) {
-  FakeHost::Current().Note(std::string(LevelName(level)) + " " + Quote(text));
-}
-
-void ZelDebug::WriteAudit(const ZelString& user, const ZelString& address, const ZelString& text) {
-  FakeHost::Current().Note("Audit " + List(Quote(user), Quote(address), Quote(text)));
-}
-
-void SetEnvVariable(const TCHAR* name, const TCHAR* value) {
-  FakeHost::Current().Note("SetEnvVariable(" +
-                           List(Quote(ZelString(name)), Quote(ZelString(value))) + ")");
-}
-
-int FileExists(const ZelString& path) {
-  return static_cast<int>(Ask("FileExists", Quote(path)));
-}
-
-uint32_t FileGetSize(const ZelString& path) {
-  return static_cast<uint32_t>(Ask("FileGetSize", Quote(path)));
-}
-
-int FileCopyNet(const ZelString& source, const ZelString& destination, int failIfExists) {
-  return static_cast<int>(Ask(
-      "FileCopyNet", List(Quote(source), Quote(destination), std::to_string(failIfExists)), -1));
-}
-
-int FileRenameNet(const ZelString& source, const ZelString& destination) {
-  return static_cast<int>(Ask("FileRenameNet", List(Quote(source), Quote(destination)), -1));
-}
-
-int FileDeleteNet(const ZelString& path, bool force) {
-  return static_cast<int>(Ask("FileDeleteNet", List(Quote(path), Flag(force)), -1));
-}
-
-int DirExists(const ZelString& path) {
-  return static_cast<int>(Ask("DirExists", Quote(path)));
-}
-
-int DirCreate(const ZelString& path) {
-  return static_cast<int>(Ask("DirCreate", Quote(path)));
-}
-
-int DirRename(const ZelString& source, const ZelString& destination) {
-  return static_cast<int>(Ask("DirRename", List(Quote(source), Quote(destination))));
-}
-
-int DirDelete(const ZelString& path, int recursive, int keepRoot) {
-  return static_cast<int>(
-      Ask("DirDelete", List(Quote(path), std::to_string(recursive), std::to_string(keepRoot))));
-}
-
-bool PathCreate(const ZelString& path) {
-  return Ask("PathCreate", Quote(path)) != 0;
-}
-
-ZelString CompletePath(const ZelString& path) {
-  return FakeHost::Current().Ask("CompletePath", Quote(path)).text;
-}
-
-// ---- host/libZelCore ----
-
-uint32_t ActionDbRegisterAction(const ZelString& signature, ActionHandler handler,
-                                void* registrationContext) {
-  FakeHost::Current().Remember({std::string(signature.Utf8()), handler, registrationContext});
-  const std::string arguments =
-      List(Quote(signature), handler ? "handler" : "null", Pointer(registrationContext));
-  return static_cast<uint32_t>(Ask("ActionDbRegisterAction", arguments, 1));
-}
-
-uint32_t ActionDbInvokeContainer(const ZelString* targetAgent, const ZelString& targetAddress,
-                                 const ZelString& action, ZelContainer* parameters, void* reserved,
-                                 uint32_t timeoutMs, uint32_t options, bool isAsynchronous) {
-  const std::string arguments =
-      List(Quote(targetAgent), Quote(targetAddress), Quote(action), Describe(*parameters),
-           Pointer(reserved), AllBits(timeoutMs), AllBits(options), Flag(isAsynchronous));
-  return AskInvocation("ActionDbInvokeContainer", arguments, parameters);
-}
-
-uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelContainer* parameters,
-                                               void* reserved1, void* reserved2, uint32_t timeoutMs,
-                                               uint32_t options) {
-  const std::string arguments = List(Quote(action), Describe(*parameters), Pointer(reserved1),
-                                     Pointer(reserved2), AllBits(timeoutMs), AllBits(options));
-  return AskInvocation("InvokeContainerToMasterWithTempTunnel", arguments, parameters);
-}
-
-void ZelAgentGetDataDir(ZelString& directory) {
-  directory = FakeHost::Current().Ask("ZelAgentGetDataDir", "").text;
-}
-
-void ZelAgentGetConfigDir(ZelString& directory) {
-  directory = FakeHost::Current().Ask("ZelAgentGetConfigDir", "").text;
-}
-
-void ZelAgentGetExePath(ZelString& path) {
-  path = FakeHost::Current().Ask("ZelAgentGetExePath", "").text;
-}
-
-void* ZelAgentGetAppHandle() {
-  return reinterpret_cast<void*>(static_cast<uintptr_t>(Ask("ZelAgentGetAppHandle", "")));
-}
-
-void ZelAgentGetProxyPipeName(ZelString& pipeName) {
-  pipeName = FakeHost::Current().Ask("ZelAgentGetProxyPipeName", "").text;
-}
-
-ZelDebugContext* ZelAgentGetDebugContext() {
-  return reinterpret_cast<ZelDebugContext*>(
-      static_cast<uintptr_t>(Ask("ZelAgentGetDebugContext", "")));
 }

@@ -91,6 +91,9 @@ class FakeHost {
   const std::vector<std::string>& Transcript() const { return transcript_; }
   /// Starts the transcript, and the count of calls, anew.
   void ForgetTranscript();
+  /// How many handles, buffers and objects of the host were given out and not released. Dialogs do
+  /// not count: they may outlive their action. Below 0: something was released that nobody had.
+  int Held() const { return held_; }
   /// Answers that nobody has asked for, one line for each.
   std::vector<std::string> LeftOverAnswers() const;
 
@@ -132,6 +135,8 @@ class FakeHost {
   /// and throws nothing, whatever is to fail. `line` has at most 15 characters, so that even
   /// without memory it finds its place in the transcript.
   void NoteRelease(const char* line) noexcept;
+  /// Something was opened or made that a call of NoteRelease is to release.
+  void Hold() noexcept { ++held_; }
   /// Notes a call that needs no script; false when it is to answer failure.
   bool NoteAndTest(const std::string& line);
   /// Keeps bytes that a call hands out a pointer to, as long as this host.
@@ -154,6 +159,7 @@ class FakeHost {
   Complaint complain_;
   std::function<void(std::string_view)> watch_;
   size_t calls_ = 0;
+  int held_ = 0;
   size_t failingCall_ = 0;
   Fault fault_ = Fault::kThrowOnce;
 };

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/fake_host/ask.h"
 #include "tests/fake_host/fake_function_module.h"
-#include "tests/fake_host/fake_host.h"
 #include "tests/fake_host/fake_proxy_client.h"
 #include "tests/fake_host/transcript.h"
 
@@ -24,14 +24,6 @@ const MarlinContext* livingContext = nullptr;
 
 /// Whether variables are made by the fake itself, which is no call of the module's.
 bool isMakingVariables = false;
-
-FakeHost& Host() {
-  return FakeHost::Current();
-}
-
-int64_t Ask(const std::string& function, const std::string& arguments = "") {
-  return Host().Ask(function, arguments).value;
-}
 
 std::string DescribeContainer(const void* container) {
   return container ? Describe(*static_cast<const ZelContainer*>(container)) : "null";
@@ -80,17 +72,18 @@ int32_t VarHandle::GetIntegerValue() const {
 
 ZelString ErrorList::GetErrorText(int code) const {
   CheckErrorList(this);
-  return Host().Ask("ErrorList::GetErrorText", std::to_string(code)).text;
+  return AskText("ErrorList::GetErrorText", std::to_string(code));
 }
 
 ZelString ErrorList::GetErrorName(int code) const {
   CheckErrorList(this);
-  return Host().Ask("ErrorList::GetErrorName", std::to_string(code)).text;
+  return AskText("ErrorList::GetErrorName", std::to_string(code));
 }
 
 MarlinContext::MarlinContext(XmlProxyClient* proxy)
     : implementation_(std::make_unique<Implementation>()) {
   Host().Note("MarlinContext(" + DescribeClient(proxy) + ")");
+  Host().Hold();
   livingContext = this;
 }
 
@@ -125,7 +118,7 @@ bool MarlinContext::LoadFunctionModule(ZelString& module, const ZelString& iniFi
 }
 
 ZelString MarlinContext::GetIniPath() const {
-  return Host().Ask("MarlinContext::GetIniPath", "").text;
+  return AskText("MarlinContext::GetIniPath");
 }
 
 void MarlinContext::AddVariable(Variable* variable, enum_VarListType list) {
@@ -148,20 +141,19 @@ void MarlinContext::SetScriptFile(const ZelString& path, int kind) {
 }
 
 int MarlinContext::CompileScriptFile(const ZelString& path) {
-  return static_cast<int>(Ask("MarlinContext::CompileScriptFile", Quote(path)));
+  return AskInt("MarlinContext::CompileScriptFile", Quote(path));
 }
 
 int MarlinContext::RunProcedure(const ZelString& name, Stack* stack) {
-  return static_cast<int>(
-      Ask("MarlinContext::RunProcedure", List(Quote(name), stack ? "stack" : "null")));
+  return AskInt("MarlinContext::RunProcedure", List(Quote(name), stack ? "stack" : "null"));
 }
 
 int MarlinContext::GetContextError() const {
-  return static_cast<int>(Ask("MarlinContext::GetContextError"));
+  return AskInt("MarlinContext::GetContextError");
 }
 
 ZelString MarlinContext::GetContextErrorText() const {
-  return Host().Ask("MarlinContext::GetContextErrorText", "").text;
+  return AskText("MarlinContext::GetContextErrorText");
 }
 
 const ErrorList& MarlinContext::GetErrorList() const {

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "tests/fake_host/fake_host.h"
+#include "tests/fake_host/ask.h"
 #include "tests/fake_host/transcript.h"
 #include "windows_api.h"
 
@@ -15,14 +15,6 @@ class Connection {};
 }  // namespace smb
 
 namespace {
-
-FakeHost& Host() {
-  return FakeHost::Current();
-}
-
-int64_t Ask(const std::string& function, const std::string& arguments) {
-  return Host().Ask(function, arguments).value;
-}
 
 /// What a tree's record is filled with.
 constexpr unsigned char kFilled = 0x5A;
@@ -52,21 +44,23 @@ int UncheckedSocket::SendTo(sockaddr_in& to, char* data, unsigned length) {
   const std::string address =
       List(std::to_string(to.sin_family), std::to_string(ntohs(to.sin_port)),
            std::to_string(ntohl(to.sin_addr.s_addr)));
-  return static_cast<int>(
-      Ask("SendTo", List("{" + address + "}", QuoteBytes({data, length}), std::to_string(length))));
+  return AskInt("SendTo",
+                List("{" + address + "}", QuoteBytes({data, length}), std::to_string(length)));
 }
 
 /// The answer is whether there is a socket.
 std::unique_ptr<UdpSocket> SocketFactory::CreateUdp() {
-  if (!Ask("CreateUdp", "")) return nullptr;
-  return std::unique_ptr<UdpSocket>(new UdpSocket(nullptr));
+  if (!Ask("CreateUdp")) return nullptr;
+  std::unique_ptr<UdpSocket> socket(new UdpSocket(nullptr));
+  Host().Hold();
+  return socket;
 }
 
 // ---- addresses and echoes ----
 
 /// The answer is the address, -1 that the text is none.
 bool IpAddress::SetTo(const ZelString& text) {
-  const int64_t answer = Host().Ask("IpAddress::SetTo", Quote(text), -1).value;
+  const int64_t answer = Ask("IpAddress::SetTo", Quote(text), -1);
   if (answer < 0) return false;
   address_ = static_cast<uint32_t>(answer);
   return true;
@@ -74,7 +68,7 @@ bool IpAddress::SetTo(const ZelString& text) {
 
 /// Likewise.
 bool IpAddress::SetToHostName(const ZelString& name) {
-  const int64_t answer = Host().Ask("IpAddress::SetToHostName", Quote(name), -1).value;
+  const int64_t answer = Ask("IpAddress::SetToHostName", Quote(name), -1);
   if (answer < 0) return false;
   address_ = static_cast<uint32_t>(answer);
   return true;
@@ -88,6 +82,7 @@ bool PingICMP(ZelString host) {
 
 CsTcpClient::CsTcpClient(int isDirect) {
   Host().Note("CsSmbClient(" + std::to_string(isDirect) + ")");
+  Host().Hold();
 }
 CsTcpClient::~CsTcpClient() {
   Host().NoteRelease("~CsSmbClient");
@@ -96,28 +91,28 @@ CsSmbClient::CsSmbClient(int isDirect) : CsNbtClient(isDirect) {}
 CsSmbClient::~CsSmbClient() = default;
 
 int CsTcpClient::TcpConnect(unsigned long address, unsigned short port) {
-  return static_cast<int>(Ask("TcpConnect", List(std::to_string(address), std::to_string(port))));
+  return AskInt("TcpConnect", List(std::to_string(address), std::to_string(port)));
 }
 void CsTcpClient::TcpDisconnect() {
   Host().Note("TcpDisconnect()");
 }
 int CsNbtClient::NbtSessionRequest(const ZelString& calledName) {
-  return static_cast<int>(Ask("NbtSessionRequest", Quote(calledName)));
+  return AskInt("NbtSessionRequest", Quote(calledName));
 }
 void CsNbtClient::NbtDisconnect() {
   Host().Note("NbtDisconnect()");
 }
 int CsSmbClient::SmbSessionNegotiate() {
-  return static_cast<int>(Ask("SmbSessionNegotiate", ""));
+  return AskInt("SmbSessionNegotiate");
 }
 int CsSmbClient::SmbSessionSetup(const ZelString& user, const ZelString& password) {
-  return static_cast<int>(Ask("SmbSessionSetup", List(Quote(user), Quote(password))));
+  return AskInt("SmbSessionSetup", List(Quote(user), Quote(password)));
 }
 
 /// Shows whether the record was zeroed; fills it in on success.
 int CsSmbClient::SmbTreeConnect(const ZelString& share, _CsSmbTreeInfo& tree) {
   const char* content = IsFilledWith(tree, 0) ? "zeroed" : "not zeroed";
-  const int answer = static_cast<int>(Ask("SmbTreeConnect", List(Quote(share), content)));
+  const int answer = AskInt("SmbTreeConnect", List(Quote(share), content));
   if (answer) std::memset(&tree, kFilled, sizeof(tree));
   return answer;
 }
@@ -144,5 +139,5 @@ int CurlAdvancedGet(ZelString url, ZelString user, ZelString password, ZelString
            Quote(proxyPassword), std::to_string(startOffset), std::to_string(timeoutSeconds),
            std::to_string(received), Flag(failOnErrorStatus), progress ? "given" : "null",
            Pointer(userData));
-  return static_cast<int>(Ask("CurlAdvancedGet", arguments));
+  return AskInt("CurlAdvancedGet", arguments);
 }

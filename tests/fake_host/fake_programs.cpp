@@ -1,9 +1,10 @@
-// host/libZel: programs, processes, the user-session proxy and the system's version.
+// host/libZel: programs, processes, their environment, the user-session proxy and the system's
+// version.
 
 #include <string>
 #include <utility>
 
-#include "tests/fake_host/fake_host.h"
+#include "tests/fake_host/ask.h"
 #include "tests/fake_host/fake_proxy_client.h"
 #include "tests/fake_host/transcript.h"
 
@@ -15,6 +16,10 @@ std::string DescribeClient(const XmlProxyClient* client) {
   return connection ? "client of " + Quote(connection->pipeName) : "unconnected client";
 }
 
+void SetEnvVariable(const TCHAR* name, const TCHAR* value) {
+  Host().Note("SetEnvVariable(" + List(Quote(ZelString(name)), Quote(ZelString(value))) + ")");
+}
+
 int ExecRedirect(const ZelString& commandLine, bool& failed, XmlProxyClient* proxy,
                  const ZelString& proxyPipe, const ZelString& reserved1, const ZelString& reserved2,
                  unsigned long reserved3, bool reserved4, bool inUserSession, void* reserved5,
@@ -23,57 +28,58 @@ int ExecRedirect(const ZelString& commandLine, bool& failed, XmlProxyClient* pro
       List(Quote(commandLine), Flag(failed), DescribeClient(proxy), Quote(proxyPipe),
            Quote(reserved1), Quote(reserved2), std::to_string(reserved3), Flag(reserved4),
            Flag(inUserSession), Pointer(reserved5), Flag(reserved6), Pointer(exitCode));
-  const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("ExecRedirect", arguments);
-  if (answer.meanwhile) answer.meanwhile();
+  const FakeHost::ScriptedAnswer answer = AskAndWork("ExecRedirect", arguments);
   if (answer.flag) failed = true;
   return static_cast<int>(answer.value);
 }
 
 XmlProxyClient::XmlProxyClient() {
-  FakeHost::Current().Note("XmlProxyClient()");
+  Host().Note("XmlProxyClient()");
+  Host().Hold();
 }
 
 XmlProxyClient::~XmlProxyClient() {
-  FakeHost::Current().NoteRelease("~XmlProxyClient");
+  Host().NoteRelease("~XmlProxyClient");
 }
 
 bool XmlProxyClient::Initialise(const ZelString& pipeName, uint32_t timeoutMs, int sessionType) {
   const std::string arguments =
       List(Quote(pipeName), std::to_string(timeoutMs), std::to_string(sessionType));
-  if (!FakeHost::Current().Ask("XmlProxyClient::Initialise", arguments).value) return false;
+  if (!Ask("XmlProxyClient::Initialise", arguments)) return false;
   connection_ = std::make_unique<Connection>(Connection{pipeName});
   return true;
 }
 
 ProcessAccess::ProcessAccess() : access_(PROC_ACCESS_ALL_AVAILABLE) {
-  FakeHost::Current().Note("ProcessAccess()");
+  Host().Note("ProcessAccess()");
+  Host().Hold();
 }
 
 ProcessAccess::ProcessAccess(int access) : access_(access) {
-  FakeHost::Current().Note("ProcessAccess(" + std::to_string(access) + ")");
+  Host().Note("ProcessAccess(" + std::to_string(access) + ")");
+  Host().Hold();
 }
 
 ProcessAccess::~ProcessAccess() {
-  FakeHost::Current().NoteRelease("~ProcessAccess");
+  Host().NoteRelease("~ProcessAccess");
 }
 
 void ProcessAccess::Refresh() {
-  FakeHost::Current().Note("ProcessAccess::Refresh()");
+  Host().Note("ProcessAccess::Refresh()");
 }
 
 void ProcessAccess::GetProcessList(std::vector<ProcessInfo>& list) const {
-  list = FakeHost::Current().Ask("ProcessAccess::GetProcessList", "").processes;
+  list = Host().Ask("ProcessAccess::GetProcessList", "").processes;
 }
 
 int ProcessAccess::TerminateProcessByID(uint32_t id) {
-  return static_cast<int>(
-      FakeHost::Current().Ask("ProcessAccess::TerminateProcessByID", std::to_string(id)).value);
+  return AskInt("ProcessAccess::TerminateProcessByID", std::to_string(id));
 }
 
 uint32_t OSVersion::GetMajorVersion() {
-  return static_cast<uint32_t>(FakeHost::Current().Ask("OSVersion::GetMajorVersion", "").value);
+  return Ask32("OSVersion::GetMajorVersion");
 }
 
 ZelString OSVersion::GetFullVersion() {
-  return FakeHost::Current().Ask("OSVersion::GetFullVersion", "").text;
+  return AskText("OSVersion::GetFullVersion");
 }

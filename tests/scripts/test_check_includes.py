@@ -185,14 +185,15 @@ def test_an_action_without_a_section_is_told(tree):
     write(tree, "docs/actions/files.md", "## CoreUtilsCopyFile\n\nSee CoreUtilsDirDelete.\n")
     assert check(tree) == [
         "module/registry.cpp:5: CoreUtilsDirDelete has no section"
-        ' "## CoreUtilsDirDelete" in docs/actions'
+        ' "## CoreUtilsDirDelete" in docs/actions: ' "add it to its family's page"
     ]
 
 
 def test_an_action_without_contract_tests_is_told(tree):
     write(tree, "tests/contract/copy_test.cpp", "TEST(CopyFile, Copies) {}\n// DirDelete\n")
     assert check(tree) == [
-        "module/registry.cpp:5: CoreUtilsDirDelete has no suite DirDelete in tests/contract"
+        "module/registry.cpp:5: CoreUtilsDirDelete has no suite DirDelete in tests/contract: "
+        "add TEST(DirDelete, ...) or TEST_F"
     ]
 
 
@@ -200,7 +201,8 @@ def test_an_action_without_a_system_test_is_told_once_there_are_system_tests(tre
     write(tree, "tests/system/test_files.py",
           "call('CoreUtilsCopyFile')\nassert names == ['CoreUtilsDirDelete']\n")
     assert check(tree) == [
-        "module/registry.cpp:5: CoreUtilsDirDelete is not called in tests/system"
+        "module/registry.cpp:5: CoreUtilsDirDelete is not called in tests/system: "
+        'add a test with agent.call("CoreUtilsDirDelete", ...)'
     ]
 
 

@@ -14,9 +14,10 @@ import threading
 import urllib.parse
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+# The places themselves: the tree may be another account's, with a link to a build of root's.
 BUILDS = {
-    "linux": pathlib.Path(os.environ.get("ZEL_LINUX_BUILD", ROOT / "build/linux")),
-    "windows": pathlib.Path(os.environ.get("ZEL_WINDOWS_BUILD", ROOT / "build/windows")),
+    "linux": pathlib.Path(os.environ.get("ZEL_LINUX_BUILD", ROOT / "build/linux")).resolve(),
+    "windows": pathlib.Path(os.environ.get("ZEL_WINDOWS_BUILD", ROOT / "build/windows")).resolve(),
 }
 START_TIMEOUT_S = 60
 STOP_TIMEOUT_S = 30
@@ -61,14 +62,17 @@ def basic(user, password):
 
 
 class Agent:
-    """One agent with a home of its own. Use `start` and `stop`, or the fixtures."""
+    """One agent with a home of its own. Use `start` and `stop`, or the fixtures. `account`: the
+    number of the one that it runs under, where that is not the tests' own."""
 
-    def __init__(self, platform, home, config="", modules=None, variables=None):
+    def __init__(self, platform, home, config="", modules=None, variables=None, account=None):
         self.platform = platform
         self.home = pathlib.Path(home)
         self.modules = modules
         self.variables = variables or {}
+        self.account = account
         self.url = None
+        self.port = 0
         self.process = None
         self.tls = None
         self.output = []
@@ -104,12 +108,14 @@ class Agent:
 
     def start(self):
         self._keep_out_of_sessions()
-        arguments = ["run", "--port", "0"]
+        arguments = ["run", "--port", str(self.port)]
         if self.modules:
             arguments += ["--modules", self.path(self.modules)]
         self.process = subprocess.Popen(
             program(self.platform, "zelagent") + arguments, env=self.environment(),
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+            user=self.account, group=self.account,
+            extra_groups=None if self.account is None else [])
         self.errors = []
         self.url = None
         ready = threading.Event()

@@ -27,15 +27,22 @@ PLATFORMS = ("linux", "windows")
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
+def runs_tests(config):
+    """Not where they are only listed, nor where they are only handed out to other processes."""
+    return not config.option.collectonly and not getattr(config.option, "numprocesses", None)
+
+
+# Last, as other plug-ins connect to the process that hands out the tests.
+@pytest.hookimpl(trylast=True)
 def pytest_configure(config):
-    if not config.option.collectonly:
+    if runs_tests(config):
         own_network.enter()
     config.addinivalue_line("markers", "first: begins what goes on beside all other tests")
     config.addinivalue_line("markers", "last: waits for what a first one began")
 
 
 def pytest_unconfigure(config):
-    if not config.option.collectonly:
+    if runs_tests(config):
         own_network.stop_wine()
 
 

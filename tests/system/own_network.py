@@ -1,4 +1,4 @@
-"""The network of the tests: a namespace of their own."""
+"""The network of the tests: a namespace of their own, one for each process that runs some of them."""
 
 import ctypes
 import os
@@ -15,7 +15,9 @@ def enter():
     root, and that no other thread runs yet."""
     # The sockets of Windows programs are made by Wine's server, which therefore has to start in
     # here, and outlives its programs.
-    os.environ.setdefault("ZEL_WINEPREFIX", str(ROOT / "build/wineprefix-system"))
+    worker = os.environ.get("PYTEST_XDIST_WORKER", "")
+    prefix = ROOT / ("build/wineprefix-system" + (f"-{worker}" if worker else ""))
+    os.environ.setdefault("ZEL_WINEPREFIX", str(prefix))
     stop_wine()
     libc = ctypes.CDLL(None, use_errno=True)
     if libc.unshare(CLONE_NEWNET) != 0:

@@ -1,8 +1,10 @@
-"""Disks that become full while files are sent, packed or received."""
+"""Disks that become full while files are sent, packed, received, written or unpacked."""
 
+import base64
 import os
 import socket
 import subprocess
+import zipfile
 
 import pytest
 
@@ -101,3 +103,47 @@ def test_a_backup_that_does_not_fit_on_the_device_arrives_when_there_is_room(
     subprocess.run(["mount", "-o", "remount,size=4m", small_disk], check=True)
     assert backups.restore(device, relay, "one.zip")[0] == SUCCESS
     assert backups.arrived() == {"one.zip": content}
+
+
+def write_text(agent, path, text):
+    return agent.call("CoreUtilsWriteFile", Path=agent.path(path),
+                      FileContent=base64.b64encode(text).decode())
+
+
+def test_text_that_does_not_fit_leaves_the_old_one(agent, small_disk):
+    file = small_disk / "file.txt"
+    old = b"old " * (75 * KIB)
+    file.write_bytes(old)
+    # The old text's copy fits, the new text does not; then not even the copy does.
+    assert write_text(agent, file, b"new " * (200 * KIB)) == (FAILURE, {"Result": ""})
+    assert (names(small_disk), file.read_bytes()) == (["file.txt"], old)
+    (small_disk / "other").write_bytes(bytes(600 * KIB))
+    assert write_text(agent, file, b"new") == (FAILURE, {"Result": ""})
+    assert (names(small_disk), file.read_bytes()) == (["file.txt", "other"], old)
+
+    (small_disk / "other").unlink()
+    assert write_text(agent, file, b"new")[0] == SUCCESS
+    assert file.read_bytes().endswith(b"new")
+    assert names(small_disk) == ["file.txt"]
+
+
+def test_an_archive_that_does_not_fit_stays_and_comes_out_when_there_is_room(
+        agent, small_disk, tmp_path):
+    archive = tmp_path / "archive.zip"
+    content = {"first": os.urandom(300 * KIB), "second": os.urandom(900 * KIB), "third": b"third"}
+    with zipfile.ZipFile(archive, "w") as zipped:
+        for name, data in content.items():
+            zipped.writestr(name, data)
+    parameters = {"FilePath": agent.path(archive), "DestinationPath": agent.path(small_disk)}
+    (code, container), log = new_log(
+        agent, lambda: agent.call("CoreUtilsExtractFile", **parameters))
+    assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
+    assert log.count("Error during extracting file: ") == 1, log
+    # What fits stays, of what does not fit nothing.
+    assert {path.name: path.read_bytes() for path in small_disk.iterdir()} == {
+        name: content[name] for name in ("first", "third")}
+
+    subprocess.run(["mount", "-o", "remount,size=4m", small_disk], check=True)
+    assert agent.call("CoreUtilsExtractFile", **parameters)[0] == SUCCESS
+    assert {path.name: path.read_bytes() for path in small_disk.iterdir()} == content
+    assert not archive.exists()

@@ -201,3 +201,17 @@ def test_an_agent_without_libcurl_refuses_urls_each_time_and_goes_on(
         assert code == 14001
     assert agent.stop() == 0
     assert agent.log().count("libcurl is missing") == 3, agent.log()
+
+
+@pytest.mark.parametrize("platform", ["linux"], indirect=True)
+def test_a_checked_password_leaves_no_memory_behind(make_agent):
+    # Each call's password is checked, which takes 16 MiB for a moment. What an agent that has nothing to
+    # do gives back later is not waited for.
+    agent = make_agent("[http]\ncredential_memory_ms = 0\n")
+    agent.add_users()
+    agent.start()
+    before = agent.resident_bytes()
+    for _ in range(3):
+        agent.call("CoreUtilsGetFileSize", Path="/etc/hostname")
+        assert agent.resident_bytes() - before < 8 << 20
+    assert agent.peak_bytes() - before > 12 << 20

@@ -59,8 +59,9 @@ def upload_under(fault, after, link, place, left=None):
     wait_for(lambda: place.stored() == (left or {}), 5)
     wait_for(lambda: aliases(link.relay) == [], 5)
 
-    assert link.upload(place)[0] == SUCCESS
-    assert place.stored() == {place.target.name: place.content}
+    (code, _), log = new_log(link.device, lambda: link.upload(place))
+    assert code == SUCCESS, log
+    assert place.stored() == {place.target.name: place.content}, log
 
 
 def points(seed, size):

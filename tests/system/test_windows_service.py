@@ -8,7 +8,7 @@ import urllib.request
 
 import pytest
 
-from agents import BUILDS, ROOT, agent_path, clean_environment
+from agents import BUILDS, ROOT, clean_environment
 
 WINE_RUN = str(ROOT / "scripts/wine-run")
 NET = r"C:\windows\system32\net.exe"
@@ -23,14 +23,18 @@ def machine(tmp_path):
         return subprocess.run([WINE_RUN, *map(str, command)], env=environment, timeout=120,
                               stdin=subprocess.DEVNULL, capture_output=True)
 
+    # As a service the agent wants none but administrators to change what is above it, and anybody
+    # may write where tests keep their files: drive C: has nothing of that above it.
+    assert run("cmd", "/c", "exit").returncode == 0
+    run.drive = tmp_path / "prefix/drive_c"
     yield run
     subprocess.run([WINE_RUN, "--stop"], env=environment, timeout=60, check=True)
 
 
 @pytest.fixture
-def installation(tmp_path):
+def installation(machine):
     """The programs with every library beside them, as an installation has them."""
-    directory = tmp_path / "installed"
+    directory = machine.drive / "installed"
     directory.mkdir()
     bin_directory = BUILDS["windows"] / "bin"
     libraries = subprocess.run([ROOT / "scripts/windows-deps"], capture_output=True, text=True,
@@ -53,11 +57,11 @@ def wait_for(condition, seconds=30):
     raise AssertionError("it did not come")
 
 
-def test_the_service_is_installed_started_stopped_and_removed(machine, installation, tmp_path):
-    home = tmp_path / "home"
-    zelagent = installation / "zelagent.exe"
+def test_the_service_is_installed_started_stopped_and_removed(machine, installation):
+    home = machine.drive / "home"
+    zelagent = r"C:\installed\zelagent.exe"
     log = home / "log/zelagent.log"
-    where = agent_path("windows", home)
+    where = r"C:\home"
     (home / "config").mkdir(parents=True)
     (home / "config/zelagent.ini").write_text("[proxy]\nstart = no\n")
 
@@ -73,6 +77,17 @@ def test_the_service_is_installed_started_stopped_and_removed(machine, installat
     assert stopped.returncode == 0, stopped.stdout
     wait_for(lambda: "Agent stops" in log.read_text())
     assert "Module Unregister starting" in log.read_text()
+
+    # Nothing starts where others could have written.
+    for directory in (home / "config", installation / "modules"):
+        directory.chmod(0o777)
+        refused = machine(zelagent, "service", "start")
+        assert refused.returncode == 1
+        assert b"ordinary users could take it over" in refused.stderr, directory
+        directory.chmod(0o755)
+    assert machine(zelagent, "service", "start").returncode == 0
+    assert machine(zelagent, "service", "stop").returncode == 0
+    assert machine(zelagent, "service", "stop").returncode == 0
 
     removed = machine(zelagent, "service", "remove")
     assert removed.returncode == 0, removed.stderr

@@ -19,6 +19,19 @@
 
 namespace file_system {
 
+UniqueFd OpenNameless(int directory, mode_t mode) {
+  // The only way to give it a name without special rights leads through here.
+  static const bool canBeNamed = access("/proc/self/fd", X_OK) == 0;
+  if (!canBeNamed) return {};
+  return UniqueFd(openat(directory, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, mode));
+}
+
+int NameFile(int file, int directory, const std::string& name) {
+  const std::string path = "/proc/self/fd/" + std::to_string(file);
+  const int result = linkat(AT_FDCWD, path.c_str(), directory, name.c_str(), AT_SYMLINK_FOLLOW);
+  return result == 0 ? 0 : errno;
+}
+
 std::string TemporaryName() {
   std::random_device random;
   char name[32];
@@ -124,14 +137,54 @@ class CacheDrain {
 }  // namespace
 
 struct PendingFile::Implementation {
+  int Open();
+  int OpenNamed();
+  int GiveTemporaryName();
+
   std::filesystem::path directoryPath;
   std::string temporaryName;
   std::string finalName;
   UniqueFd directory;
   UniqueFd file;
+  // Whether the file has no name so far: then it is gone as soon as nobody has it open, even when
+  // the agent is killed.
+  bool isNameless = false;
   off_t writtenBytes = 0;
   std::optional<CacheDrain> drain;
 };
+
+int PendingFile::Implementation::Open() {
+  file = OpenNameless(directory.Get(), 0666);
+  isNameless = static_cast<bool>(file);
+  // Not every file system has files without names.
+  return isNameless ? 0 : OpenNamed();
+}
+
+int PendingFile::Implementation::OpenNamed() {
+  for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
+    std::string name = TemporaryName();
+    file = UniqueFd(openat(directory.Get(), name.c_str(),
+                           O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (file) {
+      temporaryName = std::move(name);
+      return 0;
+    }
+    if (errno != EEXIST) return errno;
+  }
+  return EEXIST;
+}
+
+int PendingFile::Implementation::GiveTemporaryName() {
+  for (int attempt = 0; isNameless && attempt < kMaxNameAttempts; ++attempt) {
+    std::string name = TemporaryName();
+    const int error = NameFile(file.Get(), directory.Get(), name);
+    if (error != 0 && error != EEXIST) return error;
+    if (error != 0) continue;
+    temporaryName = std::move(name);
+    isNameless = false;
+  }
+  return isNameless ? EEXIST : 0;
+}
 
 PendingFile::PendingFile() : implementation_(std::make_unique<Implementation>()) {}
 
@@ -146,19 +199,7 @@ int PendingFile::Create(const std::filesystem::path& destination) {
   self.finalName = destination.filename().native();
   if (self.finalName.empty()) return kErrorIsDirectory;
   self.directory = UniqueFd(open(self.directoryPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!self.directory) return errno;
-
-  for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
-    std::string name = TemporaryName();
-    self.file = UniqueFd(openat(self.directory.Get(), name.c_str(),
-                                O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
-    if (self.file) {
-      self.temporaryName = std::move(name);
-      return 0;
-    }
-    if (errno != EEXIST) return errno;
-  }
-  return EEXIST;
+  return self.directory ? self.Open() : errno;
 }
 
 void PendingFile::KeepOutOfCache() {
@@ -237,11 +278,13 @@ int PendingFile::SetModified(int64_t unixSeconds) {
 int PendingFile::Commit(bool replace) {
   Implementation& self = *implementation_;
   const int directory = self.directory.Get();
+  // Complete as it is, it may be seen under a name now; a rename puts it in the place of another.
+  int error = self.GiveTemporaryName();
+  if (error != 0) return error;
   const char* from = self.temporaryName.c_str();
   const char* to = self.finalName.c_str();
   // Some file systems report a full disk only here.
   if (close(self.file.Release()) != 0 && errno != EINTR) return errno;
-  int error = 0;
   if (!replace) {
     error = RenameFileAt(directory, from, directory, to);
   } else if (renameat(directory, from, directory, to) != 0) {
@@ -252,7 +295,10 @@ int PendingFile::Commit(bool replace) {
 }
 
 std::filesystem::path PendingFile::Path() const {
-  return implementation_->directoryPath / implementation_->temporaryName;
+  Implementation& self = *implementation_;
+  // Where it cannot have a name, nobody is to take the directory for it.
+  if (self.GiveTemporaryName() != 0) return {};
+  return self.directoryPath / self.temporaryName;
 }
 
 }  // namespace file_system

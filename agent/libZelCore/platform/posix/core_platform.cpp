@@ -106,19 +106,23 @@ void ReturnFreeMemory() {
   malloc_trim(0);
 }
 
+bool IsAdministrator() {
+  return ::geteuid() == 0;
+}
+
 bool OthersMayRead(const fs::path& file) {
   struct stat status {};
   return ::stat(file.c_str(), &status) == 0 && (status.st_mode & (S_IRGRP | S_IROTH)) != 0;
 }
 
-void MakePrivateDirectory(const fs::path& directory) {
-  if (::mkdir(directory.c_str(), 0700) == 0) return;
+bool MakePrivateDirectory(const fs::path& directory) {
+  if (::mkdir(directory.c_str(), 0700) == 0) return true;
   if (errno == ENOENT && directory.has_relative_path()) {
     MakePrivateDirectory(directory.parent_path());
-    if (::mkdir(directory.c_str(), 0700) == 0) return;
+    if (::mkdir(directory.c_str(), 0700) == 0) return true;
   }
   const int error = errno;
-  if (error == EEXIST && fs::is_directory(directory)) return;
+  if (error == EEXIST && fs::is_directory(directory)) return false;
   errno = error == EEXIST ? ENOTDIR : error;
   Fail("make the directory", directory);
 }

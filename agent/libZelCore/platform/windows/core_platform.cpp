@@ -46,10 +46,15 @@ std::wstring OwnSid() {
   return text;
 }
 
-// Protected from inheritance; the system, administrators and this account have full access.
+// Protected from inheritance; the system and the administrators have full access. So has an account
+// that is no administrator; an administrator's own would lend it to programs without his rights.
 LocalMemory PrivateDescriptor(const fs::path& directory) {
   std::wstring text = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
-  if (const std::wstring sid = OwnSid(); !sid.empty()) text += L"(A;OICI;FA;;;" + sid + L")";
+  if (IsAdministrator()) {
+    text = L"O:BA" + text;
+  } else if (const std::wstring sid = OwnSid(); !sid.empty()) {
+    text += L"(A;OICI;FA;;;" + sid + L")";
+  }
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1,
                                                             &descriptor, nullptr)) {
@@ -114,22 +119,30 @@ bool SetSystemCodePage(unsigned) {
 void KeepFreeMemory() {}
 void ReturnFreeMemory() {}
 
+bool IsAdministrator() {
+  std::byte sid[SECURITY_MAX_SID_SIZE];
+  DWORD size = sizeof sid;
+  BOOL isMember = FALSE;
+  return CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, sid, &size) &&
+         CheckTokenMembership(nullptr, sid, &isMember) && isMember;
+}
+
 bool OthersMayRead(const fs::path&) {
   return false;
 }
 
-void MakePrivateDirectory(const fs::path& directory) {
+bool MakePrivateDirectory(const fs::path& directory) {
   const LocalMemory descriptor = PrivateDescriptor(directory);
   SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor.get(), FALSE};
-  if (CreateDirectoryW(directory.c_str(), &attributes)) return;
+  if (CreateDirectoryW(directory.c_str(), &attributes)) return true;
   DWORD error = GetLastError();
   if (error == ERROR_PATH_NOT_FOUND && directory.has_relative_path()) {
     MakePrivateDirectory(directory.parent_path());
-    if (CreateDirectoryW(directory.c_str(), &attributes)) return;
+    if (CreateDirectoryW(directory.c_str(), &attributes)) return true;
     error = GetLastError();
   }
   std::error_code ignored;
-  if (error == ERROR_ALREADY_EXISTS && fs::is_directory(directory, ignored)) return;
+  if (error == ERROR_ALREADY_EXISTS && fs::is_directory(directory, ignored)) return false;
   Fail("make the directory", directory, error);
 }
 

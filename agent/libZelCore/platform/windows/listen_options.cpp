@@ -2,6 +2,8 @@
 
 #include <winsock2.h>
 
+#include <limits>
+
 bool ReserveListenAddress(uintptr_t socket) {
   // SO_REUSEADDR would let another program take the address over.
   const BOOL on = TRUE;
@@ -9,4 +11,6 @@ bool ReserveListenAddress(uintptr_t socket) {
                     reinterpret_cast<const char*>(&on), sizeof on) == 0;
 }
 
-void RaiseOpenFileLimit() {}  // sockets are not counted against a limit of the process
+uint64_t RaiseOpenFileLimit() {
+  return std::numeric_limits<uint64_t>::max();  // sockets are not counted against a limit
+}

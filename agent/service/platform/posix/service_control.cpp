@@ -22,6 +22,14 @@ void RemoveService() {
   Refuse();
 }
 
+void StartInstalledService() {
+  Refuse();
+}
+
+void StopInstalledService(const std::filesystem::path&) {
+  Refuse();
+}
+
 int RunAsService(const std::function<int(const std::function<void()>&)>&) {
   Refuse();
 }

@@ -103,3 +103,7 @@ std::vector<Case> CasesOfSystemCalls() {
        {"Values"}},
   };
 }
+
+std::vector<std::string> ActionsOfTheSystemAlone() {
+  return {};
+}

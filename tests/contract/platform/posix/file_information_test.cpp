@@ -108,6 +108,23 @@ TEST_F(GetFileInformation, IsRefusedWithoutThePermissionToRead) {
   EXPECT_EQ(host.Transcript().size(), 3u);
 }
 
+TEST_F(GetFileInformation, IsRefusedWhenThePolicyCannotBeAsked) {
+  host.Answer("FileExists", 1);
+  host.AnswerInvocation(kInvokeUnknownAction);
+
+  EXPECT_EQ(Run("CoreUtilsGetFileInformation", Parameters()), (Outcome{kAccessRefused, "{}"}));
+}
+
+TEST_F(GetFileInformation, TakesTheParametersOutBeforeItsFirstCallAndWritesAsItGoes) {
+  AnswerReadable();
+  AnswerNoResource();
+  AnswerRest();
+
+  // The names are written before the digest is asked for; each answer follows its question.
+  EXPECT_THAT(KeysAtEachCall("CoreUtilsGetFileInformation", Parameters()),
+              ElementsAre(0, 0, 0, 0, 0, 2, 3, 4, 5));
+}
+
 TEST_F(GetFileInformation, AsksNoPrivacyPolicyAboutUrls) {
   host.Answer("FileExists", 1);
   AnswerNoResource();
@@ -159,6 +176,24 @@ TEST_F(GetFileInformation, TakesAbsentParametersAsEmpty) {
 
   EXPECT_EQ(host.Transcript()[0], "Detail \"Get information for file \"");
   EXPECT_EQ(host.Transcript()[2], PrivacyCheck("", "", "Read"));
+}
+
+TEST_F(GetFileInformation, TakesTextsThatAreListsOrNumbersForEmpty) {
+  for (const ZelContainer& params : ListsAndNumbers({"Path", "Name", "DACurrentConsoleUser"})) {
+    host.ForgetTranscript();
+    AnswerReadable();
+    AnswerResource();
+    host.AnswerBytes("VerQueryValueW", kTranslation);
+    AnswerResourceText(u"x\0"sv);
+    AnswerResourceText(u"1.2\0"sv);
+    AnswerRest();
+
+    // The name too short for one would give way to the caller's.
+    EXPECT_EQ(Run("CoreUtilsGetFileInformation", params), Information("", "1.2"));
+
+    EXPECT_EQ(host.Transcript()[0], "Detail \"Get information for file \"");
+    EXPECT_EQ(host.Transcript()[2], PrivacyCheck("", "", "Read"));
+  }
 }
 
 TEST_F(GetFileInformation, AsksForNoTextsWithoutATranslation) {

@@ -24,3 +24,8 @@ std::vector<Case> CasesOfSystemCalls() {
            {"OriginalFileName", "FileVersion", "FileChecksum", "FileSize", "ApplicationName",
             "IsText"}}};
 }
+
+std::vector<std::string> ActionsOfTheSystemAlone() {
+  return {"CoreUtilsGetFileSystems", "CoreUtilsListDomains", "CoreUtilsListServers",
+          "CoreUtilsExitOperatingSystem"};
+}

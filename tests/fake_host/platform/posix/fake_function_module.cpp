@@ -1,6 +1,6 @@
 #include "tests/fake_host/fake_function_module.h"
 
-#include "tests/fake_host/fake_host.h"
+#include "tests/fake_host/ask.h"
 #include "tests/fake_host/platform/posix/fake_library.h"
 #include "tests/fake_host/transcript.h"
 #include "windows_api.h"
@@ -34,7 +34,7 @@ std::vector<std::string> FunctionLookups(void* library) {
 }
 
 FARPROC GetProcAddress(HMODULE library, const char* name) {
-  if (!FakeHost::Current().NoteAndTest(Lookup(library, name))) return nullptr;
+  if (!Host().NoteAndTest(Lookup(library, name))) return nullptr;
   if (!static_cast<const FakeLibrary*>(library)->exports.contains(name)) return nullptr;
   const std::string function = name;
   if (function == "AddContainerVariable") return AddressOf(NoteAddContainerVariable);

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "tests/fake_host/fake_host.h"
+#include "tests/fake_host/ask.h"
 #include "tests/fake_host/transcript.h"
 #include "windows_api.h"
 
@@ -47,7 +47,7 @@ ServerBuffer MakeServerBuffer(const std::vector<ZelString>& list) {
 
   // Of eight bytes at least, so that it is a buffer without records, too.
   std::string content(std::max<size_t>(recordBytes + nameBytes, 8), '\0');
-  auto* bytes = const_cast<char*>(FakeHost::Current().Keep(std::move(content)).data());
+  auto* bytes = const_cast<char*>(Host().Keep(std::move(content)).data());
   auto* names = reinterpret_cast<WCHAR*>(bytes + recordBytes);
   WCHAR* next = names;
   for (size_t i = 0; i < list.size(); ++i) {
@@ -71,7 +71,7 @@ void Fill(WCHAR* buffer, DWORD size, const ZelString& text) {
 /// Copies what was scripted, complaining when it does not fit.
 bool FillBytes(const char* function, void* buffer, size_t size, const std::string& bytes) {
   if (bytes.size() > size) {
-    FakeHost::Current().Complain(std::string("more bytes are scripted than fit for ") + function);
+    Host().Complain(std::string("more bytes are scripted than fit for ") + function);
     return false;
   }
   if (!bytes.empty()) std::memcpy(buffer, bytes.data(), bytes.size());
@@ -81,7 +81,7 @@ bool FillBytes(const char* function, void* buffer, size_t size, const std::strin
 }  // namespace
 
 UINT GetDriveTypeW(const WCHAR* root) {
-  return static_cast<UINT>(FakeHost::Current().Ask("GetDriveTypeW", Quote(ZelString(root))).value);
+  return static_cast<UINT>(Ask("GetDriveTypeW", Quote(ZelString(root))));
 }
 
 BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD labelSize, DWORD* serialNumber,
@@ -90,8 +90,7 @@ BOOL GetVolumeInformationW(const WCHAR* root, WCHAR* label, DWORD labelSize, DWO
   const std::string arguments = List(Quote(ZelString(root)), Presence(label), Number(labelSize),
                                      Presence(serialNumber), Presence(componentLength),
                                      Presence(flags), Presence(fileSystem), Number(fileSystemSize));
-  const FakeHost::ScriptedAnswer answer =
-      FakeHost::Current().Ask("GetVolumeInformationW", arguments);
+  const FakeHost::ScriptedAnswer answer = Host().Ask("GetVolumeInformationW", arguments);
   if (!answer.hasBytes) return static_cast<BOOL>(answer.value);
   Fill(label, labelSize, answer.bytes);
   Fill(fileSystem, fileSystemSize, "NTFS");
@@ -106,7 +105,7 @@ int MultiByteToWideChar(UINT codePage, DWORD flags, const char* bytes, int byteC
   const std::string text = bytes ? QuoteBytes({bytes, length}) : std::string("null");
   const std::string arguments = List(Number(codePage), Number(flags), text, Number(byteCount),
                                      Presence(wide), Number(wideSize));
-  const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("MultiByteToWideChar", arguments);
+  const FakeHost::ScriptedAnswer answer = Host().Ask("MultiByteToWideChar", arguments);
   const size_t room = wide ? static_cast<size_t>(wideSize) * sizeof(WCHAR) : 0;
   if (!FillBytes("MultiByteToWideChar", wide, room, answer.bytes)) return 0;
   return static_cast<int>(answer.value);
@@ -117,7 +116,7 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideC
   const std::string arguments =
       List(Number(codePage), Number(flags), QuoteWide(wide, wideCount), Number(wideCount),
            Presence(bytes), Number(byteSize), Presence(defaultChar), Presence(usedDefault));
-  const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("WideCharToMultiByte", arguments);
+  const FakeHost::ScriptedAnswer answer = Host().Ask("WideCharToMultiByte", arguments);
   const size_t room = bytes ? static_cast<size_t>(byteSize) : 0;
   if (!FillBytes("WideCharToMultiByte", bytes, room, answer.bytes)) return 0;
   return static_cast<int>(answer.value);
@@ -125,18 +124,18 @@ int WideCharToMultiByte(UINT codePage, DWORD flags, const WCHAR* wide, int wideC
 
 DWORD GetFileVersionInfoSizeW(const WCHAR* path, DWORD* handle) {
   const std::string arguments = List(Quote(ZelString(path)), Presence(handle));
-  return static_cast<DWORD>(FakeHost::Current().Ask("GetFileVersionInfoSizeW", arguments).value);
+  return static_cast<DWORD>(Ask("GetFileVersionInfoSizeW", arguments));
 }
 
 BOOL GetFileVersionInfoW(const WCHAR* path, DWORD handle, DWORD size, void* data) {
   const std::string arguments = List(Quote(ZelString(path)), Number(handle), Number(size));
-  const FakeHost::ScriptedAnswer answer = FakeHost::Current().Ask("GetFileVersionInfoW", arguments);
+  const FakeHost::ScriptedAnswer answer = Host().Ask("GetFileVersionInfoW", arguments);
   if (!FillBytes("GetFileVersionInfoW", data, size, answer.bytes)) return 0;
   return answer.value != 0;
 }
 
 BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* length) {
-  FakeHost& host = FakeHost::Current();
+  FakeHost& host = Host();
   const std::string arguments =
       List(QuoteBytes(static_cast<const char*>(data)), Quote(ZelString(path)));
   FakeHost::ScriptedAnswer answer = host.Ask("VerQueryValueW", arguments);
@@ -147,15 +146,13 @@ BOOL VerQueryValueW(const void* data, const WCHAR* path, void** value, UINT* len
 }
 
 HANDLE GetCurrentProcess() {
-  const auto handle =
-      static_cast<uintptr_t>(FakeHost::Current().Ask("GetCurrentProcess", "").value);
-  return reinterpret_cast<HANDLE>(handle);
+  return AskPointer<void>("GetCurrentProcess");
 }
 
 /// The answer is the token, 0 a failure.
 BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) {
   const std::string arguments = List(Pointer(process), Number(access), Presence(token));
-  const int64_t answer = FakeHost::Current().Ask("OpenProcessToken", arguments).value;
+  const int64_t answer = Ask("OpenProcessToken", arguments);
   if (!answer) return 0;
   *token = reinterpret_cast<HANDLE>(static_cast<uintptr_t>(answer));
   return 1;
@@ -165,7 +162,7 @@ BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) {
 BOOL LookupPrivilegeValueW(const WCHAR* systemName, const WCHAR* name, LUID* luid) {
   const std::string system = systemName ? Quote(ZelString(systemName)) : "null";
   const std::string arguments = List(system, Quote(ZelString(name)), Presence(luid));
-  const int64_t answer = FakeHost::Current().Ask("LookupPrivilegeValueW", arguments).value;
+  const int64_t answer = Ask("LookupPrivilegeValueW", arguments);
   if (!answer) return 0;
   luid->LowPart = static_cast<DWORD>(answer);
   luid->HighPart = static_cast<LONG>(answer >> 32);
@@ -185,12 +182,12 @@ BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, const TOKEN_PRIVILEGES
   const std::string arguments =
       List(Pointer(token), Number(disableAll), privileges, Number(bufferLength), Presence(previous),
            Presence(previousLength));
-  return static_cast<BOOL>(FakeHost::Current().Ask("AdjustTokenPrivileges", arguments).value);
+  return static_cast<BOOL>(Ask("AdjustTokenPrivileges", arguments));
 }
 
 BOOL ExitWindowsEx(UINT flags, DWORD reason) {
   const std::string arguments = List(Number(flags), AllBits(reason));
-  return static_cast<BOOL>(FakeHost::Current().Ask("ExitWindowsEx", arguments).value);
+  return static_cast<BOOL>(Ask("ExitWindowsEx", arguments));
 }
 
 /// A list answers the names of records; the status returned beside them is its number. A number
@@ -203,10 +200,10 @@ NET_API_STATUS NetServerEnum(const WCHAR* server, DWORD level, uint8_t** buffer,
       List(QuoteTerminated(server), Number(level), Presence(buffer), AllBits(preferredBytes),
            Presence(entriesRead), Presence(totalEntries), AllBits(serverType),
            QuoteTerminated(domain), Presence(resume));
-  const FakeHost::ScriptedAnswer answer =
-      FakeHost::Current().Ask("NetServerEnum", arguments, kNoBrowser);
+  const FakeHost::ScriptedAnswer answer = Host().Ask("NetServerEnum", arguments, kNoBrowser);
   if (answer.isList) {
     handedOut = MakeServerBuffer(answer.list);
+    Host().Hold();
     *buffer = handedOut.bytes;
     *entriesRead = static_cast<DWORD>(answer.list.size());
     // More than there are in the buffer, as when the system has not told all.
@@ -218,10 +215,10 @@ NET_API_STATUS NetServerEnum(const WCHAR* server, DWORD level, uint8_t** buffer,
 /// What was freed holds no names any more.
 NET_API_STATUS NetApiBufferFree(void* buffer) {
   if (!buffer || buffer != handedOut.bytes) {
-    FakeHost::Current().NoteRelease("~Unknown buffer");
+    Host().NoteRelease("~Unknown buffer");
     return 0;
   }
-  FakeHost::Current().NoteRelease("~NetApiBuffer");
+  Host().NoteRelease("~NetApiBuffer");
   std::fill(handedOut.names, handedOut.namesEnd, u'?');
   handedOut = {};
   return 0;

@@ -1,25 +1,19 @@
-#!/usr/bin/python3
-"""Measures the probes of the network beside programs that do the same, in one run.
-
-Usage: network_bench.py BUILD_DIRECTORY
-"""
+"""The probes of the network beside programs that do the same."""
 
 import contextlib
-import http.client
-import json
 import os
-import re
 import shutil
 import socket
 import statistics
 import subprocess
-import sys
 import tempfile
 import threading
 import time
 from pathlib import Path
 
-from bench import Agent, alternate, authorization, report, seconds_of
+from agents import Agent
+from measuring import alternate, seconds_of
+from report import at_most, below, row
 
 ROUNDS = 31
 WAITING_PROBES = 100
@@ -100,26 +94,11 @@ def dead_host(address):
         yield
 
 
-class Connection:
-    """Calls over one connection, which stays open as a console's does."""
-
-    def __init__(self, agent):
-        host, port = re.search(r"//([^:]+):(\d+)", agent.url).groups()
-        self._connection = http.client.HTTPConnection(host, int(port), timeout=60)
-        self._headers = {"Content-Type": "application/json", "Authorization": authorization()}
-
-    def call(self, action, **parameters):
-        self._connection.request("POST", f"/v1/actions/{action}", json.dumps(parameters),
-                                 self._headers)
-        return json.loads(self._connection.getresponse().read())
-
-
 def bench_share(build, directory):
     """The whole way to a share, from the connection to the log-off."""
     address = loopback(0)
-    with file_server(address), Agent(build, directory / "home") as agent:
-        connection = Connection(agent)
-
+    with file_server(address), Agent(build, directory / "home") as agent, \
+            agent.connect() as connection:
         def run_ours():
             answer = connection.call("CoreUtilsCheckSMBShare", SmbUser=USER, SmbPassword=PASSWORD,
                                      SmbPathShare=rf"\\{address}\{SHARE}")
@@ -130,14 +109,12 @@ def bench_share(build, directory):
                             f"{USER}%{PASSWORD}", "-c", "quit"], check=True, capture_output=True)
 
         ours, peer = alternate([run_ours, run_smbclient], ROUNDS)
-    return [report("check of a share, beside smbclient", ours * 1e3, peer * 1e3, "ms", 1,
-                   "smaller")]
+    return [row("check of a share, from the connection to the log-off", ours * 1e3, "ms",
+                "`smbclient -c quit`", peer * 1e3, below(1))]
 
 
 def bench_ping(build, directory):
-    with Agent(build, directory / "home") as agent:
-        connection = Connection(agent)
-
+    with Agent(build, directory / "home") as agent, agent.connect() as connection:
         def run_ours():
             answer = connection.call("CoreUtilsPingICMP", PingAddr="127.0.0.1")
             assert answer["container"]["Result"] is True, answer
@@ -146,8 +123,7 @@ def bench_ping(build, directory):
             subprocess.run(["ping", "-c1", "127.0.0.1"], check=True, capture_output=True)
 
         ours, peer = alternate([run_ours, run_ping], ROUNDS)
-    return [report("ping of this machine, beside ping", ours * 1e6, peer * 1e6, "us", 1,
-                   "smaller")]
+    return [row("ping of 127.0.0.1", ours * 1e6, "µs", "`ping -c1`", peer * 1e6, below(1))]
 
 
 def bench_waiting(build, directory):
@@ -156,17 +132,15 @@ def bench_waiting(build, directory):
     results = []
 
     def probe(agent):
-        answer = Connection(agent).call("CoreUtilsCheckSMBShare", SmbUser="", SmbPassword="",
-                                        SmbPathShare=rf"\\{address}\{SHARE}")
+        answer = agent.call("CoreUtilsCheckSMBShare", {
+            "SmbUser": "", "SmbPassword": "", "SmbPathShare": rf"\\{address}\{SHARE}"})
         results.append(answer["container"]["ConnectionResult"])
 
-    with Agent(build, directory / "home") as agent:
-        connection = Connection(agent)
+    with Agent(build, directory / "home") as agent, agent.connect() as connection:
+        trivial = connection.caller("CoreUtilsGetFileSize", {"Path": "/etc/hostname"})
 
         def latency():
-            return statistics.median(
-                seconds_of(lambda: connection.call("CoreUtilsGetFileSize", Path="/etc/hostname"))
-                for _ in range(TRIVIAL_CALLS))
+            return statistics.median(seconds_of(trivial) for _ in range(TRIVIAL_CALLS))
 
         latency()
         alone = [latency() for _ in range(3)]
@@ -182,24 +156,15 @@ def bench_waiting(build, directory):
         for one in callers:
             one.join()
         assert results == [1] * WAITING_PROBES, results
-    return [report(f"trivial action while {WAITING_PROBES} probes wait, beside without them",
-                   statistics.median(beside) * 1e6, statistics.median(alone) * 1e6, "us", 1.5,
-                   "smaller")]
+    return [row(f"trivial action while {WAITING_PROBES} probes wait for a dead host",
+                statistics.median(beside) * 1e6, "µs", "without them",
+                statistics.median(alone) * 1e6, at_most(1.5))]
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    results = []
+def bench_network(build, directory):
+    rows = []
     for bench in (bench_share, bench_ping, bench_waiting):
-        directory = Path(tempfile.mkdtemp(prefix="zel_bench_"))
-        try:
-            results += bench(sys.argv[1], directory)
-        finally:
-            shutil.rmtree(directory)
-    missed = results.count(False)
-    print(f"{len(results) - missed} aims met, {missed} missed")
-
-
-if __name__ == "__main__":
-    main()
+        own = directory / bench.__name__
+        own.mkdir()
+        rows += bench(build, own)
+    return rows

@@ -1,0 +1,131 @@
+#include "agent/service/installation_access.h"
+
+#include <windows.h>
+
+#include <aclapi.h>
+
+#include <cstddef>
+#include <memory>
+#include <system_error>
+#include <vector>
+
+#include "agent/libZel/native_path.h"
+#include "agent/libZelCore/core_platform.h"
+#include "agent/service/platform/windows/access_rule.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct HandleCloser {
+  void operator()(void* handle) const { CloseHandle(handle); }
+};
+using Handle = std::unique_ptr<void, HandleCloser>;
+
+struct LocalFreer {
+  void operator()(void* memory) const { LocalFree(memory); }
+};
+
+std::string Utf8(const fs::path& path) {
+  return std::string(FromNativePath(path).Utf8());
+}
+
+/// The account of this process; empty when the system does not tell.
+std::vector<std::byte> OwnAccount() {
+  HANDLE token = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
+  const Handle closer(token);
+  DWORD size = 0;
+  GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  std::vector<std::byte> user(size);
+  if (!GetTokenInformation(token, TokenUser, user.data(), size, &size)) return {};
+  return user;
+}
+
+PSID SidOf(std::vector<std::byte>& account) {
+  return account.empty() ? nullptr : reinterpret_cast<TOKEN_USER*>(account.data())->User.Sid;
+}
+
+// A link is judged itself, not where it leads.
+Handle OpenForLook(const fs::path& entry, DWORD* error) {
+  const HANDLE handle =
+      CreateFileW(entry.c_str(), READ_CONTROL | FILE_READ_ATTRIBUTES,
+                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                  FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+  *error = handle == INVALID_HANDLE_VALUE ? GetLastError() : DWORD{ERROR_SUCCESS};
+  return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+}
+
+bool IsLink(HANDLE entry) {
+  FILE_ATTRIBUTE_TAG_INFO info{};
+  if (!GetFileInformationByHandleEx(entry, FileAttributeTagInfo, &info, sizeof info)) return false;
+  return (info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
+         IsReparseTagNameSurrogate(info.ReparseTag);
+}
+
+std::string EntryWeakness(HANDLE handle, const fs::path& entry, AccessUse use) {
+  if (IsLink(handle)) return Utf8(entry) + " is a link; name the directory that it leads to";
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  const DWORD error = GetSecurityInfo(handle, SE_FILE_OBJECT,
+                                      OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
+                                      nullptr, nullptr, nullptr, nullptr, &descriptor);
+  if (error != ERROR_SUCCESS)
+    return Utf8(entry) + " does not tell who may change it: " +
+           std::system_category().message(static_cast<int>(error));
+  const std::unique_ptr<void, LocalFreer> owner(descriptor);
+  std::vector<std::byte> own = OwnAccount();
+  const std::string weakness = AccessWeakness(descriptor, use, SidOf(own));
+  return weakness.empty() ? std::string() : Utf8(entry) + " " + weakness;
+}
+
+/// Whether a person at the machine started this process. Services, scheduled tasks and log-ins over
+/// the network have window stations of their own.
+bool IsOnDesktop() {
+  wchar_t name[64] = {};
+  DWORD size = 0;
+  return GetUserObjectInformationW(GetProcessWindowStation(), UOI_NAME, name, sizeof name, &size) &&
+         CompareStringOrdinal(name, -1, L"WinSta0", -1, TRUE) == CSTR_EQUAL;
+}
+
+bool IsMissing(DWORD error) {
+  return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
+/// The path itself, then what is above it, up to the root.
+std::vector<fs::path> Upwards(fs::path path) {
+  std::vector<fs::path> entries;
+  for (; path.has_relative_path(); path = path.parent_path()) {
+    // A separator at the end is no name.
+    if (path.has_filename()) entries.push_back(path);
+  }
+  entries.push_back(path);
+  return entries;
+}
+
+}  // namespace
+
+// An agent that an administrator starts on his desktop is a trial of his own, often below
+// directories that are his alone.
+bool HasAdministratorsRights() {
+  return !IsOnDesktop() && core_platform::IsAdministrator();
+}
+
+std::string FindWeakness(const fs::path& path, PathUse use) {
+  AccessUse here = use == PathUse::kSecret ? AccessUse::kSecret : AccessUse::kTrusted;
+  for (const fs::path& entry : Upwards(fs::absolute(path).lexically_normal())) {
+    DWORD error = ERROR_SUCCESS;
+    const Handle handle = OpenForLook(entry, &error);
+    if (!handle && IsMissing(error)) {
+      // What others may add to could be made by them.
+      here = AccessUse::kTrusted;
+      continue;
+    }
+    if (!handle)
+      return Utf8(entry) +
+             " cannot be looked at: " + std::system_category().message(static_cast<int>(error));
+    std::string weakness = EntryWeakness(handle.get(), entry, here);
+    if (!weakness.empty()) return weakness;
+    here = AccessUse::kParent;
+  }
+  return {};
+}
