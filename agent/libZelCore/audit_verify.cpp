@@ -1,7 +1,9 @@
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
+#include <chrono>
 #include <fstream>
 #include <system_error>
+#include <thread>
 
 #include "agent/libZelCore/audit_files.h"
 #include "agent/libZelCore/audit_log.h"
@@ -13,6 +15,10 @@ namespace {
 
 namespace fs = std::filesystem;
 namespace json = boost::json;
+
+/// How often, and how long apart, a file is looked for that an agent at work is about to make.
+constexpr int kMostLooks = 200;
+constexpr std::chrono::milliseconds kBetweenLooks{5};
 
 std::string_view Text(const json::object& line, const char* name) {
   const json::value* const value = line.if_contains(name);
@@ -156,15 +162,19 @@ AuditVerdict VerifyAuditLog(const fs::path& file) {
       if (!verifier.AddFile(RotatedName(file, next), next)) return verifier.Finish();
     }
   }
-  for (;; ++next) {
+  for (int looks = 1;; ++looks) {
     // What is open stays the same file. It is the next one unless that was renamed meanwhile.
     std::ifstream stream(file, std::ios::binary);
     const fs::path renamed = RotatedName(file, next);
     std::error_code error;
-    if (!fs::exists(renamed, error)) {
+    if (fs::exists(renamed, error)) {
+      if (!verifier.AddFile(renamed, next++)) return verifier.Finish();
+    } else if (!stream && next > 1 && looks < kMostLooks) {
+      // An agent at work has renamed the file and not yet made the next one.
+      std::this_thread::sleep_for(kBetweenLooks);
+    } else {
       verifier.AddStream(file, next, stream);
       return verifier.Finish();
     }
-    if (!verifier.AddFile(renamed, next)) return verifier.Finish();
   }
 }
