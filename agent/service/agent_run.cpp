@@ -6,6 +6,7 @@
 #include "agent/libZel/native_path.h"
 #include "agent/libZelMarlin/interruption.h"
 #include "agent/service/installation_check.h"
+#include "agent/service/leftovers.h"
 #include "agent/service/module_host.h"
 #include "agent/service/process.h"
 
@@ -29,6 +30,7 @@ void StartMaster(AgentCore& core, ModuleHost& host, const std::filesystem::path&
 void RunAgent(const AgentOptions& options, const std::filesystem::path& modules,
               const std::function<void(const std::string&)>& onReady) {
   CheckInstallation({ProgramDirectory(), modules, options.home});
+  RemoveLeftovers(options.home);
   StopRequest stop;
   AgentCore core(options);
   for (const std::string& warning : core.Warnings())

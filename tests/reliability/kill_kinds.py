@@ -188,6 +188,9 @@ class Zelctl(Files):
     def prepare(self, number):
         super().prepare(number)
         self.local.write_bytes(self.new)
+        # The agent remembers a password that it has checked once; else the kills would all meet the check.
+        status, _, _ = self.victim.request("GET", "/v1/actions", user="admin")
+        assert status == 200
         self.verb = ["edit"] if number % 2 and self.old is not None else ["put", str(self.local)]
 
     def operate(self):
