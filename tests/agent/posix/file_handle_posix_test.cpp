@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -16,6 +14,7 @@
 
 #include "agent/libZel/open_file.h"
 #include "libZel/file.h"
+#include "tests/agent/posix/size_limit.h"
 #include "tests/agent/temporary_directory.h"
 
 namespace fs = std::filesystem;
@@ -48,28 +47,6 @@ void Renew(const ZelString& path) {
   EXPECT_EQ(Write(handle, "new"), 3u);
   EXPECT_EQ(FileClose(handle), 0);
 }
-
-// The largest file that this process may write, for the life of the object.
-class SizeLimit {
- public:
-  explicit SizeLimit(rlim_t bytes) {
-    handler_ = signal(SIGXFSZ, SIG_IGN);
-    getrlimit(RLIMIT_FSIZE, &old_);
-    rlimit limit = old_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~SizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &old_);
-    signal(SIGXFSZ, handler_);
-  }
-  SizeLimit(const SizeLimit&) = delete;
-  SizeLimit& operator=(const SizeLimit&) = delete;
-
- private:
-  rlimit old_{};
-  void (*handler_)(int) = SIG_DFL;
-};
 
 TEST(FileOpenOnPosix, RefusesPipesAndDevicesWithoutWaiting) {
   const TemporaryDirectory directory;

@@ -114,6 +114,18 @@ int CopyContent(int source, const struct stat& info, int destination) {
   return error == 0 ? CopyBytes(source, destination, UINT64_MAX) : error;
 }
 
+// Copies the content, wherever the source stands, and all that belongs to it onto the disk.
+int CopyWhole(int source, int destination) {
+  struct stat info;
+  if (fstat(source, &info) != 0 || lseek(source, 0, SEEK_SET) < 0) return errno;
+  const int error = CopyContent(source, info, destination);
+  if (error != 0) return error;
+  ApplySecurity(SecurityOf(source, info), destination);
+  const struct timespec times[2] = {info.st_atim, info.st_mtim};
+  if (futimens(destination, times) != 0) return errno;
+  return fsync(destination) == 0 ? 0 : errno;
+}
+
 // Sends a growing file to the disk and out of the system's cache, some way behind its end. It
 // waits only while the disk's queue is full, and failures do not matter: the file is then cached
 // like any other.
@@ -140,6 +152,8 @@ struct PendingFile::Implementation {
   int Open();
   int OpenNamed();
   int GiveTemporaryName();
+  int LinkNameless();
+  int MoveToNamed();
 
   std::filesystem::path directoryPath;
   std::string temporaryName;
@@ -175,15 +189,34 @@ int PendingFile::Implementation::OpenNamed() {
 }
 
 int PendingFile::Implementation::GiveTemporaryName() {
-  for (int attempt = 0; isNameless && attempt < kMaxNameAttempts; ++attempt) {
+  if (!isNameless) return 0;
+  // Some file systems make files without names and then refuse to name them.
+  const int error = LinkNameless() == 0 ? 0 : MoveToNamed();
+  if (error == 0) isNameless = false;
+  return error;
+}
+
+int PendingFile::Implementation::LinkNameless() {
+  for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
     std::string name = TemporaryName();
     const int error = NameFile(file.Get(), directory.Get(), name);
-    if (error != 0 && error != EEXIST) return error;
-    if (error != 0) continue;
-    temporaryName = std::move(name);
-    isNameless = false;
+    if (error == 0) temporaryName = std::move(name);
+    if (error != EEXIST) return error;
   }
-  return isNameless ? EEXIST : 0;
+  return EEXIST;
+}
+
+// Goes on with a copy that has a name from its first moment. The file stays as it is when that
+// fails.
+int PendingFile::Implementation::MoveToNamed() {
+  UniqueFd nameless = std::move(file);
+  int error = OpenNamed();
+  if (error == 0) error = CopyWhole(nameless.Get(), file.Get());
+  if (error == 0) return 0;
+  if (file) unlinkat(directory.Get(), temporaryName.c_str(), 0);
+  temporaryName.clear();
+  file = std::move(nameless);
+  return error;
 }
 
 PendingFile::PendingFile() : implementation_(std::make_unique<Implementation>()) {}
