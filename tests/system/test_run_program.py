@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import resource
 import subprocess
 import time
 
@@ -44,6 +45,28 @@ def test_a_program_runs_and_leaves_a_file(agent, short_directory):
         Parameters=script(agent, f"echo ran > '{file}'", f'echo ran> "{agent.path(file)}"'))
     assert (code, container) == (0, {})
     assert content(file) == "ran"
+
+
+@pytest.mark.parametrize("platform", ["linux"], indirect=True)
+def test_a_program_has_the_umask_and_the_limit_that_the_agent_was_started_with(make_agent, short_directory):
+    agent = make_agent()
+    agent.add_users()
+    few = 300
+    limit = resource.getrlimit(resource.RLIMIT_NOFILE)
+    mask = os.umask(0o027)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (few, limit[1]))
+    try:
+        agent.start()
+    finally:
+        resource.setrlimit(resource.RLIMIT_NOFILE, limit)
+        os.umask(mask)
+    file = short_directory / "state"
+    code, _ = agent.call("CoreUtilsRunProgram", Path="/bin/sh",
+                         Parameters=f'-c "umask > {file}.new; ulimit -Sn >> {file}.new; mv {file}.new {file}"')
+    assert code == 0, agent.describe()
+    assert content(file).split() == ["0027", str(few)]
+    assert resource.prlimit(agent.process.pid, resource.RLIMIT_NOFILE)[0] == limit[1]
+    assert (agent.home / "data").stat().st_mode & 0o077 == 0
 
 
 def test_a_missing_program_answers_1(agent, short_directory):

@@ -1,17 +1,20 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "agent/libZel/platform/posix/forked_program.h"
 #include "agent/libZel/process_start.h"
 #include "tests/agent/temporary_directory.h"
 
@@ -131,6 +134,47 @@ TEST(StartProgram, GivesASessionOfItsOwnAndOrdinarySignals) {
   // The two signals below the real-time ones are the C library's own.
   constexpr unsigned long long kInternal = 3ull << 31;
   EXPECT_EQ(std::stoull(value(3), nullptr, 16) & ~kInternal, 0u);
+}
+
+TEST(StartProgram, GivesTheFileModeAndTheLimitOfTheAgentsOwnStart) {
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit few{500, before.rlim_max};
+  const mode_t mask = ::umask(027);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+  KeepStateForPrograms();
+  ::umask(077);
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+
+  const Fifo fifo;
+  const bool isStarted = static_cast<bool>(RunInShell("{ umask; ulimit -Sn; } > " + fifo.Path()));
+  ::umask(mask);
+  KeepStateForPrograms();
+
+  ASSERT_TRUE(isStarted);
+  EXPECT_EQ(fifo.Read(), "0027\n500\n");
+}
+
+TEST(StartProgram, LooksForAProgramInAllDirectoriesOfThePath) {
+  const TemporaryDirectory directory;
+  const std::string path = ::getenv("PATH");
+  const std::filesystem::path hidden = directory.Native("hidden");
+  std::filesystem::create_directory(hidden);
+  WriteFile(hidden / "zel-test-tool", "no program, and not marked as one");
+  std::filesystem::create_directory(directory.Native("bin"));
+  std::filesystem::copy_file("/bin/sh", directory.Native("bin") / "zel-test-tool");
+
+  const Fifo fifo;
+  const auto start = [&](const std::string& directories) {
+    ::setenv("PATH", directories.c_str(), 1);
+    const Outcome outcome = StartProgram("zel-test-tool -c \"echo ran > " + fifo.Path() + "\"");
+    ::setenv("PATH", path.c_str(), 1);
+    return outcome.code;
+  };
+  EXPECT_EQ(start("/none:" + hidden.string()), EACCES);
+  EXPECT_EQ(start("/none"), ENOENT);
+  ASSERT_EQ(start("/none:" + hidden.string() + ":" + directory.Native("bin").string()), 0);
+  EXPECT_EQ(fifo.Read(), "ran\n");
 }
 
 TEST(StartProgram, LeavesNoZombies) {

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/ptrace.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "agent/libZel/platform/posix/forked_program.h"
 #include "agent/libZelCore/platform/posix/session_environment.h"
 #include "tests/agent/temporary_directory.h"
 
@@ -179,6 +181,21 @@ TEST_F(StartedInASession, ProgramsAreTheUsersAndHoldNothingOfThisProcess) {
   EXPECT_THAT(result, Not(HasSubstr("ZEL_TEST_SECRET")));
   EXPECT_THAT(result, HasSubstr("XDG_SESSION_ID=zel-test-5\n"));
   EXPECT_THAT(result, HasSubstr("/dev/null\n/dev/null\n"));
+  started.program->WaitForEnd(kPatience);
+}
+
+TEST_F(StartedInASession, ProgramsMayOpenAsManyFilesAsWhereTheAgentWasStarted) {
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit few{500, before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+  KeepStateForPrograms();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+
+  const StartedProgram started = Start(WriteResult("ulimit -Sn"));
+  KeepStateForPrograms();
+  ASSERT_TRUE(started.program) << started.error;
+  EXPECT_EQ(Result(), "500\n");
   started.program->WaitForEnd(kPatience);
 }
 

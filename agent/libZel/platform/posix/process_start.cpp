@@ -1,71 +1,62 @@
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
-#include <new>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/path_parts.h"
 #include "agent/libZel/platform/posix/byte_names.h"
 #include "agent/libZel/platform/posix/child_reaper.h"
+#include "agent/libZel/platform/posix/forked_program.h"
 #include "agent/libZel/program_launch.h"
 
 namespace {
 
-void Require(int error) {
-  if (error != 0) throw std::bad_alloc();
+// Where the system looks for programs that are named without a directory.
+std::vector<std::string> SearchPath() {
+  const char* const path = ::getenv("PATH");
+  std::string_view rest = path != nullptr ? path : "/bin:/usr/bin";
+  std::vector<std::string> directories;
+  for (;;) {
+    const size_t end = rest.find(':');
+    directories.emplace_back(rest.substr(0, end));
+    if (end == std::string_view::npos) return directories;
+    rest.remove_prefix(end + 1);
+  }
 }
 
-// The program's streams are empty and nothing else is open in it.
-class Streams {
- public:
-  Streams() {
-    Require(::posix_spawn_file_actions_init(&actions_));
-    Open(STDIN_FILENO, O_RDONLY);
-    Open(STDOUT_FILENO, O_WRONLY);
-    Open(STDERR_FILENO, O_WRONLY);
-    Require(::posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
-  }
-  ~Streams() { ::posix_spawn_file_actions_destroy(&actions_); }
-  Streams(const Streams&) = delete;
-  Streams& operator=(const Streams&) = delete;
+// The files that may be the program of this name.
+std::vector<std::string> CandidatesFor(const std::string& name) {
+  std::vector<std::string> files;
+  for (const std::string& directory : SearchPath())
+    files.push_back(directory.empty() ? name : directory + "/" + name);
+  return files;
+}
 
-  const posix_spawn_file_actions_t* Get() const { return &actions_; }
+class FirstProgram : public ProgramToBe {
+ public:
+  FirstProgram(const std::vector<std::string>& files, std::vector<std::string>& arguments)
+      : files_(files), arguments_(PointersTo(arguments)) {}
+
+  void Run() const override {
+    int reason = ENOENT;
+    for (const std::string& file : files_) {
+      ::execve(file.c_str(), arguments_.data(), environ);
+      // Another directory may have one that can be run.
+      if (errno == EACCES) reason = EACCES;
+      if (errno != EACCES && errno != ENOENT && errno != ENOTDIR) return;
+    }
+    errno = reason;
+  }
 
  private:
-  void Open(int descriptor, int flags) {
-    Require(::posix_spawn_file_actions_addopen(&actions_, descriptor, "/dev/null", flags, 0));
-  }
-
-  posix_spawn_file_actions_t actions_;
-};
-
-// A session of its own, and signals as a program expects them: this process blocks some.
-class Attributes {
- public:
-  Attributes() {
-    Require(::posix_spawnattr_init(&attributes_));
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    ::posix_spawnattr_setsigmask(&attributes_, &signals);
-    ::sigfillset(&signals);
-    ::posix_spawnattr_setsigdefault(&attributes_, &signals);
-    ::posix_spawnattr_setflags(&attributes_,
-                               POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  }
-  ~Attributes() { ::posix_spawnattr_destroy(&attributes_); }
-  Attributes(const Attributes&) = delete;
-  Attributes& operator=(const Attributes&) = delete;
-
-  const posix_spawnattr_t* Get() const { return &attributes_; }
-
- private:
-  posix_spawnattr_t attributes_;
+  const std::vector<std::string>& files_;
+  const std::vector<char*> arguments_;
 };
 
 bool NamesDirectory(const std::string& program) {
@@ -95,19 +86,14 @@ Outcome LaunchProgram(const ZelString& /*commandLine*/, const std::vector<std::s
     if (!path) return FailedBecause(path.error);
     bytes[0] = path.path;
   }
-  std::vector<char*> pointers;
-  for (std::string& argument : bytes) pointers.push_back(argument.data());
-  pointers.push_back(nullptr);
+  const std::vector<std::string> files = isPath ? std::vector{bytes[0]} : CandidatesFor(bytes[0]);
+  const FirstProgram program(files, bytes);
 
   // First of all: nothing may fail any more once the program runs.
   ChildReaper& reaper = ChildReaper::Instance();
-  const Streams streams;
-  const Attributes attributes;
-  pid_t child = -1;
-  const auto start = isPath ? ::posix_spawn : ::posix_spawnp;
-  const int error =
-      start(&child, bytes[0].c_str(), streams.Get(), attributes.Get(), pointers.data(), environ);
-  if (error != 0) return WhyNot(bytes[0], error);
-  reaper.Watch(child);
-  return {};
+  const ForkedProgram forked = ForkProgram(program);
+  if (forked.process == 0) return WhyNot(bytes[0], forked.error);
+  const int error = ReadFailure(forked.failure);
+  reaper.Watch(forked.process);
+  return error == 0 ? Outcome() : WhyNot(bytes[0], error);
 }

@@ -1,6 +1,5 @@
 #include "agent/libZelCore/session_program.h"
 
-#include <fcntl.h>
 #include <linux/keyctl.h>
 #include <poll.h>
 #include <signal.h>
@@ -18,6 +17,8 @@
 #include <thread>
 #include <vector>
 
+#include "agent/libZel/platform/posix/forked_program.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/platform/posix/session_environment.h"
 
@@ -27,25 +28,6 @@ std::string ErrorText(int error) {
   return std::generic_category().message(error);
 }
 
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  ~Descriptor() { Close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int Get() const { return descriptor_; }
-  void Close() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-    descriptor_ = -1;
-  }
-
- private:
-  int descriptor_;
-};
-
-/// Everything that the new process needs, made beforehand: between fork and execve it may neither
-/// allocate memory nor take locks.
 struct Launch {
   const char* program;
   char* const* arguments;
@@ -55,26 +37,7 @@ struct Launch {
   const gid_t* groups;
   size_t groupCount;
   bool changesUser;
-  int errorPipe;  ///< above 9
 };
-
-constexpr int kErrorPipe = 3;
-
-void ResetSignals() {
-  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
-  sigset_t none;
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
-}
-
-bool EmptyStreams() {
-  const int null = ::open("/dev/null", O_RDWR);
-  if (null < 0) return false;
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (::dup2(null, stream) < 0) return false;
-  }
-  return true;
-}
 
 /// The system's calls themselves: those of the C library would have other threads follow, which are
 /// not there. Nothing may come back afterwards. Elsewhere the calls of these names cut account
@@ -87,25 +50,23 @@ bool BecomeUser(const Launch& launch) {
          ::syscall(SYS_setresuid, launch.user, launch.user, launch.user) == 0;
 }
 
-[[noreturn]] void RunChild(const Launch& launch) {
-  ResetSignals();
-  ::setsid();
-  // The agent's keys are not the user's.
-  ::syscall(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, nullptr);
-  const bool isReady = EmptyStreams() && ::dup3(launch.errorPipe, kErrorPipe, O_CLOEXEC) >= 0;
-  if (isReady) {
-    ::closefrom(kErrorPipe + 1);
-    // What the user's programs make is to be as everywhere.
+class UsersProgram : public ProgramToBe {
+ public:
+  explicit UsersProgram(const Launch& launch) : launch_(launch) {}
+
+  void Run() const override {
+    // The agent's keys are not the user's.
+    ::syscall(SYS_keyctl, KEYCTL_JOIN_SESSION_KEYRING, nullptr);
+    // What the user's programs make is to be as everywhere, however the agent was started.
     ::umask(022);
     // Not the user's home, which may never answer.
-    if (::chdir("/") == 0 && BecomeUser(launch))
-      ::execve(launch.program, launch.arguments, launch.environment);
+    if (::chdir("/") == 0 && BecomeUser(launch_))
+      ::execve(launch_.program, launch_.arguments, launch_.environment);
   }
-  const int error = errno;
-  [[maybe_unused]] const ssize_t written =
-      ::write(isReady ? kErrorPipe : launch.errorPipe, &error, sizeof error);
-  ::_exit(127);
-}
+
+ private:
+  const Launch launch_;
+};
 
 using Clock = std::chrono::steady_clock;
 
@@ -126,14 +87,8 @@ bool IsReadable(int pipe, Clock::time_point deadline) {
 }
 
 /// What kept the child from running the program; 0 when it runs.
-int ReadError(int pipe) {
-  if (!IsReadable(pipe, Clock::now() + kRunPatience)) return ETIMEDOUT;
-  int error = 0;
-  ssize_t count;
-  do {
-    count = ::read(pipe, &error, sizeof error);
-  } while (count < 0 && errno == EINTR);
-  return count == 0 ? 0 : count == sizeof error ? error : EIO;
+int WaitForStart(const UniqueFd& failure) {
+  return IsReadable(failure.Get(), Clock::now() + kRunPatience) ? ReadFailure(failure) : ETIMEDOUT;
 }
 
 class Child : public SessionProgram {
@@ -171,22 +126,13 @@ class Child : public SessionProgram {
   pid_t process_ = 0;
 };
 
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-StartedProgram Fork(const Launch& launch, Descriptor& readEnd, Descriptor& writeEnd) {
-  // Before there is a child, for want of memory.
+StartedProgram Start(const Launch& launch) {
+  // Before there is a process, for want of memory.
   auto child = std::make_unique<Child>();
-  const pid_t process = ::fork();
-  if (process == 0) RunChild(launch);
-  if (process < 0) return {nullptr, "cannot start a process: " + ErrorText(errno)};
-  child->Take(process);
-  writeEnd.Close();
-  if (const int error = ReadError(readEnd.Get())) {
+  const ForkedProgram forked = ForkProgram(UsersProgram(launch));
+  if (forked.process == 0) return {nullptr, "cannot start a process: " + ErrorText(forked.error)};
+  child->Take(forked.process);
+  if (const int error = WaitForStart(forked.failure)) {
     child->WaitForEnd({});
     return {nullptr, std::string("cannot run ") + launch.program + ": " + ErrorText(error)};
   }
@@ -225,8 +171,8 @@ bool IsProxyListening(const UserSession& session) {
   address.sun_family = AF_UNIX;
   if (pipe.empty() || pipe.size() >= sizeof address.sun_path) return false;
   std::memcpy(address.sun_path, pipe.data(), pipe.size());
-  const Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  if (socket.Get() < 0) return false;
+  const UniqueFd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!socket) return false;
   // Too many that wait to be taken are a listener too.
   return ::connect(socket.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) ==
              0 ||
@@ -249,20 +195,9 @@ StartedProgram StartInSession(const std::filesystem::path& program, const UserSe
     return {nullptr, "the session has no display yet"};
   std::vector<std::string> arguments = {program.string()};
   arguments.insert(arguments.end(), options.begin(), options.end());
-  const std::vector<char*> argumentPointers = Pointers(arguments);
-  const std::vector<char*> environmentPointers = Pointers(environment);
+  const std::vector<char*> argumentPointers = PointersTo(arguments);
+  const std::vector<char*> environmentPointers = PointersTo(environment);
 
-  int ends[2] = {-1, -1};
-  if (::pipe2(ends, O_CLOEXEC) != 0) return {nullptr, "cannot make a pipe: " + ErrorText(errno)};
-  Descriptor readEnd(ends[0]);
-  Descriptor lowEnd(ends[1]);
-  constexpr int kAboveStreams = 10;
-  Descriptor writeEnd(::fcntl(lowEnd.Get(), F_DUPFD_CLOEXEC, kAboveStreams));
-  if (writeEnd.Get() < 0) return {nullptr, "cannot make a pipe: " + ErrorText(errno)};
-  lowEnd.Close();
-
-  const Launch launch{program.c_str(),       argumentPointers.data(), environmentPointers.data(),
-                      account.user,          account.group,           account.groups.data(),
-                      account.groups.size(), ::geteuid() == 0,        writeEnd.Get()};
-  return Fork(launch, readEnd, writeEnd);
+  return Start({program.c_str(), argumentPointers.data(), environmentPointers.data(), account.user,
+                account.group, account.groups.data(), account.groups.size(), ::geteuid() == 0});
 }

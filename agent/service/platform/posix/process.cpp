@@ -14,6 +14,8 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/platform/posix/forked_program.h"
+
 namespace {
 
 constexpr int kStopSignals[] = {SIGTERM, SIGINT};
@@ -59,6 +61,8 @@ class NoEcho {
 }  // namespace
 
 void PrepareProcess() {
+  // An installer that an action starts makes files for everybody, and expects few open ones.
+  KeepStateForPrograms();
   ::umask(077);
   // Each arena keeps memory of its own; an agent is to stay small rather than to allocate in
   // parallel.
