@@ -2,14 +2,14 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <iterator>
 #include <map>
+#include <optional>
 #include <set>
 #include <system_error>
 #include <utility>
 
 #include "agent/libZel/blanks.h"
+#include "agent/libZel/file_text.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/ini_reader.h"
@@ -126,13 +126,12 @@ void ApplicationInventory::Refresh() {
   if (!state.isThere) return;
 
   const ZelString name = FromNativePath(file_);
-  std::ifstream stream(file_, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
-  if (!stream.is_open() || stream.bad()) {
+  const std::optional<std::string> text = ReadFileText(file_);
+  if (!text) {
     CoreLog().WarningWithNL("Cannot read the inventory %S", name);
     return;
   }
-  InventoryText read = ParseInventory(text);
+  InventoryText read = ParseInventory(*text);
   for (const std::string& warning : read.warnings)
     CoreLog().WarningWithNL("%S: %s", name, warning.c_str());
   applications_ = std::move(read.applications);

@@ -8,11 +8,10 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
+#include "agent/libZel/file_text.h"
 #include "agent/libZel/security_context.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/private_file.h"
@@ -205,12 +204,9 @@ void CheckPasswordText(std::string_view password) {
 std::string ReadWhole(const std::filesystem::path& file) {
   std::error_code ec;
   if (!std::filesystem::exists(file, ec) && !ec) return {};
-  std::ifstream stream(file, std::ios::binary);
-  std::string content{std::istreambuf_iterator<char>(stream), {}};
-  if (!stream.is_open() || stream.bad()) {
-    throw std::runtime_error("cannot read " + file.string());
-  }
-  return content;
+  std::optional<std::string> content = ReadFileText(file);
+  if (!content) throw std::runtime_error("cannot read " + file.string());
+  return *std::move(content);
 }
 
 /// The strict alphabet and padding of RFC 4648 section 4; nothing for any other text.

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <utility>
 
 #include "agent/libZel/blanks.h"
+#include "agent/libZel/file_text.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/ini_reader.h"
@@ -257,10 +256,9 @@ SettingsResult LoadSettings(const fs::path& iniFile) {
   std::error_code error;
   // What may not be looked at is not taken for missing.
   const bool isThere = fs::symlink_status(iniFile, error).type() != fs::file_type::not_found;
-  std::ifstream stream(iniFile, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
-  SettingsResult result = ParseSettings(text, iniFile.parent_path());
-  if (isThere && (!stream.is_open() || stream.bad() || fs::is_directory(iniFile, error)))
+  const std::optional<std::string> text = ReadFileText(iniFile);
+  SettingsResult result = ParseSettings(text.value_or(""), iniFile.parent_path());
+  if (isThere && !text)
     result.errors.push_back("cannot read " + std::string(FromNativePath(iniFile).Utf8()));
   result.holdsPassword = SeemsToHoldPassword(result.settings.masterDatabase);
   if (result.holdsPassword && core_platform::OthersMayRead(iniFile)) {

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 #include <charconv>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <utility>
 
 #include "agent/libZel/blanks.h"
+#include "agent/libZel/file_text.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/remote_invocation.h"
@@ -129,22 +128,10 @@ std::string SetCodePage(SettingsTarget& target, const std::string& value) {
   return {};
 }
 
-/// All of the file, or nothing: a directory can be opened, but reading it throws.
-std::optional<std::string> ReadWhole(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  try {
-    std::string content{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad()) return {};
-    return content;
-  } catch (const std::ios_base::failure&) {
-    return {};
-  }
-}
-
 std::string SetSecretFile(SettingsTarget& target, const std::string& value) {
   if (value.empty()) return {};
   const fs::path file = FileName(target, value);
-  std::optional<std::string> content = ReadWhole(file);
+  std::optional<std::string> content = ReadFileText(file);
   if (!content) return "names a file that cannot be read";
   std::string secret = std::move(*content);
   while (!secret.empty() && (secret.back() == '\n' || secret.back() == '\r')) secret.pop_back();

@@ -1,11 +1,11 @@
 #include "agent/service/first_settings.h"
 
-#include <fstream>
-#include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
+#include "agent/libZel/file_text.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/private_file.h"
@@ -20,11 +20,9 @@ constexpr const char* kAuthorityName = "fleet-ca.pem";
 constexpr const char* kMasterPort = "7460";
 
 std::string ReadAll(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  std::string content{std::istreambuf_iterator<char>(stream), {}};
-  if (!stream.is_open() || stream.bad())
-    throw std::runtime_error("cannot read the file " + FileText(file));
-  return content;
+  std::optional<std::string> content = ReadFileText(file);
+  if (!content) throw std::runtime_error("cannot read the file " + FileText(file));
+  return *std::move(content);
 }
 
 // One file holds the secret and nothing else, so a value with a line end in it would say more than

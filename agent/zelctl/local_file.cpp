@@ -2,8 +2,9 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
+#include <optional>
 
+#include "agent/libZel/file_text.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/terminal.h"
 #include "libZel/string.h"
@@ -13,11 +14,9 @@ std::string PathText(const std::filesystem::path& path) {
 }
 
 std::string ReadLocalFile(const std::filesystem::path& file) {
-  std::ifstream input(file, std::ios::binary);
-  std::string bytes((std::istreambuf_iterator<char>(input)), std::istreambuf_iterator<char>());
-  // A directory opens, but cannot be read.
-  if (input.is_open() && !input.bad() && !std::filesystem::is_directory(file)) return bytes;
-  throw Failure(ExitStatus::kUsage, PathText(file) + " cannot be read");
+  std::optional<std::string> bytes = ReadFileText(file);
+  if (!bytes) throw Failure(ExitStatus::kUsage, PathText(file) + " cannot be read");
+  return *std::move(bytes);
 }
 
 std::string ReadStandardInput() {

@@ -68,6 +68,17 @@ TEST_F(UserStoreTest, ReadsAKnownHash) {
   EXPECT_FALSE(users_.CheckPassword("pleaseletmein", "pleaseletmei"));
 }
 
+TEST_F(UserStoreTest, CannotBeReadFromADirectory) {
+  std::filesystem::create_directory(file_);
+  try {
+    users_.Add("admin", "administrator", "a good password");
+    FAIL() << "a directory was read";
+  } catch (const std::runtime_error& error) {
+    EXPECT_EQ(error.what(), "cannot read " + file_.string());
+  }
+  EXPECT_THAT(users_.Logins(), testing::IsEmpty());
+}
+
 TEST_F(UserStoreTest, RefusesAUserTwice) {
   users_.Add("admin", "administrator", "a good password");
   const std::string before = Content();

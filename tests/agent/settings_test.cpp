@@ -18,6 +18,15 @@ SettingsResult Parse(std::string_view text) {
   return ParseSettings(text, "/home/config");
 }
 
+TEST(Settings, CannotBeReadFromADirectory) {
+  const TemporaryDirectory directory;
+  const std::filesystem::path file = directory.Native() / "zelagent.ini";
+  std::filesystem::create_directory(file);
+  const SettingsResult result = LoadSettings(file);
+  EXPECT_THAT(result.errors,
+              ElementsAre("cannot read " + std::string(FromNativePath(file).Utf8())));
+}
+
 TEST(Settings, AreTheDefaultsWithoutAFile) {
   const TemporaryDirectory directory;
   const SettingsResult result = LoadSettings(directory.Native() / "zelagent.ini");

@@ -131,6 +131,16 @@ def test_settings_that_cannot_be_looked_for_are_not_taken_for_none(agent):
     assert f"cannot read {agent.home}/config/zelagent.ini" in "\n".join(problems(agent))
 
 
+def test_settings_that_are_a_directory_are_named(agent):
+    file = agent.home / "config/zelagent.ini"
+    file.unlink(missing_ok=True)
+    file.mkdir()
+    assert any(problem.endswith(f"cannot read {file}") for problem in problems(agent))
+    done = agent.command("run")
+    assert done.returncode == 1
+    assert done.stderr.decode() == f"zelagent: {file} cannot be used:\n  cannot read {file}\n"
+
+
 def test_links_that_lead_in_circles_come_to_an_end(agent):
     link = agent.home / "config/circle"
     link.symlink_to("circle")
