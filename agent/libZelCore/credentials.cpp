@@ -13,6 +13,7 @@
 
 #include "agent/libZel/file_text.h"
 #include "agent/libZel/security_context.h"
+#include "agent/libZel/whole_number.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/private_file.h"
 
@@ -120,23 +121,16 @@ struct PasswordHash {
   std::string key;
 };
 
-bool ParseNumber(std::string_view text, uint64_t* number) {
-  const char* end = text.data() + text.size();
-  return !text.empty() && std::from_chars(text.data(), end, *number).ptr == end;
-}
-
 std::optional<PasswordHash> ParseHash(std::string_view text) {
   const auto parts = Split(text, '$');
   if (parts.size() != 6 || parts[0] != "scrypt") return std::nullopt;
-  PasswordHash hash;
-  const bool hasCost = ParseNumber(parts[1], &hash.cost.n) && ParseNumber(parts[2], &hash.cost.r) &&
-                       ParseNumber(parts[3], &hash.cost.p);
+  const auto n = ReadWholeNumber<uint64_t>(parts[1]);
+  const auto r = ReadWholeNumber<uint64_t>(parts[2]);
+  const auto p = ReadWholeNumber<uint64_t>(parts[3]);
   const auto salt = FromHex(parts[4]);
   const auto key = FromHex(parts[5]);
-  if (!hasCost || !salt || !key || key->size() != kDigestBytes) return std::nullopt;
-  hash.salt = *salt;
-  hash.key = *key;
-  return hash;
+  if (!n || !r || !p || !salt || !key || key->size() != kDigestBytes) return std::nullopt;
+  return PasswordHash{{*n, *r, *p}, *salt, *key};
 }
 
 bool AllOf(std::string_view text, std::string_view extra, bool allowUpper) {

@@ -3,8 +3,8 @@
 #include <boost/beast/core/string.hpp>
 #include <boost/beast/http/error.hpp>
 #include <boost/beast/http/impl/basic_parser.ipp>
-#include <charconv>
 
+#include "agent/libZel/whole_number.h"
 #include "agent/libZelCore/invocation_depth.h"
 
 namespace http = boost::beast::http;
@@ -64,12 +64,10 @@ void HttpRequestParser::on_field_impl(http::field name, StringView nameText, Str
     case http::field::content_type:
       return TakeOnce(&request_->contentType, &hasContentType_, nameText, value, ec);
     case http::field::content_length: {
-      uint64_t length = 0;
-      const char* end = value.data() + value.size();
-      const bool isNumber = std::from_chars(value.data(), end, length).ptr == end;
-      if (!isNumber || hasContentLength_) return Refuse("Content-Length cannot be used", ec);
+      const auto length = ReadWholeNumber<uint64_t>({value.data(), value.size()});
+      if (!length || hasContentLength_) return Refuse("Content-Length cannot be used", ec);
       hasContentLength_ = true;
-      request_->contentLength = length;
+      request_->contentLength = *length;
       return;
     }
     case http::field::transfer_encoding:

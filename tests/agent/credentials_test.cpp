@@ -68,6 +68,17 @@ TEST_F(UserStoreTest, ReadsAKnownHash) {
   EXPECT_FALSE(users_.CheckPassword("pleaseletmein", "pleaseletmei"));
 }
 
+TEST_F(UserStoreTest, IgnoresAHashWhoseCostIsNoNumberThatItCanHold) {
+  const std::string rest =
+      "$536f6469756d43686c6f72696465$"
+      "7023bdcb3afd7348461c06cd81fd38ebfda8fbba904f8e3ea9b543f6545da1f2\n";
+  for (const char* cost : {"99999999999999999999$8$1", "16384$18446744073709551616$1",
+                           "16384$8$18446744073709551617", "16384$8$", "-16384$8$1"}) {
+    Write("pleaseletmein:operator:scrypt$" + std::string(cost) + rest);
+    EXPECT_THAT(UserStore(file_).Logins(), testing::IsEmpty()) << cost;
+  }
+}
+
 TEST_F(UserStoreTest, CannotBeReadFromADirectory) {
   std::filesystem::create_directory(file_);
   try {

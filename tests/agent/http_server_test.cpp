@@ -492,8 +492,9 @@ TEST_F(HttpServerTest, RefusesRequestsThatCanBeReadInTwoWays) {
         "Transfer-Encoding: chunked, gzip\r\n",
         "Transfer-Encoding: chunked\r\nTransfer-Encoding: "
         "chunked\r\n",
-        "Content-Length: -1\r\n", "Content-Length: 2x\r\n", "Content-Length: +2\r\n",
-        "Host: b\r\nContent-Length: 2\r\n", "Authorization: Basic eA==\r\nContent-Length: 2\r\n",
+        "Content-Length: -1\r\n", "Content-Length: 18446744073709551618\r\n",
+        "Content-Length: 2x\r\n", "Content-Length: +2\r\n", "Host: b\r\nContent-Length: 2\r\n",
+        "Authorization: Basic eA==\r\nContent-Length: 2\r\n",
         "Expect: something\r\nContent-Length: 2\r\n", "Bad Field: x\r\nContent-Length: 2\r\n",
         "No-Colon\r\nContent-Length: 2\r\n"}) {
     RawClient client = Connect();
