@@ -83,6 +83,17 @@ void MarkNewest(std::vector<BackupRow>* rows) {
   for (BackupRow& row : *rows) row.isNewest = !row.date.empty() && row.date == newest[row.backup];
 }
 
+/// The action takes such a name for a directory's and deletes NAME.zip there in the end, packed
+/// just now or not.
+void RequireDeletableArchive(const BackupRestoreOptions& options) {
+  if (options.newest || options.isDirectory || IsArchiveName(options.name)) return;
+  throw Failure(
+      ExitStatus::kUsage,
+      "without .zip \"" + options.name + "\" is a directory's name, and " + options.name +
+          ".zip on the relay is deleted afterwards, be it the only copy: name the archive " +
+          "with its .zip, or give --last, or --directory where there is such a directory");
+}
+
 Endpoint ReceiverOf(AgentClient& agent, const BackupRestoreOptions& options) {
   if (!options.host.empty() && options.port != 0) return {options.host, options.port};
   Endpoint receiver = AskForOwnEndpoint(agent);
@@ -152,6 +163,7 @@ Result ListBackups(AgentClient& agent, const std::string& directory, const std::
 }
 
 Result RestoreBackup(AgentClient& agent, const BackupRestoreOptions& options) {
+  RequireDeletableArchive(options);
   const Endpoint relay = options.relay.empty() ? RequireRelay(agent) : ParseEndpoint(options.relay);
   const ZelContainer parameters = RestoreParameters(relay, ReceiverOf(agent, options), options);
   WorkQuery query{"receive", "", LatestWork(agent)};

@@ -37,6 +37,7 @@ struct BackupRestoreOptions {
   std::string host;     ///< where the relay finds the agent; empty: the agent's own answer
   uint32_t port = 0;    ///< the same
   bool showsProgress = false;
+  bool isDirectory = false;  ///< NAME is one, and an archive NAME.zip beside it may be deleted
 };
 
 /// Brings a backup back to the agent from its relay; prints where its archive is now. The action

@@ -53,8 +53,8 @@ void AddBackupCommands(CLI::App& app, Options* options, Command* command) {
                 return RestoreBackup(agent, restore);
               });
   verb->add_option("NAME", restore->name,
-                   "An archive there with its .zip, or a directory. Without --last, a NAME\n"
-                   "without .zip is a directory: its archive is deleted there afterwards")
+                   "An archive there with its .zip, or with --last or --directory the name of\n"
+                   "a backup without it")
       ->required();
   verb->add_option("--from", restore->from, "The directory on the relay that holds the backup")
       ->required();
@@ -62,7 +62,12 @@ void AddBackupCommands(CLI::App& app, Options* options, Command* command) {
       ->required();
   verb->add_option("--relay", restore->relay,
                    "HOST:PORT of the agent that has the backup, instead of the agent's relay");
-  verb->add_flag("--last", restore->newest, "Take the newest backup NAME_YYYYMMDD");
+  CLI::Option* newest =
+      verb->add_flag("--last", restore->newest, "Take the newest backup NAME_YYYYMMDD");
+  verb->add_flag("--directory", restore->isDirectory,
+                 "NAME is a directory there: it is packed, and an archive NAME.zip beside it is\n"
+                 "sent in its place; that archive is deleted there afterwards")
+      ->excludes(newest);
   verb->add_option("--host", restore->host,
                    "Where the relay reaches the agent, instead of what the agent says itself");
   verb->add_option("--port", restore->port, "The port there")->check(CLI::Range(1U, kMaxPort));

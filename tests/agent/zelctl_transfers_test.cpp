@@ -18,6 +18,7 @@
 
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
@@ -196,16 +197,40 @@ TEST_F(ZelctlTransfers, RestoresABackupFromTheAgentsRelay) {
 
 TEST_F(ZelctlTransfers, RestoresABackupFromWhereItIsTold) {
   newWork_ = {Work(8, "receive", "/here/data_20240131.zip", "")};
-  RestoreBackup(client_, {"data", "/backups", "/here", "[::1]:80", false, "me.test", 81});
+  RestoreBackup(client_, {"data.ZIP", "/backups", "/here", "[::1]:80", false, "me.test", 81});
   EXPECT_THAT(actions_, ElementsAre("CoreUtilsRestoreBackupFromRelay"));
   EXPECT_THAT(bodies_.back(), StartsWith(R"({"HostName":"[::1]","HttpPort":80,"Values":)"));
   EXPECT_THAT(bodies_.back(), HasSubstr(R"("Last":false,"HostName":"me.test","HttpPort":81})"));
 }
 
+TEST_F(ZelctlTransfers, RestoresNothingThatTheRelayWouldTakeForADirectoryUnsaid) {
+  for (const char* name : {"data", "data_20240131", "data_20240131.tar", "zip"}) {
+    const Failure failure = FailureOf([&] {
+      RestoreBackup(client_, {name, "/b", "/h", "", false, "", 0});
+    });
+    EXPECT_EQ(failure.Status(), ExitStatus::kUsage);
+    EXPECT_THAT(
+        failure.what(),
+        AllOf(StartsWith("without .zip \"" + std::string(name) + "\" is a directory's name"),
+              HasSubstr(std::string(name) + ".zip on the relay is deleted afterwards"),
+              HasSubstr("--last, or --directory")));
+  }
+  EXPECT_THAT(actions_, IsEmpty()) << "the agent was asked";
+}
+
+TEST_F(ZelctlTransfers, RestoresADirectoryThatIsSaidToBeOne) {
+  newWork_ = {Work(8, "receive", "/here/data_20240131.zip", "")};
+  BackupRestoreOptions options;
+  options.name = "data_20240131";
+  options.isDirectory = true;
+  RestoreBackup(client_, options);
+  EXPECT_THAT(bodies_.back(), HasSubstr(R"("Name":"data_20240131","Last":false)"));
+}
+
 TEST_F(ZelctlTransfers, NeedsARelayForABackup) {
   replies_["RelayGetValues"] = kFailed;
   const Failure failure = FailureOf([&] {
-    RestoreBackup(client_, {"data", "/b", "/h", "", false, "", 0});
+    RestoreBackup(client_, {"data.zip", "/b", "/h", "", false, "", 0});
   });
   EXPECT_EQ(failure.Status(), ExitStatus::kUsage);
   EXPECT_STREQ(failure.what(), "no relay is configured: name one with --relay HOST:PORT");
@@ -213,7 +238,7 @@ TEST_F(ZelctlTransfers, NeedsARelayForABackup) {
 }
 
 TEST_F(ZelctlTransfers, TellsWhenTheBackupDidNotArrive) {
-  const BackupRestoreOptions options{"data", "/b", "/here", "", false, "", 0};
+  const BackupRestoreOptions options{"data.zip", "/b", "/here", "", false, "", 0};
   const auto restore = [&] { RestoreBackup(client_, options); };
   newWork_ = {Work(8, "receive", "/here/other.zip", "")};
   Failure failure = FailureOf(restore);

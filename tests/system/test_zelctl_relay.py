@@ -149,11 +149,25 @@ def test_backup_restore_brings_it_back_and_prints_where_it_is(pair, kept, tmp_pa
     assert sorted(os.listdir(tmp_path / "restored")) == ["db_20250201.zip", "web_20250101.zip"]
 
 
+def test_backup_restore_deletes_no_only_copy_of_a_name_without_its_zip(pair, kept, tmp_path):
+    device, relay = pair
+    arguments = ["--from", relay.path(kept), "--to", device.path(tmp_path / "restored")]
+    status, output, errors = run(device, "backup", "restore", "web_20250101", *arguments)
+    assert (status, output) == (2, "")
+    assert "web_20250101.zip on the relay is deleted afterwards, be it the only copy" in errors
+    assert (kept / "web_20250101.zip").exists()
+    assert not (tmp_path / "restored").exists()
+
+    status, output, errors = run(device, "backup", "restore", "--directory", "db_20250201", *arguments)
+    assert (status, errors) == (0, "")
+    assert output.strip().endswith("/db_20250201.zip")
+
+
 def test_backup_restore_of_nothing_fails(pair, kept, tmp_path):
     device, relay = pair
     arguments = ["--from", relay.path(kept), "--to", device.path(tmp_path / "restored")]
     # The relay says so.
-    status, output, errors = run(device, "backup", "restore", "none", *arguments)
+    status, output, errors = run(device, "backup", "restore", "--directory", "none", *arguments)
     assert (status, output, "no such backup" in errors) == (1, "", True), errors
     # The relay takes it for a success.
     for name in (["none.zip"], ["--last", "none"]):
@@ -181,7 +195,7 @@ def test_extract_unpacks_and_says_when_something_is_left(agent, tmp_path):
 def test_visitors_may_do_none_of_it(agent, tmp_path):
     path = agent.path(tmp_path)
     for arguments in (["relay", "put", path, path], ["extract", path, path],
-                      ["backup", "restore", "x", "--from", path, "--to", path, "--relay",
+                      ["backup", "restore", "x.zip", "--from", path, "--to", path, "--relay",
                        "127.0.0.1:1"]):
         status, _, errors = run(agent, *arguments, user="visitor")
         assert (status, "administrator" in errors) == (3, True), (arguments, errors)

@@ -30,8 +30,8 @@ struct ForkedProgram {
   UniqueFd failure;
 };
 
-/// Forks. The child has a session of its own, signals as programs expect them, empty streams, nothing
-/// else open, and what `KeepStateForPrograms` has kept; then `program` runs in it.
+/// Forks. The child has a session of its own, signals as programs expect them, empty streams,
+/// nothing else open, and what `KeepStateForPrograms` has kept; then `program` runs in it.
 ForkedProgram ForkProgram(const ProgramToBe& program);
 
 /// Waits until the program runs or cannot: 0 or the child's error number.
