@@ -42,8 +42,9 @@ bool SetSystemCodePage(unsigned codePage);
 /// allocator would fetch it anew for every large block. Call it once, before memory matters.
 void KeepFreeMemory();
 
-/// Gives memory that was freed back to the system, where the allocator keeps it otherwise. Takes
-/// about a millisecond for each hundred megabytes.
+/// Gives memory that was freed back to the system, where the allocator keeps it otherwise: all that
+/// this thread freed, and most of other threads. Takes about a millisecond for each hundred
+/// megabytes.
 void ReturnFreeMemory();
 
 /// Whether this process may do what ordinary users of the machine may not.

@@ -14,8 +14,8 @@ namespace http = boost::beast::http;
 
 namespace {
 
-constexpr size_t kKeptBytes = 64 * 1024;
-constexpr size_t kHeadRoomBytes = 640;  // in front of a body, for the longest head
+constexpr size_t kKeptBytes = 16 * 1024;  // by a connection, for its next reply
+constexpr size_t kHeadRoomBytes = 640;    // in front of a body, for the longest head
 
 std::string_view ReasonPhrase(unsigned status) {
   const auto text = http::obsolete_reason(static_cast<http::status>(status));

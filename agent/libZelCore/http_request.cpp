@@ -11,7 +11,7 @@ namespace http = boost::beast::http;
 
 namespace {
 
-constexpr size_t kKeptBodyBytes = 64 * 1024;
+constexpr size_t kKeptBodyBytes = 16 * 1024;  // by a connection, for its next request
 constexpr size_t kKeptFieldBytes = 1024;
 
 /// Empties a string; one that grew large gives its memory back.

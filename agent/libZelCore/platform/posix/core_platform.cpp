@@ -96,14 +96,32 @@ bool SetSystemCodePage(unsigned codePage) {
   return ::SetSystemCodePage(codePage);
 }
 
+namespace {
+
+constexpr int kLargestHeapBlockBytes = 32 << 20;  // the most that mallopt takes
+constexpr int kKeptAtTheEndBytes = 4 * kLargestHeapBlockBytes;
+
+// malloc_trim leaves alone what is free at the end of any heap but the first one. That goes when a
+// block is freed in the heap, which is that of this thread, and is large enough for the allocator
+// to look.
+void TrimHeapOfThread() {
+  constexpr size_t kBytes = 128 * 1024;
+  mallopt(M_TRIM_THRESHOLD, 0);
+  void* volatile block = std::malloc(kBytes);  // volatile: the pair is not to be left out
+  std::free(block);
+  mallopt(M_TRIM_THRESHOLD, kKeptAtTheEndBytes);
+}
+
+}  // namespace
+
 void KeepFreeMemory() {
-  constexpr int kLargestHeapBlockBytes = 32 << 20;  // the most that mallopt takes
   mallopt(M_MMAP_THRESHOLD, kLargestHeapBlockBytes);
-  mallopt(M_TRIM_THRESHOLD, 4 * kLargestHeapBlockBytes);
+  mallopt(M_TRIM_THRESHOLD, kKeptAtTheEndBytes);
 }
 
 void ReturnFreeMemory() {
   malloc_trim(0);
+  TrimHeapOfThread();
 }
 
 bool IsAdministrator() {
