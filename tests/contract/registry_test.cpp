@@ -1,6 +1,31 @@
+#include <gtest/gtest-spi.h>
+
 #include "tests/contract/module_test.h"
 
 namespace {
+
+void RequireActionCount(size_t count) {
+  FakeHost host;
+  host.Answer("ZelAgentGetDebugContext", 77);
+  host.AnswerAlways("ActionDbRegisterAction", 0);
+  ModuleMain(1, 0, nullptr);
+  ASSERT_EQ(host.Registrations().size(), count) << "the module registers another number of actions "
+                                                   "than tests/contract/module_test.h says: set "
+                                                   "kActionCount there";
+}
+
+// Before all tests, none of which runs when this fails: nearly every one scripts an answer for each
+// action, and all would complain at length.
+class ActionCount : public testing::Environment {
+  void SetUp() override { RequireActionCount(kActionCount); }
+};
+
+[[maybe_unused]] const testing::Environment* const actionCount =
+    testing::AddGlobalTestEnvironment(new ActionCount);
+
+TEST(RegistryCount, IsAskedForByItsName) {
+  EXPECT_FATAL_FAILURE(RequireActionCount(kActionCount - 1), "set kActionCount there");
+}
 
 std::string Registered(const std::string& signature, const std::string& context) {
   return "ActionDbRegisterAction(\"" + signature + "\", handler, " + context + ")";
