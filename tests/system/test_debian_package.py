@@ -244,6 +244,21 @@ def test_the_package_installs_upgrades_and_goes_where_no_systemd_runs(files, pac
     assert not files.path("/var/lib/zelagent").exists()
 
 
+def test_the_installation_warns_of_directories_where_the_package_has_links(files, package, newer_package):
+    for name in ("config", "log"):
+        files.path(f"/var/lib/zelagent/{name}").mkdir(parents=True)
+    warning = "zelagent: warning: /var/lib/zelagent/{} is a directory where the package has a link, so the agent " \
+              "uses it and not {}."
+    for printed in (files.install(package), files.install(newer_package)):
+        assert warning.format("config", "/etc/zelagent") in printed
+        assert warning.format("log", "/var/log/zelagent") in printed
+
+    for name, place in (("config", "/etc/zelagent"), ("log", "../../log/zelagent")):
+        files.path(f"/var/lib/zelagent/{name}").rmdir()
+        files.path(f"/var/lib/zelagent/{name}").symlink_to(place)
+    assert "zelagent: warning" not in files.install(package)
+
+
 def test_a_purge_empties_what_is_mounted_and_removes_the_rest(files, package):
     files.install(package)
     mounted = files.path("/var/lib/zelagent")
@@ -275,3 +290,17 @@ def test_programs_come_without_symbols_and_look_for_libraries_beside_themselves(
         runpath = re.search(r"runpath: \[(.*)\]", told).group(1)
         assert all(re.fullmatch(r"\$ORIGIN(/\.\.)*/?", place) for place in runpath.split(":")), name
     assert shutil.which("zelctl", path=tmp_path / "usr/bin")
+
+
+def test_symbols_for_debuggers_are_in_a_package_of_their_own(package, tmp_path):
+    symbols = package.with_name(package.name.replace("zelagent_", "zelagent-dbgsym_"))
+    for file in (package, symbols):
+        subprocess.run(["dpkg-deb", "-x", file, tmp_path], check=True)
+    for name in ("zelagent", "libZelCore.so", "modules/ZelCoreUtils.so"):
+        notes = subprocess.run(["readelf", "--notes", tmp_path / "usr/lib/zelagent" / name], check=True,
+                               capture_output=True, text=True).stdout
+        build = re.search(r"Build ID: ([0-9a-f]+)", notes).group(1)
+        told = subprocess.run(
+            ["readelf", "-SW", tmp_path / f"usr/lib/debug/.build-id/{build[:2]}/{build[2:]}.debug"],
+            check=True, capture_output=True, text=True).stdout
+        assert ".symtab" in told and ".debug_line" in told, name
