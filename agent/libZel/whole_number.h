@@ -8,10 +8,10 @@
 /// The number that these digits, and nothing else, are; none when they are no digits or `Number`
 /// cannot hold it.
 template <typename Number>
-std::optional<Number> ReadWholeNumber(std::string_view digits) {
+std::optional<Number> ReadWholeNumber(std::string_view digits, int base = 10) {
   Number number = 0;
   const char* const end = digits.data() + digits.size();
-  const auto [rest, error] = std::from_chars(digits.data(), end, number);
+  const auto [rest, error] = std::from_chars(digits.data(), end, number, base);
   if (error != std::errc() || rest != end) return std::nullopt;
   return number;
 }

@@ -7,6 +7,7 @@
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/settings.h"
 #include "agent/service/installation_access.h"
+#include "agent/service/named_files.h"
 
 namespace {
 
@@ -56,7 +57,24 @@ class Examination {
   std::set<fs::path> seen_;
 };
 
-void LookAtConfiguration(const fs::path& config, Examination* examination) {
+void LookAtDatabase(const Settings& settings, const fs::path& data, Examination* examination) {
+  if (!settings.isMaster) return;
+  if (settings.masterDatabase.empty()) return examination->LookBelow(data / "TaskDatabase");
+  const NamedFiles files = FilesOfDatabase(settings.masterDatabase);
+  for (const fs::path& file : files.trusted) examination->LookAt(file);
+  for (const fs::path& file : files.secret) examination->LookAt(file, PathUse::kSecret);
+}
+
+/// The scripts that start with the agent, and those that stand beside them.
+void LookAtScripts(const fs::path& home, Examination* examination) {
+  const fs::path scripts = home / "data" / "ZelCoreUtils";
+  examination->LookBelow(scripts);
+  for (const fs::path& script : StartupScripts(home / "config" / "ZelCoreUtils.ini", scripts))
+    examination->LookAt(script);
+}
+
+void LookAtConfiguration(const fs::path& home, Examination* examination) {
+  const fs::path config = home / "config";
   const fs::path file = config / "zelagent.ini";
   const SettingsResult loaded = LoadSettings(file);
   const Settings& settings = loaded.settings;
@@ -67,6 +85,10 @@ void LookAtConfiguration(const fs::path& config, Examination* examination) {
   for (const fs::path& other :
        {settings.certificateFile, settings.fleetCaFile, settings.webAuthoritiesFile})
     examination->LookAt(other);
+  LookAtDatabase(settings, home / "data", examination);
+  // Scripts may be named by drives.
+  SetDriveMap(settings.drives);
+  LookAtScripts(home, examination);
 }
 
 }  // namespace
@@ -82,10 +104,8 @@ std::vector<std::string> InstallationProblems(const Installation& installation) 
   examination.LookBelow(home / "config");
   examination.LookAt(home / "data");
   examination.LookAt(home / "data" / "identity");
-  // The scripts that start with the agent.
-  examination.LookBelow(home / "data" / "ZelCoreUtils");
   examination.LookAt(home / "log");
-  LookAtConfiguration(home / "config", &examination);
+  LookAtConfiguration(home, &examination);
   return examination.Take();
 }
 

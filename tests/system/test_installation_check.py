@@ -165,6 +165,56 @@ def test_a_secret_that_others_may_read_is_named_wherever_it_stands(agent, tmp_pa
     assert f"{secret} holds a secret and can be read by others than root" in problems(agent)
 
 
+@pytest.mark.parametrize("suffix", ["", "-wal", "-shm", "-journal"])
+def test_a_masters_database_that_others_may_write_is_named(agent, tmp_path, suffix):
+    database = tmp_path / "tasks.db"
+    settings = agent.home / "config/zelagent.ini"
+    settings.write_text(f"[master]\nenabled = yes\ndatabase = {database}\n")
+    file = tmp_path / ("tasks.db" + suffix)
+    file.write_text("")
+    assert problems(agent) == []
+    file.chmod(0o666)
+    assert problems(agent) == [f"{file} can be written by others than root (mode 0666)"]
+    settings.write_text("[master]\n")
+    assert problems(agent) == []
+
+
+def test_a_masters_own_database_is_looked_at(agent):
+    (agent.home / "config/zelagent.ini").write_text("[master]\nenabled = yes\n")
+    file = agent.home / "data/TaskDatabase/tasks.db"
+    file.parent.mkdir(parents=True)
+    file.write_text("")
+    assert problems(agent) == []
+    file.chmod(0o646)
+    assert problems(agent) == [f"{file} can be written by others than root (mode 0646)"]
+
+
+def test_what_a_database_is_reached_by_is_looked_at(agent, tmp_path):
+    secret, authority = tmp_path / "pgpass", tmp_path / "root.pem"
+    for file in (secret, authority):
+        file.write_text("")
+        file.chmod(0o600)
+    (agent.home / "config/zelagent.ini").write_text(
+        "[master]\nenabled = yes\n"
+        f"database = host=db dbname=tasks passfile={secret} sslmode=verify-full sslrootcert='{authority}'\n")
+    (agent.home / "config/zelagent.ini").chmod(0o600)
+    assert problems(agent) == []
+    secret.chmod(0o640)
+    authority.chmod(0o620)
+    assert problems(agent) == [f"{authority} can be written by others than root (mode 0620)",
+                               f"{secret} holds a secret and can be read by others than root"]
+
+
+@pytest.mark.parametrize("drive", ["", "C:"])
+def test_a_script_that_starts_with_the_agent_is_looked_at_wherever_it_stands(agent, tmp_path, drive):
+    script = tmp_path / "start.mlx"
+    script.write_text("function main() end\n")
+    (agent.home / "config/ZelCoreUtils.ini").write_text(f"[Run]\nStart = {drive}{script}\n")
+    assert problems(agent) == []
+    script.chmod(0o622)
+    assert problems(agent) == [f"{script} can be written by others than root (mode 0622)"]
+
+
 def test_settings_with_a_password_are_a_secret(agent):
     settings = agent.home / "config/zelagent.ini"
     settings.write_text("[master]\ndatabase = host=db dbname=tasks password=pass\n")
