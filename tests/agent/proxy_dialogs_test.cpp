@@ -1,7 +1,11 @@
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/agent/proxy_caller.h"
@@ -353,20 +357,77 @@ TEST(ProxyDialog, AreNotTooMany) {
   EXPECT_THAT(one.WhyNot("dialog-state", NumberOf("1")), HasSubstr("no dialog 1"));
 }
 
-TEST(ProxyServer, LeavesSilentConnectionsThatOwnSomethingOpen) {
+// Has reason to stay silent some times.
+class BusyCaller : public Caller {
+ public:
+  static constexpr int kTimes = 5;
+
+  explicit BusyCaller(std::atomic<int>& asked) : asked_(asked) {}
+  void Answer(const Message& request, Reply reply) override { reply(request); }
+  bool IsBusy() const override { return ++asked_ <= kTimes; }
+
+ private:
+  std::atomic<int>& asked_;
+};
+
+TEST(ProxyServer, LeavesSilentConnectionsOpenForAsLongAsTheirCallersAreBusy) {
+  std::atomic<int> asked = 0;
+  {
+    const CallerFactory factory = [&] { return std::make_unique<BusyCaller>(asked); };
+    const TestProxy proxy(factory, ProxyLimits{.idle = milliseconds(1)});
+    EXPECT_TRUE(ProxyCaller(proxy.Pipe()).IsClosed());
+  }
+  EXPECT_EQ(asked, BusyCaller::kTimes + 1);
+}
+
+// A connection's side of the proxy, without the connection.
+class OwnCaller {
+ public:
+  explicit OwnCaller(ProxySession& session) : caller_(MakeCaller(session)) {}
+
+  /// The reply when there is one at once.
+  Message Ask(const std::string& name, const Fields& fields = {}) {
+    const auto reply = std::make_shared<Message>();
+    caller_->Answer({Message::Kind::kRequest, name, 1, 0, fields},
+                    [reply](Message message) { *reply = std::move(message); });
+    return *reply;
+  }
+  bool IsBusy() const { return caller_->IsBusy(); }
+
+ private:
+  const std::unique_ptr<Caller> caller_;
+};
+
+TEST(ProxyCallers, AreBusyWhileTheyOwnADialog) {
   ScriptedDesktop desktop;
-  const TestProxy proxy(desktop, ProxyLimits{.idle = milliseconds(50)});
-  ProxyCaller owner(proxy.Pipe()), waiting(proxy.Pipe()), holder(proxy.Pipe()), idle(proxy.Pipe());
-  EXPECT_EQ(holder.WhyNot("lock"), "");
-  const std::string dialog = owner.Create();
-  waiting.SendShow(waiting.Create());
-  EXPECT_TRUE(idle.IsClosed());
-  std::this_thread::sleep_for(milliseconds(200));
-  desktop.Press(desktop.WaitForDialog(), 100);
-  EXPECT_EQ(ButtonOf(waiting.Receive()), "100");
-  EXPECT_EQ(owner.WhyNot("dialog-show", NumberOf(dialog)), "");
-  EXPECT_EQ(holder.WhyNot("unlock"), "");
-  EXPECT_TRUE(holder.IsClosed()) << "it holds nothing any more";
+  ProxySession session({}, {}, &desktop, [](const std::string&) {});
+  OwnCaller owner(session), waiting(session);
+  EXPECT_FALSE(owner.IsBusy());
+  owner.Ask("dialog-create", {{"text", "Well?"}, {"buttons", "2"}});
+  EXPECT_TRUE(owner.IsBusy());
+  EXPECT_FALSE(waiting.IsBusy());
+
+  const Message made = waiting.Ask("dialog-create", {{"text", "Well?"}, {"buttons", "2"}});
+  waiting.Ask("dialog-show", AwaitOf(ProxyCaller::TextOf(made, "dialog")));
+  EXPECT_TRUE(waiting.IsBusy());
+  EXPECT_TRUE(desktop.Press(desktop.WaitForDialog(), 100));
+}
+
+TEST(ProxyCallers, AreBusyWhileTheyHoldTheLock) {
+  ScriptedDesktop desktop;
+  ProxySession session(
+      {}, {}, &desktop, [](const std::string&) {}, milliseconds(0));
+  OwnCaller holder(session);
+  EXPECT_FALSE(holder.IsBusy());
+  EXPECT_EQ(holder.Ask("lock").code, 0u);
+  EXPECT_TRUE(holder.IsBusy());
+  EXPECT_FALSE(OwnCaller(session).IsBusy());
+  EXPECT_EQ(holder.Ask("unlock").code, 0u);
+  EXPECT_FALSE(holder.IsBusy());
+
+  desktop.BreakLockHalfWay("another program holds the keyboard");
+  EXPECT_THROW(holder.Ask("lock"), std::runtime_error);
+  EXPECT_FALSE(holder.IsBusy());
 }
 
 // The person's dialog ends although nobody reads the reply, and others are served meanwhile.

@@ -114,13 +114,12 @@ TEST(ProxyLock, CutsLongTexts) {
 
 TEST(ProxyLock, IsFreeWhenLockingFails) {
   ScriptedDesktop desktop;
-  const TestProxy proxy(desktop, ProxyLimits{.idle = milliseconds(300)}, kGrace);
+  const TestProxy proxy(desktop, {}, kGrace);
   ProxyCaller caller(proxy.Pipe());
   desktop.BreakLockHalfWay("another program holds the keyboard");
   EXPECT_EQ(caller.WhyNot("lock"), "another program holds the keyboard");
   EXPECT_EQ(caller.WhyNot("lock-text"), "the screen is not locked");
   EXPECT_FALSE(desktop.IsLocked()) << "what was covered is uncovered";
-  EXPECT_TRUE(caller.IsClosed()) << "it holds nothing that keeps it open";
 
   desktop.BreakLockHalfWay("");
   ProxyCaller next(proxy.Pipe());

@@ -183,8 +183,10 @@ TEST(Proxy, EndsAConnectionThatMakesNoSense) {
 }
 
 TEST(Proxy, DropsWhoSendsHalfAMessageOrNothing) {
-  const TestProxy proxy(ProxyLimits{.idle = kShort, .message = kShort});
-  for (const std::string& bytes : {std::string(), std::string("\0\0\0\7half", 8)}) {
+  const std::pair<std::string, ProxyLimits> cases[] = {
+      {"", {.idle = kShort}}, {std::string("\0\0\0\7half", 8), {.message = kShort}}};
+  for (const auto& [bytes, limits] : cases) {
+    const TestProxy proxy(limits);
     const Connected connected = Connect(proxy.Pipe(), After(kLong));
     ASSERT_TRUE(connected.channel->Write(bytes.data(), bytes.size(), After(kLong)));
     EXPECT_EQ(Receive(*connected.channel, After(kLong)).result.status, Result::Status::kClosed);

@@ -41,7 +41,10 @@ class TestProxy {
       : TestProxy(&desktop, limits, lockGrace) {}
 
   TestProxy(HandlerCaller::Handler handler, const ProxyLimits& limits)
-      : TestProxy(nullptr, limits, kLockGrace, HandlerCaller::Factory(std::move(handler))) {}
+      : TestProxy(HandlerCaller::Factory(std::move(handler)), limits) {}
+
+  TestProxy(CallerFactory factory, const ProxyLimits& limits)
+      : TestProxy(nullptr, limits, kLockGrace, std::move(factory)) {}
 
   ~TestProxy() {
     stop_->Raise();
