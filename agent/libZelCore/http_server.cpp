@@ -31,6 +31,7 @@ namespace {
 constexpr std::chrono::seconds kStopPatience{5};
 constexpr std::chrono::milliseconds kLongestSweepInterval{250};
 constexpr std::chrono::milliseconds kMemoryIdleTime{500};
+constexpr std::chrono::seconds kLongestMemoryTime{10};
 constexpr std::chrono::milliseconds kAcceptRetryInterval{50};
 constexpr uint64_t kFilesShare = 4;    // of the handles, for other things than connections
 constexpr size_t kDroppedShare = 100;  // of the connections, when a new one finds no room
@@ -81,7 +82,7 @@ struct HttpServer::Implementation {
   bool MakeRoom();
   void ScheduleSweep();
   void Sweep();
-  void ReturnMemoryWhenIdle(Clock::time_point now);
+  void ReturnMemory(Clock::time_point now);
   void CloseAcceptor();
   void CloseSessions(bool onlyIdle);
   void Stop();
@@ -94,6 +95,7 @@ struct HttpServer::Implementation {
   std::optional<asio::steady_timer> acceptTimer;
   std::optional<asio::steady_timer> sweepTimer;
   bool isSweeping = false;
+  Clock::time_point memoryReturned;
   size_t nextNetwork = 0;
   uint32_t maxConnections = 0;
   tcp::endpoint bound;
@@ -309,20 +311,24 @@ void HttpServer::Implementation::Sweep() {
       if (session->HasExpired(Clock::now())) session->Close();
     });
   }
-  ReturnMemoryWhenIdle(now);
+  ReturnMemory(now);
   isSweeping = false;
   const bool keepsMemory = shared->lastFreed.load() != Clock::time_point();
   if (!sessions.empty() || (keepsMemory && !shared->isStopping)) ScheduleSweep();
 }
 
 /// Large answers take many times their memory to make, and many connections take much together. It
-/// serves the next ones, and goes back to the system when there are none for a while.
-void HttpServer::Implementation::ReturnMemoryWhenIdle(Clock::time_point now) {
+/// serves the next ones, and goes back to the system when there are none for a while. An agent that
+/// is never idle would keep the most that it ever needed at once: what it does not need it gives
+/// back now and then.
+void HttpServer::Implementation::ReturnMemory(Clock::time_point now) {
   Clock::time_point last = shared->lastFreed.load();
-  if (last == Clock::time_point() || now - last < kMemoryIdleTime) return;
-  // A new one meanwhile keeps the memory.
-  if (!shared->lastFreed.compare_exchange_strong(last, Clock::time_point())) return;
+  if (last == Clock::time_point()) return;
+  if (now - last < kMemoryIdleTime && now - memoryReturned < kLongestMemoryTime) return;
+  // A reply that goes out meanwhile is noted once more.
+  shared->lastFreed.compare_exchange_strong(last, Clock::time_point());
   core_platform::ReturnFreeMemory();
+  memoryReturned = now;
 }
 
 void HttpServer::Implementation::CloseAcceptor() {
