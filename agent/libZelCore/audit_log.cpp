@@ -34,11 +34,12 @@ std::string Now() {
   return text;
 }
 
+/// Callers choose their names: what is not UTF-8 is written out, for it would be no line of JSON.
 void AppendMember(const char* name, std::string_view value, std::string* line) {
   *line += ",\"";
   *line += name;
   *line += "\":";
-  EncodeString(value, line);
+  EncodeString(ZelString(value).Utf8(), line);
 }
 
 std::string ReadFirstLine(const fs::path& file) {

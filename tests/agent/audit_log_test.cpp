@@ -47,6 +47,18 @@ TEST_F(AuditLogTest, WritesOneJsonLineForEachEvent) {
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
 }
 
+TEST_F(AuditLogTest, StaysWholeWithNamesThatAreNotUtf8) {
+  {
+    AuditLog log(file_);
+    EXPECT_TRUE(log.Write({"core", "agent/\xFF", "::1", "caf\xE9", ""}));
+    EXPECT_TRUE(log.Write({"core", "bob", "::1", "caf\xC3\xA9", ""}));
+  }
+  EXPECT_THAT(ReadFile(file_), HasSubstr("\"user\":\"agent/\uFDD0dcff\""));
+  const AuditVerdict verdict = VerifyAuditLog(file_);
+  EXPECT_TRUE(verdict.isWhole) << verdict.reason;
+  EXPECT_EQ(verdict.lines, 2u);
+}
+
 TEST_F(AuditLogTest, ContinuesItsChainAfterARestart) {
   WriteLines(3);
   WriteLines(2);
