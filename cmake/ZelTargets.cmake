@@ -11,7 +11,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # GCC 12 sees overlapping copies in std::string's own assignment (GCC bug 105651).
   target_compile_options(zel_options INTERFACE -Wno-restrict)
 endif()
-if(ZEL_UNITY)
+if(ZEL_UNITY AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # Types of an unnamed namespace in classes of one source file: harmless, but no longer seen as such.
   target_compile_options(zel_options INTERFACE -Wno-subobject-linkage)
 endif()

@@ -38,7 +38,7 @@ constexpr int kExitNoSuchDomain = 2;
 
 /// Debian's and most others' `nobody` and `nogroup`.
 constexpr uid_t kNobody = 65534;
-constexpr rlim_t kMaxMemoryBytes = 512 * 1024 * 1024;
+[[maybe_unused]] constexpr rlim_t kMaxMemoryBytes = 512 * 1024 * 1024;
 constexpr rlim_t kMaxNoiseBytes = 64 * 1024;
 constexpr int kTimeoutMs = 3000;
 /// The agent gives up earlier; this is for when it cannot.

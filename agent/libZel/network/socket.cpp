@@ -62,8 +62,7 @@ int UncheckedSocket::SendTo(sockaddr_in& to, char* data, unsigned length) {
 
 std::unique_ptr<UdpSocket> SocketFactory::CreateUdp() {
   try {
-    return std::unique_ptr<UdpSocket>(
-        new UdpSocket(std::make_unique<NetworkSocket::Implementation>()));
+    return std::unique_ptr<UdpSocket>(new UdpSocket(std::make_unique<UdpSocket::Implementation>()));
   } catch (const std::exception& error) {
     LogException("CreateUdp", error.what());
     return nullptr;

@@ -17,7 +17,7 @@ struct CallError {
   CallError(const CallError&) = delete;
   CallError& operator=(const CallError&) = delete;
   ~CallError() { sd_bus_error_free(&value); }
-  sd_bus_error value = SD_BUS_ERROR_NULL;
+  sd_bus_error value{};
 };
 
 // The functions of the bus answer a negative error number.
