@@ -249,12 +249,13 @@ BrowseAnswer AnswerOf(int status, const std::string& text) {
   return {code == kExitNoSuchDomain ? kNoSuchDomain : kNoBrowserFound, {}, ZelString(reason)};
 }
 
-/// The answer without a status: a reason does not end as names do.
-BrowseAnswer AnswerOf(const std::string& text) {
+}  // namespace
+
+BrowseAnswer ReadBrowseAnswer(std::optional<int> status, const std::string& text) {
+  if (status) return AnswerOf(*status, text);
+  // A reason does not end as names do.
   return text.empty() || text.back() == '\0' ? NamesIn(text) : NoBrowser(LastLine(text));
 }
-
-}  // namespace
 
 BrowseAnswer RunBrowseProgram(const std::string& program, const std::vector<std::string>& arguments,
                               std::chrono::milliseconds limit,
@@ -271,6 +272,5 @@ BrowseAnswer RunBrowseProgram(const std::string& program, const std::vector<std:
   const bool hasEnded = text && running.EndsBy(deadline);
   if (!hasEnded && Clock::now() < deadline) return NoBrowser("the browser's answer is too long");
   if (!hasEnded) return NoBrowser("no answer within " + std::to_string(limit.count()) + " ms");
-  const std::optional<int> status = running.End();
-  return status ? AnswerOf(*status, *text) : AnswerOf(*text);
+  return ReadBrowseAnswer(running.End(), *text);
 }

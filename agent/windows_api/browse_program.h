@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,10 @@ struct BrowseAnswer {
 };
 
 constexpr size_t kMaxBrowseNames = 8192;
+
+/// What a program that has ended answered: `status` is what `waitpid` told of it, nothing where
+/// that was lost, `text` all that it wrote.
+BrowseAnswer ReadBrowseAnswer(std::optional<int> status, const std::string& text);
 
 /// How long a program that was killed is waited for; it may be one that the agent may not kill.
 constexpr std::chrono::seconds kBrowseEndPatience{5};

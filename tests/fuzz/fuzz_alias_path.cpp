@@ -1,18 +1,14 @@
 // Targets of uploads: whatever is taken names one file in one directory, on every platform.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "agent/libZelCore/http_route.h"
 #include "libZel/string.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void RequireSafe(const HttpRoute& route) {
   Require(!route.alias.empty() && route.alias.size() <= 64 && route.alias[0] != '.');

@@ -2,22 +2,19 @@
 // a name that is not refused stays below the directory that it is put behind, and when all entries
 // are extracted nothing appears beside that directory, nor more than the limits allow.
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 
 #include "agent/libZel/archive_limits.h"
-#include "agent/libZel/http_file.h"
 #include "agent/libZel/zip_directory.h"
 #include "agent/libZel/zip_names.h"
 #include "libZel/archive.h"
+#include "tests/fuzz/require.h"
+#include "tests/fuzz/scratch.h"
 
 namespace fs = std::filesystem;
 
@@ -25,10 +22,6 @@ namespace {
 
 constexpr uint32_t kMaxEntries = 1000;
 constexpr uint64_t kMaxBytes = 1 << 20;
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void CheckName(std::string_view name) {
   for (const bool asOnWindows : {false, true}) {
@@ -66,36 +59,26 @@ bool CheckDirectory(const uint8_t* data, size_t size) {
   return directory.error.IsEmpty();
 }
 
-// A directory of this process's own, gone with it.
+// The archive and the directory that it is extracted to.
 class Workplace {
  public:
   Workplace() {
-    std::string pattern = (fs::temp_directory_path() / "zel-fuzz-XXXXXX").native();
-    Require(mkdtemp(pattern.data()) != nullptr);
-    path_ = pattern;
     ArchiveLimits limits;
     limits.maxEntries = kMaxEntries;
     limits.maxBytes = kMaxBytes;
     SetArchiveLimits(limits);
   }
-  ~Workplace() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-  Workplace(const Workplace&) = delete;
-  Workplace& operator=(const Workplace&) = delete;
 
-  fs::path Archive() const { return path_ / "a.zip"; }
-  fs::path Out() const { return path_ / "out"; }
-  // The archive and the directory that it is extracted to.
+  fs::path Archive() const { return scratch_ / "a.zip"; }
+  fs::path Out() const { return scratch_ / "out"; }
   void RequireNothingElse() const {
-    for (const auto& entry : fs::directory_iterator(path_)) {
+    for (const auto& entry : fs::directory_iterator(scratch_.Path())) {
       Require(entry.path() == Archive() || entry.path() == Out());
     }
   }
 
  private:
-  fs::path path_;
+  const Scratch scratch_;
 };
 
 uint64_t BytesBelow(const fs::path& directory) {
@@ -112,8 +95,7 @@ uint64_t BytesBelow(const fs::path& directory) {
 
 void CheckExtraction(const uint8_t* data, size_t size, bool isUsable) {
   static const Workplace workplace;
-  std::ofstream(workplace.Archive(), std::ios::binary)
-      .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+  WriteBytes(workplace.Archive(), {reinterpret_cast<const char*>(data), size});
   fs::create_directory(workplace.Out());
   {
     GenericArchive archive(ZelString(workplace.Archive().native()), kArchiveZip);
@@ -132,11 +114,6 @@ void CheckExtraction(const uint8_t* data, size_t size, bool isUsable) {
 }
 
 }  // namespace
-
-// No path here is a URL.
-ZelString http_file::WithoutCredentials(const ZelString&) {
-  std::abort();
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const bool isUsable = CheckDirectory(data, size);

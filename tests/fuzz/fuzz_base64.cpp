@@ -9,12 +9,9 @@
 #include <string_view>
 
 #include "libZel/base64.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 using Bytes = std::unique_ptr<char, void (*)(void*)>;
 

@@ -3,17 +3,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "agent/libZel/dialog_options.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 std::string Written(const DialogOptions& options, std::string_view message) {
   return " -InformationPopupTimeOut " + std::to_string(options.timeoutS) + " -InformationPopup \"" +

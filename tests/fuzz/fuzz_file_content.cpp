@@ -13,13 +13,10 @@
 #include "actions/files/file_content.h"
 #include "module/direct_access.h"
 #include "module/module.h"
+#include "tests/fuzz/require.h"
 #include "windows_api.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 // The one file of the host, and how the host treats it.
 struct HostFile {

@@ -4,19 +4,15 @@
 #include <boost/asio/buffer.hpp>
 #include <boost/beast/http/error.hpp>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "agent/libZelCore/http_request.h"
+#include "tests/fuzz/require.h"
 
 namespace {
 
 namespace http = boost::beast::http;
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 struct Outcome {
   bool isDone = false;

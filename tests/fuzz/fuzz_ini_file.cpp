@@ -2,33 +2,17 @@
 // its line, and an edit must change no byte but those of its line. The first byte of the input
 // chooses the line; the rest is the file.
 
-#include <unistd.h>
-
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 
-#include "agent/libZel/http_file.h"
 #include "agent/libZel/text_lines.h"
 #include "libZel/ini_file.h"
+#include "tests/fuzz/require.h"
+#include "tests/fuzz/scratch.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
-
-// One file for all inputs of this process.
-const std::string& FilePath() {
-  static const std::string path =
-      (std::filesystem::temp_directory_path() / ("fuzz-ini-" + std::to_string(getpid()))).string();
-  static const bool isRegistered = std::atexit([] { std::filesystem::remove(path); }) == 0;
-  Require(isRegistered);
-  return path;
-}
 
 void CheckEntries(const IniFile& file, const TextLines& lines, const ZelString& section) {
   uint32_t before = 0;
@@ -80,19 +64,16 @@ void CheckRoundTrip(const TextLines& lines) {
 
 }  // namespace
 
-// No path here is a URL.
-ZelString http_file::WithoutCredentials(const ZelString&) {
-  std::abort();
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
   const unsigned line = data[0] % 16;
   const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
-  std::ofstream(FilePath(), std::ios::binary) << bytes;
+  static const Scratch scratch;
+  const std::filesystem::path path = scratch / "a.ini";
+  WriteBytes(path, bytes);
 
   const TextLines lines(bytes);
-  IniFile file(FilePath());
+  IniFile file(path.native());
   for (const char* section : {"RunOnce", "RUN", "", "a", "s"}) CheckEntries(file, lines, section);
   CheckRoundTrip(lines);
   CheckInsertion(bytes, line);
@@ -101,7 +82,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // On the disk too, for one in sixteen: it is slow.
   if (data[0] / 16 == 1) {
     Require(file.DeleteLine(line) == (lines.Line(line) ? 1 : 0));
-    Require(std::filesystem::file_size(FilePath()) ==
+    Require(std::filesystem::file_size(path) ==
             bytes.size() - lines.Line(line).value_or(std::string_view()).size());
   }
   return 0;

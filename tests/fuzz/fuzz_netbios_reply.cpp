@@ -2,17 +2,13 @@
 // that stands before it.
 
 #include <cstdint>
-#include <cstdlib>
 #include <stdexcept>
 
 #include "agent/libZel/smb/netbios_session.h"
 #include "tests/agent/memory_stream.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// All messages up to the first failure.
 void ReadAll(const smb::Bytes& answers, bool isDirect) {

@@ -1,19 +1,15 @@
 // Paths: splitting, completing and the way to native paths and back, on any input.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
 #include "agent/libZel/native_path.h"
 #include "libZel/path.h"
 #include "libZel/string.h"
 #include "libZel/url.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void CheckSplit(const ZelString& path) {
   ZelString drive, directory, name, extension;

@@ -1,17 +1,13 @@
 // ZelString: formatting, encodings and editing on any input.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "libZel/string.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 /// A text survives the trip through either encoding.
 void CheckRoundTrips(const ZelString& text) {

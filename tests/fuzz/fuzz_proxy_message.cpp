@@ -2,7 +2,6 @@
 // the trip through its own document, and any text is a field that travels.
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -10,14 +9,11 @@
 #include "agent/proxy_protocol/frame.h"
 #include "agent/proxy_protocol/message.h"
 #include "libZel/string.h"
+#include "tests/fuzz/require.h"
 
 using namespace proxy_protocol;
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 // Hands out the input and is closed at its end.
 class InputChannel : public Channel {

@@ -2,27 +2,21 @@
 // with a result or a sentence for the log. The first byte chooses the user, or a single parser.
 
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "agent/libZel/smb/exchange.h"
 #include "agent/libZel/smb/messages.h"
-#include "agent/libZel/smb/ntlm_provider.h"
 #include "agent/libZel/smb/session.h"
 #include "tests/agent/memory_stream.h"
+#include "tests/fuzz/require.h"
 
 namespace {
 
 enum class Kind : uint8_t { kAnonymous, kSigned, kParsers, kCount };
 
 const Deadline kNever = Deadline::max();
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 template <typename Operation>
 void Attempt(Operation operation) {
@@ -72,12 +66,6 @@ void ParseAll(const smb::Bytes& message) {
 }
 
 }  // namespace
-
-/// Who logs in anonymously never asks for it.
-std::unique_ptr<smb::NtlmProvider> smb::MakeSystemNtlmProvider(const NtlmAccount&, const ZelString&,
-                                                               const std::string&) {
-  std::abort();
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;

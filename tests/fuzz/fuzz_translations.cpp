@@ -7,12 +7,9 @@
 #include <string_view>
 
 #include "agent/translations/translation_file.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 std::string Escaped(const std::string& text) {
   std::string escaped;

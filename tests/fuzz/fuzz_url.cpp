@@ -1,17 +1,13 @@
 // URLs: what is taken apart can be put together and taken apart again.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 
 #include "libZel/url.h"
+#include "tests/fuzz/require.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 std::string Encoded(const ZelString& text) {
   constexpr char kDigits[] = "0123456789abcdef";

@@ -2,19 +2,15 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
 
 #include "agent/windows_api/pe_version.h"
+#include "tests/fuzz/require.h"
 #include "windows_api.h"
 
 namespace {
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 // The value must lie within the resource.
 void Query(const std::vector<unsigned char>& data, const WCHAR* path, size_t unitBytes) {

@@ -10,8 +10,6 @@
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
-#include <map>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -22,8 +20,6 @@ namespace fs = std::filesystem;
 constexpr size_t kMaxEnvironmentBytes = 128 * 1024;
 constexpr size_t kMaxValueLength = 4096;
 constexpr const char* kPath = "/usr/local/bin:/usr/bin:/bin:/usr/local/games:/usr/games";
-
-using Variables = std::map<std::string, std::string, std::less<>>;
 
 /// Of a session's desktop and language. None of them changes what code a program loads.
 bool IsTaken(std::string_view name) {
@@ -39,14 +35,13 @@ bool IsTaken(std::string_view name) {
 }
 
 /// The taken ones of a process's environment; none when it cannot be read or is not the user's.
-Variables VariablesOf(const fs::path& process, uid_t user) {
-  Variables variables;
+SessionVariables VariablesOf(const fs::path& process, uid_t user) {
   const int file = ::open((process / "environ").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (file < 0) return variables;
+  if (file < 0) return {};
   struct stat status {};
   if (::fstat(file, &status) != 0 || status.st_uid != user) {
     ::close(file);
-    return variables;
+    return {};
   }
   std::string content(kMaxEnvironmentBytes, '\0');
   size_t length = 0;
@@ -58,20 +53,10 @@ Variables VariablesOf(const fs::path& process, uid_t user) {
   }
   ::close(file);
 
-  std::string_view rest(content.data(), length);
-  // What follows the last NUL may be cut off.
-  for (size_t end = rest.find('\0'); end != std::string_view::npos; end = rest.find('\0')) {
-    const std::string_view line = rest.substr(0, end);
-    rest.remove_prefix(end + 1);
-    const size_t equals = line.find('=');
-    if (equals == std::string_view::npos || line.size() - equals > kMaxValueLength) continue;
-    const std::string_view name = line.substr(0, equals);
-    if (IsTaken(name)) variables.emplace(name, line.substr(equals + 1));
-  }
-  return variables;
+  return ReadSessionVariables({content.data(), length});
 }
 
-std::string Value(const Variables& variables, std::string_view name) {
+std::string Value(const SessionVariables& variables, std::string_view name) {
   const auto found = variables.find(name);
   return found == variables.end() ? std::string() : found->second;
 }
@@ -79,7 +64,7 @@ std::string Value(const Variables& variables, std::string_view name) {
 constexpr int kBestRank = 4;
 
 /// How well a process speaks for the session: 0 not at all.
-int Rank(const Variables& variables, const UserSession& session) {
+int Rank(const SessionVariables& variables, const UserSession& session) {
   const std::string display = Value(variables, "DISPLAY");
   const std::string id = Value(variables, "XDG_SESSION_ID");
   const bool isOfSession = id == session.id;
@@ -111,11 +96,11 @@ std::vector<fs::path> Processes() {
   return paths;
 }
 
-Variables DesktopOf(const UserSession& session) {
-  Variables best;
+SessionVariables DesktopOf(const UserSession& session) {
+  SessionVariables best;
   int bestRank = 0;
   for (const fs::path& process : Processes()) {
-    Variables variables = VariablesOf(process, session.userId);
+    SessionVariables variables = VariablesOf(process, session.userId);
     const int rank = Rank(variables, session);
     if (rank <= bestRank) continue;
     best = std::move(variables);
@@ -137,6 +122,21 @@ bool IsSocketOf(const std::string& path, uid_t user) {
 
 }  // namespace
 
+SessionVariables ReadSessionVariables(std::string_view environment) {
+  SessionVariables variables;
+  // What follows the last NUL may be cut off.
+  for (size_t end = environment.find('\0'); end != std::string_view::npos;
+       end = environment.find('\0')) {
+    const std::string_view line = environment.substr(0, end);
+    environment.remove_prefix(end + 1);
+    const size_t equals = line.find('=');
+    if (equals == std::string_view::npos || line.size() - equals > kMaxValueLength) continue;
+    const std::string_view name = line.substr(0, equals);
+    if (IsTaken(name)) variables.emplace(name, line.substr(equals + 1));
+  }
+  return variables;
+}
+
 bool ReadAccount(uid_t user, Account* account) {
   std::vector<char> buffer(16384);
   passwd entry{};
@@ -157,7 +157,7 @@ bool ReadAccount(uid_t user, Account* account) {
 }
 
 std::vector<std::string> SessionEnvironment(const Account& account, const UserSession& session) {
-  Variables variables = DesktopOf(session);
+  SessionVariables variables = DesktopOf(session);
   if (!session.display.empty()) variables.emplace("DISPLAY", session.display);
   if (!session.id.empty()) variables.emplace("XDG_SESSION_ID", session.id);
   variables["HOME"] = account.home.empty() ? "/" : account.home;

@@ -2,7 +2,10 @@
 
 #include <sys/types.h>
 
+#include <functional>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "agent/libZel/user_sessions.h"
@@ -19,6 +22,12 @@ struct Account {
 
 /// Reads the account of that number; false when there is none.
 bool ReadAccount(uid_t user, Account* account);
+
+using SessionVariables = std::map<std::string, std::string, std::less<>>;
+
+/// What a process's environment, "NAME=value" each with a NUL behind it, says about its desktop and
+/// language; of several of one name the first. Values of 4096 bytes and more are left out.
+SessionVariables ReadSessionVariables(std::string_view environment);
 
 /// The environment, "NAME=value" each, of a program that is started in the session: what every
 /// program of that account gets, and what a program of that session says about its desktop and
