@@ -478,6 +478,16 @@ TEST_F(WriteFile, WritesTheDecodedBytesWhateverTheyAre) {
   EXPECT_EQ(FromTheCopyOn()[4], "FileWrite(8, \"\\x00\\xff\\xc3\\x0d\\x0a\", 5)");
 }
 
+TEST_F(WriteFile, WritesASingleByteToo) {
+  AnswerExisting("old");
+  AnswerReplacement();
+  AnswerWriting(1);
+
+  EXPECT_EQ(Write(Base64("x")), (Outcome{kSuccess, "{}"}));
+
+  EXPECT_EQ(FromTheCopyOn()[4], "FileWrite(8, \"x\", 1)");
+}
+
 TEST_F(WriteFile, LeavesAMarkInTheContentBehindItsOwn) {
   AnswerExisting("old");
   AnswerReplacement();
