@@ -120,6 +120,14 @@ def test_the_actions_for_administrators_are_named():
     assert sorted(re.findall(r"`(\w+)`", listed)) == sorted(default)
 
 
+def test_the_actions_are_counted():
+    rows = re.findall(r'^ +\{"CoreUtils\w+', text_of("module/registry.cpp"), flags=re.M)
+    assert len(rows) > 40
+    told = re.findall(r"\*\*(\d+) actions\*\*", TEXTS["README.md"])
+    told += re.findall(r"of\s+the (\d+) actions", TEXTS["docs/reliability.md"])
+    assert told == [str(len(rows))] * 2
+
+
 def sources_of(folder):
     return "".join(text_of(name) for name in TRACKED
                    if name.startswith(folder + "/") and name.endswith(".cpp"))
