@@ -15,10 +15,6 @@ using proxy_protocol::After, proxy_protocol::Deadline, proxy_protocol::Field;
 
 namespace {
 
-// The proxy answers when the screen is covered, which may take some seconds. A new connection and
-// what is asked over it take this long together.
-constexpr uint32_t kTimeoutMs = 10000;
-
 /// The connection over which this process has locked a desktop: the proxy unlocks some time after
 /// it has ended. So a connection that has broken because an answer was late is kept until another
 /// one holds the lock.
@@ -78,7 +74,7 @@ class LockConnection {
       const auto answer = connection_->Ask(request, fields);
       if (answer.reply) return Judge(request, answer);
     }
-    const Deadline deadline = After(std::chrono::milliseconds(kTimeoutMs));
+    const Deadline deadline = After(std::chrono::milliseconds(kProxyTimeoutMs));
     if (const Told told = Replace(deadline); told != Told::kDone) return told;
     return Judge(request, connection_->Ask(request, fields, deadline));
   }
@@ -86,7 +82,7 @@ class LockConnection {
   // Puts a new connection in the place of the one that is there, which ends no sooner than the new
   // one holds what it held. Otherwise all stays as it is.
   Told Replace(Deadline deadline) {
-    auto next = OpenProxyConnection(pipe_, kTimeoutMs);
+    auto next = OpenProxyConnection(pipe_, kProxyTimeoutMs);
     if (!next) return Told::kNothing;
     next->HoldOn();
     // Another process knows nothing of the lock, which went with the former one.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/whole_number.h"
 
 namespace {
@@ -14,15 +15,11 @@ constexpr std::string_view kTopMost = " -TopMost ";
 /// Between path and title.
 constexpr std::string_view kQuotedTitle = "\" -n \"";
 
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 // Takes the option away that the string begins with. True also when there is none.
 bool TakeTimeout(std::string_view* rest, DialogOptions* options) {
   if (!rest->starts_with(kTimeout)) return true;
   rest->remove_prefix(kTimeout.size());
-  const auto end = std::find_if_not(rest->begin(), rest->end(), IsDigit);
+  const auto end = std::find_if_not(rest->begin(), rest->end(), IsAsciiDigit);
   const auto count = static_cast<size_t>(end - rest->begin());
   const auto timeoutS = ReadWholeNumber<uint32_t>(rest->substr(0, count));
   if (!timeoutS) return false;
@@ -44,7 +41,7 @@ bool TakeMessage(std::string_view* rest, std::string_view message) {
 
 // What precedes ends in a quote, or is nothing: a string that ends in a digit ends in this option.
 bool TakeTopMost(std::string_view* rest, DialogOptions* options) {
-  if (rest->empty() || !IsDigit(rest->back())) return true;
+  if (rest->empty() || !IsAsciiDigit(rest->back())) return true;
   const size_t digits = rest->find_last_not_of("0123456789") + 1;
   const auto number = ReadWholeNumber<uint32_t>(rest->substr(digits));
   if (!number) return false;
@@ -57,7 +54,7 @@ bool TakeTopMost(std::string_view* rest, DialogOptions* options) {
 }
 
 // The text between the option's opening quote and the quote at the string's end.
-std::optional<std::string_view> TextOf(std::string_view rest, std::string_view option) {
+std::optional<std::string_view> OptionText(std::string_view rest, std::string_view option) {
   if (!rest.starts_with(option)) return std::nullopt;
   rest.remove_prefix(option.size());
   if (!rest.ends_with('"')) return std::nullopt;
@@ -67,11 +64,11 @@ std::optional<std::string_view> TextOf(std::string_view rest, std::string_view o
 
 bool ReadTexts(std::string_view rest, DialogOptions* options) {
   if (rest.empty()) return true;
-  if (const auto title = TextOf(rest, kTitle)) {
+  if (const auto title = OptionText(rest, kTitle)) {
     options->title = *title;
     return true;
   }
-  const auto texts = TextOf(rest, kImagePath);
+  const auto texts = OptionText(rest, kImagePath);
   if (!texts) return false;
   const size_t split = texts->find(kQuotedTitle);
   options->imagePath = texts->substr(0, split);

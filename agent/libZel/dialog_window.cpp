@@ -4,14 +4,14 @@
 
 #include "agent/libZel/debug_context.h"
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/proxy_connection.h"
 #include "agent/libZel/whole_number.h"
 #include "libZel/skin_dialog.h"
 
-using namespace proxy_protocol;
+using proxy_protocol::After, proxy_protocol::Deadline, proxy_protocol::Field,
+    proxy_protocol::Message, proxy_protocol::StopSignal;
 
 namespace {
-
-constexpr uint32_t kTimeoutMs = 10000;
 
 /// As long as a person takes.
 constexpr Deadline kEver = Deadline::max();
@@ -48,7 +48,7 @@ DialogWindow::DialogWindow(const ZelString& pipe)
 bool DialogWindow::Create(const DialogRequest& request) {
   const std::lock_guard lock(mutex_);
   if (isAbandoned_) return LogFailure("made", "the agent is stopping");
-  connection_ = OpenProxyConnection(pipe_, kTimeoutMs, stop_);
+  connection_ = OpenProxyConnection(pipe_, kProxyTimeoutMs, stop_);
   return connection_ && AskToCreate(request);
 }
 
@@ -92,7 +92,7 @@ bool DialogWindow::Show(bool wait) {
   }
   const Answer answer =
       connection_->Ask("dialog-show", Fields("wait", wait),
-                       wait ? kEver : After(std::chrono::milliseconds(kTimeoutMs)));
+                       wait ? kEver : After(std::chrono::milliseconds(kProxyTimeoutMs)));
   isWaiting_ = false;
   return EndShow(answer, wait);
 }
@@ -126,9 +126,9 @@ bool DialogWindow::Close(bool waitUntilGone) {
 bool DialogWindow::TellToClose(bool waitUntilGone) {
   if (isAbandoned_) return LogFailure("closed", "its connection was dropped");
   // Connecting and telling take this long together.
-  const Deadline deadline = After(std::chrono::milliseconds(kTimeoutMs));
+  const Deadline deadline = After(std::chrono::milliseconds(kProxyTimeoutMs));
   // The dialog's own connection may be in use by `Show`.
-  const auto connection = OpenProxyConnection(pipe_, kTimeoutMs);
+  const auto connection = OpenProxyConnection(pipe_, kProxyTimeoutMs);
   if (!connection) return false;
   // Another proxy has taken the place of the one with which the dialog went: numbers mean other
   // dialogs there.

@@ -6,39 +6,26 @@
 #include <string>
 
 #include "agent/libZel/boundary.h"
+#include "agent/libZel/digest_context.h"
 #include "agent/libZel/file_checks.h"
+#include "agent/libZel/hexadecimal.h"
 #include "agent/libZel/open_file.h"
 #include "agent/libZel/outcome.h"
 #include "libZel/file.h"
 
 namespace {
 
-constexpr uint32_t kPieceBytes = uint32_t{1} << 20;
-
-struct FreeContext {
-  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-};
-
-std::string Hexadecimal(const unsigned char* bytes, size_t count) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(2 * count);
-  for (size_t i = 0; i < count; ++i) {
-    text += kDigits[bytes[i] >> 4];
-    text += kDigits[bytes[i] & 15];
-  }
-  return text;
-}
+constexpr uint32_t kDigestPieceBytes = uint32_t{1} << 20;
 
 Outcome DigestOf(file_system::OpenFile* file, ZelString* digest) {
   const Outcome noDigest = FailedBecause("the cryptographic library offers no MD5");
-  const std::unique_ptr<EVP_MD_CTX, FreeContext> context(EVP_MD_CTX_new());
+  const DigestContext context(EVP_MD_CTX_new());
   if (!context || EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return noDigest;
 
-  const std::unique_ptr<char[]> piece(new char[kPieceBytes]);
+  const std::unique_ptr<char[]> piece(new char[kDigestPieceBytes]);
   for (;;) {
     uint32_t count = 0;
-    const int error = file->Read(piece.get(), kPieceBytes, &count);
+    const int error = file->Read(piece.get(), kDigestPieceBytes, &count);
     if (error != 0) return OutcomeOf(error);
     if (count == 0) break;
     if (EVP_DigestUpdate(context.get(), piece.get(), count) != 1) return noDigest;

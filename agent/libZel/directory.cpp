@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "agent/libZel/boundary.h"
+#include "agent/libZel/file_checks.h"
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/outcome.h"
@@ -30,10 +31,6 @@ std::optional<DoneRename>& LastRename() {
   return last.Get();
 }
 
-Outcome InvalidName(const NativePath& path) {
-  return FailedBecause(path.error, file_system::kErrorInvalidName);
-}
-
 Outcome NotADirectory() {
   return FailedBecause("it is not a directory");
 }
@@ -43,7 +40,7 @@ bool IsRoot(const ZelString& path) {
   return ParsePath(full.Utf8()).names.empty();
 }
 
-Outcome Create(const ZelString& path) {
+Outcome CreateDirectoryAt(const ZelString& path) {
   const NativePath native = ToNativePath(path);
   if (!native) return InvalidName(native);
   return OutcomeOf(file_system::MakeDirectory(native.path));
@@ -98,7 +95,7 @@ Outcome Rename(const ZelString& source, const ZelString& destination) {
   return OutcomeOf(error);
 }
 
-Outcome Delete(const ZelString& path, bool recursive, bool keepRoot) {
+Outcome DeleteDirectoryAt(const ZelString& path, bool recursive, bool keepRoot) {
   const NativePath native = ToNativePath(path);
   if (!native) return InvalidName(native);
   if (IsRoot(path)) return FailedBecause("a root is not deleted");
@@ -125,7 +122,7 @@ int DirExists(const ZelString& path) {
 
 int DirCreate(const ZelString& path) {
   return Guarded("DirCreate", 0, [&] {
-    const Outcome outcome = Create(path);
+    const Outcome outcome = CreateDirectoryAt(path);
     if (outcome) return 1;
     LibraryLog().WarningWithNL("creation of directory %S failed: %S", path, outcome.reason);
     return 0;
@@ -144,7 +141,7 @@ int DirRename(const ZelString& source, const ZelString& destination) {
 
 int DirDelete(const ZelString& path, int recursive, int keepRoot) {
   return Guarded("DirDelete", 0, [&] {
-    const Outcome outcome = Delete(path, recursive != 0, keepRoot != 0);
+    const Outcome outcome = DeleteDirectoryAt(path, recursive != 0, keepRoot != 0);
     if (outcome) return 1;
     LibraryLog().WarningWithNL("deletion of directory %S failed: %S", path, outcome.reason);
     return 0;

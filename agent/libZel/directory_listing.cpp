@@ -43,12 +43,12 @@ void Forget(const Listing* listing) {
   if (current == listing) current = nullptr;
 }
 
-void LogFailure(const ZelString& path, const ZelString& reason) {
+void LogListingFailure(const ZelString& path, const ZelString& reason) {
   LibraryLog().WarningWithNL("reading of the directory %S failed: %S", ForLog(path), reason);
 }
 
 // The warning names the directory as the caller does.
-Outcome Open(const ZelString& path, Listing* listing) {
+Outcome OpenListing(const ZelString& path, Listing* listing) {
   const NativePath native = ToNativePath(path);
   if (!native) return FailedBecause(native.error);
   listing->entryPath = path.Utf8();
@@ -57,12 +57,12 @@ Outcome Open(const ZelString& path, Listing* listing) {
   return OutcomeOf(listing->reader.Open(native.path));
 }
 
-dirent* Read(Listing* listing) {
+dirent* ReadListing(Listing* listing) {
   Forget(listing);
   listing->entryPath.resize(listing->prefixSize);
   int error = 0;
   if (!listing->reader.Next(&error)) {
-    if (error != 0) LogFailure(listing->entryPath, file_system::ErrorText(error));
+    if (error != 0) LogListingFailure(listing->entryPath, file_system::ErrorText(error));
     return nullptr;
   }
   listing->reader.AppendName(&listing->entryPath);
@@ -84,7 +84,7 @@ class TreeListing {
       const ZelString path = std::move(open_.back());
       open_.pop_back();
       const Outcome outcome = ReadOne(path);
-      if (!outcome) LogFailure(path, outcome.reason);
+      if (!outcome) LogListingFailure(path, outcome.reason);
     }
   }
 
@@ -138,16 +138,16 @@ file_system::DirectoryReader* ReaderOfEntry(const ZelString& path) {
 DIR* OpenDirectory(const ZelString& path) {
   return Guarded("OpenDirectory", static_cast<DIR*>(nullptr), [&]() -> DIR* {
     auto listing = std::make_unique<Listing>();
-    const Outcome outcome = Open(path, listing.get());
+    const Outcome outcome = OpenListing(path, listing.get());
     if (outcome) return listing.release();
-    LogFailure(path, outcome.reason);
+    LogListingFailure(path, outcome.reason);
     return nullptr;
   });
 }
 
 dirent* ReadDirectory(DIR* directory) {
   return Guarded("ReadDirectory", static_cast<dirent*>(nullptr),
-                 [&] { return Read(static_cast<Listing*>(directory)); });
+                 [&] { return ReadListing(static_cast<Listing*>(directory)); });
 }
 
 void CloseDirectory(DIR* directory) {

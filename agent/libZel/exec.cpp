@@ -5,29 +5,29 @@
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/command_line.h"
 #include "agent/libZel/process_start.h"
+#include "agent/libZel/proxy_connection.h"
 #include "agent/libZel/proxy_session.h"
 #include "libZel/proxy_client.h"
 
 namespace {
 
-constexpr uint32_t kProxyTimeoutMs = 10000;
-
 // The arguments stay out of the log: they may hold secrets.
-void LogFailure(const ZelString& commandLine, const ZelString& reason) {
+void LogNotStarted(const ZelString& commandLine, const ZelString& reason) {
   LibraryLog().WarningWithNL("start of \"%S\" failed: %S", SplitCommandLine(commandLine.Utf8())[0],
                              reason);
 }
 
 bool RunHere(const ZelString& commandLine) {
   const Outcome outcome = StartProgram(commandLine);
-  if (!outcome) LogFailure(commandLine, outcome.reason);
+  if (!outcome) LogNotStarted(commandLine, outcome.reason);
   return static_cast<bool>(outcome);
 }
 
 bool RunThere(const ZelString& commandLine, XmlProxyClient& proxy, bool* failed) {
   const ProxyOutcome answer = AskToRun(proxy, commandLine);
   if (!answer.wasAsked) *failed = true;
-  if (!answer.outcome) LogFailure(commandLine, "in the user's session: " + answer.outcome.reason);
+  if (!answer.outcome)
+    LogNotStarted(commandLine, "in the user's session: " + answer.outcome.reason);
   return static_cast<bool>(answer.outcome);
 }
 
@@ -36,11 +36,11 @@ bool RunInUserSession(const ZelString& commandLine, XmlProxyClient* proxy,
   if (proxy) return RunThere(commandLine, *proxy, failed);
   XmlProxyClient own;
   if (proxyPipe.IsEmpty()) {
-    LogFailure(commandLine, "nobody is logged on, or no proxy runs in the user's session");
+    LogNotStarted(commandLine, "nobody is logged on, or no proxy runs in the user's session");
   } else if (own.Initialise(proxyPipe, kProxyTimeoutMs, XmlProxyClient::kUserSession)) {
     return RunThere(commandLine, own, failed);
   } else {
-    LogFailure(commandLine, "the proxy of the user's session cannot be asked");
+    LogNotStarted(commandLine, "the proxy of the user's session cannot be asked");
   }
   *failed = true;
   return false;
@@ -56,7 +56,7 @@ int ExecRedirect(const ZelString& commandLine, bool& failed, XmlProxyClient* pro
     const bool isPlain = reserved1.IsEmpty() && reserved2.IsEmpty() && reserved3 == 0 &&
                          !reserved4 && !reserved5 && !reserved6 && !exitCode;
     if (!isPlain) {
-      LogFailure(commandLine, "a reserved argument has a value");
+      LogNotStarted(commandLine, "a reserved argument has a value");
       return 0;
     }
     const bool isStarted = inUserSession ? RunInUserSession(commandLine, proxy, proxyPipe, &failed)

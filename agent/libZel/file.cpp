@@ -45,7 +45,7 @@ Outcome Upload(const std::filesystem::path& source, const ZelString& url, bool r
   return outcome ? http_file::Upload(source, url, replace) : outcome;
 }
 
-Outcome Copy(const ZelString& source, const ZelString& destination, bool replace) {
+Outcome CopyAny(const ZelString& source, const ZelString& destination, bool replace) {
   const bool fromUrl = IsUrl(source);
   const bool toUrl = IsUrl(destination);
   if (fromUrl && toUrl) return http_file::Copy(source, destination, replace);
@@ -59,7 +59,7 @@ Outcome Copy(const ZelString& source, const ZelString& destination, bool replace
   return CopyOnDisk(nativeSource.path, nativeDestination.path, replace);
 }
 
-Outcome Delete(const ZelString& path, bool force) {
+Outcome DeleteAny(const ZelString& path, bool force) {
   if (IsUrl(path)) return http_file::Delete(path);
   const NativePath native = ToNativeFile(path);
   if (!native) return InvalidName(native);
@@ -68,10 +68,10 @@ Outcome Delete(const ZelString& path, bool force) {
 
 // A move that the system cannot do in one step. One that fails leaves no second file behind.
 Outcome CopyAndDelete(const ZelString& source, const ZelString& destination) {
-  Outcome outcome = Copy(source, destination, false);
+  Outcome outcome = CopyAny(source, destination, false);
   if (!outcome) return outcome;
-  outcome = Delete(source, false);
-  if (!outcome) Delete(destination, true);
+  outcome = DeleteAny(source, false);
+  if (!outcome) DeleteAny(destination, true);
   return outcome;
 }
 
@@ -99,7 +99,7 @@ Outcome MoveOnDisk(const ZelString& source, const ZelString& destination) {
   return status.isLink ? MoveLink(from.path, to.path) : CopyAndDelete(source, destination);
 }
 
-Outcome Move(const ZelString& source, const ZelString& destination) {
+Outcome MoveAny(const ZelString& source, const ZelString& destination) {
   if (!IsUrl(source) && !IsUrl(destination)) return MoveOnDisk(source, destination);
   if (source != destination) return CopyAndDelete(source, destination);
   return FileExists(source) ? Outcome{} : OutcomeOf(file_system::kErrorNotFound);
@@ -114,7 +114,7 @@ http_file::Properties PropertiesOf(const ZelString& url) {
   return properties;
 }
 
-Status StatusOf(const ZelString& path) {
+Status StatusAt(const ZelString& path) {
   const NativePath native = ToNativeFile(path);
   return native ? file_system::Look(native.path) : Status{};
 }
@@ -132,7 +132,7 @@ int FileExists(const ZelString& path) {
     if (IsUrl(path)) return PropertiesOf(path).presence == Presence::kExists ? 1 : 0;
     const std::optional<bool> cameOut = LastExtractionTo(path);
     if (cameOut) return *cameOut && StandsThere(path) ? 1 : 0;
-    const Kind kind = StatusOf(path).kind;
+    const Kind kind = StatusAt(path).kind;
     return kind == Kind::kFile || kind == Kind::kOther ? 1 : 0;
   });
 }
@@ -140,14 +140,14 @@ int FileExists(const ZelString& path) {
 uint32_t FileGetSize(const ZelString& path) {
   return Guarded("FileGetSize", uint32_t{0}, [&] {
     if (IsUrl(path)) return static_cast<uint32_t>(PropertiesOf(path).sizeBytes);
-    const Status status = StatusOf(path);
+    const Status status = StatusAt(path);
     return status.kind == Kind::kFile ? static_cast<uint32_t>(status.sizeBytes) : 0;
   });
 }
 
 int FileCopyNet(const ZelString& source, const ZelString& destination, int failIfExists) {
   return Guarded("FileCopyNet", -1, [&] {
-    const Outcome outcome = Copy(source, destination, failIfExists == 0);
+    const Outcome outcome = CopyAny(source, destination, failIfExists == 0);
     if (!outcome) {
       LibraryLog().WarningWithNL("copy of %S to %S failed: %S", ForLog(source), ForLog(destination),
                                  outcome.reason);
@@ -158,7 +158,7 @@ int FileCopyNet(const ZelString& source, const ZelString& destination, int failI
 
 int FileRenameNet(const ZelString& source, const ZelString& destination) {
   return Guarded("FileRenameNet", -1, [&] {
-    const Outcome outcome = Move(source, destination);
+    const Outcome outcome = MoveAny(source, destination);
     if (!outcome) {
       LibraryLog().WarningWithNL("move of %S to %S failed: %S", ForLog(source), ForLog(destination),
                                  outcome.reason);
@@ -169,7 +169,7 @@ int FileRenameNet(const ZelString& source, const ZelString& destination) {
 
 int FileDeleteNet(const ZelString& path, bool force) {
   return Guarded("FileDeleteNet", -1, [&] {
-    const Outcome outcome = Delete(path, force);
+    const Outcome outcome = DeleteAny(path, force);
     if (!outcome) {
       LibraryLog().WarningWithNL("deletion of %S failed: %S", ForLog(path), outcome.reason);
     }

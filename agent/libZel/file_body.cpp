@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr uint32_t kPieceBytes = uint32_t{1} << 20;
+constexpr uint32_t kBodyPieceBytes = uint32_t{1} << 20;
 // What libcurl asks for at once: large, so that few calls of the system are needed for each byte.
 constexpr long kUploadBufferBytes = 1L << 20;
 
@@ -45,10 +45,10 @@ Outcome FileBody::Read(char* bytes, size_t sizeBytes, uint32_t* count) {
 
 Outcome FileBody::Digest(std::string* hex) {
   BodyDigest digest;
-  const std::unique_ptr<char[]> piece(new char[kPieceBytes]);
+  const std::unique_ptr<char[]> piece(new char[kBodyPieceBytes]);
   while (leftBytes_ > 0) {
     uint32_t count = 0;
-    const Outcome outcome = Read(piece.get(), kPieceBytes, &count);
+    const Outcome outcome = Read(piece.get(), kBodyPieceBytes, &count);
     if (!outcome) return outcome;
     digest.Add({piece.get(), count});
   }

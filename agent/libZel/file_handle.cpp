@@ -85,14 +85,14 @@ Deleted& LastDeleted() {
 }
 
 // Throws nothing: what has been done already must be told to the caller.
-void LogFailure(const char* what, const ZelString& path, const Outcome& outcome) noexcept {
+void LogHandleFailure(const char* what, const ZelString& path, const Outcome& outcome) noexcept {
   Guarded(what, 0, [&] {
     LibraryLog().WarningWithNL("%s of %S failed: %S", what, path, outcome.reason);
     return 0;
   });
 }
 
-void LogFailure(const char* what, int handle, const char* reason) noexcept {
+void LogHandleFailure(const char* what, int handle, const char* reason) noexcept {
   Guarded(what, 0, [&] {
     LibraryLog().WarningWithNL("%s with handle %d failed: %s", what, handle, reason);
     return 0;
@@ -119,23 +119,23 @@ Outcome OpenHandle(const ZelString& path, Operation open, int* number) {
   return outcome;
 }
 
-Outcome Open(const std::filesystem::path& path, Handle* handle) {
+Outcome OpenExisting(const std::filesystem::path& path, Handle* handle) {
   const Outcome outcome = CheckSource(file_system::Look(path));
   return outcome ? OutcomeOf(handle->file.Open(path)) : outcome;
 }
 
-Outcome Create(const std::filesystem::path& path, Handle* handle) {
+Outcome OpenNew(const std::filesystem::path& path, Handle* handle) {
   const Deleted deleted = std::exchange(LastDeleted(), Deleted{});
   const bool isSame = deleted.path.native() == path.native();
   handle->isForWriting = true;
   return OutcomeOf(handle->file.Create(path, isSame ? deleted.security.get() : nullptr));
 }
 
-uint32_t Read(Handle* handle, char* buffer, uint32_t sizeBytes) {
+uint32_t ReadFrom(Handle* handle, char* buffer, uint32_t sizeBytes) {
   uint32_t count = 0;
   const int error = handle->file.Read(buffer, sizeBytes, &count);
   if (error == 0) return count;
-  LogFailure("reading", handle->path, OutcomeOf(error));
+  LogHandleFailure("reading", handle->path, OutcomeOf(error));
   return kFailedRead;
 }
 
@@ -148,12 +148,12 @@ uint32_t Write(Handle* handle, const char* bytes, uint32_t sizeBytes) {
   }
   handle->hasFailed = true;
   const uint32_t answer = kFailedSum - std::exchange(handle->sum, kFailedSum);
-  LogFailure("writing", handle->path, OutcomeOf(error));
+  LogHandleFailure("writing", handle->path, OutcomeOf(error));
   return answer;
 }
 
-int CopyContent(const std::filesystem::path& source, const std::filesystem::path& destination,
-                bool replace) {
+int CopyContentTo(const std::filesystem::path& source, const std::filesystem::path& destination,
+                  bool replace) {
   file_system::PendingFile file;
   int error = file.Create(destination);
   if (error == 0) error = file.CloneFrom(source);
@@ -161,7 +161,7 @@ int CopyContent(const std::filesystem::path& source, const std::filesystem::path
   return error;
 }
 
-Outcome Copy(const ZelString& source, const ZelString& destination, bool replace) {
+Outcome CopyLocal(const ZelString& source, const ZelString& destination, bool replace) {
   const NativePath from = ToNativeFile(source);
   if (!from) return InvalidName(from);
   const NativePath to = ToNativeFile(destination);
@@ -171,7 +171,7 @@ Outcome Copy(const ZelString& source, const ZelString& destination, bool replace
   if (outcome) outcome = CheckDestination(to.path, &status, replace);
   if (!outcome) return outcome;
 
-  int error = CopyContent(from.path, to.path, replace);
+  int error = CopyContentTo(from.path, to.path, replace);
   // A link instead of a copy is right only where a file's content is to come back: a new file
   // would be one that nobody can change.
   if (file_system::IsDiskFull(error) && replace &&
@@ -182,7 +182,7 @@ Outcome Copy(const ZelString& source, const ZelString& destination, bool replace
   return OutcomeOf(error);
 }
 
-Outcome Delete(const ZelString& path, bool force) {
+Outcome DeleteLocal(const ZelString& path, bool force) {
   LastDeleted() = Deleted{};
   const NativePath native = ToNativeFile(path);
   if (!native) return InvalidName(native);
@@ -204,9 +204,9 @@ Outcome Delete(const ZelString& path, bool force) {
 int FileOpen(const ZelString& path, int /*mode*/) {
   return Guarded("FileOpen", kNoHandle, [&] {
     int handle = kNoHandle;
-    const Outcome outcome = OpenHandle(path, Open, &handle);
+    const Outcome outcome = OpenHandle(path, OpenExisting, &handle);
     if (outcome) return handle;
-    LogFailure("opening", path, outcome);
+    LogHandleFailure("opening", path, outcome);
     return kNoHandle;
   });
 }
@@ -214,9 +214,9 @@ int FileOpen(const ZelString& path, int /*mode*/) {
 int FileCreate(const ZelString& path, int /*mode*/) {
   return Guarded("FileCreate", kNoHandle, [&] {
     int handle = kNoHandle;
-    const Outcome outcome = OpenHandle(path, Create, &handle);
+    const Outcome outcome = OpenHandle(path, OpenNew, &handle);
     if (outcome) return handle;
-    LogFailure("creation", path, outcome);
+    LogHandleFailure("creation", path, outcome);
     return kNoHandle;
   });
 }
@@ -225,9 +225,9 @@ uint32_t FileRead(int handle, char* buffer, uint32_t sizeBytes) {
   return Guarded("FileRead", kFailedRead, [&] {
     if (const auto found = Handles().Find(handle)) {
       const std::lock_guard lock(found->mutex);
-      if (found->isOpen && !found->isForWriting) return Read(found.get(), buffer, sizeBytes);
+      if (found->isOpen && !found->isForWriting) return ReadFrom(found.get(), buffer, sizeBytes);
     }
-    LogFailure("reading", handle, "it is not open for reading");
+    LogHandleFailure("reading", handle, "it is not open for reading");
     return kFailedRead;
   });
 }
@@ -238,7 +238,7 @@ uint32_t FileWrite(int handle, const char* bytes, uint32_t sizeBytes) {
       const std::lock_guard lock(found->mutex);
       if (found->isOpen && found->isForWriting) return Write(found.get(), bytes, sizeBytes);
     }
-    LogFailure("writing", handle, "it is not open for writing");
+    LogHandleFailure("writing", handle, "it is not open for writing");
     return kFailedSum;
   });
 }
@@ -250,17 +250,17 @@ int FileClose(int handle) {
       removed->isOpen = false;
       const int error = removed->file.Close();
       if (error == 0) return 0;
-      LogFailure("closing", removed->path, OutcomeOf(error));
+      LogHandleFailure("closing", removed->path, OutcomeOf(error));
       return -1;
     }
-    LogFailure("closing", handle, "it is not open");
+    LogHandleFailure("closing", handle, "it is not open");
     return -1;
   });
 }
 
 int FileCopy(const ZelString& source, const ZelString& destination, int failIfExists) {
   return Guarded("FileCopy", -1, [&] {
-    const Outcome outcome = Copy(source, destination, failIfExists == 0);
+    const Outcome outcome = CopyLocal(source, destination, failIfExists == 0);
     if (!outcome) {
       LibraryLog().WarningWithNL("copy of %S to %S failed: %S", source, destination,
                                  outcome.reason);
@@ -271,8 +271,8 @@ int FileCopy(const ZelString& source, const ZelString& destination, int failIfEx
 
 int FileDelete(const ZelString& path, int force) {
   return Guarded("FileDelete", -1, [&] {
-    const Outcome outcome = Delete(path, force != 0);
-    if (!outcome) LogFailure("deletion", path, outcome);
+    const Outcome outcome = DeleteLocal(path, force != 0);
+    if (!outcome) LogHandleFailure("deletion", path, outcome);
     return outcome.code;
   });
 }

@@ -1,17 +1,18 @@
 #include "libZel/http.h"
 
 #include <algorithm>
-#include <cctype>
 #include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/file_body.h"
 #include "agent/libZel/file_checks.h"
 #include "agent/libZel/http_exchange.h"
+#include "agent/libZel/network/port.h"
 #include "agent/libZel/request_proof.h"
 #include "libZel/debug.h"
 
@@ -22,9 +23,7 @@ namespace {
 
 constexpr uint32_t kDefaultConnectTimeoutMs = 10'000;
 constexpr uint32_t kDefaultStallTimeoutMs = 30'000;
-constexpr long kStallBytesPerSecond = 128;
 constexpr size_t kMaxAnswerBytes = size_t{64} << 10;
-constexpr uint32_t kMaxPort = 65535;
 // Stopped before, or for a reason that libcurl has no number below 100 for.
 constexpr int kNotSent = 99;
 
@@ -45,23 +44,20 @@ const char* NameOf(HttpMethod_e method) {
 }
 
 // How an exchange ended: the client's return code, and a sentence when it is not 0.
-struct End {
+struct Ending {
   int code = 0;
   std::string reason;
 };
 
-bool IsHostCharacter(char c) {
-  return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '-' || c == '.' || c == '_';
-}
 bool IsIpv6Character(char c) {
-  return std::isxdigit(static_cast<unsigned char>(c)) != 0 || c == ':' || c == '.';
+  return IsHexDigit(c) || c == ':' || c == '.';
 }
 
 // The host as it stands in a URL, or nothing.
 std::optional<std::string> HostForUrl(std::string_view host) {
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
   if (host.empty()) return std::nullopt;
-  if (std::all_of(host.begin(), host.end(), IsHostCharacter)) return std::string(host);
+  if (std::all_of(host.begin(), host.end(), IsAsciiNameCharacter)) return std::string(host);
   const bool isIpv6 =
       host.find(':') != host.npos && std::all_of(host.begin(), host.end(), IsIpv6Character);
   if (!isIpv6) return std::nullopt;
@@ -98,7 +94,7 @@ struct Body {
   std::string_view text;
 };
 
-End Open(const HttpMessage& request, Body* body) {
+Ending OpenBody(const HttpMessage& request, Body* body) {
   const auto* const message = dynamic_cast<const HttpFileMessage*>(&request);
   if (message == nullptr || message->GetSendPath().IsEmpty()) {
     body->text = request.GetBody().Utf8();
@@ -107,7 +103,7 @@ End Open(const HttpMessage& request, Body* body) {
   if (request.GetMethod() != kHttpPut) return {kNotSent, "files are sent with PUT alone"};
   const NativePath path = ToNativeFile(message->GetSendPath());
   const Outcome outcome = path ? body->file.emplace().Open(path.path) : InvalidName(path);
-  return outcome ? End{} : End{kNotSent, std::string(outcome.reason.Utf8())};
+  return outcome ? Ending{} : Ending{kNotSent, std::string(outcome.reason.Utf8())};
 }
 
 void SetMethod(Request* request, HttpMethod_e method, std::string_view text) {
@@ -132,21 +128,21 @@ struct HttpClient::Implementation {
   bool isPac = false;
 
   ZelDebug& Log() { return hasLog ? log : LibraryLog(); }
-  End Send(AgentAddress* address, uint32_t port, const HttpMessage& message, HttpMessage* response,
-           bool checksStatus) const;
+  Ending Send(AgentAddress* address, uint32_t port, const HttpMessage& message,
+              HttpMessage* response, bool checksStatus) const;
   void LogFailure(const ZelString* agent, const AgentAddress& address, const HttpMessage& message,
-                  const End& end);
-  End Judge(const AgentAddress& address) const;
-  End Digest(Body* body, std::string* digest) const;
+                  const Ending& end);
+  Ending Judge(const AgentAddress& address) const;
+  Ending Digest(Body* body, std::string* digest) const;
   void SetUp(Request* request) const;
-  End Exchange(const AgentAddress& address, const HttpMessage& message, HttpMessage* response,
-               bool checksStatus) const;
-  End Perform(Request* request, Body* body, HttpMessage* response, bool checksStatus) const;
+  Ending Exchange(const AgentAddress& address, const HttpMessage& message, HttpMessage* response,
+                  bool checksStatus) const;
+  Ending Perform(Request* request, Body* body, HttpMessage* response, bool checksStatus) const;
 };
 
-End HttpClient::Implementation::Send(AgentAddress* address, uint32_t port,
-                                     const HttpMessage& message, HttpMessage* response,
-                                     bool checksStatus) const {
+Ending HttpClient::Implementation::Send(AgentAddress* address, uint32_t port,
+                                        const HttpMessage& message, HttpMessage* response,
+                                        bool checksStatus) const {
   const std::optional<std::string> host = HostForUrl(address->host);
   if (!host) return {kNotSent, "the host is neither a name nor an address"};
   address->host = *host;
@@ -155,12 +151,12 @@ End HttpClient::Implementation::Send(AgentAddress* address, uint32_t port,
   if (!message.GetResourcePath().StartsWith("/")) {
     return {kNotSent, "the resource does not start with \"/\""};
   }
-  const End end = Judge(*address);
+  const Ending end = Judge(*address);
   return end.code == 0 ? Exchange(*address, message, response, checksStatus) : end;
 }
 
 void HttpClient::Implementation::LogFailure(const ZelString* agent, const AgentAddress& address,
-                                            const HttpMessage& message, const End& end) {
+                                            const HttpMessage& message, const Ending& end) {
   const char* const method = NameOf(message.GetMethod());
   const auto* const file = dynamic_cast<const HttpFileMessage*>(&message);
   ZelString what(method != nullptr ? method : "request");
@@ -174,7 +170,7 @@ void HttpClient::Implementation::LogFailure(const ZelString* agent, const AgentA
 }
 
 // Whether the settings let anything be sent at all.
-End HttpClient::Implementation::Judge(const AgentAddress& address) const {
+Ending HttpClient::Implementation::Judge(const AgentAddress& address) const {
   if (isTls && ssl == nullptr) return {kNotSent, "TLS is not configured"};
   if (isTls && ssl->authorityFile.empty()) return {kNotSent, "[fleet] ca is not set"};
   if (isPac && login.pac == nullptr) return {kNotSent, "proofs of requests are not configured"};
@@ -186,11 +182,11 @@ End HttpClient::Implementation::Judge(const AgentAddress& address) const {
   return {};
 }
 
-End HttpClient::Implementation::Digest(Body* body, std::string* digest) const {
+Ending HttpClient::Implementation::Digest(Body* body, std::string* digest) const {
   if (!isPac) return {};
   if (body->file) {
     const Outcome outcome = body->file->Digest(digest);
-    return outcome ? End{} : End{kNotSent, std::string(outcome.reason.Utf8())};
+    return outcome ? Ending{} : Ending{kNotSent, std::string(outcome.reason.Utf8())};
   }
   BodyDigest sum;
   sum.Add(body->text);
@@ -200,15 +196,15 @@ End HttpClient::Implementation::Digest(Body* body, std::string* digest) const {
 
 void HttpClient::Implementation::SetUp(Request* request) const {
   request->Set(CURLOPT_CONNECTTIMEOUT_MS, connectTimeoutMs);
-  request->Set(CURLOPT_LOW_SPEED_LIMIT, kStallBytesPerSecond);
+  request->Set(CURLOPT_LOW_SPEED_LIMIT, http_exchange::kStallBytesPerSecond);
   request->Set(CURLOPT_LOW_SPEED_TIME, stallTimeoutSeconds);
   if (isTls) http_exchange::UseFleetTls(request, *ssl);
 }
 
-End HttpClient::Implementation::Exchange(const AgentAddress& address, const HttpMessage& message,
-                                         HttpMessage* response, bool checksStatus) const {
+Ending HttpClient::Implementation::Exchange(const AgentAddress& address, const HttpMessage& message,
+                                            HttpMessage* response, bool checksStatus) const {
   Body body;
-  End end = Open(message, &body);
+  Ending end = OpenBody(message, &body);
   std::string digest;
   if (end.code == 0) end = Digest(&body, &digest);
   if (end.code != 0) return end;
@@ -230,8 +226,8 @@ End HttpClient::Implementation::Exchange(const AgentAddress& address, const Http
   return end;
 }
 
-End HttpClient::Implementation::Perform(Request* request, Body* body, HttpMessage* response,
-                                        bool checksStatus) const {
+Ending HttpClient::Implementation::Perform(Request* request, Body* body, HttpMessage* response,
+                                           bool checksStatus) const {
   std::string answer;
   request->Collect(&answer, kMaxAnswerBytes);
   const CURLcode code = request->Perform();
@@ -249,10 +245,10 @@ End HttpClient::Implementation::Perform(Request* request, Body* body, HttpMessag
   }
   const bool isGood = status >= 200 && status <= 299;
   if (!isGood)
-    return checksStatus ? End{static_cast<int>(status), StatusText(status, answer)} : End{};
+    return checksStatus ? Ending{static_cast<int>(status), StatusText(status, answer)} : Ending{};
   const bool isWhole = !body->file || request->Number(CURLINFO_SIZE_UPLOAD_T) ==
                                           static_cast<curl_off_t>(body->file->SizeBytes());
-  return isWhole ? End{} : End{kNotSent, "the agent did not take the whole file"};
+  return isWhole ? Ending{} : Ending{kNotSent, "the agent did not take the whole file"};
 }
 
 HttpClient::HttpClient(uint32_t connectTimeoutMs, uint32_t stallTimeoutMs)
@@ -296,7 +292,7 @@ int HttpClient::SendAndRecv(const ZelString* agent, const ZelString& host, HttpM
     response.SetStatus(0);
     response.SetBody(ZelString());
     AgentAddress address{self.isTls, std::string(host.Utf8()), std::to_string(port)};
-    End end;
+    Ending end;
     try {
       end = self.Send(&address, port, request, &response, checksStatus != 0);
     } catch (const std::runtime_error& error) {

@@ -6,6 +6,7 @@
 #include <new>
 #include <stdexcept>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/request_proof.h"
 #include "agent/libZel/security_context.h"
@@ -29,11 +30,6 @@ void PrepareOnce() {
 
 size_t Discard(char*, size_t size, size_t count, void*) {
   return size * count;
-}
-
-bool IsUnreserved(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-         std::string_view("-._~").find(c) != std::string_view::npos;
 }
 
 }  // namespace

@@ -14,6 +14,10 @@
 // agent that never sends one does not pay for it.
 namespace http_exchange {
 
+/// Slower than this counts as standing still: a server that only trickles would hold an action
+/// thread, and a stopping agent, for ever.
+constexpr long kStallBytesPerSecond = 128;
+
 /// One request over http or https, and its answer. Redirects are not followed, servers'
 /// certificates are verified, an answer's body is dropped; options change that.
 ///

@@ -11,8 +11,6 @@ namespace {
 
 constexpr long kConnectTimeoutSeconds = 10;
 constexpr long kStallTimeoutSeconds = 30;
-// A server that only trickles would hold an action thread, and a stopping agent, for ever.
-constexpr long kStallBytesPerSecond = 128;
 constexpr long kMaxRedirects = 5;
 constexpr long kNotFound = 404;
 constexpr long kGone = 410;
@@ -24,7 +22,7 @@ class Request : public http_exchange::Request {
     Set(CURLOPT_FOLLOWLOCATION, 1L);
     Set(CURLOPT_MAXREDIRS, kMaxRedirects);
     Set(CURLOPT_CONNECTTIMEOUT, kConnectTimeoutSeconds);
-    Set(CURLOPT_LOW_SPEED_LIMIT, kStallBytesPerSecond);
+    Set(CURLOPT_LOW_SPEED_LIMIT, http_exchange::kStallBytesPerSecond);
     Set(CURLOPT_LOW_SPEED_TIME, kStallTimeoutSeconds);
     // Where the system keeps the authorities it trusts itself, those count.
     Set(CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));

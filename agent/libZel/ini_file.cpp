@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/blanks.h"
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/edit_failures.h"
@@ -17,19 +18,13 @@
 
 namespace {
 
-char AsciiLower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
 // A name in a section; sections themselves are names in section `kNoSection`.
 struct Key {
   uint32_t section;
   std::string_view name;
 
   friend bool operator==(const Key& a, const Key& b) {
-    return a.section == b.section &&
-           std::equal(a.name.begin(), a.name.end(), b.name.begin(), b.name.end(),
-                      [](char x, char y) { return AsciiLower(x) == AsciiLower(y); });
+    return a.section == b.section && EqualsIgnoringCase(a.name, b.name);
   }
 };
 
@@ -46,7 +41,7 @@ struct KeyHash {
   }
 };
 
-struct Entry {
+struct IniEntry {
   std::string_view name;
   std::string_view value;
   uint32_t line = 0;
@@ -90,12 +85,12 @@ struct IniFile::Content {
     return section.isBlocked ? nullptr : &section;
   }
 
-  const Entry* EntryAt(const Section& section, unsigned index) const {
+  const IniEntry* EntryAt(const Section& section, unsigned index) const {
     const bool exists = index >= 1 && index <= section.count;
     return exists ? &entries_[order_[section.firstInOrder + index - 1]] : nullptr;
   }
 
-  const Entry* FindEntry(const ZelString& sectionName, const ZelString& name) const {
+  const IniEntry* FindEntry(const ZelString& sectionName, const ZelString& name) const {
     const Section* const section = FindSection(sectionName);
     if (section == nullptr) return nullptr;
     const auto number = static_cast<uint32_t>(section - sections_.data());
@@ -159,14 +154,14 @@ struct IniFile::Content {
 
   std::unordered_map<Key, uint32_t, KeyHash> numbers_;
   std::vector<Section> sections_;
-  std::vector<Entry> entries_;
+  std::vector<IniEntry> entries_;
   // Indices of `entries_`, section by section.
   std::vector<uint32_t> order_;
 };
 
 namespace {
 // No file has no lines: then an edit of one that has appeared since is refused.
-std::shared_ptr<const TextLines> Read(const ZelString& path, const NativePath& native) {
+std::shared_ptr<const TextLines> ReadIniFile(const ZelString& path, const NativePath& native) {
   std::string bytes;
   const Outcome outcome = native ? ReadTextFile(native.path, &bytes) : InvalidName(native);
   if (outcome) return std::make_shared<const TextLines>(std::move(bytes));
@@ -179,7 +174,7 @@ std::shared_ptr<const TextLines> Read(const ZelString& path, const NativePath& n
 IniFile::IniFile(const ZelString& path) : File(path) {
   Guarded("IniFile", 0, [&] {
     const NativePath native = ToNativeFile(path);
-    lines_ = Read(path, native);
+    lines_ = ReadIniFile(path, native);
     const auto unchangeable = edit_failures::Find(native.path, lines_->Stamp());
     content_ = std::make_unique<const Content>(lines_, unchangeable);
     return 0;
@@ -189,7 +184,7 @@ IniFile::~IniFile() = default;
 int IniFile::GetEntryName(const ZelString& section, unsigned index, ZelString& name) const {
   return Guarded("GetEntryName", 0, [&] {
     const Section* const found = content_ ? content_->FindSection(section) : nullptr;
-    const Entry* const entry = found != nullptr ? content_->EntryAt(*found, index) : nullptr;
+    const IniEntry* const entry = found != nullptr ? content_->EntryAt(*found, index) : nullptr;
     if (entry == nullptr) return 0;
     name = ZelString(entry->name);
     return 1;
@@ -198,14 +193,14 @@ int IniFile::GetEntryName(const ZelString& section, unsigned index, ZelString& n
 int IniFile::GetEntryValue(const ZelString& section, const ZelString& name, ZelString& value,
                            const ZelString& defaultValue) const {
   return Guarded("GetEntryValue", 0, [&] {
-    const Entry* const entry = content_ ? content_->FindEntry(section, name) : nullptr;
+    const IniEntry* const entry = content_ ? content_->FindEntry(section, name) : nullptr;
     value = entry != nullptr ? ZelString(entry->value) : defaultValue;
     return entry != nullptr ? 1 : 0;
   });
 }
 uint32_t IniFile::FindEntryLine(const ZelString& section, const ZelString& name) const {
   return Guarded("FindEntryLine", uint32_t{0}, [&] {
-    const Entry* const entry = content_ ? content_->FindEntry(section, name) : nullptr;
+    const IniEntry* const entry = content_ ? content_->FindEntry(section, name) : nullptr;
     return entry != nullptr ? entry->line : 0;
   });
 }

@@ -7,10 +7,6 @@
 
 namespace {
 
-NativePath Refused(const char* reason) {
-  return {{}, reason};
-}
-
 // "\\server" alone: the text says share, but there is none.
 bool IsUnfinishedShare(std::string_view path) {
   if (path.size() < 2 || !IsPathSeparator(path[0]) || !IsPathSeparator(path[1])) return false;
@@ -21,15 +17,15 @@ bool IsUnfinishedShare(std::string_view path) {
 }  // namespace
 
 NativePath ToNativePath(const ZelString& path) {
-  if (path.IsEmpty()) return Refused("the path is empty");
+  if (path.IsEmpty()) return RefusedPath("the path is empty");
   if (path.Utf8().find('\0') != std::string_view::npos) {
-    return Refused("the path holds a NUL character");
+    return RefusedPath("the path holds a NUL character");
   }
-  if (UrlParseInet::CanHandleUrl(path)) return Refused("the path is a URL");
-  if (IsUnfinishedShare(path.Utf8())) return Refused("the path names a server without a share");
+  if (UrlParseInet::CanHandleUrl(path)) return RefusedPath("the path is a URL");
+  if (IsUnfinishedShare(path.Utf8())) return RefusedPath("the path names a server without a share");
 
   const ZelString full = CompletePath(path);
   const PathParts parts = ParsePath(full.Utf8());
-  if (!parts.isAbsolute) return Refused("the working directory is not known");
+  if (!parts.isAbsolute) return RefusedPath("the working directory is not known");
   return platform_path::Assemble(parts);
 }

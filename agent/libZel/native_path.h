@@ -15,6 +15,10 @@ struct NativePath {
   explicit operator bool() const { return error.empty(); }
 };
 
+inline NativePath RefusedPath(const std::string& reason) {
+  return {{}, reason};
+}
+
 /// Turns a path of the protocol (either separator, drive letters on every platform) into a full
 /// native one; ".." is resolved in the text. On Windows the result has the form "\\?\...", and
 /// names that end in a dot or blank or that the system reserves for devices are refused. Elsewhere

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "agent/libZel/ascii.h"
 #include "libZel/path.h"
 
 namespace {
@@ -15,10 +16,6 @@ size_t ShareLength(std::string_view path) {
   if (serverEnd == path.npos || serverEnd == 2) return 0;
   const size_t shareEnd = std::min(path.find_first_of(kSeparators, serverEnd + 1), path.size());
   return shareEnd == serverEnd + 1 ? 0 : shareEnd;
-}
-
-bool IsLetter(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
 void AddName(PathParts* parts, std::string_view name) {
@@ -45,7 +42,7 @@ bool IsShare(std::string_view drive) {
 }
 
 size_t DriveLength(std::string_view path) {
-  if (path.size() >= 2 && path[1] == ':' && IsLetter(path[0])) return 2;
+  if (path.size() >= 2 && path[1] == ':' && IsAsciiLetter(path[0])) return 2;
   return ShareLength(path);
 }
 

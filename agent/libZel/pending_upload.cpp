@@ -43,7 +43,7 @@ uint64_t AvailableBytes(const fs::path& directory) {
   return unknown ? UINT64_MAX : space.available;
 }
 
-bool IsDirectory(const fs::path& path) {
+bool IsDirectoryAt(const fs::path& path) {
   return file_system::Look(path).kind == file_system::Kind::kDirectory;
 }
 
@@ -70,7 +70,7 @@ Result PendingUpload::Create(const fs::path& directory, const ZelString& name,
   if (!native) return {Trouble::kOther, native.error};
   self.path = native.path;
   self.destination = FromNativePath(native.path);
-  if (IsDirectory(self.path)) return self.NotAFile();
+  if (IsDirectoryAt(self.path)) return self.NotAFile();
 
   const int made = MakeWithParents(self.path.parent_path());
   if (made != 0) return FromError(made);
@@ -89,7 +89,7 @@ Result PendingUpload::Write(const void* bytes, size_t count) {
 
 Result PendingUpload::Commit() {
   const int error = implementation_->file.Commit(true);
-  if (error != 0 && IsDirectory(implementation_->path)) return implementation_->NotAFile();
+  if (error != 0 && IsDirectoryAt(implementation_->path)) return implementation_->NotAFile();
   return FromError(error);
 }
 

@@ -76,7 +76,7 @@ std::vector<ProcessInfo> InfosOf(std::vector<Entry> entries) {
   return infos;
 }
 
-Outcome End(uint32_t id) {
+Outcome EndProcess(uint32_t id) {
   if (id == 0) return FailedBecause("no process has this identifier");
   if (id == process_table::OwnIdentifier()) return FailedBecause("it is the agent itself");
   return process_table::End(id);
@@ -111,7 +111,7 @@ void ProcessAccess::GetProcessList(std::vector<ProcessInfo>& list) const {
 
 int ProcessAccess::TerminateProcessByID(uint32_t id) {
   return Guarded("termination of a process", 0, [&] {
-    const Outcome outcome = End(id);
+    const Outcome outcome = EndProcess(id);
     if (outcome) {
       LibraryLog().DetailWithNL("ended process %u", id);
     } else {

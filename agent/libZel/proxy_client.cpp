@@ -7,7 +7,7 @@
 #include "agent/libZel/proxy_connection.h"
 #include "agent/libZel/proxy_waits.h"
 
-using namespace proxy_protocol;
+using proxy_protocol::After, proxy_protocol::Deadline, proxy_protocol::StopSignal;
 
 namespace {
 
@@ -26,7 +26,7 @@ std::unique_ptr<XmlProxyClient::Connection> OpenProxyConnection(const ZelString&
   if (HaveProxyWaitsEnded()) return Refuse(pipe, "the agent is stopping");
   if (!stop) stop = ProxyWaitsEnd();
   const Deadline deadline = After(std::chrono::milliseconds(timeoutMs));
-  Connected connected = Connect(std::string(pipe.Utf8()), deadline, std::move(stop));
+  auto connected = proxy_protocol::Connect(std::string(pipe.Utf8()), deadline, std::move(stop));
   if (!connected.channel) return Refuse(pipe, connected.result.reason);
 
   auto opened =

@@ -5,16 +5,9 @@
 #include "agent/libZel/proxy_waits.h"
 #include "agent/proxy_protocol/frame.h"
 
-using namespace proxy_protocol;
-
-namespace {
-
-std::string TextOf(const Message& message, const char* field) {
-  const std::string* const text = message.Find(field);
-  return text ? *text : std::string();
-}
-
-}  // namespace
+using proxy_protocol::After, proxy_protocol::Channel, proxy_protocol::Deadline,
+    proxy_protocol::Field, proxy_protocol::Message, proxy_protocol::kConnection,
+    proxy_protocol::kReason;
 
 XmlProxyClient::Connection::Connection(std::unique_ptr<Channel> channel, uint32_t timeoutMs)
     : channel_(std::move(channel)), timeoutMs_(timeoutMs) {}
@@ -39,7 +32,7 @@ XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Ask(const std::st
 }
 
 std::string XmlProxyClient::Connection::Proxy() const {
-  return TextOf(session_, "processId") + "/" + TextOf(session_, "startedAt");
+  return FieldOf(session_, "processId") + "/" + FieldOf(session_, "startedAt");
 }
 
 XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Exchange(Channel& channel,
@@ -47,11 +40,12 @@ XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Exchange(Channel&
                                                                         std::vector<Field> fields,
                                                                         Deadline deadline) {
   const Message question{Message::Kind::kRequest, request, ++lastId_, 0, std::move(fields)};
-  const Result sent = Send(channel, question, deadline);
+  const proxy_protocol::Result sent = Send(channel, question, deadline);
   // Who turns a caller away says so without reading anything.
-  if (!sent && sent.status != Result::Status::kClosed) return {nullptr, sent.reason};
+  if (!sent && sent.status != proxy_protocol::Result::Status::kClosed)
+    return {nullptr, sent.reason};
 
-  Received received = Receive(channel, deadline);
+  proxy_protocol::Received received = Receive(channel, deadline);
   if (!received.result) return {nullptr, received.result.reason};
   Message& reply = received.message;
   const bool isReply = reply.kind == Message::Kind::kReply;
@@ -62,6 +56,11 @@ XmlProxyClient::Connection::Answer XmlProxyClient::Connection::Exchange(Channel&
   if (!isReply || reply.id != question.id || reply.name != question.name)
     return {nullptr, "the proxy answered another question"};
   return {std::make_unique<Message>(std::move(reply)), {}};
+}
+
+std::string FieldOf(const Message& message, const char* field) {
+  const std::string* const text = message.Find(field);
+  return text ? *text : std::string();
 }
 
 std::string WhyFailed(const XmlProxyClient::Connection::Answer& answer) {

@@ -10,6 +10,11 @@
 #include "agent/proxy_protocol/message.h"
 #include "libZel/proxy_client.h"
 
+/// How long the proxy may take to answer what no person has to: a desktop is locked when the screen
+/// is covered, after some seconds. A new connection and what is asked over it take this long
+/// together.
+constexpr uint32_t kProxyTimeoutMs = 10000;
+
 /// An open connection to a proxy: one question at a time.
 struct XmlProxyClient::Connection {
  public:
@@ -60,6 +65,9 @@ struct XmlProxyClient::Connection {
 std::unique_ptr<XmlProxyClient::Connection> OpenProxyConnection(
     const ZelString& pipe, uint32_t timeoutMs,
     std::shared_ptr<proxy_protocol::StopSignal> stop = nullptr);
+
+/// What the message says in a field; empty where it lacks that.
+std::string FieldOf(const proxy_protocol::Message& message, const char* field);
 
 /// Why a request did not succeed, for the log; empty when it did.
 std::string WhyFailed(const XmlProxyClient::Connection::Answer& answer);

@@ -29,19 +29,14 @@ Asked Ask(XmlProxyClient& client, const std::string& request, std::vector<Field>
   return {std::move(answer.reply), std::move(outcome)};
 }
 
-ZelString TextOf(const Message& reply, const char* field) {
-  const std::string* const text = reply.Find(field);
-  return text ? ZelString(*text) : ZelString();
-}
-
-const char* const kWhat = "asking the user-session proxy";
+const char* const kAsking = "asking the user-session proxy";
 
 }  // namespace
 
 SessionInfo SessionOf(const XmlProxyClient& client) {
   SessionInfo failed;
   failed.outcome.code = -1;
-  return Guarded(kWhat, failed, [&] {
+  return Guarded(kAsking, failed, [&] {
     SessionInfo session;
     const XmlProxyClient::Connection* const connection = client.GetConnection();
     if (!connection || connection->IsBroken()) {
@@ -49,12 +44,12 @@ SessionInfo SessionOf(const XmlProxyClient& client) {
       return session;
     }
     const Message& told = connection->Session();
-    session.userName = TextOf(told, "userName");
-    session.sessionId = TextOf(told, "sessionId");
-    session.platform = TextOf(told, "platform");
-    session.processId = TextOf(told, "processId").ToUL(10);
-    session.startedAt = TextOf(told, "startedAt").ToInt64(10);
-    session.language = TextOf(told, "language");
+    session.userName = ZelString(FieldOf(told, "userName"));
+    session.sessionId = ZelString(FieldOf(told, "sessionId"));
+    session.platform = ZelString(FieldOf(told, "platform"));
+    session.processId = ZelString(FieldOf(told, "processId")).ToUL(10);
+    session.startedAt = ZelString(FieldOf(told, "startedAt")).ToInt64(10);
+    session.language = ZelString(FieldOf(told, "language"));
     return session;
   });
 }
@@ -64,7 +59,7 @@ Outcome RunInSession(XmlProxyClient& client, const ZelString& commandLine) {
 }
 
 ProxyOutcome AskToRun(XmlProxyClient& client, const ZelString& commandLine) {
-  return Guarded(kWhat, ProxyOutcome{false, {-1, {}}}, [&] {
+  return Guarded(kAsking, ProxyOutcome{false, {-1, {}}}, [&] {
     Asked asked = Ask(client, "run", {{"commandLine", std::string(commandLine.Utf8())}});
     return ProxyOutcome{asked.reply != nullptr, std::move(asked.outcome)};
   });

@@ -10,36 +10,18 @@
 #include <chrono>
 #include <stdexcept>
 
+#include "agent/libZel/ascii.h"
+#include "agent/libZel/digest_context.h"
+#include "agent/libZel/hexadecimal.h"
+
 namespace {
 
 constexpr std::string_view kScheme = "PAC ";
-constexpr size_t kNonceBytes = 16;
+constexpr size_t kProofNonceBytes = 16;
 constexpr size_t kDigestBytes = 32;
 constexpr size_t kLongestName = 64;
 // Until the year 33658.
 constexpr size_t kLongestDate = 12;
-
-std::string ToHex(const unsigned char* bytes, size_t count) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string hex;
-  hex.reserve(2 * count);
-  for (size_t i = 0; i < count; ++i) {
-    hex += kDigits[bytes[i] >> 4];
-    hex += kDigits[bytes[i] & 0xF];
-  }
-  return hex;
-}
-
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-bool IsHexDigit(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'f');
-}
-bool IsNameCharacter(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '.' || c == '-' ||
-         c == '_';
-}
 
 std::string Mac(const RequestProof& proof, const ProvenRequest& request,
                 std::string_view fleetSecret) {
@@ -59,15 +41,15 @@ std::string Mac(const RequestProof& proof, const ProvenRequest& request,
            &length) == nullptr) {
     throw std::runtime_error("HMAC-SHA256 failed");
   }
-  return ToHex(mac, length);
+  return Hexadecimal(mac, length);
 }
 
 std::string Nonce() {
-  unsigned char bytes[kNonceBytes];
+  unsigned char bytes[kProofNonceBytes];
   if (RAND_bytes(bytes, sizeof bytes) != 1) {
     throw std::runtime_error("the system gives no random numbers");
   }
-  return ToHex(bytes, sizeof bytes);
+  return Hexadecimal(bytes, sizeof bytes);
 }
 
 // Takes "`name`=value" off the start of `*text`, and the comma behind it unless it is the last
@@ -85,31 +67,29 @@ bool TakeField(std::string_view* text, std::string_view name, bool isLast, std::
 }
 
 bool IsHexOf(std::string_view text, size_t bytes) {
-  return text.size() == 2 * bytes && std::all_of(text.begin(), text.end(), IsHexDigit);
+  // Small digits alone: it is a text that is compared.
+  return text.size() == 2 * bytes && text.find_first_not_of("0123456789abcdef") == text.npos;
 }
 
 bool IsName(std::string_view text) {
   return !text.empty() && text.size() <= kLongestName &&
-         std::all_of(text.begin(), text.end(), IsNameCharacter);
+         std::all_of(text.begin(), text.end(), IsAsciiNameCharacter);
 }
 
 // A number has one form only: the mac is over the number.
 bool ParseDate(std::string_view text, int64_t* date) {
   if (text.empty() || text.size() > kLongestDate || text[0] == '0') return false;
-  if (!std::all_of(text.begin(), text.end(), IsDigit)) return false;
+  if (!std::all_of(text.begin(), text.end(), IsAsciiDigit)) return false;
   return std::from_chars(text.data(), text.data() + text.size(), *date).ec == std::errc();
 }
 
 }  // namespace
 
 struct BodyDigest::Implementation {
-  struct Free {
-    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
-  };
   static void Check(bool isDone) {
     if (!isDone) throw std::runtime_error("the cryptographic library offers no SHA-256");
   }
-  std::unique_ptr<EVP_MD_CTX, Free> context{EVP_MD_CTX_new()};
+  DigestContext context{EVP_MD_CTX_new()};
 };
 
 BodyDigest::BodyDigest() : implementation_(std::make_unique<Implementation>()) {
@@ -129,7 +109,7 @@ std::string BodyDigest::Hex() {
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned length = 0;
   Implementation::Check(EVP_DigestFinal_ex(implementation_->context.get(), digest, &length) == 1);
-  return ToHex(digest, length);
+  return Hexadecimal(digest, length);
 }
 
 std::string MakeProof(const PacContext& context, const ProvenRequest& request,
@@ -157,7 +137,7 @@ std::optional<RequestProof> ParseProof(std::string_view authorization) {
                        TakeField(&rest, "sha256", false, &proof.bodySha256) &&
                        TakeField(&rest, "mac", true, &proof.mac);
   const bool isProof = hasForm && IsName(proof.agentName) && ParseDate(date, &proof.dateSeconds) &&
-                       IsHexOf(proof.nonce, kNonceBytes) &&
+                       IsHexOf(proof.nonce, kProofNonceBytes) &&
                        IsHexOf(proof.bodySha256, kDigestBytes) && IsHexOf(proof.mac, kDigestBytes);
   if (!isProof) return std::nullopt;
   return proof;

@@ -15,7 +15,7 @@ auto RankOf(const BegunSession& one) {
   return std::tuple(!session.isActive, !session.isGraphical, session.isRemote, one.begunAt);
 }
 
-std::string Get(const std::map<std::string, std::string>& properties, const char* name) {
+std::string PropertyOf(const std::map<std::string, std::string>& properties, const char* name) {
   const auto found = properties.find(name);
   return found == properties.end() ? std::string() : found->second;
 }
@@ -43,9 +43,9 @@ std::vector<UserSession> InOrder(std::vector<BegunSession> sessions) {
 
 std::optional<BegunSession> SessionOfLogind(const LogindSession& listed,
                                             const std::map<std::string, std::string>& properties) {
-  if (Get(properties, "Class") != "user" || Get(properties, "State") == "closing")
+  if (PropertyOf(properties, "Class") != "user" || PropertyOf(properties, "State") == "closing")
     return std::nullopt;
-  const std::string type = Get(properties, "Type");
+  const std::string type = PropertyOf(properties, "Type");
   const bool isGraphical = type == "x11" || type == "wayland" || type == "mir";
   if (!isGraphical && listed.seat.empty()) return std::nullopt;
 
@@ -54,11 +54,11 @@ std::optional<BegunSession> SessionOfLogind(const LogindSession& listed,
   made.session.userName = listed.userName;
   made.session.userId = listed.userId;
   made.session.isGraphical = isGraphical;
-  made.session.isActive = Get(properties, "Active") == "yes";
-  made.session.isLocked = Get(properties, "LockedHint") == "yes";
-  made.session.isRemote = Get(properties, "Remote") == "yes";
-  made.session.display = Get(properties, "Display");
-  const std::string begun = Get(properties, "Timestamp");
+  made.session.isActive = PropertyOf(properties, "Active") == "yes";
+  made.session.isLocked = PropertyOf(properties, "LockedHint") == "yes";
+  made.session.isRemote = PropertyOf(properties, "Remote") == "yes";
+  made.session.display = PropertyOf(properties, "Display");
+  const std::string begun = PropertyOf(properties, "Timestamp");
   made.begunAt = ReadWholeNumber<uint64_t>(begun).value_or(0);
   return made;
 }

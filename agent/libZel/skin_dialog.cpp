@@ -5,7 +5,6 @@
 #include <ctime>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/dialog_memory.h"
@@ -21,7 +20,7 @@ struct SkinDialog::Window : DialogWindow {
 
 namespace {
 
-const char* const kWhat = "a dialog";
+const char* const kDialog = "a dialog";
 
 std::string Wtf8(const ZelString& text) {
   return std::string(text.Utf8());
@@ -30,7 +29,7 @@ std::string Wtf8(const ZelString& text) {
 // Sets the flag when the operation, which tells whether the proxy was reached, fails.
 template <typename Operation>
 void Try(bool& error, Operation operation) {
-  if (!Guarded(kWhat, false, operation)) error = true;
+  if (!Guarded(kDialog, false, operation)) error = true;
 }
 
 }  // namespace
@@ -99,7 +98,7 @@ void* SkinDialog::GetWindowsHandle() {
 }
 
 ZelString SkinDialog::GetFormatedCurrentDateTime() {
-  return Guarded(kWhat, ZelString(), [] {
+  return Guarded(kDialog, ZelString(), [] {
     return ZelString(fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::localtime(std::time(nullptr))));
   });
 }

@@ -5,6 +5,7 @@
 #include <limits>
 #include <utility>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/wtf8.h"
 
 namespace {
@@ -80,20 +81,8 @@ std::basic_string<TCHAR> ToUtf16(std::string_view text) {
   return wide;
 }
 
-char AsciiLower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
-std::string AsciiLower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) c = AsciiLower(c);
-  return lower;
-}
-
 bool EqualAscii(std::string_view a, std::string_view b, bool ignoreCase) {
-  if (!ignoreCase) return a == b;
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return AsciiLower(x) == AsciiLower(y); });
+  return ignoreCase ? EqualsIgnoringCase(a, b) : a == b;
 }
 
 /// The digits of a number in a text, with what stands before them.
@@ -255,7 +244,7 @@ bool AppendConverted(const Directive& directive, const ZelFormatArgument& argume
       if (!isNumber) return false;
       std::string digits = NumberIn(AsUnsigned(argument), 16);
       if (directive.conversion == 'X') {
-        for (char& c : digits) c = c >= 'a' ? static_cast<char>(c - ('a' - 'A')) : c;
+        for (char& c : digits) c = AsciiUpper(c);
       }
       AppendPadded(digits, directive, true, out);
       return true;

@@ -6,25 +6,13 @@
 #include <string>
 #include <string_view>
 
+#include "agent/libZel/ascii.h"
+#include "agent/libZel/network/port.h"
+
 namespace {
 
-constexpr uint32_t kMaxPort = 65535;
-
-char Lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-bool IsDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-bool IsHexDigit(char c) {
-  return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'f');
-}
-
 bool RemovePrefix(std::string_view* text, std::string_view lowerCasePrefix) {
-  if (text->size() < lowerCasePrefix.size()) return false;
-  for (size_t i = 0; i < lowerCasePrefix.size(); ++i) {
-    if (Lower((*text)[i]) != lowerCasePrefix[i]) return false;
-  }
+  if (!EqualsIgnoringCase(text->substr(0, lowerCasePrefix.size()), lowerCasePrefix)) return false;
   text->remove_prefix(lowerCasePrefix.size());
   return true;
 }
@@ -35,15 +23,15 @@ bool IsUrlCharacter(char c) {
 }
 
 // A registered name as RFC 3986 has it, or one in letters beyond ASCII.
-bool IsNameCharacter(char c) {
-  return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') || static_cast<signed char>(c) < 0 ||
-         std::string_view("-._~%!$&'()*+,;=").find(c) != std::string_view::npos;
+bool IsHostCharacter(char c) {
+  return IsUnreserved(c) || static_cast<signed char>(c) < 0 ||
+         std::string_view("%!$&'()*+,;=").find(c) != std::string_view::npos;
 }
 
 bool IsPort(std::string_view text) {
   uint32_t port = 0;
   for (const char c : text) {
-    if (!IsDigit(c)) return false;
+    if (!IsAsciiDigit(c)) return false;
     port = port * 10 + static_cast<uint32_t>(c - '0');
     if (port > kMaxPort) return false;
   }
@@ -63,18 +51,13 @@ bool IsHostAndPort(std::string_view text) {
   }
   const size_t colon = std::min(text.find(':'), text.size());
   const std::string_view name = text.substr(0, colon);
-  return !name.empty() && std::all_of(name.begin(), name.end(), IsNameCharacter) &&
+  return !name.empty() && std::all_of(name.begin(), name.end(), IsHostCharacter) &&
          (colon == text.size() || IsPort(text.substr(colon + 1)));
 }
 
 constexpr std::string_view kSubDelimiters = "!$&'()*+,;=";
 constexpr size_t kIpv6Groups = 8;
 constexpr size_t kIpv4Numbers = 4;
-
-bool IsUnreserved(char c) {
-  return IsDigit(c) || (Lower(c) >= 'a' && Lower(c) <= 'z') ||
-         std::string_view("-._~").find(c) != std::string_view::npos;
-}
 
 // Whether the text is made of unreserved characters, sub-delimiters, those in `more` and percent
 // signs with two hexadecimal digits behind them.
@@ -94,7 +77,7 @@ bool IsEncoded(std::string_view text, std::string_view more) {
 }
 
 unsigned HexValue(char c) {
-  return static_cast<unsigned>(IsDigit(c) ? c - '0' : Lower(c) - 'a' + 10);
+  return static_cast<unsigned>(IsAsciiDigit(c) ? c - '0' : AsciiLower(c) - 'a' + 10);
 }
 
 // Undoes the percent-encoding of a text that `IsEncoded`.
@@ -127,7 +110,7 @@ bool IsIpv4Address(std::string_view text) {
     if (number.empty() || number.size() > 3 || (number.size() > 1 && number[0] == '0'))
       return false;
     for (const char c : number) {
-      if (!IsDigit(c)) return false;
+      if (!IsAsciiDigit(c)) return false;
       value = value * 10 + static_cast<unsigned>(c - '0');
     }
     if (value > 255) return false;

@@ -12,15 +12,13 @@
 
 namespace {
 
-constexpr uint32_t kTimeoutMs = 10000;
-
 bool NotKnown(const ZelString& pipe, const std::string& why) {
   LibraryLog().WarningWithNL("whether the user at \"%S\" is absent is not known: %S", pipe, why);
   return false;
 }
 
 bool AskWhetherAbsent(const ZelString& pipe) {
-  const auto connection = OpenProxyConnection(pipe, kTimeoutMs);
+  const auto connection = OpenProxyConnection(pipe, kProxyTimeoutMs);
   if (!connection) return NotKnown(pipe, "the proxy cannot be reached");
   const auto answer = connection->Ask("absence", {});
   if (const std::string why = WhyFailed(answer); !why.empty()) return NotKnown(pipe, why);
@@ -52,7 +50,7 @@ bool ProxyUtils::IsUserAbsent(const ZelString& pipeName) {
 void SysTray::ExecuteAsLoggedUser(const ZelString& command) {
   Guarded("starting a program for the user", false, [&] {
     XmlProxyClient proxy;
-    if (!proxy.Initialise(pipeName_(), kTimeoutMs, XmlProxyClient::kUserSession)) return false;
+    if (!proxy.Initialise(pipeName_(), kProxyTimeoutMs, XmlProxyClient::kUserSession)) return false;
     const Outcome outcome = RunInSession(proxy, command);
     if (!outcome)
       LibraryLog().WarningWithNL("a program for the user did not start: %S", outcome.reason);

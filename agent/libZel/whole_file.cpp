@@ -27,7 +27,7 @@ std::filesystem::path& FailedLoad() {
   return failed.Get();
 }
 
-Outcome Load(const std::filesystem::path& path, ZelString* text) {
+Outcome LoadText(const std::filesystem::path& path, ZelString* text) {
   std::string bytes;
   const Outcome outcome = ReadTextFile(path, &bytes, kMaxBytes);
   if (outcome) *text = ZelString(IsUtf8(bytes) ? std::move(bytes) : EscapeBytes(bytes));
@@ -73,7 +73,7 @@ bool LoadFileToString(const ZelString& path, ZelString* text) {
     const NativePath native = ToNativeFile(path);
     // It has failed until it has succeeded.
     std::filesystem::path before = std::exchange(FailedLoad(), native.path);
-    const Outcome outcome = native ? Load(native.path, text) : InvalidName(native);
+    const Outcome outcome = native ? LoadText(native.path, text) : InvalidName(native);
     if (outcome) {
       if (before.native() == native.path.native()) before.clear();
       FailedLoad() = std::move(before);

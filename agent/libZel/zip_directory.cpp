@@ -7,6 +7,9 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "agent/libZel/file_time_ticks.h"
+#include "agent/libZel/nanoseconds.h"
+#include "agent/libZel/zip_fields.h"
 #include "agent/libZel/zip_names.h"
 
 namespace {
@@ -31,13 +34,6 @@ constexpr uint16_t kUtf8Flag = 0x0800;
 constexpr uint16_t kDescriptorFlag = 0x0008;
 constexpr uint32_t kAbsent32 = 0xFFFFFFFF;
 constexpr uint16_t kAbsent16 = 0xFFFF;
-
-constexpr uint16_t kZip64Field = 0x0001;
-constexpr uint16_t kNtfsField = 0x000a;
-constexpr uint16_t kUnixTimeField = 0x5455;
-constexpr uint16_t kUtf8NameField = 0x7075;
-
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 
 // What is wrong with the archive.
 struct BadArchive : std::runtime_error {
@@ -101,7 +97,6 @@ int64_t UnixTimeOf(uint16_t dosDate, uint16_t dosTime) {
 }
 
 std::optional<int64_t> NtfsTime(Fields field) {
-  constexpr int64_t kUnixEpochTicks = 116444736000000000;
   constexpr uint64_t kLastTicks = uint64_t{1} << 60;
   field.U32();
   while (field.Left() >= 4) {
@@ -112,16 +107,17 @@ std::optional<int64_t> NtfsTime(Fields field) {
     if (ticks > kLastTicks) return std::nullopt;
     const int64_t sinceUnix = static_cast<int64_t>(ticks) - kUnixEpochTicks;
     // What lies beyond 1677 to 2262 has no place in 64 bits.
-    if (sinceUnix / 10'000'000 > INT64_MAX / kNsPerSecond - 1) return std::nullopt;
-    if (sinceUnix / 10'000'000 < INT64_MIN / kNsPerSecond + 1) return std::nullopt;
+    if (sinceUnix / kTicksPerSecond > INT64_MAX / kNsPerSecond - 1) return std::nullopt;
+    if (sinceUnix / kTicksPerSecond < INT64_MIN / kNsPerSecond + 1) return std::nullopt;
     return sinceUnix * 100;
   }
   return std::nullopt;
 }
 
-class Reader {
+class ZipDirectoryReader {
  public:
-  Reader(const ZipBytes& bytes, uint64_t sizeBytes) : bytes_(bytes), sizeBytes_(sizeBytes) {}
+  ZipDirectoryReader(const ZipBytes& bytes, uint64_t sizeBytes)
+      : bytes_(bytes), sizeBytes_(sizeBytes) {}
 
   std::vector<ZipEntry> Run(uint32_t maxEntries) {
     const Directory directory = FindDirectory();
@@ -377,7 +373,7 @@ class Reader {
 ZipDirectory ReadZipDirectory(const ZipBytes& bytes, uint64_t sizeBytes, uint32_t maxEntries) {
   ZipDirectory directory;
   try {
-    directory.entries = Reader(bytes, sizeBytes).Run(maxEntries);
+    directory.entries = ZipDirectoryReader(bytes, sizeBytes).Run(maxEntries);
   } catch (const BadArchive& error) {
     directory.error = ZelString(error.what());
   }

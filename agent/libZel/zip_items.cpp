@@ -4,6 +4,7 @@
 
 #include "agent/libZel/archive_limits.h"
 #include "agent/libZel/debug_context.h"
+#include "agent/libZel/nanoseconds.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/source_tree.h"
 #include "agent/libZel/zip_names.h"
@@ -12,8 +13,6 @@
 namespace {
 
 using file_system::SourceEntry;
-
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 
 // Collects the files of a tree and its empty directories.
 class Scan {
@@ -47,8 +46,7 @@ class Scan {
     item.path = directory.path / entry.name;
     item.name = directory.name + entry.archiveName;
     item.sizeBytes = entry.sizeBytes;
-    item.modifiedSeconds = entry.modifiedNs / kNsPerSecond;
-    if (entry.modifiedNs % kNsPerSecond < 0) --item.modifiedSeconds;
+    item.modifiedSeconds = SplitNs(entry.modifiedNs).seconds;
     item.mode = entry.mode;
     if (entry.kind == SourceEntry::Kind::kDirectory) {
       item.name += '/';

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/path_parts.h"
 #include "agent/libZel/wtf8.h"
 
@@ -25,21 +26,17 @@ constexpr char16_t kUpperHalf437[] =
     u"\u00B0\u2219\u00B7\u221A\u207F\u00B2\u25A0\u00A0";
 static_assert(sizeof kUpperHalf437 == 129 * sizeof(char16_t));
 
-char Upper(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
 // A device stays one with any extension, and with blanks before that.
 bool IsDeviceName(std::string_view name) {
   std::string stem(name.substr(0, name.find('.')));
   while (stem.ends_with(' ')) stem.pop_back();
-  std::transform(stem.begin(), stem.end(), stem.begin(), Upper);
+  for (char& c : stem) c = AsciiUpper(c);
   for (const std::string_view device : {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"}) {
     if (stem == device) return true;
   }
   if (!stem.starts_with("COM") && !stem.starts_with("LPT")) return false;
   const std::string_view port = std::string_view(stem).substr(3);
-  const bool isDigit = port.size() == 1 && port[0] >= '0' && port[0] <= '9';
+  const bool isDigit = port.size() == 1 && IsAsciiDigit(port[0]);
   // Superscript one, two and three count as digits of a device's name.
   return isDigit || port == "\u00B9" || port == "\u00B2" || port == "\u00B3";
 }

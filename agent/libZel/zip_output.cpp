@@ -9,26 +9,24 @@
 #include <vector>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/zip_error.h"
 
 namespace {
 
-constexpr size_t kBufferBytes = 1 << 20;
+constexpr size_t kOutputBufferBytes = 1 << 20;
 
 // Collects what is written: libzip goes back to the head of each entry once that is complete.
 class Output {
  public:
-  explicit Output(file_system::PendingFile* file) : file_(file) { zip_error_init(&error_); }
-  ~Output() { zip_error_fini(&error_); }
-  Output(const Output&) = delete;
-  Output& operator=(const Output&) = delete;
+  explicit Output(file_system::PendingFile* file) : file_(file) {}
 
   zip_int64_t Answer(void* data, zip_uint64_t length, zip_source_cmd_t command) {
     switch (command) {
       case ZIP_SOURCE_STAT:
         // There is no archive yet.
-        return Fail(ZIP_ER_READ, ENOENT);
+        return failure_.Set(ZIP_ER_READ, ENOENT);
       case ZIP_SOURCE_BEGIN_WRITE:
-        buffer_.reserve(kBufferBytes);
+        buffer_.reserve(kOutputBufferBytes);
         return 0;
       case ZIP_SOURCE_WRITE:
         return Write(static_cast<const char*>(data), static_cast<size_t>(length));
@@ -43,25 +41,20 @@ class Output {
       case ZIP_SOURCE_REMOVE:
         return 0;
       case ZIP_SOURCE_ERROR:
-        return zip_error_to_data(&error_, data, length);
+        return failure_.Tell(data, length);
       case ZIP_SOURCE_SUPPORTS:
         return ZIP_SOURCE_SUPPORTS_WRITABLE;
       default:
-        return Fail(ZIP_ER_OPNOTSUPP, 0);
+        return failure_.Set(ZIP_ER_OPNOTSUPP, 0);
     }
   }
 
  private:
-  zip_int64_t Fail(int code, int systemError) {
-    zip_error_set(&error_, code, systemError);
-    return -1;
-  }
-
   uint64_t BufferEnd() const { return bufferBegin_ + buffer_.size(); }
 
   zip_int64_t Flush() {
     const int error = file_->WriteAt(bufferBegin_, buffer_.data(), buffer_.size());
-    if (error != 0) return Fail(ZIP_ER_WRITE, error);
+    if (error != 0) return failure_.Set(ZIP_ER_WRITE, error);
     bufferBegin_ = position_;
     buffer_.clear();
     return 0;
@@ -69,12 +62,12 @@ class Output {
 
   zip_int64_t Write(const char* bytes, size_t count) {
     const bool continuesBuffer = position_ >= bufferBegin_ && position_ <= BufferEnd();
-    if (!continuesBuffer || position_ - bufferBegin_ + count > kBufferBytes) {
+    if (!continuesBuffer || position_ - bufferBegin_ + count > kOutputBufferBytes) {
       if (Flush() != 0) return -1;
     }
-    if (count > kBufferBytes) {
+    if (count > kOutputBufferBytes) {
       const int error = file_->WriteAt(position_, bytes, count);
-      if (error != 0) return Fail(ZIP_ER_WRITE, error);
+      if (error != 0) return failure_.Set(ZIP_ER_WRITE, error);
       bufferBegin_ = position_ + count;
     } else {
       const auto offset = static_cast<size_t>(position_ - bufferBegin_);
@@ -88,7 +81,7 @@ class Output {
 
   zip_int64_t Seek(void* data, zip_uint64_t length) {
     const zip_int64_t position =
-        zip_source_seek_compute_offset(position_, sizeBytes_, data, length, &error_);
+        zip_source_seek_compute_offset(position_, sizeBytes_, data, length, failure_.Get());
     if (position < 0) return -1;
     position_ = static_cast<uint64_t>(position);
     return 0;
@@ -100,10 +93,10 @@ class Output {
   // What is not in the file yet, and where it belongs.
   uint64_t bufferBegin_ = 0;
   std::vector<char> buffer_;
-  zip_error_t error_;
+  ZipFailure failure_;
 };
 
-zip_int64_t Answer(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+zip_int64_t AnswerOutput(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
   auto* const output = static_cast<Output*>(state);
   if (command == ZIP_SOURCE_FREE) {
     delete output;
@@ -116,7 +109,7 @@ zip_int64_t Answer(void* state, void* data, zip_uint64_t length, zip_source_cmd_
 
 zip_source_t* MakeZipOutput(file_system::PendingFile* file, zip_error_t* error) {
   auto output = std::make_unique<Output>(file);
-  zip_source_t* const made = zip_source_function_create(Answer, output.get(), error);
+  zip_source_t* const made = zip_source_function_create(AnswerOutput, output.get(), error);
   if (made != nullptr) output.release();
   return made;
 }

@@ -8,7 +8,9 @@
 #include "agent/libZel/output_tree.h"
 #include "agent/libZel/positioned_file.h"
 #include "agent/libZel/zip_error.h"
+#include "agent/libZel/zip_fields.h"
 #include "agent/libZel/zip_names.h"
+#include "agent/libZel/zip_owners.h"
 #include "agent/libZel/zip_rules.h"
 #include "agent/libZel/zip_source.h"
 
@@ -16,7 +18,7 @@ namespace {
 
 // Entries up to this size are unpacked at once, larger ones in pieces.
 constexpr uint64_t kAtOnceBytes = 8 << 20;
-constexpr size_t kPieceBytes = 256 * 1024;
+constexpr size_t kUnpackedPieceBytes = 256 * 1024;
 // Some programs compress even the content that a directory has not.
 constexpr uint64_t kMaxPackedNothing = 2;
 
@@ -24,21 +26,18 @@ constexpr uint32_t kTypeMask = 0170000;
 constexpr uint32_t kDirectoryType = 0040000;
 constexpr uint32_t kFileType = 0100000;
 constexpr uint32_t kPermissionMask = 0777;
-constexpr uint32_t kWriteBits = 0222;
 constexpr uint8_t kDosReadOnly = 0x01;
 constexpr uint8_t kDosDirectory = 0x10;
 
 const ZelString kWrongSize("its content is not as long as it tells");
 
-struct Discard {
-  void operator()(zip_t* archive) const { zip_discard(archive); }
-  void operator()(zip_file_t* file) const { zip_fclose(file); }
+struct FreeUnpacker {
   void operator()(libdeflate_decompressor* unpacker) const {
     libdeflate_free_decompressor(unpacker);
   }
 };
 
-bool IsDirectory(const ZipEntry& entry) {
+bool IsDirectoryEntry(const ZipEntry& entry) {
   if (zip_names::EndsInSeparator(entry.name.Utf8())) return true;
   const uint32_t type = entry.mode & kTypeMask;
   return type == 0 ? (entry.dosAttributes & kDosDirectory) != 0 : type == kDirectoryType;
@@ -53,7 +52,7 @@ file_system::OutputAttributes AttributesOf(const ZipEntry& entry) {
   file_system::OutputAttributes attributes;
   attributes.modifiedNs = entry.modifiedNs;
   attributes.permissions = PermissionsOf(entry);
-  attributes.isReadOnly = attributes.permissions ? (*attributes.permissions & kWriteBits) == 0
+  attributes.isReadOnly = attributes.permissions ? (*attributes.permissions & kZipWriteBits) == 0
                                                  : (entry.dosAttributes & kDosReadOnly) != 0;
   return attributes;
 }
@@ -65,7 +64,7 @@ const char* ReasonInEntry(const ZipEntry& entry) {
   if (type != 0 && type != kFileType && type != kDirectoryType) {
     return "it is a link or special file";
   }
-  if (IsDirectory(entry)) {
+  if (IsDirectoryEntry(entry)) {
     const bool isEmpty = entry.sizeBytes == 0 && entry.packedBytes <= kMaxPackedNothing;
     return isEmpty ? nullptr : "it is a directory with content";
   }
@@ -102,14 +101,14 @@ struct ZipReader::Implementation {
   Outcome WriteInPieces(size_t index, file_system::OutputTree* tree, uint64_t* writtenBytes);
 
   file_system::PositionedFile file;
-  std::unique_ptr<zip_t, Discard> archive;
+  std::unique_ptr<zip_t, FreeZip> archive;
   ArchiveLimits limits;
   std::vector<ZipEntry> entries;
   // For each entry, or null.
   std::vector<const char*> reasons;
   uint64_t cameOutBytes = 0;
 
-  std::unique_ptr<libdeflate_decompressor, Discard> unpacker;
+  std::unique_ptr<libdeflate_decompressor, FreeUnpacker> unpacker;
   std::vector<char> packed;
   std::vector<char> unpacked;
 };
@@ -189,12 +188,12 @@ Outcome ZipReader::Implementation::WriteAtOnce(const ZipEntry& entry,
 
 Outcome ZipReader::Implementation::WriteInPieces(size_t index, file_system::OutputTree* tree,
                                                  uint64_t* writtenBytes) {
-  const std::unique_ptr<zip_file_t, Discard> content(zip_fopen_index(archive.get(), index, 0));
+  const std::unique_ptr<zip_file_t, FreeZip> content(zip_fopen_index(archive.get(), index, 0));
   if (!content) return OutcomeOf(zip_get_error(archive.get()));
-  unpacked.resize(std::max(unpacked.size(), kPieceBytes));
+  unpacked.resize(std::max(unpacked.size(), kUnpackedPieceBytes));
   uint64_t left = entries[index].sizeBytes;
   for (;;) {
-    const zip_int64_t count = zip_fread(content.get(), unpacked.data(), kPieceBytes);
+    const zip_int64_t count = zip_fread(content.get(), unpacked.data(), kUnpackedPieceBytes);
     if (count < 0) return OutcomeOf(zip_file_get_error(content.get()));
     if (count == 0) return left == 0 ? Outcome{} : FailedBecause(kWrongSize);
     if (static_cast<uint64_t>(count) > left) return FailedBecause(kWrongSize);
@@ -240,7 +239,7 @@ Outcome ZipReader::Extract(size_t index, file_system::OutputTree* tree, uint64_t
     return FailedBecause(reason, file_system::kErrorInvalidName);
   }
   const std::vector<std::string> names = zip_names::Split(entry.name.Utf8());
-  if (IsDirectory(entry)) return OutcomeOf(tree->MakeDirectory(names, PermissionsOf(entry)));
+  if (IsDirectoryEntry(entry)) return OutcomeOf(tree->MakeDirectory(names, PermissionsOf(entry)));
   if (entry.sizeBytes > self.Allowance()) {
     return FailedBecause("more would come out of the archive than the limits allow");
   }

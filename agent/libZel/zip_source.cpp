@@ -5,47 +5,38 @@
 #include <new>
 
 #include "agent/libZel/positioned_file.h"
+#include "agent/libZel/zip_error.h"
 
 namespace {
 
 struct Source {
-  explicit Source(const file_system::PositionedFile& archive) : file(archive) {
-    zip_error_init(&error);
-  }
-  ~Source() { zip_error_fini(&error); }
-  Source(const Source&) = delete;
-  Source& operator=(const Source&) = delete;
-
-  zip_int64_t Fail(int code, int systemError) {
-    zip_error_set(&error, code, systemError);
-    return -1;
-  }
+  explicit Source(const file_system::PositionedFile& archive) : file(archive) {}
 
   const file_system::PositionedFile& file;
   uint64_t position = 0;
-  zip_error_t error;
+  ZipFailure failure;
 };
 
-zip_int64_t Read(Source* source, void* data, zip_uint64_t length) {
+zip_int64_t ReadSource(Source* source, void* data, zip_uint64_t length) {
   const uint64_t size = source->file.SizeBytes();
   const uint64_t left = size - std::min(size, source->position);
   size_t done = 0;
   const auto wanted = static_cast<size_t>(std::min<uint64_t>(length, left));
   const int error = source->file.ReadAt(source->position, data, wanted, &done);
-  if (error != 0) return source->Fail(ZIP_ER_READ, error);
+  if (error != 0) return source->failure.Set(ZIP_ER_READ, error);
   source->position += done;
   return static_cast<zip_int64_t>(done);
 }
 
-zip_int64_t Seek(Source* source, void* data, zip_uint64_t length) {
+zip_int64_t SeekSource(Source* source, void* data, zip_uint64_t length) {
   const zip_int64_t position = zip_source_seek_compute_offset(
-      source->position, source->file.SizeBytes(), data, length, &source->error);
+      source->position, source->file.SizeBytes(), data, length, source->failure.Get());
   if (position < 0) return -1;
   source->position = static_cast<uint64_t>(position);
   return 0;
 }
 
-zip_int64_t Stat(Source* source, void* data) {
+zip_int64_t StatSource(Source* source, void* data) {
   auto* const status = static_cast<zip_stat_t*>(data);
   zip_stat_init(status);
   status->size = source->file.SizeBytes();
@@ -53,31 +44,31 @@ zip_int64_t Stat(Source* source, void* data) {
   return sizeof *status;
 }
 
-zip_int64_t Answer(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
+zip_int64_t AnswerSource(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
   auto* const source = static_cast<Source*>(state);
   switch (command) {
     case ZIP_SOURCE_OPEN:
       source->position = 0;
       return 0;
     case ZIP_SOURCE_READ:
-      return Read(source, data, length);
+      return ReadSource(source, data, length);
     case ZIP_SOURCE_CLOSE:
       return 0;
     case ZIP_SOURCE_STAT:
-      return Stat(source, data);
+      return StatSource(source, data);
     case ZIP_SOURCE_ERROR:
-      return zip_error_to_data(&source->error, data, length);
+      return source->failure.Tell(data, length);
     case ZIP_SOURCE_FREE:
       delete source;
       return 0;
     case ZIP_SOURCE_SEEK:
-      return Seek(source, data, length);
+      return SeekSource(source, data, length);
     case ZIP_SOURCE_TELL:
       return static_cast<zip_int64_t>(source->position);
     case ZIP_SOURCE_SUPPORTS:
       return ZIP_SOURCE_SUPPORTS_SEEKABLE;
     default:
-      return source->Fail(ZIP_ER_OPNOTSUPP, 0);
+      return source->failure.Set(ZIP_ER_OPNOTSUPP, 0);
   }
 }
 
@@ -85,7 +76,7 @@ zip_int64_t Answer(void* state, void* data, zip_uint64_t length, zip_source_cmd_
 
 zip_source_t* MakeZipSource(const file_system::PositionedFile& file, zip_error_t* error) {
   auto source = std::make_unique<Source>(file);
-  zip_source_t* const made = zip_source_function_create(Answer, source.get(), error);
+  zip_source_t* const made = zip_source_function_create(AnswerSource, source.get(), error);
   if (made != nullptr) source.release();
   return made;
 }

@@ -13,12 +13,12 @@
 #include "agent/libZel/source_tree.h"
 #include "agent/libZel/wtf8.h"
 #include "agent/libZel/zip_error.h"
+#include "agent/libZel/zip_fields.h"
 #include "agent/libZel/zip_items.h"
 #include "agent/libZel/zip_output.h"
+#include "agent/libZel/zip_owners.h"
 
 namespace {
-
-constexpr uint16_t kUnixTimeField = 0x5455;
 
 bool IsSmall(const ZipItem& item) {
   return !item.IsDirectory() && item.sizeBytes <= PackAhead::kSmallBytes;
@@ -42,15 +42,10 @@ struct Packing {
 };
 
 // The content of one file, as libzip takes it.
-class Content {
+class ZipContent {
  public:
-  Content(Packing* packing, size_t index, size_t job)
-      : packing_(packing), item_(packing->items[index]), index_(index), job_(job) {
-    zip_error_init(&error_);
-  }
-  ~Content() { zip_error_fini(&error_); }
-  Content(const Content&) = delete;
-  Content& operator=(const Content&) = delete;
+  ZipContent(Packing* packing, size_t index, size_t job)
+      : packing_(packing), item_(packing->items[index]), index_(index), job_(job) {}
 
   zip_int64_t Answer(void* data, zip_uint64_t length, zip_source_cmd_t command) {
     switch (command) {
@@ -65,22 +60,18 @@ class Content {
         packed_.bytes = {};
         return 0;
       case ZIP_SOURCE_ERROR:
-        return zip_error_to_data(&error_, data, length);
+        return failure_.Tell(data, length);
       case ZIP_SOURCE_SUPPORTS:
         return ZIP_SOURCE_SUPPORTS_READABLE;
       default:
-        return Fail(ZIP_ER_OPNOTSUPP, 0);
+        return failure_.Set(ZIP_ER_OPNOTSUPP, 0);
     }
   }
 
  private:
-  zip_int64_t Fail(int code, int systemError) {
-    zip_error_set(&error_, code, systemError);
-    return -1;
-  }
   zip_int64_t FailToRead(int systemError) {
     packing_->Fail(item_, systemError);
-    return Fail(ZIP_ER_READ, systemError);
+    return failure_.Set(ZIP_ER_READ, systemError);
   }
   void Tell(uint64_t bytes) { (*packing_->step)(bytes, packing_->totalBytes); }
 
@@ -94,7 +85,7 @@ class Content {
     // libzip would compress what is stored on purpose.
     if (!IsStreamed() && !packed_.isDeflated &&
         zip_set_file_compression(packing_->archive, index_, ZIP_CM_STORE, 0) != 0) {
-      return Fail(ZIP_ER_INTERNAL, 0);
+      return failure_.Set(ZIP_ER_INTERNAL, 0);
     }
     return 0;
   }
@@ -153,12 +144,12 @@ class Content {
   uint64_t packedBytes_ = 0;
   size_t position_ = 0;
   std::unique_ptr<file_system::SourceFile> file_;
-  zip_error_t error_;
+  ZipFailure failure_;
 };
 
 // No exception may pass through libzip.
 zip_int64_t AnswerContent(void* state, void* data, zip_uint64_t length, zip_source_cmd_t command) {
-  auto* const content = static_cast<Content*>(state);
+  auto* const content = static_cast<ZipContent*>(state);
   if (command == ZIP_SOURCE_FREE) {
     delete content;
     return 0;
@@ -170,12 +161,11 @@ zip_int64_t AnswerContent(void* state, void* data, zip_uint64_t length, zip_sour
 uint32_t ExternalAttributesOf(const ZipItem& item) {
   constexpr uint32_t kDirectory = 0x10;
   constexpr uint32_t kReadOnly = 0x01;
-  constexpr uint32_t kWriteBits = 0222;
   // Read-only, hidden, system, directory and archive.
   constexpr uint32_t kDosAttributes = 0x37;
   if (!file_system::kSourcesHaveModes) return item.mode & kDosAttributes;
   const uint32_t dos =
-      (item.IsDirectory() ? kDirectory : 0) | ((item.mode & kWriteBits) == 0 ? kReadOnly : 0);
+      (item.IsDirectory() ? kDirectory : 0) | ((item.mode & kZipWriteBits) == 0 ? kReadOnly : 0);
   return item.mode << 16 | dos;
 }
 
@@ -185,7 +175,7 @@ zip_int64_t AddEntry(Packing* packing, size_t index, size_t job) {
   zip_t* const archive = packing->archive;
   const zip_flags_t encoding = IsUtf8(item.name) ? ZIP_FL_ENC_UTF_8 : ZIP_FL_ENC_CP437;
   if (item.IsDirectory()) return zip_dir_add(archive, item.name.c_str(), encoding);
-  auto content = std::make_unique<Content>(packing, index, job);
+  auto content = std::make_unique<ZipContent>(packing, index, job);
   zip_source_t* const source = zip_source_function(archive, AnswerContent, content.get());
   if (source == nullptr) return -1;
   content.release();
@@ -230,22 +220,16 @@ Outcome AddAll(Packing* packing) {
   return {};
 }
 
-struct Discard {
-  void operator()(zip_t* archive) const { zip_discard(archive); }
-};
-using Archive = std::unique_ptr<zip_t, Discard>;
+using Archive = std::unique_ptr<zip_t, FreeZip>;
 
 Outcome OpenOutput(file_system::PendingFile* file, Archive* archive) {
-  zip_error_t error;
-  zip_error_init(&error);
-  zip_source_t* const output = MakeZipOutput(file, &error);
+  ZipFailure failure;
+  zip_source_t* const output = MakeZipOutput(file, failure.Get());
   if (output != nullptr) {
-    archive->reset(zip_open_from_source(output, ZIP_CREATE | ZIP_TRUNCATE, &error));
+    archive->reset(zip_open_from_source(output, ZIP_CREATE | ZIP_TRUNCATE, failure.Get()));
     if (!*archive) zip_source_free(output);
   }
-  const Outcome outcome = *archive ? Outcome{} : OutcomeOf(&error);
-  zip_error_fini(&error);
-  return outcome;
+  return *archive ? Outcome{} : OutcomeOf(failure.Get());
 }
 
 // libzip makes no archive without entries.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <system_error>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/privacy_policy.h"
@@ -20,7 +21,7 @@ constexpr size_t kMaxAliases = 1024;
 /// Empty, or what is wrong with the name.
 std::string CheckName(std::string_view name) {
   const bool isName = !name.empty() && name.size() <= kMaxNameLength && name[0] != '.' &&
-                      std::all_of(name.begin(), name.end(), IsNameCharacter);
+                      std::all_of(name.begin(), name.end(), IsAsciiNameCharacter);
   if (!isName) {
     return "the name of an alias is 1 to 64 letters, digits, \".\", \"-\" and \"_\", the first "
            "one no \".\"";

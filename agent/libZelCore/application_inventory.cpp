@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/blanks.h"
 #include "agent/libZel/file_text.h"
 #include "agent/libZel/native_path.h"
@@ -20,14 +21,6 @@ namespace fs = std::filesystem;
 
 constexpr uint32_t kFound = 0;
 constexpr uint32_t kUnknown = 1;
-
-bool EqualsIgnoringCase(std::string_view a, std::string_view b) {
-  const auto lower = [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [&](char x, char y) { return lower(x) == lower(y); });
-}
 
 // Numbers with commas between them.
 bool ReadSizes(std::string_view text, std::vector<uint64_t>* sizes) {

@@ -8,6 +8,7 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/system_error_text.h"
 #include "agent/libZelCore/audit_files.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
@@ -209,7 +210,7 @@ bool AuditLog::Write(const AuditEvent& event) {
 
   if (log.lost++ == 0) {
     CoreLog().ErrorWithNL("The audit trail %s cannot be written: %s", log.name.c_str(),
-                          std::system_category().message(error).c_str());
+                          SystemErrorText(error).c_str());
   }
   if (!isWhole) {
     // What was written in part stays; the next line has to follow from exactly that.

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/file_text.h"
 #include "agent/libZel/security_context.h"
 #include "agent/libZel/whole_number.h"
@@ -135,8 +136,8 @@ std::optional<PasswordHash> ParseHash(std::string_view text) {
 
 bool AllOf(std::string_view text, std::string_view extra, bool allowUpper) {
   return std::all_of(text.begin(), text.end(), [&](char c) {
-    return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||
-           (allowUpper && c >= 'A' && c <= 'Z') || extra.find(c) != std::string_view::npos;
+    const bool isTaken = IsAsciiAlphanumeric(c) && (allowUpper || c == AsciiLower(c));
+    return isTaken || extra.find(c) != std::string_view::npos;
   });
 }
 
@@ -244,10 +245,7 @@ struct BasicCredential {
 std::optional<BasicCredential> ParseBasic(std::string_view header) {
   constexpr std::string_view kScheme = "basic ";
   if (header.size() <= kScheme.size()) return std::nullopt;
-  for (size_t i = 0; i < kScheme.size(); ++i) {
-    const char c = header[i];
-    if ((c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c) != kScheme[i]) return std::nullopt;
-  }
+  if (!EqualsIgnoringCase(header.substr(0, kScheme.size()), kScheme)) return std::nullopt;
   header.remove_prefix(header.find_first_not_of(' ', kScheme.size()) == std::string_view::npos
                            ? header.size()
                            : header.find_first_not_of(' ', kScheme.size()));

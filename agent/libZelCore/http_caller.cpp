@@ -4,6 +4,7 @@
 #include <boost/asio/ip/address.hpp>
 #include <boost/beast/http/verb.hpp>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/request_proof.h"
 #include "agent/libZelCore/core_platform.h"
 
@@ -35,12 +36,6 @@ std::string_view HostOf(std::string_view field) {
   return field.substr(0, field.rfind(':'));
 }
 
-bool EqualsName(std::string_view a, std::string_view b) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; };
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [&](char x, char y) { return lower(x) == lower(y); });
-}
-
 /// Whether a request was meant for this machine. A proof that somebody has read on the way could
 /// else be shown to every other agent of the fleet, each of which sees it for the first time.
 bool IsOwnHost(std::string_view field, std::string_view localAddress, const Settings& settings) {
@@ -50,12 +45,12 @@ bool IsOwnHost(std::string_view field, std::string_view localAddress, const Sett
   if (!ec) return address.to_string() == localAddress;
 
   const std::string machine = core_platform::HostName();
-  const bool isMachine = EqualsName(host.substr(0, host.find('.')),
-                                    std::string_view(machine).substr(0, machine.find('.')));
+  const bool isMachine = EqualsIgnoringCase(host.substr(0, host.find('.')),
+                                            std::string_view(machine).substr(0, machine.find('.')));
   const bool isLoopback = localAddress.starts_with("127.") || localAddress == "::1";
-  if (isMachine || (isLoopback && EqualsName(host, "localhost"))) return true;
+  if (isMachine || (isLoopback && EqualsIgnoringCase(host, "localhost"))) return true;
   return std::any_of(settings.hostNames.begin(), settings.hostNames.end(),
-                     [&](const std::string& name) { return EqualsName(host, name); });
+                     [&](const std::string& name) { return EqualsIgnoringCase(host, name); });
 }
 
 CallerCheck CheckProof(HttpShared& shared, const HttpRequest& request,

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <iterator>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZelCore/alias_table.h"
 #include "libZel/string.h"
 
@@ -19,10 +20,6 @@ constexpr size_t kLongestFileName = 255;
 // What separates or ends names, and what their percent-encodings look like. A name that still holds
 // one of these after decoding was encoded twice, by someone who hoped for two readers of it.
 constexpr std::string_view kEncodedForbidden[] = {"%2e", "%2f", "%5c", "%00"};
-
-bool IsHexDigit(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
 
 /// Undoes percent-encoding (RFC 3986 section 2.1); false when it is malformed.
 bool DecodePercent(std::string_view text, std::string* decoded) {
@@ -55,14 +52,10 @@ bool IsRead(http::verb method) {
   return method == http::verb::get || method == http::verb::head;
 }
 
-char Lower(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 bool HoldsEncodedForbidden(std::string_view text) {
   for (size_t i = text.find('%'); i != text.npos && i + 3 <= text.size();
        i = text.find('%', i + 1)) {
-    const char part[] = {'%', Lower(text[i + 1]), Lower(text[i + 2])};
+    const char part[] = {'%', AsciiLower(text[i + 1]), AsciiLower(text[i + 2])};
     const std::string_view encoded(part, sizeof part);
     if (std::ranges::find(kEncodedForbidden, encoded) != std::end(kEncodedForbidden)) return true;
   }
@@ -84,24 +77,19 @@ bool HoldsControlCharacter(std::string_view text) {
 bool IsDeviceName(std::string_view name) {
   std::string stem(name.substr(0, name.find('.')));
   while (stem.ends_with(' ')) stem.pop_back();
-  for (char& c : stem) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+  for (char& c : stem) c = AsciiUpper(c);
   for (const std::string_view device : {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$", "CLOCK$"})
     if (stem == device) return true;
   if (!stem.starts_with("COM") && !stem.starts_with("LPT")) return false;
   const std::string_view port = std::string_view(stem).substr(3);
-  const bool isDigit = port.size() == 1 && port[0] >= '0' && port[0] <= '9';
+  const bool isDigit = port.size() == 1 && IsAsciiDigit(port[0]);
   // The superscript digits count too.
   return isDigit || port == "\xC2\xB9" || port == "\xC2\xB2" || port == "\xC2\xB3";
 }
 
-bool IsAliasCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-         c == '-' || c == '_';
-}
-
 std::string CheckAlias(std::string_view alias) {
   const bool isName = !alias.empty() && alias.size() <= kLongestAlias && alias[0] != '.' &&
-                      std::all_of(alias.begin(), alias.end(), IsAliasCharacter);
+                      std::all_of(alias.begin(), alias.end(), IsAsciiNameCharacter);
   if (isName) return {};
   return "the alias is not 1 to 64 letters, digits, \".\", \"-\" and \"_\", the first one no \".\"";
 }

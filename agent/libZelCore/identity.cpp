@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/private_file.h"
 
@@ -16,10 +17,6 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
 constexpr std::string_view kNil = "00000000-0000-0000-0000-000000000000";
-
-char LowerCase(char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-}
 
 bool IsUuid(std::string_view text) {
   const auto fits = [](char c, char form) {
@@ -45,7 +42,7 @@ std::string Read(const fs::path& file) {
 
   std::string text(bytes, static_cast<size_t>(stream.gcount()));
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
-  std::transform(text.begin(), text.end(), text.begin(), LowerCase);
+  text = AsciiLower(text);
   if (!IsUuid(text)) Fail(file, "holds no UUID");
   return text;
 }

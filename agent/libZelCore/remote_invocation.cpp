@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/http_exchange.h"
 #include "agent/libZel/request_proof.h"
 #include "agent/libZelCore/credentials.h"
@@ -44,10 +45,7 @@ struct Address {
 
 bool IsAgentName(std::string_view name) {
   return !name.empty() && name.size() <= kLongestName &&
-         std::all_of(name.begin(), name.end(), [](char c) {
-           return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-                  c == '.' || c == '-' || c == '_';
-         });
+         std::all_of(name.begin(), name.end(), IsAsciiNameCharacter);
 }
 
 // The name and password of an address; what is wrong with them, or nothing. Both may be empty: an

@@ -5,6 +5,7 @@
 #include <optional>
 #include <utility>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/blanks.h"
 #include "agent/libZel/file_text.h"
 #include "agent/libZel/native_path.h"
@@ -69,9 +70,9 @@ void WarnOfUnknownSections(const IniDocument& document, std::vector<std::string>
 }
 
 std::string SetDrive(const IniEntry& entry, Settings* settings) {
-  const char letter = entry.key.empty() ? '\0' : static_cast<char>(entry.key[0] & ~0x20);
+  const char letter = entry.key.empty() ? '\0' : AsciiUpper(entry.key[0]);
   const bool isDrive =
-      (entry.key.size() == 1 || entry.key.substr(1) == ":") && letter >= 'A' && letter <= 'Z';
+      (entry.key.size() == 1 || entry.key.substr(1) == ":") && IsAsciiLetter(letter);
   if (!isDrive) return "is not a drive letter";
   if (!entry.value.starts_with('/')) return "needs an absolute directory, such as /";
   if (!settings->drives.try_emplace(letter, entry.value).second) return "is set twice";
@@ -203,7 +204,7 @@ class Interpreter {
   static std::string DefaultName() {
     std::string name = core_platform::HostName().substr(0, kMaxAgentNameLength);
     std::replace_if(
-        name.begin(), name.end(), [](char c) { return !IsNameCharacter(c); }, '-');
+        name.begin(), name.end(), [](char c) { return !IsAsciiNameCharacter(c); }, '-');
     return name.empty() ? "agent" : name;
   }
 
@@ -234,9 +235,8 @@ class Interpreter {
 
 /// Whether what is said of a database seems to hold a password: a word in front of "@" in a URL,
 /// or a key of that name.
-bool SeemsToHoldPassword(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; });
+bool SeemsToHoldPassword(std::string_view value) {
+  const std::string text = AsciiLower(value);
   if (text.find("password") != std::string::npos) return true;
   const size_t login = text.find("://");
   if (login == std::string::npos) return false;

@@ -5,17 +5,13 @@
 #include <optional>
 #include <utility>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/blanks.h"
 #include "agent/libZel/file_text.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/remote_invocation.h"
 #include "agent/translations/translation_file.h"
-
-bool IsNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-         c == '-' || c == '_';
-}
 
 namespace {
 
@@ -99,7 +95,7 @@ Setter FileKey(fs::path Settings::*member) {
 
 std::string SetAgentName(SettingsTarget& target, const std::string& value) {
   const bool isName = !value.empty() && value.size() <= kMaxAgentNameLength &&
-                      std::all_of(value.begin(), value.end(), IsNameCharacter);
+                      std::all_of(value.begin(), value.end(), IsAsciiNameCharacter);
   if (!isName) return "is not a name of 1 to 64 letters, digits, \".\", \"-\" and \"_\"";
   target.settings.agentName = value;
   return {};
@@ -151,7 +147,7 @@ std::optional<std::vector<std::string>> ParseNames(std::string_view rest) {
   while (!TrimBlanks(rest).empty()) {
     const size_t comma = std::min(rest.find(','), rest.size());
     const std::string_view name = TrimBlanks(rest.substr(0, comma));
-    if (name.empty() || !std::all_of(name.begin(), name.end(), IsNameCharacter)) return {};
+    if (name.empty() || !std::all_of(name.begin(), name.end(), IsAsciiNameCharacter)) return {};
     names.emplace_back(name);
     rest.remove_prefix(std::min(comma + 1, rest.size()));
   }
@@ -187,7 +183,7 @@ bool IsHost(std::string_view host) {
     return host.find(':') != std::string_view::npos &&
            host.find_first_not_of("0123456789abcdefABCDEF.:") == std::string_view::npos;
   }
-  return !host.empty() && std::all_of(host.begin(), host.end(), IsNameCharacter);
+  return !host.empty() && std::all_of(host.begin(), host.end(), IsAsciiNameCharacter);
 }
 
 /// "host:port"; nothing stands for no relay.

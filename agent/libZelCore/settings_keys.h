@@ -31,6 +31,3 @@ const std::vector<SettingsKey>& SettingsKeys();
 
 /// The longest name of an agent.
 constexpr size_t kMaxAgentNameLength = 64;
-
-/// What names of agents and actions consist of.
-bool IsNameCharacter(char c);

@@ -10,7 +10,6 @@
 namespace {
 
 constexpr const char* kSection = "limits";
-constexpr uint64_t kMib = 1024 * 1024;
 
 /// A setting that is a whole number.
 struct Setting {

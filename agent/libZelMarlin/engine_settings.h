@@ -4,10 +4,12 @@
 
 #include "libZel/string.h"
 
+constexpr uint64_t kMib = 1024 * 1024;
+
 /// The engine's settings: section [limits] of its INI file.
 struct EngineSettings {
   /// What one script may have at once.
-  uint64_t memoryBytes = 256ULL * 1024 * 1024;
+  uint64_t memoryBytes = 256 * kMib;
   /// How many instructions one run may take; 0 is without limit.
   uint64_t instructions = 10'000'000'000;
   /// How many scripts may run inside each other on one thread.

@@ -11,6 +11,7 @@
 
 #include "agent/libZel/debug_context.h"
 #include "agent/libZelMarlin/interruption.h"
+#include "agent/libZelMarlin/library_changes.h"
 #include "agent/libZelMarlin/script_libraries.h"
 #include "agent/libZelMarlin/script_state.h"
 #include "libZel/path.h"
@@ -25,7 +26,6 @@ constexpr size_t kMostTextBytes = 8192;
 constexpr int kMostLevels = 1000;
 constexpr const char* kMemoryMessage = "not enough memory";
 constexpr const char* kInterruptedMessage = "the agent stops";
-constexpr uint64_t kMib = 1024 * 1024;
 
 /// The registry's key of the compiled script.
 const char kCompiledScript = 0;
@@ -34,12 +34,6 @@ std::string Bounded(std::string text) {
   if (text.size() <= kMostTextBytes) return text;
   text.resize(kMostTextBytes);
   return text + "...";
-}
-
-std::string BytesAt(lua_State* L, int index) {
-  size_t length = 0;
-  const char* const text = lua_tolstring(L, index, &length);
-  return text != nullptr ? std::string(text, length) : std::string();
 }
 
 /// "job.mlx:3: " for where the innermost call of a script is; empty when there is none.
@@ -60,7 +54,7 @@ std::string ErrorText(lua_State* L, int index) {
     return std::string("(the error object is a ") + luaL_typename(L, index) + " value)";
   }
   luaL_tolstring(L, index, nullptr);
-  return BytesAt(L, -1);
+  return std::string(BytesAt(L, -1));
 }
 
 struct HandleArguments {
@@ -234,7 +228,7 @@ int Interpreter::LineInMessage(const std::string& text) const {
 void Interpreter::DescribeError(lua_State* L) {
   std::string text = Bounded(ErrorText(L, 1));
   luaL_traceback(L, L, nullptr, 1);
-  pending_.trace = Bounded(BytesAt(L, -1));
+  pending_.trace = Bounded(std::string(BytesAt(L, -1)));
   pending_.line = LineInScript(L);
   pending_.text = std::move(text);
   pending_.error = kMarlinRuntime;
@@ -344,7 +338,7 @@ int Interpreter::CompileScript(lua_State* L) {
   if (status == LUA_ERRMEM) RaiseMemoryError(L);
   if (status != LUA_OK) {
     script.isRefused = true;
-    script.message = Bounded(BytesAt(L, -1));
+    script.message = Bounded(std::string(BytesAt(L, -1)));
     return 0;
   }
   lua_rawsetp(L, LUA_REGISTRYINDEX, &kCompiledScript);

@@ -1,9 +1,10 @@
 #include "agent/proxy_protocol/listener_rule.h"
 
-#include <algorithm>
 #include <charconv>
 #include <string_view>
 #include <system_error>
+
+#include "agent/libZel/ascii.h"
 
 namespace proxy_protocol {
 
@@ -11,17 +12,11 @@ namespace {
 
 constexpr std::string_view kSessionPipe = R"(\\.\pipe\zelproxy-)";
 
-// Both come from the system, which writes one account in one way but for the case.
-bool IsSame(std::string_view one, std::string_view other) {
-  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
-  return std::ranges::equal(one, other, {}, lower, lower);
-}
-
 }  // namespace
 
 std::optional<uint32_t> SessionOfPipe(const std::string& pipe) {
   const bool begins = pipe.size() > kSessionPipe.size() &&
-                      IsSame(pipe.substr(0, kSessionPipe.size()), kSessionPipe);
+                      EqualsIgnoringCase(pipe.substr(0, kSessionPipe.size()), kSessionPipe);
   if (!begins) return std::nullopt;
   const char* const end = pipe.data() + pipe.size();
   uint32_t session = 0;
@@ -38,7 +33,8 @@ std::string WhyNotHeard(const std::string& pipe, const PipeOwner& owner) {
     return "the listener " + owner.account + " is in session " + std::to_string(owner.session) +
            ", not in the pipe's";
   }
-  if (IsSame(owner.account, owner.sessionUser)) return {};
+  // Both come from the system, which writes one account in one way but for the case.
+  if (EqualsIgnoringCase(owner.account, owner.sessionUser)) return {};
   return "the listener " + owner.account + " is not the user of session " +
          std::to_string(owner.session);
 }

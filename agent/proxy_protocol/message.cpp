@@ -9,6 +9,7 @@
 #include <optional>
 #include <type_traits>
 
+#include "agent/libZel/ascii.h"
 #include "libZel/base64.h"
 #include "libZel/string.h"
 
@@ -18,14 +19,9 @@ namespace {
 
 constexpr std::string_view kBase64 = "base64";
 
-bool IsNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-         c == '-' || c == '_';
-}
-
 bool IsName(std::string_view text) {
   return !text.empty() && text.size() <= kMaxNameBytes &&
-         std::all_of(text.begin(), text.end(), IsNameCharacter);
+         std::all_of(text.begin(), text.end(), IsAsciiNameCharacter);
 }
 
 // Control characters other than tab and line ends, surrogates (which are no UTF-8) and the two last

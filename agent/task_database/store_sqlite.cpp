@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <system_error>
 #include <thread>
-#include <utility>
 
+#include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/system_error_text.h"
 #include "agent/task_database/store_database.h"
 #include "agent/task_database/store_schema.h"
 #include "agent/task_database/store_sqlite_files.h"
@@ -30,7 +30,7 @@ const Dialect kSqliteDialect = {
 namespace {
 
 [[noreturn]] void ThrowSystemError(const std::string& what, const std::string& path) {
-  throw StoreError(what + " '" + path + "': " + std::generic_category().message(errno));
+  throw StoreError(what + " '" + path + "': " + SystemErrorText(errno));
 }
 
 void MakeDirectory(const std::filesystem::path& directory) {
@@ -43,12 +43,9 @@ void MakeDirectory(const std::filesystem::path& directory) {
 /// Makes an empty file that is its owner's alone; SQLite gives its other files the same mode.
 void MakeFile(const std::string& path) {
   MakeDirectory(std::filesystem::path(path).parent_path());
-  const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  if (file >= 0) {
-    close(file);
-  } else if (errno != EEXIST) {
-    ThrowSystemError("cannot create the database file", path);
-  }
+  const UniqueFd file(
+      open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  if (!file && errno != EEXIST) ThrowSystemError("cannot create the database file", path);
 }
 
 /// A path in SOCI's words, which know no way to write quotation marks.

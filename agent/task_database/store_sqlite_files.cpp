@@ -2,20 +2,15 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <system_error>
-#include <utility>
 
+#include "agent/libZel/system_error_text.h"
 #include "agent/task_database/task_store.h"
 
 SqliteFiles::SqliteFiles(std::string path) : path_(std::move(path)) {}
-
-SqliteFiles::~SqliteFiles() {
-  if (held_ >= 0) close(held_);
-}
 
 bool SqliteFiles::Enter(std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
@@ -28,7 +23,7 @@ bool SqliteFiles::Enter(std::chrono::milliseconds patience) {
 /// The last one is to tidy up.
 void SqliteFiles::Leaving() {
   const std::lock_guard lock(mutex_);
-  if (users_ == 1 && held_ >= 0) SetLock(F_UNLCK);
+  if (users_ == 1 && held_) SetLock(F_UNLCK);
 }
 
 void SqliteFiles::Left() {
@@ -37,7 +32,7 @@ void SqliteFiles::Left() {
     if (--users_ > 0) return;
     opened_.reset();
     areLost_ = false;
-    if (held_ >= 0) close(std::exchange(held_, -1));
+    held_.Close();
   }
   left_.notify_all();
 }
@@ -72,11 +67,10 @@ SqliteFiles::Files SqliteFiles::FindAll() const {
 
 /// False when another program is at work that wants the database for itself.
 bool SqliteFiles::Hold() {
-  if (held_ < 0) held_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-  if (held_ >= 0) return SetLock(F_RDLCK);
+  if (!held_) held_ = UniqueFd(open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+  if (held_) return SetLock(F_RDLCK);
   if (errno == ENOENT) return false;
-  throw StoreError("cannot open the database file '" + path_ +
-                   "': " + std::generic_category().message(errno));
+  throw StoreError("cannot open the database file '" + path_ + "': " + SystemErrorText(errno));
 }
 
 /// Of the bytes that SQLite locks for its users to read, and for one that wants to be the last to
@@ -87,5 +81,5 @@ bool SqliteFiles::SetLock(short type) {
   range.l_whence = SEEK_SET;
   range.l_start = 0x40000002;
   range.l_len = 510;
-  return fcntl(held_, F_OFD_SETLK, &range) == 0 || (errno != EAGAIN && errno != EACCES);
+  return fcntl(held_.Get(), F_OFD_SETLK, &range) == 0 || (errno != EAGAIN && errno != EACCES);
 }

@@ -9,6 +9,8 @@
 #include <optional>
 #include <string>
 
+#include "agent/libZel/platform/posix/unique_fd.h"
+
 /// The files that all connections of this process to one SQLite database share: the database's own,
 /// the log of what was written ahead, "-wal", and its index, "-shm". What is written to files that
 /// were removed or replaced would be lost. Where the path is a link, they stand beside its target.
@@ -26,7 +28,6 @@ class SqliteFiles {
  public:
   explicit SqliteFiles(std::string path);
 
-  ~SqliteFiles();
   SqliteFiles(const SqliteFiles&) = delete;
   SqliteFiles& operator=(const SqliteFiles&) = delete;
 
@@ -70,5 +71,5 @@ class SqliteFiles {
   uint32_t users_ = 0;
   std::optional<Files> opened_;
   bool areLost_ = false;
-  int held_ = -1;  ///< closed after all else that is open of the database's file
+  UniqueFd held_;  ///< closed after all else that is open of the database's file
 };

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -20,10 +19,9 @@ StoreWatchdog::~StoreWatchdog() {
 StoreWatchdog::Watch::Watch(StoreWatchdog* watchdog, int socket, Deadline deadline)
     : watchdog_(watchdog), socket_(fcntl(socket, F_DUPFD_CLOEXEC, 0)) {
   try {
-    if (socket_ < 0) throw std::system_error(errno, std::generic_category());
-    watchdog_->Add(socket_, deadline + kSlack);
+    if (!socket_) throw std::system_error(errno, std::generic_category());
+    watchdog_->Add(socket_.Get(), deadline + kSlack);
   } catch (const std::system_error& error) {
-    if (socket_ >= 0) close(socket_);
     throw StoreError(std::string("the connection to the database cannot be watched: ") +
                      error.what());
   }
@@ -31,8 +29,8 @@ StoreWatchdog::Watch::Watch(StoreWatchdog* watchdog, int socket, Deadline deadli
 
 StoreWatchdog::Watch::~Watch() {
   const std::lock_guard lock(watchdog_->mutex_);
-  watchdog_->watched_.erase(socket_);
-  close(socket_);
+  watchdog_->watched_.erase(socket_.Get());
+  socket_.Close();
 }
 
 void StoreWatchdog::Add(int socket, Deadline end) {
@@ -44,7 +42,7 @@ void StoreWatchdog::Add(int socket, Deadline end) {
 
 bool StoreWatchdog::Watch::IsOver() const {
   const std::lock_guard lock(watchdog_->mutex_);
-  return !watchdog_->watched_.contains(socket_);
+  return !watchdog_->watched_.contains(socket_.Get());
 }
 
 void StoreWatchdog::Run() {

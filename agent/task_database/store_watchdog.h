@@ -5,6 +5,7 @@
 #include <mutex>
 #include <thread>
 
+#include "agent/libZel/platform/posix/unique_fd.h"
 #include "agent/task_database/store_connection.h"
 
 /// Breaks connections whose server does not answer in time: libpq would wait for it for ever. They
@@ -37,7 +38,7 @@ class StoreWatchdog {
 
    private:
     StoreWatchdog* const watchdog_;
-    const int socket_;
+    UniqueFd socket_;
   };
 
  private:

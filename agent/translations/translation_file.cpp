@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/blanks.h"
 #include "libZel/string.h"
 
@@ -17,15 +18,9 @@ constexpr size_t kMaxKeyLength = 128;
 constexpr size_t kMaxTagLength = 35;
 constexpr size_t kMaxComplaints = 20;
 
-bool IsAsciiAlphanumeric(char c) {
-  return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
-}
-
 bool IsKey(std::string_view key) {
   return !key.empty() && key.size() <= kMaxKeyLength &&
-         std::all_of(key.begin(), key.end(), [](char c) {
-           return IsAsciiAlphanumeric(c) || c == '_' || c == '.' || c == '-';
-         });
+         std::all_of(key.begin(), key.end(), IsAsciiNameCharacter);
 }
 
 /// Whether it is UTF-8 without control characters other than tabs.
@@ -113,8 +108,7 @@ std::string NormalLanguageTag(std::string_view language) {
   language = TrimBlanks(language, kBlanks);
   std::string tag(language.substr(0, std::min(language.find_first_of(".@"), language.size())));
   for (char& c : tag) {
-    if (c == '_') c = '-';
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    c = c == '_' ? '-' : AsciiLower(c);
   }
   const bool isTag = tag.size() >= 2 && tag.size() <= kMaxTagLength && tag != "posix" &&
                      IsAsciiAlphanumeric(tag.front()) && IsAsciiAlphanumeric(tag.back()) &&

@@ -7,16 +7,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <new>
 #include <optional>
 #include <string_view>
-#include <system_error>
 #include <thread>
 
 #include "agent/libZel/debug_context.h"
 #include "agent/libZel/platform/posix/child_reaper.h"
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/forked_program.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
@@ -79,30 +81,17 @@ class Attributes {
   posix_spawnattr_t attributes_;
 };
 
-class Pipe {
- public:
-  Pipe() {
-    if (::pipe2(ends_, O_CLOEXEC) != 0) error_ = errno;
-  }
-  ~Pipe() {
-    CloseWriter();
-    if (ends_[0] >= 0) ::close(ends_[0]);
-  }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
-
-  int Error() const { return error_; }
-  int Reader() const { return ends_[0]; }
-  int Writer() const { return ends_[1]; }
-  void CloseWriter() {
-    if (ends_[1] >= 0) ::close(ends_[1]);
-    ends_[1] = -1;
-  }
-
- private:
-  int ends_[2] = {-1, -1};
-  int error_ = 0;
+/// The two ends of a pipe; both are -1 when it could not be made.
+struct Pipe {
+  UniqueFd reader;
+  UniqueFd writer;
 };
+
+Pipe MakePipe() {
+  int ends[2] = {-1, -1};
+  if (::pipe2(ends, O_CLOEXEC) != 0) return {};
+  return {UniqueFd(ends[0]), UniqueFd(ends[1])};
+}
 
 /// A program that runs; killed and waited for at the latest with the object.
 class Program {
@@ -156,7 +145,7 @@ class Program {
   void Leave(int error) const noexcept {
     try {
       ChildReaper::Instance().Watch(id_);
-      const std::string reason = error == 0 ? "" : ": " + std::generic_category().message(error);
+      const std::string reason = error == 0 ? "" : ": " + SystemErrorText(error);
       LibraryLog().PrintWithNL("the browse program, process %d, does not end when it is killed%S",
                                id_, ZelString(reason));
     } catch (const std::exception&) {
@@ -172,17 +161,13 @@ pid_t Start(const std::string& program, const std::vector<std::string>& argument
             int* error) {
   std::vector<std::string> words = {program};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  for (std::string& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-
   const Streams streams(output);
   const Attributes attributes;
   // It would have a say in what the libraries load, read and print.
   char* const noEnvironment[] = {nullptr};
   pid_t child = -1;
-  *error = ::posix_spawn(&child, program.c_str(), streams.Get(), attributes.Get(), pointers.data(),
-                         noEnvironment);
+  *error = ::posix_spawn(&child, program.c_str(), streams.Get(), attributes.Get(),
+                         PointersTo(words).data(), noEnvironment);
   return child;
 }
 
@@ -198,13 +183,12 @@ bool WaitForOutput(int reader, Clock::time_point deadline) {
 
 /// All that is written until the end; nothing when that does not come until `deadline`, or too late
 /// for the room there is.
-std::optional<std::string> ReadAll(int reader, Clock::time_point deadline) {
+std::optional<std::string> ReadToEnd(int reader, Clock::time_point deadline) {
   std::string text;
   char bytes[16384];
   while (WaitForOutput(reader, deadline)) {
-    const ssize_t count = ::read(reader, bytes, sizeof bytes);
+    const ssize_t count = Uninterrupted([&] { return ::read(reader, bytes, sizeof bytes); });
     if (count == 0) return text;
-    if (count < 0 && errno == EINTR) continue;
     if (count < 0 || text.size() + static_cast<size_t>(count) > kMaxAnswerBytes) return {};
     text.append(bytes, static_cast<size_t>(count));
   }
@@ -261,14 +245,14 @@ BrowseAnswer RunBrowseProgram(const std::string& program, const std::vector<std:
                               std::chrono::milliseconds limit,
                               std::chrono::milliseconds endPatience) {
   const Clock::time_point deadline = Clock::now() + limit;
-  Pipe pipe;
-  int error = pipe.Error();
-  const pid_t id = error == 0 ? Start(program, arguments, pipe.Writer(), &error) : -1;
-  if (error != 0) return NoBrowser(program + ": " + std::generic_category().message(error));
+  Pipe pipe = MakePipe();
+  int error = pipe.writer ? 0 : errno;
+  const pid_t id = error == 0 ? Start(program, arguments, pipe.writer.Get(), &error) : -1;
+  if (error != 0) return NoBrowser(program + ": " + SystemErrorText(error));
 
   Program running(id, endPatience);
-  pipe.CloseWriter();
-  const std::optional<std::string> text = ReadAll(pipe.Reader(), deadline);
+  pipe.writer.Close();
+  const std::optional<std::string> text = ReadToEnd(pipe.reader.Get(), deadline);
   const bool hasEnded = text && running.EndsBy(deadline);
   if (!hasEnded && Clock::now() < deadline) return NoBrowser("the browser's answer is too long");
   if (!hasEnded) return NoBrowser("no answer within " + std::to_string(limit.count()) + " ms");

@@ -1,9 +1,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -11,6 +9,8 @@
 #include <vector>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
 #include "agent/windows_api/pe_version.h"
 #include "windows_api.h"
 
@@ -23,33 +23,20 @@ class OpenedFile {
  public:
   // What is no regular file (a pipe, say) must neither block nor be read.
   explicit OpenedFile(const std::string& path)
-      : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
-  ~OpenedFile() {
-    if (descriptor_ >= 0) close(descriptor_);
-  }
-  OpenedFile(const OpenedFile&) = delete;
-  OpenedFile& operator=(const OpenedFile&) = delete;
+      : file_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {}
 
   bool IsRegular() const {
     struct stat status {};
-    return descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+    return file_ && fstat(file_.Get(), &status) == 0 && S_ISREG(status.st_mode);
   }
 
   bool ReadAt(uint64_t offset, void* target, size_t count) const {
-    auto* bytes = static_cast<char*>(target);
-    while (count > 0) {
-      const ssize_t done = pread(descriptor_, bytes, count, static_cast<off_t>(offset));
-      if (done < 0 && errno == EINTR) continue;
-      if (done <= 0) return false;
-      bytes += done;
-      offset += static_cast<uint64_t>(done);
-      count -= static_cast<size_t>(done);
-    }
-    return true;
+    size_t done = 0;
+    return ReadUpToAt(file_.Get(), offset, target, count, &done) == 0 && done == count;
   }
 
  private:
-  int descriptor_;
+  UniqueFd file_;
 };
 
 std::optional<std::vector<unsigned char>> ReadFromFile(const WCHAR* path) {

@@ -23,13 +23,14 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "agent/libZel/ascii.h"
 
 namespace {
 
@@ -160,8 +161,7 @@ SMBCCTX* MakeContext() {
 }
 
 bool IsPlain(char character) {
-  return std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '-' ||
-         character == '_';
+  return IsAsciiAlphanumeric(character) || character == '-' || character == '_';
 }
 
 std::string UrlOf(std::string_view domain) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "agent/libZel/ascii.h"
 #include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/relay_commands.h"
@@ -26,11 +27,8 @@ ZelString Text(const std::string& argument) {
 }
 
 bool IsArchiveName(std::string_view name) {
-  if (name.size() < kExtension.size()) return false;
-  const std::string_view tail = name.substr(name.size() - kExtension.size());
-  return std::equal(tail.begin(), tail.end(), kExtension.begin(), [](char a, char b) {
-    return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
-  });
+  return name.size() >= kExtension.size() &&
+         EqualsIgnoringCase(name.substr(name.size() - kExtension.size()), kExtension);
 }
 
 int NumberIn(std::string_view digits) {

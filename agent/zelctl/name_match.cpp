@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <numeric>
 
+#include "agent/libZel/ascii.h"
+
 namespace {
 
 /// Goes back only to the latest star, so the cost is the product of the lengths at most.
@@ -46,17 +48,9 @@ size_t EditDistance(std::string_view a, std::string_view b) {
 
 }  // namespace
 
-std::string LowerCase(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));
-  }
-  return lower;
-}
-
 bool MatchesPattern(std::string_view name, std::string_view pattern) {
-  const std::string text = LowerCase(name);
-  const std::string wanted = LowerCase(pattern);
+  const std::string text = AsciiLower(name);
+  const std::string wanted = AsciiLower(pattern);
   if (wanted.find_first_of("*?") != std::string::npos) return MatchesGlob(text, wanted);
   return text.find(wanted) != std::string::npos;
 }
@@ -64,14 +58,14 @@ bool MatchesPattern(std::string_view name, std::string_view pattern) {
 std::string NearestName(std::string_view name, const std::vector<std::string>& candidates) {
   constexpr size_t kLongestName = 256;
   if (name.size() > kLongestName) return {};
-  const std::string wanted = LowerCase(name);
+  const std::string wanted = AsciiLower(name);
 
   // A third of the letters may be wrong; beyond that it is another name.
   size_t nearest = std::max<size_t>(wanted.size() / 3, 2) + 1;
   std::string best;
   for (const std::string& candidate : candidates) {
     if (candidate.size() > kLongestName) continue;
-    const size_t distance = EditDistance(wanted, LowerCase(candidate));
+    const size_t distance = EditDistance(wanted, AsciiLower(candidate));
     if (distance >= nearest) continue;
     nearest = distance;
     best = candidate;

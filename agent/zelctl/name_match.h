@@ -4,9 +4,6 @@
 #include <string_view>
 #include <vector>
 
-/// With small letters for A to Z.
-std::string LowerCase(std::string_view text);
-
 /// Whether `name` matches `pattern` without regard to the case of A to Z: a pattern with "*" (any
 /// text) or "?" (one byte) must cover the whole name, any other one may stand anywhere in it.
 bool MatchesPattern(std::string_view name, std::string_view pattern);

@@ -7,6 +7,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "agent/libZel/ascii.h"
 #include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/name_match.h"
@@ -69,8 +70,9 @@ Before FindProcessOrder(const std::string& name) {
   if (name == "memory") return [](Row a, Row b) { return a.memoryUsedKib > b.memoryUsedKib; };
   if (name == "time")
     return [](Row a, Row b) { return SecondsOf(a.cpuTime) > SecondsOf(b.cpuTime); };
-  if (name == "name") return [](Row a, Row b) { return LowerCase(a.name) < LowerCase(b.name); };
-  if (name == "owner") return [](Row a, Row b) { return LowerCase(a.owner) < LowerCase(b.owner); };
+  if (name == "name") return [](Row a, Row b) { return AsciiLower(a.name) < AsciiLower(b.name); };
+  if (name == "owner")
+    return [](Row a, Row b) { return AsciiLower(a.owner) < AsciiLower(b.owner); };
   if (name == "id") return [](Row a, Row b) { return a.id < b.id; };
   throw Failure(ExitStatus::kUsage, "there is no order by '" + name + "'");
 }

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/libZel/network/port.h"
 #include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/result_code.h"
@@ -14,7 +15,6 @@
 
 namespace {
 
-constexpr uint32_t kMaxPort = 65535;
 constexpr int64_t kSecondsPerMinute = 60;
 constexpr int64_t kSecondsPerHour = 3600;
 

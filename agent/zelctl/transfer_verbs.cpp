@@ -1,9 +1,8 @@
+#include "agent/libZel/network/port.h"
 #include "agent/zelctl/command_line.h"
 #include "agent/zelctl/terminal.h"
 
 namespace {
-
-constexpr uint32_t kMaxPort = 65535;
 
 void AddRelayCommands(CLI::App& app, RelayPutOptions* put, Command* command) {
   CLI::App* relay = app.add_subcommand(

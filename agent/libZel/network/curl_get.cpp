@@ -25,7 +25,7 @@ constexpr long kLoginMethods =
     static_cast<long>(CURLAUTH_ANY & ~(CURLAUTH_NEGOTIATE | CURLAUTH_NTLM_WB));
 /// Of SOCKS proxies, for the same reason: no GSSAPI. They may stand in the environment, too.
 constexpr long kSocksLoginMethods = static_cast<long>(CURLAUTH_BASIC);
-constexpr long kMaxRedirects = 10;
+constexpr long kMaxGetRedirects = 10;
 constexpr long kFirstErrorStatus = 400;
 constexpr size_t kMaxLoggedBytes = 300;
 
@@ -154,7 +154,7 @@ void SetLogins(Request* request, const Order& order) {
 void SetUp(Request* request, const Order& order, Transfer* transfer) {
   request->Set(CURLOPT_DEFAULT_PROTOCOL, "http");
   request->Set(CURLOPT_FOLLOWLOCATION, 1L);
-  request->Set(CURLOPT_MAXREDIRS, kMaxRedirects);
+  request->Set(CURLOPT_MAXREDIRS, kMaxGetRedirects);
   request->Set(CURLOPT_TIMEOUT, order.timeoutSeconds);
   // A name service that does not answer would be waited for beyond the limit.
   request->Set(CURLOPT_QUICK_EXIT, 1L);
@@ -173,7 +173,7 @@ void SetUp(Request* request, const Order& order, Transfer* transfer) {
 }
 
 /// Nothing, or why it failed.
-std::string Get(const Order& order, Transfer* transfer) {
+std::string GetFollowing(const Order& order, Transfer* transfer) {
   CheckOrder(order);
   std::string bundle;
   Request request(Utf8(order.url));
@@ -200,7 +200,7 @@ int CurlAdvancedGet(ZelString url, ZelString user, ZelString password, ZelString
     Transfer transfer{received, progress, userData};
     std::string reason;
     try {
-      reason = Get(order, &transfer);
+      reason = GetFollowing(order, &transfer);
     } catch (const std::runtime_error& error) {
       reason = error.what();
     }

@@ -1,15 +1,7 @@
 #include "libZel/ip_address.h"
 
-#include <chrono>
-
 #include "agent/libZel/boundary.h"
 #include "agent/libZel/network/name_lookup.h"
-
-namespace {
-
-constexpr std::chrono::seconds kNameLimit{10};
-
-}  // namespace
 
 bool IpAddress::SetTo(const ZelString& text) {
   const auto address = ParseIpv4(text.Utf8());
@@ -19,7 +11,7 @@ bool IpAddress::SetTo(const ZelString& text) {
 
 bool IpAddress::SetToHostName(const ZelString& name) {
   return Guarded("SetToHostName", false, [&] {
-    const auto found = LookUpHost(std::string(name.Utf8()), AddressKind::kV4, kNameLimit);
+    const auto found = LookUpHost(std::string(name.Utf8()), AddressKind::kV4, kNameLookupLimit);
     if (found.empty()) return false;
     address_ = found[0].AsIpv4();
     return true;

@@ -13,6 +13,7 @@
 #include <thread>
 #include <utility>
 
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/debug_context.h"
 
 namespace asio = boost::asio;
@@ -27,7 +28,7 @@ constexpr size_t kMaxOfProbes = 64;
 /// The agent asks for the way to its relay and its master at most.
 constexpr size_t kMaxOfAgent = 8;
 /// DNS has no longer names, and no service is troubled with what is none.
-constexpr size_t kMaxNameBytes = 255;
+constexpr size_t kMaxHostNameBytes = 255;
 
 /// Shared by those who wait for an answer and the thread that gets it; whoever is last frees it.
 struct LookUp {
@@ -51,7 +52,7 @@ HostAddress FromAsio(const asio::ip::address& address) {
   return host;
 }
 
-bool IsNumber(std::string_view label) {
+bool IsNumberLabel(std::string_view label) {
   const bool isHexadecimal = label.starts_with("0x") || label.starts_with("0X");
   if (isHexadecimal) return label.find_first_not_of("0123456789abcdefABCDEF", 2) == label.npos;
   return !label.empty() && label.find_first_not_of("0123456789") == label.npos;
@@ -62,7 +63,7 @@ bool IsNumber(std::string_view label) {
 bool EndsInNumber(std::string_view name) {
   if (name.ends_with('.')) name.remove_suffix(1);
   const size_t dot = name.rfind('.');
-  return IsNumber(dot == name.npos ? name : name.substr(dot + 1));
+  return IsNumberLabel(dot == name.npos ? name : name.substr(dot + 1));
 }
 
 HostAddress Loopback(bool isV6) {
@@ -73,16 +74,13 @@ HostAddress Loopback(bool isV6) {
 /// This machine's name for itself (RFC 6761), which needs no name service.
 bool IsLocalhost(std::string_view name) {
   if (name.ends_with('.')) name.remove_suffix(1);
-  constexpr std::string_view kName = "localhost";
-  return std::equal(name.begin(), name.end(), kName.begin(), kName.end(), [](char a, char b) {
-    return a == b || (a >= 'A' && a <= 'Z' && a - 'A' + 'a' == b);
-  });
+  return EqualsIgnoringCase(name, "localhost");
 }
 
 /// Nothing where the name service is to be asked.
 std::optional<NameAnswer> AnswerAtOnce(const std::string& name, AddressKind kind) {
   if (name.empty()) return NameAnswer{{}, "it is empty"};
-  if (name.size() > kMaxNameBytes) return NameAnswer{{}, "it is too long"};
+  if (name.size() > kMaxHostNameBytes) return NameAnswer{{}, "it is too long"};
   if (name.find('\0') != name.npos) return NameAnswer{{}, "it holds a NUL character"};
 
   ErrorCode error;
@@ -226,7 +224,7 @@ std::vector<HostAddress> LookUpHostWith(const NameService& service, const std::s
   if (!answer) answer = AskInTime(service, name, kind, limit, asker);
   if (answer->addresses.empty()) {
     LibraryLog().PrintWithNL("There is no address for the host \"%S\": %s",
-                             ZelString(std::string_view(name).substr(0, kMaxNameBytes)),
+                             ZelString(std::string_view(name).substr(0, kMaxHostNameBytes)),
                              answer->reason);
   }
   return std::move(answer->addresses);

@@ -37,6 +37,9 @@ enum class NameAsker {
 /// order. Nothing for any other text.
 std::optional<uint32_t> ParseIpv4(std::string_view text);
 
+/// What actions wait for a name.
+constexpr std::chrono::seconds kNameLookupLimit{10};
+
 /// The addresses that the system finds for a host's name (or for an address as text), in its order;
 /// empty when there are none, when the system does not answer within `limit`, and when it is still
 /// busy with as many other names as `asker` may have looked up at a time; the log then has the

@@ -14,11 +14,10 @@ using std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::chrono::seconds kNameLimit{10};
 constexpr std::chrono::seconds kAnswerLimit{4};
 constexpr size_t kMaxAddresses = 4;
 
-void Append(const HostAddress& address, std::string* list) {
+void AppendAddress(const HostAddress& address, std::string* list) {
   if (!list->empty()) *list += ", ";
   *list += address.Text();
 }
@@ -35,7 +34,7 @@ bool PingAny(const ZelString& host, const std::vector<HostAddress>& addresses, m
     const auto share = std::max(left, milliseconds::zero()) / static_cast<int>(count - i);
     const EchoAnswer answer = send(addresses[i], share);
     if (answer == EchoAnswer::kCame) return true;
-    if (answer == EchoAnswer::kNone) Append(addresses[i], &silent);
+    if (answer == EchoAnswer::kNone) AppendAddress(addresses[i], &silent);
   }
   // Why there was no address, or nothing to wait for, is in the log already.
   if (!silent.empty()) {
@@ -47,7 +46,8 @@ bool PingAny(const ZelString& host, const std::vector<HostAddress>& addresses, m
 
 bool PingICMP(ZelString host) {
   return Guarded("PingICMP", false, [&] {
-    const auto addresses = LookUpHost(std::string(host.Utf8()), AddressKind::kAny, kNameLimit);
+    const auto addresses =
+        LookUpHost(std::string(host.Utf8()), AddressKind::kAny, kNameLookupLimit);
     return PingAny(host, addresses, kAnswerLimit, SendEcho);
   });
 }

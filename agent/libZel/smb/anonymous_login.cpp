@@ -8,8 +8,6 @@ namespace {
 constexpr uint32_t kWantedFlags = kNtlmUnicode | kNtlmRequestTarget | kNtlmNtlm | kNtlmAlwaysSign |
                                   kNtlmExtendedSessionSecurity | kNtlm128;
 
-constexpr uint16_t kAuthenticateSize = 64;
-
 void Append16(uint16_t number, Bytes* message) {
   message->push_back(static_cast<uint8_t>(number));
   message->push_back(static_cast<uint8_t>(number >> 8));
@@ -19,7 +17,7 @@ void Append32(uint32_t number, Bytes* message) {
   Append16(static_cast<uint16_t>(number >> 16), message);
 }
 
-Bytes Begin(NtlmMessageType type) {
+Bytes BeginMessage(NtlmMessageType type) {
   Bytes message(kNtlmSignature.begin(), kNtlmSignature.end());
   Append32(static_cast<uint32_t>(type), &message);
   return message;
@@ -35,7 +33,7 @@ void AppendPart(uint16_t size, uint32_t offset, Bytes* message) {
 }  // namespace
 
 Bytes AnonymousLogin::Negotiate() {
-  Bytes message = Begin(NtlmMessageType::kNegotiate);
+  Bytes message = BeginMessage(NtlmMessageType::kNegotiate);
   Append32(kWantedFlags, &message);
   AppendPart(0, 0, &message);  // domain
   AppendPart(0, 0, &message);  // workstation
@@ -46,7 +44,7 @@ Bytes AnonymousLogin::Negotiate() {
 // with nothing else.
 Bytes AnonymousLogin::Authenticate(std::span<const uint8_t> challenge) {
   constexpr uint32_t kEnd = kAuthenticateSize + 1;
-  Bytes message = Begin(NtlmMessageType::kAuthenticate);
+  Bytes message = BeginMessage(NtlmMessageType::kAuthenticate);
   AppendPart(1, kAuthenticateSize, &message);  // older response
   AppendPart(0, kEnd, &message);               // newer response
   AppendPart(0, kEnd, &message);               // domain

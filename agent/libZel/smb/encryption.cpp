@@ -29,34 +29,30 @@ struct FreeContext {
 };
 using Context = std::unique_ptr<EVP_CIPHER_CTX, FreeContext>;
 
-ByteView ViewOf(std::string_view text) {
-  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-
 int Length(ByteView bytes) {
   return static_cast<int>(bytes.size());
 }
 
-void Require(bool holds) {
+void RequireDone(bool holds) {
   if (!holds) throw std::runtime_error("the encryption of messages does not work");
 }
 
 /// A context with its key and nonce; of CCM also with the tag to be checked, which it needs first.
-Context Begin(Cipher cipher, bool encrypts, const Key& key, ByteView nonce, Signature& tag) {
+Context BeginCipher(Cipher cipher, bool encrypts, const Key& key, ByteView nonce, Signature& tag) {
   const bool isCcm = cipher == Cipher::kAes128Ccm;
   const int direction = encrypts ? 1 : 0;
   Context context(EVP_CIPHER_CTX_new());
   EVP_CIPHER_CTX* const raw = context.get();
-  Require(raw != nullptr);
+  RequireDone(raw != nullptr);
   const EVP_CIPHER* const kind = isCcm ? EVP_aes_128_ccm() : EVP_aes_128_gcm();
-  Require(EVP_CipherInit_ex(raw, kind, nullptr, nullptr, nullptr, direction) == 1);
+  RequireDone(EVP_CipherInit_ex(raw, kind, nullptr, nullptr, nullptr, direction) == 1);
   const int nonceBytes = isCcm ? 11 : 12;
-  Require(EVP_CIPHER_CTX_ctrl(raw, EVP_CTRL_AEAD_SET_IVLEN, nonceBytes, nullptr) == 1);
+  RequireDone(EVP_CIPHER_CTX_ctrl(raw, EVP_CTRL_AEAD_SET_IVLEN, nonceBytes, nullptr) == 1);
   const bool setsTag = isCcm || !encrypts;
   void* const known = encrypts ? nullptr : tag.data();
   const auto tagBytes = static_cast<int>(tag.size());
-  Require(!setsTag || EVP_CIPHER_CTX_ctrl(raw, EVP_CTRL_AEAD_SET_TAG, tagBytes, known) == 1);
-  Require(EVP_CipherInit_ex(raw, nullptr, nullptr, key.data(), nonce.data(), direction) == 1);
+  RequireDone(!setsTag || EVP_CIPHER_CTX_ctrl(raw, EVP_CTRL_AEAD_SET_TAG, tagBytes, known) == 1);
+  RequireDone(EVP_CipherInit_ex(raw, nullptr, nullptr, key.data(), nonce.data(), direction) == 1);
   return context;
 }
 
@@ -64,23 +60,23 @@ Context Begin(Cipher cipher, bool encrypts, const Key& key, ByteView nonce, Sign
 /// False when a decryption finds that something was changed.
 bool Transform(Cipher cipher, bool encrypts, const Key& key, ByteView nonce, ByteView header,
                ByteView text, Signature& tag, Bytes& result) {
-  const Context context = Begin(cipher, encrypts, key, nonce, tag);
+  const Context context = BeginCipher(cipher, encrypts, key, nonce, tag);
   EVP_CIPHER_CTX* const raw = context.get();
   int length = 0;
   const bool isCcm = cipher == Cipher::kAes128Ccm;
-  Require(!isCcm || EVP_CipherUpdate(raw, nullptr, &length, nullptr, Length(text)) == 1);
-  Require(EVP_CipherUpdate(raw, nullptr, &length, header.data(), Length(header)) == 1);
+  RequireDone(!isCcm || EVP_CipherUpdate(raw, nullptr, &length, nullptr, Length(text)) == 1);
+  RequireDone(EVP_CipherUpdate(raw, nullptr, &length, header.data(), Length(header)) == 1);
 
   result.resize(text.size());
   const bool isDone = EVP_CipherUpdate(raw, result.data(), &length, text.data(), Length(text)) == 1;
   // CCM has checked everything with that.
   if (!isDone && isCcm && !encrypts) return false;
-  Require(isDone && static_cast<size_t>(length) == text.size());
+  RequireDone(isDone && static_cast<size_t>(length) == text.size());
   uint8_t unused[16];
   const bool isFinal = (isCcm && !encrypts) || EVP_CipherFinal_ex(raw, unused, &length) == 1;
   if (!encrypts) return isFinal;
-  Require(isFinal && EVP_CIPHER_CTX_ctrl(raw, EVP_CTRL_AEAD_GET_TAG, static_cast<int>(tag.size()),
-                                         tag.data()) == 1);
+  RequireDone(isFinal && EVP_CIPHER_CTX_ctrl(raw, EVP_CTRL_AEAD_GET_TAG,
+                                             static_cast<int>(tag.size()), tag.data()) == 1);
   return true;
 }
 

@@ -18,7 +18,7 @@ enum PacketType : uint8_t {
   kKeepAlive = 0x85,
 };
 
-constexpr size_t kHeaderBytes = 4;
+constexpr size_t kNetbiosHeaderBytes = 4;
 constexpr size_t kNameBytes = 15;
 constexpr int kMostKeepAlives = 16;
 constexpr uint8_t kFileServer = 0x20;
@@ -107,7 +107,7 @@ NetbiosSession::Header NetbiosSession::NextHeader(Deadline deadline) {
 }
 
 NetbiosSession::Header NetbiosSession::ReadHeader(Deadline deadline) {
-  std::array<uint8_t, kHeaderBytes> bytes{};
+  std::array<uint8_t, kNetbiosHeaderBytes> bytes{};
   stream_.Read(bytes, deadline);
   const size_t length = size_t{bytes[1]} << 16 | size_t{bytes[2]} << 8 | bytes[3];
   // In a NetBIOS session the second byte holds flags; all but the length's seventeenth bit are 0.

@@ -12,7 +12,7 @@ constexpr size_t kTypeOffset = 8;
 
 // Of a CHALLENGE_MESSAGE. Very old servers leave the target's information out.
 constexpr size_t kTargetNameOffset = 12;
-constexpr size_t kFlagsOffset = 20;
+constexpr size_t kChallengeFlagsOffset = 20;
 constexpr size_t kShortChallengeSize = 32;
 constexpr size_t kTargetInfoOffset = 40;
 constexpr size_t kChallengeSize = 48;
@@ -24,7 +24,6 @@ constexpr size_t kDomainOffset = 28;
 constexpr size_t kUserOffset = 36;
 constexpr size_t kSessionKeyOffset = 52;
 constexpr size_t kAnswerFlagsOffset = 60;
-constexpr size_t kAuthenticateSize = 64;
 // An answer by version 1 is 24 bytes; one by version 2 has 16, then at least 28 that it covers.
 constexpr size_t kSmallestVersion2Response = 44;
 
@@ -75,7 +74,7 @@ void CheckNtlmChallenge(Span message) {
 }
 
 uint32_t NtlmChallengeFlags(Span challenge) {
-  return Number32(challenge, kFlagsOffset);
+  return Number32(challenge, kChallengeFlagsOffset);
 }
 
 bool IsNtlmVersion2Answer(Span message) {

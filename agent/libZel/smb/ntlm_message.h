@@ -11,6 +11,9 @@ namespace smb {
 
 constexpr std::array<uint8_t, 8> kNtlmSignature = {'N', 'T', 'L', 'M', 'S', 'S', 'P', 0};
 
+/// The fixed part of an AUTHENTICATE_MESSAGE.
+constexpr uint16_t kAuthenticateSize = 64;
+
 enum class NtlmMessageType : uint32_t { kNegotiate = 1, kChallenge = 2, kAuthenticate = 3 };
 
 enum NtlmFlag : uint32_t {

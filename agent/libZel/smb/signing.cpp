@@ -12,10 +12,6 @@ namespace {
 
 constexpr size_t kSha256Bytes = 32;
 
-ByteView ViewOf(std::string_view text) {
-  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
-}
-
 std::array<uint8_t, kSha256Bytes> HmacSha256(ByteView key, ByteView message) {
   std::array<uint8_t, kSha256Bytes> mac{};
   size_t size = 0;

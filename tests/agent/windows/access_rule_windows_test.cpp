@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <sddl.h>
 
-#include <memory>
+#include <string>
+
+#include "agent/libZel/platform/windows/local_memory.h"
 
 namespace {
 
@@ -12,17 +14,12 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-struct LocalFreer {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-using Memory = std::unique_ptr<void, LocalFreer>;
-
-Memory Descriptor(const std::wstring& text) {
+LocalMemory<> Descriptor(const std::wstring& text) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   const bool isOne = ConvertStringSecurityDescriptorToSecurityDescriptorW(
       text.c_str(), SDDL_REVISION_1, &descriptor, nullptr);
   EXPECT_TRUE(isOne) << "error " << GetLastError();
-  return Memory(descriptor);
+  return LocalMemory<>(descriptor);
 }
 
 std::string Weakness(const std::wstring& text, AccessUse use = AccessUse::kTrusted,
@@ -99,7 +96,7 @@ TEST(AccessRule, TrustsTheAccountThatTheAgentRunsUnder) {
   const std::wstring text = std::wstring(L"O:") + kSomebody + L"D:P(A;;FA;;;" + kSomebody + L")";
   PSID own = nullptr;
   ASSERT_TRUE(ConvertStringSidToSidW(kSomebody, &own));
-  const Memory owner(own);
+  const LocalMemory<> owner(own);
   EXPECT_THAT(Weakness(text, AccessUse::kSecret, own), IsEmpty());
   EXPECT_THAT(Weakness(text, AccessUse::kSecret), StartsWith("belongs to "));
 }
@@ -115,7 +112,7 @@ TEST(AccessRule, RefusesWhatHasNoList) {
 
   PSID administrators = nullptr;
   ASSERT_TRUE(ConvertStringSidToSidW(L"S-1-5-32-544", &administrators));
-  const Memory owner(administrators);
+  const LocalMemory<> owner(administrators);
   SECURITY_DESCRIPTOR open;
   ASSERT_TRUE(InitializeSecurityDescriptor(&open, SECURITY_DESCRIPTOR_REVISION));
   ASSERT_TRUE(SetSecurityDescriptorOwner(&open, administrators, FALSE));

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "agent/libZel/platform/windows/local_memory.h"
 #include "libZel/file.h"
 #include "tests/agent/temporary_directory.h"
 
@@ -20,15 +21,11 @@ namespace {
 constexpr const wchar_t* kPrivate = L"D:P(A;;FA;;;BA)(A;;FA;;;OW)(A;;FA;;;SY)";
 constexpr const wchar_t* kReadableByAll = L"D:P(A;;FA;;;BA)(A;;FA;;;SY)(A;;FR;;;WD)";
 
-struct FreeLocal {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-
 void SetAccess(const fs::path& path, const wchar_t* text) {
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(text, SDDL_REVISION_1,
                                                                    &descriptor, nullptr));
-  const std::unique_ptr<void, FreeLocal> owned(descriptor);
+  const LocalMemory<> owned(descriptor);
   ASSERT_TRUE(SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, descriptor));
 }
 
@@ -39,13 +36,13 @@ std::wstring AccessOf(const fs::path& path) {
                             nullptr, nullptr, nullptr, &descriptor) != ERROR_SUCCESS) {
     return L"unknown";
   }
-  const std::unique_ptr<void, FreeLocal> owned(descriptor);
+  const LocalMemory<> owned(descriptor);
   wchar_t* text = nullptr;
   if (!ConvertSecurityDescriptorToStringSecurityDescriptorW(
           descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr)) {
     return L"unknown";
   }
-  const std::unique_ptr<void, FreeLocal> ownedText(text);
+  const LocalMemory<> ownedText(text);
   return text;
 }
 

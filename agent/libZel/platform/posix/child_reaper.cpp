@@ -12,33 +12,30 @@
 #include <cstdint>
 #include <system_error>
 
+#include "agent/libZel/platform/posix/descriptor_io.h"
+
 namespace {
 
 constexpr int kLookAgainMs = 500;
 
-int Checked(int descriptor, const char* what) {
-  if (descriptor < 0) throw std::system_error(errno, std::generic_category(), what);
-  return descriptor;
+void RequireCall(bool holds, const char* what) {
+  if (!holds) throw std::system_error(errno, std::generic_category(), what);
 }
 
-bool Add(int events, int descriptor) {
+bool AddTo(const UniqueFd& events, const UniqueFd& watched) {
   epoll_event event{};
   // Told once: a child that a debugger has not let go yet would keep the thread busy otherwise.
   event.events = EPOLLIN | EPOLLET;
-  return ::epoll_ctl(events, EPOLL_CTL_ADD, descriptor, &event) == 0;
+  return ::epoll_ctl(events.Get(), EPOLL_CTL_ADD, watched.Get(), &event) == 0;
 }
 
 // Since Linux 5.3; the descriptor is closed in programs by itself.
-int OpenProcess(pid_t child) {
-  return static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+UniqueFd OpenProcess(pid_t child) {
+  return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
 }
 
-bool HasEnded(pid_t child) {
-  pid_t answer;
-  do {
-    answer = ::waitpid(child, nullptr, WNOHANG);
-  } while (answer < 0 && errno == EINTR);
-  return answer != 0;
+bool HasChildEnded(pid_t child) {
+  return Uninterrupted([&] { return ::waitpid(child, nullptr, WNOHANG); }) != 0;
 }
 
 // Keeps signals away from the thread that is made meanwhile: the program's own ones handle them.
@@ -68,15 +65,9 @@ ChildReaper& ChildReaper::Instance() {
 ChildReaper::ChildReaper()
     : wakeUp_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), events_(::epoll_create1(EPOLL_CLOEXEC)) {
   const NoSignals noSignals;
-  try {
-    Checked(wakeUp_, "eventfd");
-    Checked(events_, "epoll_create1");
-    if (!Add(events_, wakeUp_)) Checked(-1, "epoll_ctl");
-    thread_ = std::thread([this] { Run(); });
-  } catch (...) {
-    Close();
-    throw;
-  }
+  RequireCall(wakeUp_ && events_, "the means to wait for programs");
+  RequireCall(AddTo(events_, wakeUp_), "epoll_ctl");
+  thread_ = std::thread([this] { Run(); });
 }
 
 ChildReaper::~ChildReaper() {
@@ -87,31 +78,24 @@ ChildReaper::~ChildReaper() {
   Wake();
   thread_.join();
   for (const Child& child : arrived_) Forget(child);
-  Close();
-}
-
-void ChildReaper::Close() const {
-  if (wakeUp_ >= 0) ::close(wakeUp_);
-  if (events_ >= 0) ::close(events_);
 }
 
 void ChildReaper::Wake() const {
   const uint64_t one = 1;
   // Fails only when so many calls are counted that the thread is awake anyway.
-  [[maybe_unused]] const ssize_t written = ::write(wakeUp_, &one, sizeof one);
+  [[maybe_unused]] const ssize_t written = ::write(wakeUp_.Get(), &one, sizeof one);
 }
 
-int ChildReaper::OpenWatched(pid_t child) const {
-  const int descriptor = OpenProcess(child);
-  if (descriptor < 0 || Add(events_, descriptor)) return descriptor;
-  ::close(descriptor);
-  return -1;
+UniqueFd ChildReaper::OpenWatched(pid_t child) const {
+  UniqueFd descriptor = OpenProcess(child);
+  if (descriptor && !AddTo(events_, descriptor)) descriptor.Close();
+  return descriptor;
 }
 
 void ChildReaper::Watch(pid_t child) noexcept {
   try {
-    std::list<Child> one{{child, -1}};
-    one.front().descriptor = OpenWatched(child);
+    std::list<Child> one;
+    one.push_back({child, OpenWatched(child)});
     const std::lock_guard lock(mutex_);
     arrived_.splice(arrived_.end(), one);
   } catch (const std::exception&) {
@@ -121,19 +105,18 @@ void ChildReaper::Watch(pid_t child) noexcept {
 }
 
 void ChildReaper::Forget(const Child& child) const {
-  if (child.descriptor < 0) return;
+  if (!child.descriptor) return;
   // Closing alone would not do while a program that is just being started holds a copy.
-  ::epoll_ctl(events_, EPOLL_CTL_DEL, child.descriptor, nullptr);
-  ::close(child.descriptor);
+  ::epoll_ctl(events_.Get(), EPOLL_CTL_DEL, child.descriptor.Get(), nullptr);
 }
 
 void ChildReaper::WaitForNews(const std::list<Child>& children) const {
-  const bool areAllWatched =
-      std::ranges::all_of(children, [](const Child& child) { return child.descriptor >= 0; });
+  const bool areAllWatched = std::ranges::all_of(
+      children, [](const Child& child) { return static_cast<bool>(child.descriptor); });
   epoll_event event;
-  ::epoll_wait(events_, &event, 1, areAllWatched ? -1 : kLookAgainMs);
+  ::epoll_wait(events_.Get(), &event, 1, areAllWatched ? -1 : kLookAgainMs);
   uint64_t count;
-  [[maybe_unused]] const ssize_t read = ::read(wakeUp_, &count, sizeof count);
+  [[maybe_unused]] const ssize_t read = ::read(wakeUp_.Get(), &count, sizeof count);
 }
 
 void ChildReaper::Run() {
@@ -145,7 +128,7 @@ void ChildReaper::Run() {
       if (isStopping_) break;
     }
     std::erase_if(children, [this](const Child& child) {
-      if (!HasEnded(child.id)) return false;
+      if (!HasChildEnded(child.id)) return false;
       Forget(child);
       return true;
     });

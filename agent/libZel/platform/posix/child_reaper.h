@@ -6,6 +6,8 @@
 #include <mutex>
 #include <thread>
 
+#include "agent/libZel/platform/posix/unique_fd.h"
+
 /// Takes leave of the programs that this library has started, so that none of them stays behind as
 /// a zombie. It waits for these children alone: others belong to whoever started them. Its thread
 /// needs no memory, so that nothing can be thrown there.
@@ -28,20 +30,19 @@ class ChildReaper {
  private:
   struct Child {
     pid_t id;
-    /// Tells `events_` when the child ends; -1 where the system has no such thing.
-    int descriptor;
+    /// Tells `events_` when the child ends; none where the system has no such thing.
+    UniqueFd descriptor;
   };
 
   ChildReaper();
   void Wake() const;
   void Run();
   void WaitForNews(const std::list<Child>& children) const;
-  int OpenWatched(pid_t child) const;
+  UniqueFd OpenWatched(pid_t child) const;
   void Forget(const Child& child) const;
-  void Close() const;
 
-  const int wakeUp_;
-  const int events_;
+  const UniqueFd wakeUp_;
+  const UniqueFd events_;
   std::mutex mutex_;
   std::list<Child> arrived_;
   bool isStopping_ = false;

@@ -1,14 +1,13 @@
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/posix/directory_stream.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
@@ -17,16 +16,11 @@ namespace {
 // So many directories on the way down are held open; those above are opened again on the way up.
 constexpr size_t kMaxOpenDirectories = 32;
 
-struct CloseDirectory {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
-
 // One directory on the way from the root of the tree to where the work is.
 struct Level {
   std::string name;
   Identity identity;
-  Directory directory;
+  DirectoryStream directory;
   bool hasDeletedSinceRewind = false;
 };
 

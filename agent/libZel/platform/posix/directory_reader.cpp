@@ -1,6 +1,5 @@
 #include "agent/libZel/directory_reader.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 
 #include <algorithm>
@@ -9,17 +8,10 @@
 #include <string_view>
 
 #include "agent/libZel/platform/posix/byte_names.h"
+#include "agent/libZel/platform/posix/directory_stream.h"
 #include "agent/libZel/platform/posix/stat_facts.h"
-#include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
-namespace {
-
-struct Close {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
-}  // namespace
 
 struct DirectoryReader::Implementation {
   void SetName(std::string_view bytes) {
@@ -53,7 +45,7 @@ struct DirectoryReader::Implementation {
     facts->attributes = CompleteAttributes(attributes);
   }
 
-  std::unique_ptr<DIR, Close> stream;
+  DirectoryStream stream;
   // Of the entry. The bytes lie in the stream, terminated.
   std::string_view name;
   unsigned char type = DT_UNKNOWN;

@@ -5,13 +5,14 @@
 
 #include <cerrno>
 
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/permissions.h"
 #include "agent/libZel/platform/posix/stat_facts.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 #include "agent/libZel/text_test.h"
 
 namespace {
 
-constexpr mode_t kWritableByAnybody = S_IWUSR | S_IWGRP | S_IWOTH;
 constexpr mode_t kModeBits = S_IFMT | 07777;
 
 // Should a pipe or terminal have taken the file's place meanwhile, it is not waited for, and does
@@ -26,11 +27,7 @@ UniqueFd OpenToLook(int directory, const char* name) {
 }
 
 ssize_t ReadSome(int fd, char* buffer, size_t size) {
-  ssize_t count;
-  do {
-    count = read(fd, buffer, size);
-  } while (count < 0 && errno == EINTR);
-  return count;
+  return Uninterrupted([&] { return read(fd, buffer, size); });
 }
 
 }  // namespace
@@ -38,7 +35,7 @@ ssize_t ReadSome(int fd, char* buffer, size_t size) {
 FileFacts FactsOf(const struct stat& info, uint32_t attributes) {
   const bool isDirectory = S_ISDIR(info.st_mode);
   if (isDirectory) attributes |= kDirectoryAttribute;
-  if (!isDirectory && (info.st_mode & kWritableByAnybody) == 0) attributes |= kReadOnlyAttribute;
+  if (!isDirectory && (info.st_mode & kAnyWrite) == 0) attributes |= kReadOnlyAttribute;
   FileFacts facts;
   facts.attributes = CompleteAttributes(attributes);
   facts.writeTime = ClampTime(info.st_mtime);

@@ -8,17 +8,17 @@
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/open_file.h"
+#include "agent/libZel/platform/posix/descriptor_io.h"
 #include "agent/libZel/platform/posix/file_security.h"
 #include "agent/libZel/platform/posix/open_regular.h"
 #include "agent/libZel/platform/posix/pending_file.h"
+#include "agent/libZel/platform/posix/permissions.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
 namespace {
 
 constexpr uint32_t kMaxReadBytes = uint32_t{1} << 30;
-constexpr int kMaxNameAttempts = 100;
-constexpr mode_t kAnyWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 
 // Links the file that `source` leads to under a new name in `directory`.
 int LinkBeside(const std::filesystem::path& source, const std::filesystem::path& directory,
@@ -61,10 +61,9 @@ int OpenFile::Create(const std::filesystem::path& path, const Security* security
 }
 
 int OpenFile::Read(char* buffer, uint32_t sizeBytes, uint32_t* count) {
-  ssize_t got = -1;
-  do {
-    got = read(implementation_->file.Get(), buffer, std::min(sizeBytes, kMaxReadBytes));
-  } while (got < 0 && errno == EINTR);
+  const int file = implementation_->file.Get();
+  const ssize_t got =
+      Uninterrupted([&] { return read(file, buffer, std::min(sizeBytes, kMaxReadBytes)); });
   if (got < 0) return errno;
   *count = static_cast<uint32_t>(got);
   return 0;

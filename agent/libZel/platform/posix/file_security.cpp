@@ -4,24 +4,23 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string_view>
 
+#include "agent/libZel/platform/posix/permissions.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
 namespace {
 
-constexpr mode_t kModeBits = 07777;
-constexpr mode_t kPermissions = 0777;
+constexpr mode_t kOwnModeBits = 07777;
 constexpr int kMaxSizeAttempts = 5;
 constexpr const char* kAccessList = "system.posix_acl_access";
 
 // A text of unknown length, which may change between asking for the length and for the text.
 template <typename Get>
-std::optional<std::string> TextOf(Get get) {
+std::optional<std::string> SizedText(Get get) {
   for (int attempt = 0; attempt < kMaxSizeAttempts; ++attempt) {
     const ssize_t size = get(nullptr, 0);
     if (size < 0) return std::nullopt;
@@ -42,17 +41,17 @@ bool BelongsToContent(std::string_view name) {
   return name == "security.ima" || name == "security.evm";
 }
 
-std::vector<std::pair<std::string, std::string>> AttributesOf(int fd) {
+std::vector<std::pair<std::string, std::string>> ExtendedAttributesOf(int fd) {
   // By this name it also works for files that were opened without the right to read them.
   const std::string path = "/proc/self/fd/" + std::to_string(fd);
   std::vector<std::pair<std::string, std::string>> attributes;
   const auto names =
-      TextOf([&](char* text, size_t size) { return listxattr(path.c_str(), text, size); });
+      SizedText([&](char* text, size_t size) { return listxattr(path.c_str(), text, size); });
   if (!names) return attributes;
   for (size_t start = 0; start < names->size();) {
     std::string name = names->c_str() + start;
     start += name.size() + 1;
-    auto value = TextOf(
+    auto value = SizedText(
         [&](char* text, size_t size) { return getxattr(path.c_str(), name.c_str(), text, size); });
     if (value && !BelongsToContent(name)) {
       attributes.emplace_back(std::move(name), std::move(*value));
@@ -63,7 +62,7 @@ std::vector<std::pair<std::string, std::string>> AttributesOf(int fd) {
 
 // The mode as far as the new owner and group leave it valid.
 mode_t ModeAfterChangingOwner(const Security& security, int fd) {
-  if (fchown(fd, security.owner, security.group) == 0) return security.mode & kModeBits;
+  if (fchown(fd, security.owner, security.group) == 0) return security.mode & kOwnModeBits;
   const mode_t mode = security.mode & kPermissions;
   if (fchown(fd, static_cast<uid_t>(-1), security.group) == 0) return mode;
   const mode_t everybody = mode & S_IRWXO;
@@ -73,7 +72,7 @@ mode_t ModeAfterChangingOwner(const Security& security, int fd) {
 }  // namespace
 
 Security SecurityOf(int fd, const struct stat& info) {
-  return {info.st_uid, info.st_gid, info.st_mode & kModeBits, AttributesOf(fd)};
+  return {info.st_uid, info.st_gid, info.st_mode & kOwnModeBits, ExtendedAttributesOf(fd)};
 }
 
 void ApplySecurity(const Security& security, int fd) {

@@ -6,9 +6,9 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <system_error>
 
 #include "agent/libZel/platform/posix/rename.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
@@ -76,7 +76,7 @@ const int kErrorInvalidName = EINVAL;
 const int kErrorOtherVolume = EXDEV;
 
 ZelString ErrorText(int error) {
-  return ZelString(std::system_category().message(error));
+  return ZelString(SystemErrorText(error));
 }
 
 Status Look(const std::filesystem::path& path) {

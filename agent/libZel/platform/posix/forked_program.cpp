@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <optional>
 
+#include "agent/libZel/platform/posix/descriptor_io.h"
+
 namespace {
 
 struct StateForPrograms {
@@ -84,10 +86,7 @@ ForkedProgram ForkProgram(const ProgramToBe& program) {
 
 int ReadFailure(const UniqueFd& failure) {
   int error = 0;
-  ssize_t count;
-  do {
-    count = ::read(failure.Get(), &error, sizeof error);
-  } while (count < 0 && errno == EINTR);
+  const ssize_t count = Uninterrupted([&] { return ::read(failure.Get(), &error, sizeof error); });
   return count == 0 ? 0 : count == sizeof error ? error : EIO;
 }
 

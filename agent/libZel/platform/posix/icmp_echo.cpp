@@ -10,20 +10,16 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 
 #include "agent/libZel/debug_context.h"
 #include "agent/libZel/platform/posix/icmp_message.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/system_error_text.h"
 
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 namespace {
-
-std::string Text(int error) {
-  return std::generic_category().message(error);
-}
 
 /// ICMP has no ports, but sockets without one do not say whom they are connected to.
 constexpr uint16_t kAnyPort = 1;
@@ -97,7 +93,7 @@ class Echo {
       return true;
     }
     LibraryLog().PrintWithNL("The system allows no echo requests to %s: %s", address_.Text(),
-                             Text(error));
+                             SystemErrorText(error));
     return false;
   }
 
@@ -144,7 +140,8 @@ class Echo {
 
   bool NotSent() const {
     const int error = errno;
-    LibraryLog().PrintWithNL("No echo request was sent to %s: %s", address_.Text(), Text(error));
+    LibraryLog().PrintWithNL("No echo request was sent to %s: %s", address_.Text(),
+                             SystemErrorText(error));
     return false;
   }
 

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr size_t kHeaderBytes = 8;
+constexpr size_t kIcmpHeaderBytes = 8;
 constexpr size_t kShortestIpv4Header = 20;
 constexpr uint8_t kRequestV4 = 8;
 constexpr uint8_t kReplyV4 = 0;
@@ -32,20 +32,20 @@ uint16_t Checksum(std::span<const uint8_t> bytes) {
 
 std::array<uint8_t, 40> EchoRequest::Bytes() const {
   std::array<uint8_t, 40> bytes{};
-  static_assert(sizeof bytes == kHeaderBytes + sizeof payload);
+  static_assert(sizeof bytes == kIcmpHeaderBytes + sizeof payload);
   bytes[0] = isV6 ? kRequestV6 : kRequestV4;
   PutWord(bytes, 4, identifier);
   PutWord(bytes, 6, sequence);
-  std::copy(payload.begin(), payload.end(), bytes.begin() + kHeaderBytes);
+  std::copy(payload.begin(), payload.end(), bytes.begin() + kIcmpHeaderBytes);
   if (!isV6) PutWord(bytes, 2, Checksum(bytes));
   return bytes;
 }
 
 bool EchoRequest::IsAnsweredBy(std::span<const uint8_t> message) const {
-  if (message.size() != kHeaderBytes + payload.size()) return false;
+  if (message.size() != kIcmpHeaderBytes + payload.size()) return false;
   const bool isReply = message[0] == (isV6 ? kReplyV6 : kReplyV4) && message[1] == 0;
   return isReply && WordAt(message, 4) == identifier && WordAt(message, 6) == sequence &&
-         std::equal(payload.begin(), payload.end(), message.begin() + kHeaderBytes);
+         std::equal(payload.begin(), payload.end(), message.begin() + kIcmpHeaderBytes);
 }
 
 std::span<const uint8_t> BehindIpv4Header(std::span<const uint8_t> packet) {

@@ -2,32 +2,21 @@
 // megabytes, and most agents never fetch a URL. Whoever links this file instead of libcurl calls
 // these functions, which stay inside the library that links them.
 
-#include <dlfcn.h>
-
 #include <cstdarg>
-#include <stdexcept>
-#include <string>
 
 #define CURL_DISABLE_TYPECHECK
 #include <curl/curl.h>
 #undef curl_easy_setopt
 #undef curl_easy_getinfo
 
+#include "agent/libZel/platform/posix/loaded_function.h"
+
 namespace {
 
-/// The function `name` of libcurl. Throws std::runtime_error when there is none.
-void* Symbol(const char* name) {
-  // Opened anew for each function, which only counts: so each failure has a text of its own.
-  void* const library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
-  void* const symbol = library != nullptr ? dlsym(library, name) : nullptr;
-  if (symbol != nullptr) return symbol;
-  const char* const reason = dlerror();
-  throw std::runtime_error(std::string("libcurl is missing: ") + (reason ? reason : name));
-}
-
+/// Throws std::runtime_error when there is none.
 template <typename Function>
-Function* Load(Function*, const char* name) {
-  return reinterpret_cast<Function*>(Symbol(name));
+Function* Load(Function* declared, const char* name) {
+  return LoadFunction(declared, "libcurl.so.4", "libcurl", name);
 }
 
 }  // namespace

@@ -2,28 +2,17 @@
 // library comes with all of Kerberos. Whoever links this file instead of GSSAPI calls these
 // functions, which stay inside the library that links them. Where it is missing, they throw.
 
-#include <dlfcn.h>
 #include <gssapi/gssapi.h>
 #include <gssapi/gssapi_ext.h>
 
-#include <stdexcept>
-#include <string>
+#include "agent/libZel/platform/posix/loaded_function.h"
 
 namespace {
 
-/// The function `name` of GSSAPI. Throws std::runtime_error when there is none.
-void* Symbol(const char* name) {
-  // Opened anew for each function, which only counts: so each failure has a text of its own.
-  void* const library = dlopen("libgssapi_krb5.so.2", RTLD_NOW | RTLD_LOCAL);
-  void* const symbol = library != nullptr ? dlsym(library, name) : nullptr;
-  if (symbol != nullptr) return symbol;
-  const char* const reason = dlerror();
-  throw std::runtime_error(std::string("GSSAPI is missing: ") + (reason ? reason : name));
-}
-
+/// Throws std::runtime_error when there is none.
 template <typename Function>
-Function* Load(Function*, const char* name) {
-  return reinterpret_cast<Function*>(Symbol(name));
+Function* Load(Function* declared, const char* name) {
+  return LoadFunction(declared, "libgssapi_krb5.so.2", "GSSAPI", name);
 }
 
 }  // namespace

@@ -9,6 +9,8 @@
 
 #include <cerrno>
 
+#include "agent/libZel/platform/posix/loaded_function.h"
+
 namespace {
 
 // Open for the rest of the process: functions of it are remembered.
@@ -18,9 +20,8 @@ void* Library() {
 }
 
 template <typename Function>
-Function* Load(Function*, const char* name) {
-  void* const symbol = Library() != nullptr ? dlsym(Library(), name) : nullptr;
-  return reinterpret_cast<Function*>(symbol);
+Function* Load(Function* declared, const char* name) {
+  return AsFunction(declared, Library() != nullptr ? dlsym(Library(), name) : nullptr);
 }
 
 template <typename Function, typename... Arguments>

@@ -1,7 +1,6 @@
 #include "agent/libZel/native_path.h"
 
-#include <unistd.h>
-
+#include "agent/libZel/ascii.h"
 #include "agent/libZel/platform/posix/byte_names.h"
 #include "agent/libZel/platform_path.h"
 #include "agent/libZel/wtf8.h"
@@ -11,14 +10,6 @@ namespace {
 std::map<char, std::string>& DriveMap() {
   static std::map<char, std::string> drives{{'C', "/"}};
   return drives;
-}
-
-char UpperLetter(char c) {
-  return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-}
-
-NativePath Refused(const std::string& reason) {
-  return {{}, reason};
 }
 
 }  // namespace
@@ -43,20 +34,20 @@ ZelString platform_path::WorkingDirectory() {
 }
 
 NativePath platform_path::Assemble(const PathParts& parts) {
-  if (IsShare(parts.drive)) return Refused("shares are not reachable as paths on this system");
+  if (IsShare(parts.drive)) return RefusedPath("shares are not reachable as paths on this system");
   std::string bytes;
   if (!parts.drive.empty()) {
-    const char letter = UpperLetter(parts.drive[0]);
+    const char letter = AsciiUpper(parts.drive[0]);
     const auto drive = DriveMap().find(letter);
     if (drive == DriveMap().end()) {
-      return Refused(std::string("drive ") + letter + ": is not known");
+      return RefusedPath(std::string("drive ") + letter + ": is not known");
     }
     bytes = drive->second;
     while (bytes.ends_with('/')) bytes.pop_back();
   }
   for (const std::string_view name : parts.names) {
     const std::optional<std::string> nameBytes = BytesOf(name);
-    if (!nameBytes) return Refused("the path holds a surrogate that stands for no byte");
+    if (!nameBytes) return RefusedPath("the path holds a surrogate that stands for no byte");
     bytes += '/';
     bytes += *nameBytes;
   }

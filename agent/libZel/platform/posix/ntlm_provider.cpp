@@ -66,7 +66,7 @@ class Name {
   gss_name_t value_ = GSS_C_NO_NAME;
 };
 
-std::string TextOf(OM_uint32 status, int kind) {
+std::string GssStatusText(OM_uint32 status, int kind) {
   std::string text;
   OM_uint32 more = 0;
   do {
@@ -88,7 +88,8 @@ void Check(OM_uint32 major, OM_uint32 minor, const std::string& what) {
   // The general failure says no more than that the mechanism knows the reason.
   const bool knowsReason = GSS_ROUTINE_ERROR(major) == GSS_S_FAILURE && minor != 0;
   throw std::runtime_error(
-      what + ": " + (knowsReason ? TextOf(minor, GSS_C_MECH_CODE) : TextOf(major, GSS_C_GSS_CODE)));
+      what + ": " +
+      (knowsReason ? GssStatusText(minor, GSS_C_MECH_CODE) : GssStatusText(major, GSS_C_GSS_CODE)));
 }
 
 void Import(const std::string& text, gss_OID type, Name* name) {

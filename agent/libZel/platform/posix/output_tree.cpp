@@ -10,17 +10,15 @@
 #include <random>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/nanoseconds.h"
 #include "agent/libZel/platform/posix/byte_names.h"
+#include "agent/libZel/platform/posix/descriptor_io.h"
 #include "agent/libZel/platform/posix/pending_file.h"
+#include "agent/libZel/platform/posix/permissions.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
 namespace {
-
-constexpr mode_t kPermissions = 0777;
-constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
-constexpr int kMaxNameAttempts = 100;
-constexpr int64_t kNsPerSecond = 1'000'000'000;
 
 // Opens a directory that is no link, making it where it is missing.
 int Enter(int parent, const std::string& name, mode_t permissions, UniqueFd* directory) {
@@ -34,13 +32,8 @@ int Enter(int parent, const std::string& name, mode_t permissions, UniqueFd* dir
 }
 
 struct timespec TimeOf(int64_t ns) {
-  int64_t seconds = ns / kNsPerSecond;
-  int64_t rest = ns % kNsPerSecond;
-  if (rest < 0) {
-    rest += kNsPerSecond;
-    --seconds;
-  }
-  return {static_cast<time_t>(seconds), static_cast<long>(rest)};
+  const SecondsAndNs time = SplitNs(ns);
+  return {static_cast<time_t>(time.seconds), static_cast<long>(time.ns)};
 }
 
 }  // namespace
@@ -135,7 +128,7 @@ int OutputTree::Create(const Names& names, std::optional<uint32_t> permissions) 
 }
 
 int OutputTree::Write(const void* bytes, size_t count) {
-  return WriteAll(implementation_->file.Get(), static_cast<const char*>(bytes), count);
+  return WriteAll(implementation_->file.Get(), bytes, count);
 }
 
 int OutputTree::Commit(const OutputAttributes& attributes) {
@@ -147,7 +140,7 @@ int OutputTree::Commit(const OutputAttributes& attributes) {
   if (attributes.isReadOnly && !attributes.permissions) {
     struct stat info;
     if (fstat(file, &info) != 0) return errno;
-    if (fchmod(file, info.st_mode & kPermissions & ~kWriteBits) != 0) return errno;
+    if (fchmod(file, info.st_mode & kPermissions & ~kAnyWrite) != 0) return errno;
   }
   if (attributes.modifiedNs) {
     const struct timespec times[2] = {{0, UTIME_OMIT}, TimeOf(*attributes.modifiedNs)};

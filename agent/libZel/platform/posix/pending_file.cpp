@@ -11,9 +11,11 @@
 #include <string>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/posix/descriptor_io.h"
 #include "agent/libZel/platform/posix/file_security.h"
 #include "agent/libZel/platform/posix/open_regular.h"
 #include "agent/libZel/platform/posix/pending_file.h"
+#include "agent/libZel/platform/posix/permissions.h"
 #include "agent/libZel/platform/posix/rename.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
@@ -39,40 +41,26 @@ std::string TemporaryName() {
   return name;
 }
 
-int WriteAll(int fd, const char* bytes, size_t count) {
-  while (count > 0) {
-    const ssize_t written = write(fd, bytes, count);
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return errno;
-    bytes += written;
-    count -= static_cast<size_t>(written);
-  }
-  return 0;
-}
-
 namespace {
 
 constexpr size_t kBufferBytes = 256 * 1024;
 constexpr size_t kKernelCopyBytes = size_t{1} << 30;
-constexpr int kMaxNameAttempts = 100;
-// Set-user-ID and its like stay behind: the copy may have another owner.
-constexpr mode_t kPermissions = 0777;
 
 // Copies up to `limit` bytes, to the end of the source at most, from where both files stand. As far
 // as the two file systems let it, the kernel does it. Returns an error number.
 int CopyBytes(int source, int destination, uint64_t limit) {
-  ssize_t copied = 1;
-  while (limit > 0 && (copied > 0 || (copied < 0 && errno == EINTR))) {
+  for (ssize_t copied = 1; limit > 0 && copied > 0;) {
     const size_t wanted = std::min<uint64_t>(limit, kKernelCopyBytes);
-    copied = copy_file_range(source, nullptr, destination, nullptr, wanted, 0);
+    copied = Uninterrupted(
+        [&] { return copy_file_range(source, nullptr, destination, nullptr, wanted, 0); });
     if (copied > 0) limit -= static_cast<uint64_t>(copied);
   }
 
   // Also finds the end: files made by the system have content without having a size.
   const auto buffer = std::make_unique<char[]>(kBufferBytes);
   while (limit > 0) {
-    const ssize_t count = read(source, buffer.get(), std::min<uint64_t>(limit, kBufferBytes));
-    if (count < 0 && errno == EINTR) continue;
+    const size_t wanted = std::min<uint64_t>(limit, kBufferBytes);
+    const ssize_t count = Uninterrupted([&] { return read(source, buffer.get(), wanted); });
     if (count < 0) return errno;
     if (count == 0) break;
     const int error = WriteAll(destination, buffer.get(), static_cast<size_t>(count));
@@ -241,7 +229,7 @@ void PendingFile::KeepOutOfCache() {
 
 int PendingFile::Write(const void* bytes, size_t count) {
   Implementation& self = *implementation_;
-  const int error = WriteAll(self.file.Get(), static_cast<const char*>(bytes), count);
+  const int error = WriteAll(self.file.Get(), bytes, count);
   if (error != 0) return error;
   self.writtenBytes += static_cast<off_t>(count);
   if (self.drain) self.drain->FollowTo(self.file.Get(), self.writtenBytes);
@@ -249,17 +237,7 @@ int PendingFile::Write(const void* bytes, size_t count) {
 }
 
 int PendingFile::WriteAt(uint64_t offset, const void* bytes, size_t count) {
-  const char* next = static_cast<const char*>(bytes);
-  while (count > 0) {
-    const ssize_t written =
-        pwrite(implementation_->file.Get(), next, count, static_cast<off_t>(offset));
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return errno;
-    next += written;
-    offset += static_cast<uint64_t>(written);
-    count -= static_cast<size_t>(written);
-  }
-  return 0;
+  return WriteAllAt(implementation_->file.Get(), offset, bytes, count);
 }
 
 int PendingFile::CopyFrom(const std::filesystem::path& source) {
@@ -284,7 +262,7 @@ int PendingFile::CloneFrom(const std::filesystem::path& source) {
   if (error != 0) return error;
 
   Security security = SecurityOf(input.Get(), info);
-  if ((security.mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0) security.mode |= S_IWUSR;
+  if ((security.mode & kAnyWrite) == 0) security.mode |= S_IWUSR;
   ApplySecurity(security, destination);
   const struct timespec times[2] = {info.st_atim, info.st_mtim};
   if (futimens(destination, times) != 0) return errno;

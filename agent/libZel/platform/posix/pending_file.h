@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <cstddef>
 #include <string>
 
 #include "agent/libZel/platform/posix/unique_fd.h"
@@ -19,7 +18,7 @@ int NameFile(int file, int directory, const std::string& name);
 /// A name that no file has, for one that is not complete yet: ".zel-<random>.tmp".
 std::string TemporaryName();
 
-/// Writes all the bytes from where the file stands. Returns an error number, or 0.
-int WriteAll(int fd, const char* bytes, size_t count);
+/// So many of them are tried where they turn out to be taken.
+constexpr int kMaxNameAttempts = 100;
 
 }  // namespace file_system

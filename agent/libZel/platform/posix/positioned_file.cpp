@@ -1,9 +1,6 @@
 #include "agent/libZel/positioned_file.h"
 
-#include <unistd.h>
-
-#include <cerrno>
-
+#include "agent/libZel/platform/posix/descriptor_io.h"
 #include "agent/libZel/platform/posix/open_regular.h"
 
 namespace file_system {
@@ -28,16 +25,7 @@ uint64_t PositionedFile::SizeBytes() const {
 }
 
 int PositionedFile::ReadAt(uint64_t offset, void* buffer, size_t count, size_t* done) const {
-  *done = 0;
-  while (*done < count) {
-    const ssize_t got = pread(implementation_->file.Get(), static_cast<char*>(buffer) + *done,
-                              count - *done, static_cast<off_t>(offset + *done));
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return errno;
-    if (got == 0) break;
-    *done += static_cast<size_t>(got);
-  }
-  return 0;
+  return ReadUpToAt(implementation_->file.Get(), offset, buffer, count, done);
 }
 
 }  // namespace file_system

@@ -1,6 +1,5 @@
 #include "agent/libZel/process_table.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <pwd.h>
@@ -13,12 +12,13 @@
 #include <cerrno>
 #include <charconv>
 #include <climits>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
 #include "agent/libZel/platform/posix/byte_names.h"
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/directory_stream.h"
 #include "agent/libZel/platform/posix/process_files.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
@@ -33,11 +33,6 @@ namespace {
 constexpr int kEndTimeoutMs = 1000;
 // The first process of the system, or of the container that this one runs in.
 constexpr uint32_t kFirstProcess = 1;
-
-struct CloseDirectory {
-  void operator()(DIR* stream) const { closedir(stream); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 // 0 when `name` is no identifier.
 uint32_t IdentifierOf(std::string_view name) {
@@ -175,17 +170,13 @@ Outcome NotEnded(uint32_t id, int error) {
 
 bool HasEnded(int handle, int timeoutMs) {
   pollfd waited{handle, POLLIN, 0};
-  int count;
-  do {
-    count = poll(&waited, 1, timeoutMs);
-  } while (count < 0 && errno == EINTR);
-  return count > 0;
+  return Uninterrupted([&] { return poll(&waited, 1, timeoutMs); }) > 0;
 }
 
 }  // namespace
 
 Outcome Read(std::vector<Entry>* entries) {
-  const Directory stream(opendir("/proc"));
+  const DirectoryStream stream(opendir("/proc"));
   if (!stream) return OutcomeOf(errno);
   Reader reader(dirfd(stream.get()));
   while (const dirent* const found = readdir(stream.get())) {

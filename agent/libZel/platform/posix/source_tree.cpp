@@ -1,9 +1,7 @@
 #include "agent/libZel/source_tree.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,17 +9,15 @@
 #include <string_view>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/nanoseconds.h"
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/directory_stream.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace file_system {
 namespace {
 
-struct Close {
-  void operator()(DIR* directory) const { closedir(directory); }
-};
-
 SourceEntry EntryOf(const char* name, const struct stat& info) {
-  constexpr int64_t kNsPerSecond = 1'000'000'000;
   constexpr int64_t kMaxSeconds = INT64_MAX / kNsPerSecond - 1;
   SourceEntry entry;
   entry.name = name;
@@ -43,7 +39,7 @@ SourceEntry EntryOf(const char* name, const struct stat& info) {
 const bool kSourcesHaveModes = true;
 
 int ListSource(const std::filesystem::path& directory, std::vector<SourceEntry>* entries) {
-  const std::unique_ptr<DIR, Close> stream(opendir(directory.c_str()));
+  const DirectoryStream stream(opendir(directory.c_str()));
   if (!stream) return errno;
   for (;;) {
     errno = 0;
@@ -85,16 +81,7 @@ uint64_t SourceFile::SizeBytes() const {
 }
 
 int SourceFile::Read(void* buffer, size_t count, size_t* done) {
-  *done = 0;
-  while (*done < count) {
-    const ssize_t got =
-        read(implementation_->file.Get(), static_cast<char*>(buffer) + *done, count - *done);
-    if (got < 0 && errno == EINTR) continue;
-    if (got < 0) return errno;
-    if (got == 0) break;
-    *done += static_cast<size_t>(got);
-  }
-  return 0;
+  return ReadUpTo(implementation_->file.Get(), buffer, count, done);
 }
 
 }  // namespace file_system

@@ -7,8 +7,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <new>
-#include <system_error>
 #include <utility>
+
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
@@ -21,12 +22,12 @@ struct CallError {
 };
 
 // The functions of the bus answer a negative error number.
-std::string TextOf(int result) {
+std::string BusErrorText(int result) {
   if (result == -ENOMEM) throw std::bad_alloc();
-  return std::generic_category().message(-result);
+  return SystemErrorText(-result);
 }
 
-int Append(sd_bus_message* message, const BusArgument& argument) {
+int AppendArgument(sd_bus_message* message, const BusArgument& argument) {
   if (const auto* const text = std::get_if<std::string>(&argument))
     return sd_bus_message_append_basic(message, 's', text->c_str());
   if (const auto* const number = std::get_if<uint32_t>(&argument))
@@ -142,7 +143,7 @@ SystemBus::SystemBus(std::chrono::milliseconds time) : deadline_(Clock::now() + 
   bus_.reset(bus);
   if (result >= 0) result = WaitUntilReady();
   if (result >= 0) return;
-  error_ = "the system's bus cannot be reached: " + TextOf(result);
+  error_ = "the system's bus cannot be reached: " + BusErrorText(result);
   bus_.reset();
 }
 
@@ -178,7 +179,7 @@ BusReply SystemBus::Call(const BusMethod& method, std::initializer_list<BusArgum
                                               method.member.c_str());
   const std::unique_ptr<sd_bus_message, BusReply::Unref> call(made);
   for (const BusArgument& argument : arguments) {
-    if (result >= 0) result = Append(call.get(), argument);
+    if (result >= 0) result = AppendArgument(call.get(), argument);
   }
 
   CallError error;
@@ -190,7 +191,7 @@ BusReply SystemBus::Call(const BusMethod& method, std::initializer_list<BusArgum
 
   reply.message_.reset();
   reply.error_ =
-      method.member + ": " + (error.value.message ? error.value.message : TextOf(result));
+      method.member + ": " + (error.value.message ? error.value.message : BusErrorText(result));
   if (error.value.name) reply.errorName_ = error.value.name;
   return reply;
 }

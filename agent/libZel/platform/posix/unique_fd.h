@@ -14,13 +14,14 @@ class UniqueFd {
     std::swap(fd_, other.fd_);
     return *this;
   }
-  ~UniqueFd() {
-    if (fd_ >= 0) close(fd_);
-  }
+  ~UniqueFd() { Close(); }
 
   explicit operator bool() const { return fd_ >= 0; }
   int Get() const { return fd_; }
   int Release() { return std::exchange(fd_, -1); }
+  void Close() {
+    if (fd_ >= 0) close(Release());
+  }
 
  private:
   int fd_ = -1;

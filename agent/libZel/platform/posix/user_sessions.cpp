@@ -80,7 +80,7 @@ std::string ActiveTerminal() {
 
 // The fields need not be terminated.
 template <size_t size>
-std::string TextOf(const char (&field)[size]) {
+std::string FieldText(const char (&field)[size]) {
   return {field, ::strnlen(field, size)};
 }
 
@@ -110,11 +110,11 @@ Sessions ReadLoginTable() {
   while (const utmpx* const entry = ::getutxent()) {
     isKept = true;
     if (entry->ut_type != USER_PROCESS || !IsAlive(entry->ut_pid)) continue;
-    const std::string userName = TextOf(entry->ut_user);
+    const std::string userName = FieldText(entry->ut_user);
     const auto userId = UserIdOf(userName);
     if (!userId) continue;
     auto session =
-        SessionOfLogin({TextOf(entry->ut_line), userName, *userId, TextOf(entry->ut_host),
+        SessionOfLogin({FieldText(entry->ut_line), userName, *userId, FieldText(entry->ut_host),
                         static_cast<uint64_t>(entry->ut_tv.tv_sec)},
                        activeTerminal);
     if (session) sessions.push_back(std::move(*session));

@@ -5,13 +5,13 @@
 #include <optional>
 #include <string_view>
 
+#include "agent/libZel/file_time_ticks.h"
+#include "agent/libZel/platform/windows/file_access.h"
 #include "agent/libZel/platform/windows/find_facts.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 #include "agent/libZel/text_test.h"
 
 namespace {
-
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 // The content is elsewhere, and reading would fetch it. The headers of mingw-w64 lack two of them.
 constexpr DWORD kRecallOnOpen = 0x00040000;
@@ -25,11 +25,9 @@ constexpr uint32_t kModeWritable = 0222;
 constexpr uint32_t kModeExecutable = 0111;
 
 int64_t UnixSeconds(const FILETIME& time) {
-  constexpr int64_t kTicksPerSecond = 10'000'000;
-  constexpr int64_t kEpoch = 11'644'473'600;  // 1970 in seconds since 1601
   const auto ticks =
       static_cast<int64_t>((uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime);
-  return ticks / kTicksPerSecond - kEpoch;
+  return ticks / kTicksPerSecond - kUnixEpochTicks / kTicksPerSecond;
 }
 
 bool IsProgram(std::wstring_view name) {

@@ -5,6 +5,7 @@
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/open_file.h"
+#include "agent/libZel/platform/windows/file_access.h"
 #include "agent/libZel/platform/windows/file_security.h"
 #include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
@@ -13,13 +14,7 @@
 namespace file_system {
 namespace {
 
-constexpr DWORD kMaxReadBytes = DWORD{1} << 30;
 constexpr int kErrorQuota = 1295;  // ERROR_DISK_QUOTA_EXCEEDED of winerror.h
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-
-int ErrorOf(BOOL succeeded) {
-  return succeeded ? 0 : static_cast<int>(GetLastError());
-}
 
 void CutOff(HANDLE file, LONGLONG sizeBytes) {
   LARGE_INTEGER end;
@@ -69,7 +64,7 @@ int OpenFile::Create(const std::filesystem::path& path, const Security* security
 
 int OpenFile::Read(char* buffer, uint32_t sizeBytes, uint32_t* count) {
   DWORD got = 0;
-  const DWORD wanted = std::min<DWORD>(sizeBytes, kMaxReadBytes);
+  const auto wanted = static_cast<DWORD>(std::min<size_t>(sizeBytes, kMaxTransferBytes));
   const BOOL done = ReadFile(implementation_->file.Get(), buffer, wanted, &got, nullptr);
   *count = got;
   return ErrorOf(done);

@@ -3,20 +3,16 @@
 #include <windows.h>
 
 #include <filesystem>
-#include <memory>
 
 #include "agent/libZel/open_file.h"
+#include "agent/libZel/platform/windows/local_memory.h"
 
 namespace file_system {
-
-struct FreeLocal {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
 
 struct Security {
   /// A self-relative security descriptor, which `dacl` leads into; null when the file system has
   /// none. A null `dacl` lets everybody do everything.
-  std::unique_ptr<void, FreeLocal> descriptor;
+  LocalMemory<> descriptor;
   PACL dacl = nullptr;
   /// FILE_ATTRIBUTE_HIDDEN and FILE_ATTRIBUTE_SYSTEM as far as the file has them.
   DWORD attributes = 0;

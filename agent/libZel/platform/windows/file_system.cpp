@@ -4,14 +4,12 @@
 
 #include <string>
 
+#include "agent/libZel/platform/windows/file_access.h"
+#include "agent/libZel/platform/windows/find_facts.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 
 namespace file_system {
 namespace {
-
-int ErrorOf(BOOL succeeded) {
-  return succeeded ? 0 : static_cast<int>(GetLastError());
-}
 
 Status StatusOfError(DWORD error) {
   Status status;
@@ -19,20 +17,17 @@ Status StatusOfError(DWORD error) {
   return status;
 }
 
-// A reparse point that stands for another file: a symbolic link or a mount point. Others (files
-// kept by a cloud or deduplication service) are files like any.
-bool IsLink(const std::filesystem::path& path, DWORD attributes) {
+// As `IsLink` has it. What kind of reparse point it is, the directory knows.
+bool IsLinkAt(const std::filesystem::path& path, DWORD attributes) {
   if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return false;
   WIN32_FIND_DATAW found;
   const HANDLE search = FindFirstFileW(path.c_str(), &found);
   if (search == INVALID_HANDLE_VALUE) return true;
   FindClose(search);
-  return found.dwReserved0 == IO_REPARSE_TAG_SYMLINK ||
-         found.dwReserved0 == IO_REPARSE_TAG_MOUNT_POINT;
+  return IsLink(EntryOf(found));
 }
 
 Status Examine(const std::filesystem::path& path, DWORD flags) {
-  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
   const UniqueHandle handle(CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr,
                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | flags,
                                         nullptr));
@@ -51,7 +46,7 @@ Status Examine(const std::filesystem::path& path, DWORD flags) {
   status.sizeBytes = (uint64_t{info.nFileSizeHigh} << 32) | info.nFileSizeLow;
   status.identity.volume = info.dwVolumeSerialNumber;
   status.identity.file = (uint64_t{info.nFileIndexHigh} << 32) | info.nFileIndexLow;
-  if ((flags & FILE_FLAG_OPEN_REPARSE_POINT) != 0 && IsLink(path, info.dwFileAttributes)) {
+  if ((flags & FILE_FLAG_OPEN_REPARSE_POINT) != 0 && IsLinkAt(path, info.dwFileAttributes)) {
     status.isLink = true;
     status.kind = Kind::kFile;
   }
@@ -69,7 +64,7 @@ int DeleteEntry(const std::filesystem::path& path, DWORD attributes) {
   return ErrorOf(isDirectoryLink ? RemoveDirectoryW(path.c_str()) : DeleteFileW(path.c_str()));
 }
 
-int Move(const std::filesystem::path& source, const std::filesystem::path& destination) {
+int MoveEntry(const std::filesystem::path& source, const std::filesystem::path& destination) {
   return ErrorOf(MoveFileExW(source.c_str(), destination.c_str(), 0));
 }
 
@@ -122,16 +117,16 @@ std::filesystem::path TemporaryDirectory() {
 }
 
 int RenameFile(const std::filesystem::path& source, const std::filesystem::path& destination) {
-  const int error = Move(source, destination);
+  const int error = MoveEntry(source, destination);
   if (error != 0 || !DiffersInCaseOnly(source, destination) || HasExactName(destination)) {
     return error;
   }
   // Some systems take a change of case for none: it needs a name between.
   const std::filesystem::path between(source.native() + L".zel-tmp");
-  const int firstError = Move(source, between);
+  const int firstError = MoveEntry(source, between);
   if (firstError != 0) return firstError;
-  const int secondError = Move(between, destination);
-  if (secondError != 0) Move(between, source);
+  const int secondError = MoveEntry(between, destination);
+  if (secondError != 0) MoveEntry(between, source);
   return secondError;
 }
 

@@ -14,10 +14,10 @@
 #include <cstring>
 #include <random>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "agent/libZel/debug_context.h"
+#include "agent/libZel/system_error_text.h"
 
 using std::chrono::milliseconds;
 
@@ -58,17 +58,17 @@ class EchoHandle {
   const HANDLE handle_;
 };
 
-EchoAnswer Refused(const HostAddress& address, DWORD error) {
+EchoAnswer NotAllowed(const HostAddress& address, DWORD error) {
   LibraryLog().PrintWithNL("The system allows no echo requests to %s: %s", address.Text(),
-                           std::system_category().message(static_cast<int>(error)));
+                           SystemErrorText(error));
   return EchoAnswer::kRefused;
 }
 
 EchoAnswer NoReply(const HostAddress& address, DWORD error) {
-  if (error == ERROR_ACCESS_DENIED) return Refused(address, error);
+  if (error == ERROR_ACCESS_DENIED) return NotAllowed(address, error);
   if (error == IP_REQ_TIMED_OUT) return EchoAnswer::kNone;
   LibraryLog().PrintWithNL("No echo reply came from %s: %s", address.Text(),
-                           std::system_category().message(static_cast<int>(error)));
+                           SystemErrorText(error));
   return EchoAnswer::kFailed;
 }
 
@@ -78,7 +78,7 @@ bool IsSame(const void* data, size_t sizeBytes, const Payload& payload) {
 
 EchoAnswer SendV4(const HostAddress& address, const Payload& payload, DWORD limitMs) {
   const EchoHandle handle(IcmpCreateFile());
-  if (handle.Get() == INVALID_HANDLE_VALUE) return Refused(address, GetLastError());
+  if (handle.Get() == INVALID_HANDLE_VALUE) return NotAllowed(address, GetLastError());
   std::vector<uint64_t> buffer((sizeof(ICMP_ECHO_REPLY) + payload.size() + kReplySpareBytes) /
                                sizeof(uint64_t));
   IPAddr to = 0;
@@ -96,7 +96,7 @@ EchoAnswer SendV4(const HostAddress& address, const Payload& payload, DWORD limi
 
 EchoAnswer SendV6(const HostAddress& address, const Payload& payload, DWORD limitMs) {
   const EchoHandle handle(Icmp6CreateFile());
-  if (handle.Get() == INVALID_HANDLE_VALUE) return Refused(address, GetLastError());
+  if (handle.Get() == INVALID_HANDLE_VALUE) return NotAllowed(address, GetLastError());
   std::array<uint8_t, kV6ReplyBytes + sizeof(Payload) + kReplySpareBytes> buffer{};
   sockaddr_in6 from{};
   from.sin6_family = AF_INET6;

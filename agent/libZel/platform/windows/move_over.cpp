@@ -5,13 +5,14 @@
 #include <cstdio>
 #include <random>
 
+#include "agent/libZel/platform/windows/file_access.h"
+
 namespace file_system {
 namespace {
 
-int Move(const std::filesystem::path& source, const std::filesystem::path& destination,
-         DWORD flags) {
-  const BOOL done = MoveFileExW(source.c_str(), destination.c_str(), flags);
-  return done ? 0 : static_cast<int>(GetLastError());
+int MoveWith(const std::filesystem::path& source, const std::filesystem::path& destination,
+             DWORD flags) {
+  return ErrorOf(MoveFileExW(source.c_str(), destination.c_str(), flags));
 }
 
 bool MayBeOpen(const std::filesystem::path& path, int error) {
@@ -36,17 +37,17 @@ std::filesystem::path Beside(const std::filesystem::path& path, const std::wstri
 }
 
 int MoveOver(const std::filesystem::path& source, const std::filesystem::path& destination) {
-  const int error = Move(source, destination, MOVEFILE_REPLACE_EXISTING);
+  const int error = MoveWith(source, destination, MOVEFILE_REPLACE_EXISTING);
   if (error == 0 || !MayBeOpen(destination, error)) return error;
 
   // An open file keeps its name until it is closed, unless it gets another one first.
   const std::filesystem::path aside = Beside(destination, RandomName());
-  if (Move(destination, aside, 0) != 0) return error;
-  const int secondError = Move(source, destination, 0);
+  if (MoveWith(destination, aside, 0) != 0) return error;
+  const int secondError = MoveWith(source, destination, 0);
   if (secondError == 0 && DeleteFileW(aside.c_str())) return 0;
   // Running programs may be renamed, but not deleted: nothing may stay behind.
-  if (secondError == 0) Move(destination, source, 0);
-  Move(aside, destination, 0);
+  if (secondError == 0) MoveWith(destination, source, 0);
+  MoveWith(aside, destination, 0);
   return error;
 }
 

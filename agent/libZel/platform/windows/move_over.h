@@ -8,6 +8,9 @@ namespace file_system {
 /// A name for a file of the library's own, which no other file has.
 std::wstring RandomName();
 
+/// So many of them are tried where they turn out to be taken.
+constexpr int kMaxNameAttempts = 100;
+
 /// `path` with its last name replaced.
 std::filesystem::path Beside(const std::filesystem::path& path, const std::wstring& name);
 

@@ -7,10 +7,10 @@
 
 #include <cstdio>
 #include <stdexcept>
-#include <system_error>
 
 #include "agent/libZel/platform/windows/ntlm_session_key.h"
 #include "agent/libZel/smb/wide_secret.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace smb {
 namespace {
@@ -21,8 +21,8 @@ void Check(SECURITY_STATUS status, const char* what) {
   if (!FAILED(status)) return;
   char number[16];
   std::snprintf(number, sizeof number, "0x%08lX", static_cast<unsigned long>(status));
-  throw std::runtime_error(std::string(what) + ": " + std::system_category().message(status) +
-                           " (" + number + ")");
+  throw std::runtime_error(std::string(what) + ": " + SystemErrorText(status) + " (" + number +
+                           ")");
 }
 
 class SspiProvider : public NtlmProvider {

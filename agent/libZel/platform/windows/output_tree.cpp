@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/file_time_ticks.h"
 #include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 #include "agent/libZel/platform/windows/write_all.h"
@@ -12,10 +13,6 @@
 
 namespace file_system {
 namespace {
-
-constexpr int kMaxNameAttempts = 100;
-constexpr int64_t kUnixEpochTicks = 116444736000000000;
-constexpr int64_t kNsPerTick = 100;
 
 // Holds a directory, so that neither it nor its parents can be replaced; links are refused.
 int Hold(const std::wstring& path, UniqueHandle* directory) {

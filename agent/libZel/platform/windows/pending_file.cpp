@@ -1,9 +1,9 @@
 #include <windows.h>
 
-#include <algorithm>
 #include <string>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/file_time_ticks.h"
 #include "agent/libZel/platform/windows/file_security.h"
 #include "agent/libZel/platform/windows/move_over.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
@@ -11,10 +11,6 @@
 
 namespace file_system {
 namespace {
-
-constexpr int kMaxNameAttempts = 100;
-constexpr int64_t kUnixEpochTicks = 116444736000000000;
-constexpr int64_t kTicksPerSecond = 10000000;
 
 // Gives a copy the attributes and times of its source, makes it writable and brings it to the disk.
 int Finish(const std::filesystem::path& path, const WIN32_FILE_ATTRIBUTE_DATA& source) {

@@ -5,15 +5,10 @@
 #include <algorithm>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/platform/windows/file_access.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 
 namespace file_system {
-namespace {
-
-constexpr size_t kMaxReadBytes = size_t{1} << 30;
-
-}  // namespace
-
 struct PositionedFile::Implementation {
   UniqueHandle file;
   uint64_t sizeBytes = 0;
@@ -23,9 +18,8 @@ PositionedFile::PositionedFile() : implementation_(std::make_unique<Implementati
 PositionedFile::~PositionedFile() = default;
 
 int PositionedFile::Open(const std::filesystem::path& path) {
-  UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ,
-                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  UniqueHandle file(CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
+                                FILE_ATTRIBUTE_NORMAL, nullptr));
   if (!file) return static_cast<int>(GetLastError());
   if (GetFileType(file.Get()) != FILE_TYPE_DISK) return kErrorNotRegular;
   LARGE_INTEGER size;
@@ -46,7 +40,7 @@ int PositionedFile::ReadAt(uint64_t offset, void* buffer, size_t count, size_t* 
     const uint64_t position = offset + *done;
     place.Offset = static_cast<DWORD>(position);
     place.OffsetHigh = static_cast<DWORD>(position >> 32);
-    const auto step = static_cast<DWORD>(std::min(count - *done, kMaxReadBytes));
+    const auto step = static_cast<DWORD>(std::min(count - *done, kMaxTransferBytes));
     DWORD got = 0;
     if (!ReadFile(implementation_->file.Get(), static_cast<char*>(buffer) + *done, step, &got,
                   &place)) {

@@ -27,9 +27,7 @@ uint64_t TicksOf(const FILETIME& time) {
 }
 
 UniqueHandle OpenIdentifier(DWORD access, uint32_t id) {
-  // Its answer for none is null, unlike that of the calls for files.
-  const HANDLE handle = OpenProcess(access, FALSE, id);
-  return UniqueHandle(handle != nullptr ? handle : INVALID_HANDLE_VALUE);
+  return UniqueHandle(OpenProcess(access, FALSE, id));
 }
 
 ZelString PathOf(HANDLE process) {

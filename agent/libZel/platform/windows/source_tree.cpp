@@ -7,23 +7,17 @@
 #include <string_view>
 
 #include "agent/libZel/file_system.h"
+#include "agent/libZel/file_time_ticks.h"
+#include "agent/libZel/platform/windows/file_access.h"
+#include "agent/libZel/platform/windows/find_facts.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 #include "libZel/string.h"
 
 namespace file_system {
 namespace {
 
-constexpr size_t kMaxReadBytes = size_t{1} << 30;
-
-// Other reparse points are files like any: compressed, or stored elsewhere.
-bool IsLink(DWORD attributes, DWORD tag) {
-  return (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0 &&
-         (tag == IO_REPARSE_TAG_SYMLINK || tag == IO_REPARSE_TAG_MOUNT_POINT);
-}
-
 HANDLE OpenForReading(const std::filesystem::path& path, DWORD flags) {
-  return CreateFileW(path.c_str(), GENERIC_READ,
-                     FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+  return CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING,
                      FILE_FLAG_SEQUENTIAL_SCAN | flags, nullptr);
 }
 
@@ -36,19 +30,17 @@ int OpenNoLink(const std::filesystem::path& path, UniqueHandle* file) {
     return static_cast<int>(GetLastError());
   }
   if ((info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) == 0) return 0;
-  if (IsLink(info.FileAttributes, info.ReparseTag)) return kErrorNotRegular;
+  if (IsLink({info.FileAttributes, info.ReparseTag})) return kErrorNotRegular;
   *file = UniqueHandle(OpenForReading(path, 0));
   return *file ? 0 : static_cast<int>(GetLastError());
 }
 
-SourceEntry EntryOf(const WIN32_FIND_DATAW& found) {
-  constexpr int64_t kUnixEpochTicks = 116444736000000000;
-  constexpr int64_t kNsPerTick = 100;
+SourceEntry SourceEntryOf(const WIN32_FIND_DATAW& found) {
   constexpr int64_t kMaxTicks = INT64_MAX / kNsPerTick;
   SourceEntry entry;
   entry.name = found.cFileName;
   entry.archiveName = ZelString(found.cFileName).TakeUtf8();
-  entry.kind = IsLink(found.dwFileAttributes, found.dwReserved0) ? SourceEntry::Kind::kLink
+  entry.kind = IsLink(EntryOf(found)) ? SourceEntry::Kind::kLink
                : (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0
                    ? SourceEntry::Kind::kDirectory
                    : SourceEntry::Kind::kFile;
@@ -81,7 +73,7 @@ int ListSource(const std::filesystem::path& directory, std::vector<SourceEntry>*
   }
   do {
     const std::wstring_view name = found.cFileName;
-    if (name != L"." && name != L"..") entries->push_back(EntryOf(found));
+    if (name != L"." && name != L"..") entries->push_back(SourceEntryOf(found));
   } while (FindNextFileW(search, &found));
   const DWORD error = GetLastError();
   FindClose(search);
@@ -115,7 +107,7 @@ uint64_t SourceFile::SizeBytes() const {
 int SourceFile::Read(void* buffer, size_t count, size_t* done) {
   *done = 0;
   while (*done < count) {
-    const auto step = static_cast<DWORD>(std::min(count - *done, kMaxReadBytes));
+    const auto step = static_cast<DWORD>(std::min(count - *done, kMaxTransferBytes));
     DWORD got = 0;
     if (!ReadFile(implementation_->file.Get(), static_cast<char*>(buffer) + *done, step, &got,
                   nullptr)) {

@@ -4,7 +4,8 @@
 
 #include <utility>
 
-/// Owns a handle of the kernel; INVALID_HANDLE_VALUE is none.
+/// Owns a handle of the kernel. INVALID_HANDLE_VALUE and null, which calls answer by turns, are
+/// none.
 class UniqueHandle {
  public:
   UniqueHandle() = default;
@@ -17,10 +18,10 @@ class UniqueHandle {
   }
   ~UniqueHandle() { Close(); }
 
-  explicit operator bool() const { return handle_ != INVALID_HANDLE_VALUE; }
+  explicit operator bool() const { return handle_ != INVALID_HANDLE_VALUE && handle_ != nullptr; }
   HANDLE Get() const { return handle_; }
   void Close() {
-    if (handle_ != INVALID_HANDLE_VALUE) CloseHandle(handle_);
+    if (*this) CloseHandle(handle_);
     handle_ = INVALID_HANDLE_VALUE;
   }
 

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
@@ -15,7 +16,7 @@ namespace fs = std::filesystem;
 constexpr int kMaxLinks = 40;  // as the system itself allows
 
 CanonicalPath Failed(const fs::path& path, int error) {
-  return {{}, path.string() + ": " + std::generic_category().message(error)};
+  return {{}, path.string() + ": " + SystemErrorText(error)};
 }
 
 class Resolver {

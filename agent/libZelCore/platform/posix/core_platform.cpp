@@ -10,9 +10,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
-#include <system_error>
 #include <tuple>
 
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/system_error_text.h"
 #include "agent/windows_api/code_page.h"
 
 namespace core_platform {
@@ -23,7 +24,7 @@ namespace {
 
 [[noreturn]] void Fail(const char* step, const fs::path& file) {
   throw std::runtime_error(std::string("cannot ") + step + " " + file.string() + ": " +
-                           std::generic_category().message(errno));
+                           SystemErrorText(errno));
 }
 
 int Open(const fs::path& file, int flags) {
@@ -154,10 +155,8 @@ AppendFile::~AppendFile() {
 int AppendFile::Append(std::string_view bytes, bool* isWhole) {
   const int descriptor = static_cast<int>(handle_);
   *isWhole = true;
-  ssize_t written;
-  do {
-    written = ::write(descriptor, bytes.data(), bytes.size());
-  } while (written < 0 && errno == EINTR);
+  const ssize_t written =
+      Uninterrupted([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
   if (written == static_cast<ssize_t>(bytes.size())) return 0;
 
   const int error = written < 0 ? errno : ENOSPC;

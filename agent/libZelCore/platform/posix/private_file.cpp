@@ -7,59 +7,42 @@
 
 #include <cerrno>
 #include <stdexcept>
-#include <system_error>
+
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
-[[noreturn]] void Fail(const std::filesystem::path& file, const char* step) {
+[[noreturn]] void FailAt(const std::filesystem::path& file, const char* step, int error) {
   throw std::runtime_error(std::string("cannot ") + step + " " + file.string() + ": " +
-                           std::generic_category().message(errno));
-}
-
-bool WriteAll(int descriptor, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(descriptor, content.data(), content.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    content.remove_prefix(static_cast<size_t>(written));
-  }
-  return true;
+                           SystemErrorText(error));
 }
 
 }  // namespace
 
 void WritePrivateFile(const std::filesystem::path& file, std::string_view content) {
   std::string temporary = file.string() + ".XXXXXX";
-  const int descriptor = ::mkstemp(temporary.data());  // created with mode 0600
-  if (descriptor < 0) Fail(file, "create a file beside");
+  UniqueFd descriptor(::mkstemp(temporary.data()));  // created with mode 0600
+  if (!descriptor) FailAt(file, "create a file beside", errno);
 
-  const bool isWritten = WriteAll(descriptor, content) && ::fsync(descriptor) == 0;
-  const int writeError = errno;
-  ::close(descriptor);
-  if (isWritten && ::rename(temporary.c_str(), file.c_str()) == 0) return;
-
-  if (!isWritten) errno = writeError;
-  const int reason = errno;
+  int error = WriteAll(descriptor.Get(), content.data(), content.size());
+  if (error == 0 && ::fsync(descriptor.Get()) != 0) error = errno;
+  descriptor.Close();
+  if (error == 0 && ::rename(temporary.c_str(), file.c_str()) != 0) error = errno;
+  if (error == 0) return;
   ::unlink(temporary.c_str());
-  errno = reason;
-  Fail(file, "write");
+  FailAt(file, "write", error);
 }
 
 PrivateFileLock::PrivateFileLock(const std::filesystem::path& file) {
   const std::string name = file.string() + ".lock";
-  const int descriptor = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (descriptor < 0) Fail(name, "open");
-  int result;
-  do {
-    result = ::flock(descriptor, LOCK_EX);
-  } while (result != 0 && errno == EINTR);
-  if (result != 0) {
-    const int reason = errno;
-    ::close(descriptor);
-    errno = reason;
-    Fail(name, "lock");
+  UniqueFd descriptor(::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+  if (!descriptor) FailAt(name, "open", errno);
+  if (Uninterrupted([&] { return ::flock(descriptor.Get(), LOCK_EX); }) != 0) {
+    FailAt(name, "lock", errno);
   }
-  handle_ = descriptor;
+  handle_ = descriptor.Release();
 }
 
 PrivateFileLock::~PrivateFileLock() {

@@ -7,11 +7,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <system_error>
 #include <utility>
+
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
 
 namespace {
 
@@ -36,22 +38,12 @@ bool IsTaken(std::string_view name) {
 
 /// The taken ones of a process's environment; none when it cannot be read or is not the user's.
 SessionVariables VariablesOf(const fs::path& process, uid_t user) {
-  const int file = ::open((process / "environ").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-  if (file < 0) return {};
+  const UniqueFd file(::open((process / "environ").c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
   struct stat status {};
-  if (::fstat(file, &status) != 0 || status.st_uid != user) {
-    ::close(file);
-    return {};
-  }
+  if (!file || ::fstat(file.Get(), &status) != 0 || status.st_uid != user) return {};
   std::string content(kMaxEnvironmentBytes, '\0');
   size_t length = 0;
-  while (length < content.size()) {
-    const ssize_t count = ::read(file, content.data() + length, content.size() - length);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    length += static_cast<size_t>(count);
-  }
-  ::close(file);
+  ReadUpTo(file.Get(), content.data(), content.size(), &length);
 
   return ReadSessionVariables({content.data(), length});
 }

@@ -13,20 +13,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "agent/libZel/platform/posix/forked_program.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/system_error_text.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/platform/posix/session_environment.h"
 
 namespace {
-
-std::string ErrorText(int error) {
-  return std::generic_category().message(error);
-}
 
 struct Launch {
   const char* program;
@@ -130,11 +126,12 @@ StartedProgram Start(const Launch& launch) {
   // Before there is a process, for want of memory.
   auto child = std::make_unique<Child>();
   const ForkedProgram forked = ForkProgram(UsersProgram(launch));
-  if (forked.process == 0) return {nullptr, "cannot start a process: " + ErrorText(forked.error)};
+  if (forked.process == 0)
+    return {nullptr, "cannot start a process: " + SystemErrorText(forked.error)};
   child->Take(forked.process);
   if (const int error = WaitForStart(forked.failure)) {
     child->WaitForEnd({});
-    return {nullptr, std::string("cannot run ") + launch.program + ": " + ErrorText(error)};
+    return {nullptr, std::string("cannot run ") + launch.program + ": " + SystemErrorText(error)};
   }
   return {std::move(child), {}};
 }

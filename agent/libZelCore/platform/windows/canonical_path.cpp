@@ -3,10 +3,11 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <system_error>
 #include <vector>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
@@ -14,10 +15,6 @@ namespace fs = std::filesystem;
 
 CanonicalPath Failed(const fs::path& path, const std::string& reason) {
   return {{}, std::string(FromNativePath(path).Utf8()) + ": " + reason};
-}
-
-std::string Message(DWORD error) {
-  return std::system_category().message(static_cast<int>(error));
 }
 
 bool IsMissing(DWORD error) {
@@ -29,21 +26,20 @@ bool IsMissing(DWORD error) {
 // The path that the system itself gives an existing file: links resolved, long names, true case.
 DWORD FinalPath(const fs::path& path, bool followsLast, fs::path* result) {
   const DWORD flags = FILE_FLAG_BACKUP_SEMANTICS | (followsLast ? 0 : FILE_FLAG_OPEN_REPARSE_POINT);
-  const HANDLE handle =
-      CreateFileW(path.c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                  OPEN_EXISTING, flags, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) return GetLastError();
+  const UniqueHandle handle(CreateFileW(path.c_str(), 0,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                        nullptr, OPEN_EXISTING, flags, nullptr));
+  if (!handle) return GetLastError();
   std::vector<wchar_t> text(512);
   DWORD length = 0;
   DWORD error = ERROR_SUCCESS;
   for (;;) {
-    length = GetFinalPathNameByHandleW(handle, text.data(), static_cast<DWORD>(text.size()),
+    length = GetFinalPathNameByHandleW(handle.Get(), text.data(), static_cast<DWORD>(text.size()),
                                        FILE_NAME_NORMALIZED | VOLUME_NAME_DOS);
     if (length == 0) error = GetLastError();
     if (length < text.size()) break;
     text.resize(length + 1);
   }
-  CloseHandle(handle);
   if (error == ERROR_SUCCESS) *result = fs::path(text.data(), text.data() + length);
   return error;
 }
@@ -91,7 +87,7 @@ CanonicalPath Resolve(const fs::path& native, bool followsLast) {
       for (auto name = missing.rbegin(); name != missing.rend(); ++name) result /= *name;
       return {Normalised(result), {}};
     }
-    if (!IsMissing(error)) return Failed(path, Message(error));
+    if (!IsMissing(error)) return Failed(path, SystemErrorText(error));
     // Attributes are those of a link itself: it is there and leads nowhere.
     const bool isDangling = GetFileAttributesW(Extended(asked).c_str()) != INVALID_FILE_ATTRIBUTES;
     if (isDangling && !isRoot) return Failed(path, "a link whose target is missing");

@@ -4,12 +4,14 @@
 
 #include <sddl.h>
 
-#include <memory>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/platform/windows/local_memory.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace core_platform {
 
@@ -20,35 +22,30 @@ namespace {
 [[noreturn]] void Fail(const char* step, const fs::path& file, DWORD error) {
   throw std::runtime_error(std::string("cannot ") + step + " " +
                            std::string(FromNativePath(file).Utf8()) + ": " +
-                           std::system_category().message(static_cast<int>(error)));
+                           SystemErrorText(error));
 }
-
-struct LocalFreer {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-using LocalMemory = std::unique_ptr<void, LocalFreer>;
 
 // The account that the agent runs under, as a SID in text form.
 std::wstring OwnSid() {
-  HANDLE token = nullptr;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
+  HANDLE opened = nullptr;
+  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) return {};
+  const UniqueHandle token(opened);
   DWORD size = 0;
-  GetTokenInformation(token, TokenUser, nullptr, 0, &size);
+  GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);
   std::vector<std::byte> user(size);
-  const bool isRead = GetTokenInformation(token, TokenUser, user.data(), size, &size);
-  CloseHandle(token);
+  const bool isRead = GetTokenInformation(token.Get(), TokenUser, user.data(), size, &size);
   wchar_t* text = nullptr;
   if (!isRead ||
       !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &text)) {
     return {};
   }
-  const LocalMemory owner(text);
+  const LocalMemory<> owner(text);
   return text;
 }
 
 // Protected from inheritance; the system and the administrators have full access. So has an account
 // that is no administrator; an administrator's own would lend it to programs without his rights.
-LocalMemory PrivateDescriptor(const fs::path& directory) {
+LocalMemory<> PrivateDescriptor(const fs::path& directory) {
   std::wstring text = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
   if (IsAdministrator()) {
     text = L"O:BA" + text;
@@ -60,10 +57,10 @@ LocalMemory PrivateDescriptor(const fs::path& directory) {
                                                             &descriptor, nullptr)) {
     Fail("describe the access to", directory, GetLastError());
   }
-  return LocalMemory(descriptor);
+  return LocalMemory<>(descriptor);
 }
 
-HANDLE Handle(std::intptr_t value) {
+HANDLE HandleOf(std::intptr_t value) {
   return reinterpret_cast<HANDLE>(value);
 }
 
@@ -132,7 +129,7 @@ bool OthersMayRead(const fs::path&) {
 }
 
 bool MakePrivateDirectory(const fs::path& directory) {
-  const LocalMemory descriptor = PrivateDescriptor(directory);
+  const LocalMemory<> descriptor = PrivateDescriptor(directory);
   SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor.get(), FALSE};
   if (CreateDirectoryW(directory.c_str(), &attributes)) return true;
   DWORD error = GetLastError();
@@ -155,23 +152,23 @@ AppendFile::AppendFile(const fs::path& path) {
 }
 
 AppendFile::~AppendFile() {
-  CloseHandle(Handle(handle_));
+  CloseHandle(HandleOf(handle_));
 }
 
 int AppendFile::Append(std::string_view bytes, bool* isWhole) {
   *isWhole = true;
   LARGE_INTEGER end{};
-  if (!SetFilePointerEx(Handle(handle_), {}, &end, FILE_END))
+  if (!SetFilePointerEx(HandleOf(handle_), {}, &end, FILE_END))
     return static_cast<int>(GetLastError());
 
   DWORD written = 0;
-  const bool isDone =
-      WriteFile(Handle(handle_), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+  const bool isDone = WriteFile(HandleOf(handle_), bytes.data(), static_cast<DWORD>(bytes.size()),
+                                &written, nullptr);
   const DWORD error = isDone ? DWORD{ERROR_DISK_FULL} : GetLastError();
   if (isDone && written == bytes.size()) return 0;
   if (written > 0) {
-    *isWhole = SetFilePointerEx(Handle(handle_), end, nullptr, FILE_BEGIN) &&
-               SetEndOfFile(Handle(handle_));
+    *isWhole = SetFilePointerEx(HandleOf(handle_), end, nullptr, FILE_BEGIN) &&
+               SetEndOfFile(HandleOf(handle_));
   }
   return static_cast<int>(error);
 }
@@ -189,7 +186,7 @@ InstanceLock::InstanceLock(const fs::path& file) {
 }
 
 InstanceLock::~InstanceLock() {
-  CloseHandle(Handle(handle_));
+  CloseHandle(HandleOf(handle_));
 }
 
 }  // namespace core_platform

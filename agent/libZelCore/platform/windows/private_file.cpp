@@ -7,23 +7,23 @@
 // clang-format on
 
 #include <stdexcept>
-#include <system_error>
+
+#include "agent/libZel/platform/windows/local_memory.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/platform/windows/write_all.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
-[[noreturn]] void Fail(const std::filesystem::path& file, const char* step, DWORD reason) {
+[[noreturn]] void FailAt(const std::filesystem::path& file, const char* step, DWORD reason) {
   throw std::runtime_error(std::string("cannot ") + step + " " + file.string() + ": " +
-                           std::system_category().message(static_cast<int>(reason)));
+                           SystemErrorText(reason));
 }
 
-DWORD WriteAll(HANDLE handle, std::string_view content) {
-  while (!content.empty()) {
-    DWORD written = 0;
-    const auto piece = static_cast<DWORD>(content.size() < 0x100000 ? content.size() : 0x100000);
-    if (!WriteFile(handle, content.data(), piece, &written, nullptr)) return GetLastError();
-    content.remove_prefix(written);
-  }
-  return FlushFileBuffers(handle) ? ERROR_SUCCESS : GetLastError();
+DWORD WriteToDisk(HANDLE file, std::string_view content) {
+  const int error = file_system::WriteAll(file, content.data(), content.size());
+  if (error != 0) return static_cast<DWORD>(error);
+  return FlushFileBuffers(file) ? ERROR_SUCCESS : GetLastError();
 }
 
 }  // namespace
@@ -33,26 +33,25 @@ void WritePrivateFile(const std::filesystem::path& file, std::string_view conten
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(
           L"D:P(A;;FA;;;SY)(A;;FA;;;BA)(A;;FA;;;OW)", SDDL_REVISION_1, &descriptor, nullptr)) {
-    Fail(file, "describe the access to", GetLastError());
+    FailAt(file, "describe the access to", GetLastError());
   }
+  const LocalMemory<> owner(descriptor);
   SECURITY_ATTRIBUTES attributes{sizeof attributes, descriptor, FALSE};
   std::filesystem::path temporary = file;
   temporary += L"." + std::to_wstring(GetCurrentProcessId()) + L".new";
-  const HANDLE handle = CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, &attributes, CREATE_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
-  const DWORD createError = GetLastError();
-  LocalFree(descriptor);
-  if (handle == INVALID_HANDLE_VALUE) Fail(file, "create a file beside", createError);
+  UniqueHandle handle(CreateFileW(temporary.c_str(), GENERIC_WRITE, 0, &attributes, CREATE_ALWAYS,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!handle) FailAt(file, "create a file beside", GetLastError());
 
-  DWORD reason = WriteAll(handle, content);
-  CloseHandle(handle);
+  DWORD reason = WriteToDisk(handle.Get(), content);
+  handle.Close();
   if (reason == ERROR_SUCCESS && !MoveFileExW(temporary.c_str(), file.c_str(),
                                               MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
     reason = GetLastError();
   }
   if (reason == ERROR_SUCCESS) return;
   DeleteFileW(temporary.c_str());
-  Fail(file, "write", reason);
+  FailAt(file, "write", reason);
 }
 
 PrivateFileLock::PrivateFileLock(const std::filesystem::path& file) {
@@ -61,12 +60,12 @@ PrivateFileLock::PrivateFileLock(const std::filesystem::path& file) {
   const HANDLE handle =
       CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE,
                   nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) Fail(name, "open", GetLastError());
+  if (handle == INVALID_HANDLE_VALUE) FailAt(name, "open", GetLastError());
   OVERLAPPED start{};
   if (!LockFileEx(handle, LOCKFILE_EXCLUSIVE_LOCK, 0, 1, 0, &start)) {
     const DWORD reason = GetLastError();
     CloseHandle(handle);
-    Fail(name, "lock", reason);
+    FailAt(name, "lock", reason);
   }
   handle_ = reinterpret_cast<std::intptr_t>(handle);
 }

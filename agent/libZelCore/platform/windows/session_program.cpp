@@ -9,20 +9,12 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/system_error_text.h"
 #include "agent/libZelCore/core_log.h"
 #include "libZel/string.h"
 
 namespace {
-
-std::string ErrorText(DWORD error) {
-  return std::system_category().message(static_cast<int>(error));
-}
-
-struct HandleCloser {
-  using pointer = HANDLE;
-  void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<HANDLE, HandleCloser>;
 
 constexpr DWORD kNoSession = 0xFFFFFFFF;
 
@@ -38,10 +30,10 @@ DWORD OwnSession() {
   return ProcessIdToSessionId(GetCurrentProcessId(), &session) ? session : kNoSession;
 }
 
-Handle OwnToken() {
+UniqueHandle OwnToken() {
   constexpr DWORD kRights = TOKEN_QUERY | TOKEN_DUPLICATE | TOKEN_ASSIGN_PRIMARY;
   HANDLE token = nullptr;
-  return Handle(OpenProcessToken(GetCurrentProcess(), kRights, &token) ? token : nullptr);
+  return UniqueHandle(OpenProcessToken(GetCurrentProcess(), kRights, &token) ? token : nullptr);
 }
 
 /// Whether this process has more rights than the programs that its user starts.
@@ -69,27 +61,26 @@ bool SetMediumIntegrity(HANDLE token) {
 /// This process's token without what makes it an administrator's, like the one that the system
 /// keeps for the user's programs (the linked one, which it gives to nobody but itself for starting
 /// any). Null where the system cannot make it.
-Handle OrdinaryToken(HANDLE own) {
+UniqueHandle OrdinaryToken(HANDLE own) {
   HANDLE made = nullptr;
-  if (!CreateRestrictedToken(own, LUA_TOKEN, 0, nullptr, 0, nullptr, 0, nullptr, &made))
-    return nullptr;
-  Handle token(made);
-  return SetMediumIntegrity(token.get()) ? std::move(token) : nullptr;
+  if (!CreateRestrictedToken(own, LUA_TOKEN, 0, nullptr, 0, nullptr, 0, nullptr, &made)) return {};
+  UniqueHandle token(made);
+  return SetMediumIntegrity(token.Get()) ? std::move(token) : UniqueHandle();
 }
 
 class Process : public SessionProgram {
  public:
   explicit Process(HANDLE process) : process_(process) {}
 
-  bool IsRunning() override { return WaitForSingleObject(process_.get(), 0) == WAIT_TIMEOUT; }
+  bool IsRunning() override { return WaitForSingleObject(process_.Get(), 0) == WAIT_TIMEOUT; }
   // It has no window that could be told, and no console that is shared.
-  void AskToEnd() override { TerminateProcess(process_.get(), 0); }
+  void AskToEnd() override { TerminateProcess(process_.Get(), 0); }
   void WaitForEnd(std::chrono::milliseconds patience) override {
-    WaitForSingleObject(process_.get(), static_cast<DWORD>(patience.count()));
+    WaitForSingleObject(process_.Get(), static_cast<DWORD>(patience.count()));
   }
 
  private:
-  const Handle process_;
+  const UniqueHandle process_;
 };
 
 /// The environment that the user's programs get; null means this process's own.
@@ -115,7 +106,7 @@ StartedProgram Start(const std::filesystem::path& program, const std::vector<std
                      HANDLE token) {
   const Environment environment(token);
   if (token && !environment.Get())
-    return {nullptr, "the user's environment cannot be made: " + ErrorText(GetLastError())};
+    return {nullptr, "the user's environment cannot be made: " + SystemErrorText(GetLastError())};
   std::wstring line = L"\"" + program.native() + L"\"";
   for (const std::string& option : options)
     line += L" " + std::wstring(option.begin(), option.end());
@@ -134,7 +125,7 @@ StartedProgram Start(const std::filesystem::path& program, const std::vector<std
   if (!isStarted) {
     const DWORD error = GetLastError();
     return {nullptr, "cannot run " + std::string(ZelString(program.c_str()).Utf8()) + ": " +
-                         ErrorText(error)};
+                         SystemErrorText(error)};
   }
   CloseHandle(started.hThread);
   return {std::make_unique<Process>(started.hProcess), {}};
@@ -168,19 +159,19 @@ StartedProgram StartInSession(const std::filesystem::path& program, const UserSe
   const DWORD number = NumberOf(session);
   HANDLE token = nullptr;
   if (WTSQueryUserToken(number, &token)) {
-    const Handle closer(token);
+    const UniqueHandle closer(token);
     return Start(program, options, token);
   }
   const DWORD error = GetLastError();
   if (number != OwnSession())
-    return {nullptr, "the user's token is not to be had: " + ErrorText(error)};
+    return {nullptr, "the user's token is not to be had: " + SystemErrorText(error)};
   // No service, but started by hand in the user's own session. The proxy serves every program of
   // its account: with an administrator's rights it would hand them on.
-  if (const Handle own = OwnToken(); own && IsElevated(own.get())) {
-    const Handle ordinary = OrdinaryToken(own.get());
-    if (ordinary) return Start(program, options, ordinary.get());
+  if (const UniqueHandle own = OwnToken(); own && IsElevated(own.Get())) {
+    const UniqueHandle ordinary = OrdinaryToken(own.Get());
+    if (ordinary) return Start(program, options, ordinary.Get());
     CoreLog().WarningWithNL("The proxy gets the rights of the agent, which was started by hand: %S",
-                            ZelString(ErrorText(GetLastError())));
+                            ZelString(SystemErrorText(GetLastError())));
   }
   return Start(program, options, nullptr);
 }

@@ -1,14 +1,13 @@
 #include <windows.h>
 
-#include <system_error>
-
+#include "agent/libZel/system_error_text.h"
 #include "agent/libZelMarlin/function_libraries.h"
 
 FunctionLibrary LoadNativeLibrary(const std::filesystem::path& path) {
   FunctionLibrary library;
   const HMODULE module = LoadLibraryW(path.c_str());
   if (module == nullptr) {
-    library.reason = std::system_category().message(static_cast<int>(GetLastError()));
+    library.reason = SystemErrorText(GetLastError());
     return library;
   }
   library.handle = module;

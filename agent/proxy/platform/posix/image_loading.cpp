@@ -10,8 +10,11 @@
 #include <cstdint>
 #include <mutex>
 #include <stdexcept>
-#include <system_error>
 #include <vector>
+
+#include "agent/libZel/platform/posix/descriptor_io.h"
+#include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/system_error_text.h"
 
 namespace {
 
@@ -26,35 +29,28 @@ class File {
  public:
   // Without waiting for the writer of a pipe.
   explicit File(const std::string& path)
-      : handle_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
-    if (handle_ < 0) Fail();
+      : file_(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY)) {
+    if (!file_) Fail();
   }
-  ~File() { ::close(handle_); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
 
   off_t Size() const {
     struct stat facts {};
-    if (::fstat(handle_, &facts) != 0) Fail();
+    if (::fstat(file_.Get(), &facts) != 0) Fail();
     if (!S_ISREG(facts.st_mode)) throw std::runtime_error("not a file");
     return facts.st_size;
   }
 
   size_t Read(std::vector<guint8>& buffer) const {
-    ssize_t count = 0;
-    do {
-      count = ::read(handle_, buffer.data(), buffer.size());
-    } while (count < 0 && errno == EINTR);
+    const ssize_t count =
+        Uninterrupted([&] { return ::read(file_.Get(), buffer.data(), buffer.size()); });
     if (count < 0) Fail();
     return static_cast<size_t>(count);
   }
 
  private:
-  [[noreturn]] static void Fail() {
-    throw std::runtime_error(std::generic_category().message(errno));
-  }
+  [[noreturn]] static void Fail() { throw std::runtime_error(SystemErrorText(errno)); }
 
-  const int handle_;
+  const UniqueFd file_;
 };
 
 std::vector<guint8> ReadAll(const std::string& path) {

@@ -33,7 +33,7 @@ void DesktopThread::Do(const std::function<void()>& work) {
 }
 
 void DesktopThread::Wake() {
-  SetEvent(woken_.get());
+  SetEvent(woken_.Get());
   if (isPosted_.exchange(true)) return;
   if (!PostMessageW(window_, message_, 0, 0)) isPosted_ = false;
 }

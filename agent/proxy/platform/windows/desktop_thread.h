@@ -9,7 +9,7 @@
 #include <mutex>
 #include <stdexcept>
 
-#include "agent/proxy/platform/windows/handles.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
 
 /// A call came after the desktop's end, or was not begun when it came.
 class DesktopEnded : public std::runtime_error {
@@ -37,7 +37,7 @@ class DesktopThread {
   /// system takes the messages, as when somebody drags a window. Any thread may call.
   void Wake();
   /// Signalled until a wait has seen it.
-  HANDLE Woken() const { return woken_.get(); }
+  HANDLE Woken() const { return woken_.Get(); }
 
   /// Does the oldest work that waits, if any: what else is under way gets its turn between.
   void DoNext();
@@ -54,7 +54,7 @@ class DesktopThread {
   bool Take(Task& task);
 
   const DWORD id_ = GetCurrentThreadId();
-  const EventHandle woken_;
+  const UniqueHandle woken_;
   HWND window_ = nullptr;
   UINT message_ = 0;
   // Whether the message is on its way: the queue is for others too.

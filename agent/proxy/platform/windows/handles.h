@@ -9,13 +9,6 @@
 
 // Owners of what the system's calls return.
 
-struct CloseHandleOf {
-  void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-/// Of files; never INVALID_HANDLE_VALUE.
-using FileHandle = std::unique_ptr<void, CloseHandleOf>;
-using EventHandle = std::unique_ptr<void, CloseHandleOf>;
-
 struct DeleteGdiObject {
   void operator()(HGDIOBJ object) const { DeleteObject(object); }
 };

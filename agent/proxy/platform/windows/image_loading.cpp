@@ -11,8 +11,9 @@
 #include <cmath>
 #include <cstdint>
 #include <stdexcept>
-#include <system_error>
 
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/system_error_text.h"
 #include "agent/proxy/platform/windows/handles.h"
 #include "libZel/string.h"
 
@@ -31,28 +32,26 @@ void Check(HRESULT result, const char* what) {
 }
 
 [[noreturn]] void FailWithLastError() {
-  const std::error_code error(static_cast<int>(GetLastError()), std::system_category());
-  throw std::runtime_error(error.message());
+  throw std::runtime_error(SystemErrorText(GetLastError()));
 }
 
 // Of the file as it was when it was opened, so that nothing changes between check and decoding.
 std::vector<uint8_t> ReadSmallFile(const std::string& path) {
   const ZelString name(path);
   // Whoever answers at a name that is no file must not act in the user's name.
-  const HANDLE handle =
-      CreateFileW(reinterpret_cast<const wchar_t*>(name.GetTCHAR()), GENERIC_READ,
-                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                  FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr);
-  if (handle == INVALID_HANDLE_VALUE) FailWithLastError();
-  const FileHandle file(handle);
-  if (GetFileType(handle) != FILE_TYPE_DISK) throw std::runtime_error("it is no file");
+  const UniqueHandle file(CreateFileW(
+      reinterpret_cast<const wchar_t*>(name.GetTCHAR()), GENERIC_READ,
+      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+      FILE_ATTRIBUTE_NORMAL | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
+  if (!file) FailWithLastError();
+  if (GetFileType(file.Get()) != FILE_TYPE_DISK) throw std::runtime_error("it is no file");
 
   LARGE_INTEGER size{};
-  if (!GetFileSizeEx(handle, &size)) FailWithLastError();
+  if (!GetFileSizeEx(file.Get(), &size)) FailWithLastError();
   if (size.QuadPart > kMaxFileBytes) throw std::runtime_error("the file is too large");
   std::vector<uint8_t> bytes(static_cast<size_t>(size.QuadPart));
   DWORD count = 0;
-  if (!ReadFile(handle, bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr)) {
+  if (!ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &count, nullptr)) {
     FailWithLastError();
   }
   bytes.resize(count);

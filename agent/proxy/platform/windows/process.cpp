@@ -8,6 +8,7 @@
 #include <atomic>
 #include <system_error>
 
+#include "agent/libZel/platform/windows/local_memory.h"
 #include "libZel/string.h"
 
 namespace {
@@ -51,11 +52,10 @@ void PrepareProcess() {
 
 std::vector<std::string> Arguments(int, char**) {
   int count = 0;
-  wchar_t** const values = CommandLineToArgvW(GetCommandLineW(), &count);
+  const LocalMemory<wchar_t*[]> values(CommandLineToArgvW(GetCommandLineW(), &count));
   if (!values) Fail("the command line cannot be read");
   std::vector<std::string> arguments;
   for (int i = 1; i < count; ++i) arguments.emplace_back(ZelString(values[i]).Utf8());
-  LocalFree(values);
   return arguments;
 }
 

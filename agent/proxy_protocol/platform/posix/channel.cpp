@@ -20,10 +20,13 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/system_error_text.h"
+
 namespace proxy_protocol {
 
 struct StopSignal::Handle {
-  int descriptor;
+  UniqueFd event;
 };
 
 namespace {
@@ -31,30 +34,8 @@ namespace {
 constexpr int kBacklog = 64;
 constexpr int kTryAgainMs = 10;
 
-std::string ErrorText(int error) {
-  return std::generic_category().message(error);
-}
-
-class Descriptor {
- public:
-  explicit Descriptor(int value = -1) : value_(value) {}
-  Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(value_, other.value_);
-    return *this;
-  }
-  ~Descriptor() {
-    if (value_ >= 0) ::close(value_);
-  }
-  int Get() const { return value_; }
-  explicit operator bool() const { return value_ >= 0; }
-
- private:
-  int value_;
-};
-
 Result Failed(const std::string& what, int error) {
-  return {Result::Status::kFailed, what + ": " + ErrorText(error)};
+  return {Result::Status::kFailed, what + ": " + SystemErrorText(error)};
 }
 
 int RemainingMs(Deadline deadline) {
@@ -80,7 +61,7 @@ Result WaitFor(int descriptor, short events, int stop, Deadline deadline) {
 
 class SocketChannel : public Channel {
  public:
-  SocketChannel(Descriptor socket, std::shared_ptr<StopSignal> stop)
+  SocketChannel(UniqueFd socket, std::shared_ptr<StopSignal> stop)
       : socket_(std::move(socket)), stop_(std::move(stop)) {}
 
   Result Read(void* bytes, size_t count, Deadline deadline) override {
@@ -119,10 +100,10 @@ class SocketChannel : public Channel {
   }
   static Result Closed() { return {Result::Status::kClosed, "the connection was closed"}; }
   Result Ready(short events, Deadline deadline) const {
-    return WaitFor(socket_.Get(), events, stop_ ? stop_->Get().descriptor : -1, deadline);
+    return WaitFor(socket_.Get(), events, stop_ ? stop_->Get().event.Get() : -1, deadline);
   }
 
-  const Descriptor socket_;
+  const UniqueFd socket_;
   const std::shared_ptr<StopSignal> stop_;
 };
 
@@ -139,8 +120,8 @@ const sockaddr* Generic(const sockaddr_un& address) {
   return reinterpret_cast<const sockaddr*>(&address);
 }
 
-Descriptor MakeSocket() {
-  return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+UniqueFd MakeSocket() {
+  return UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
 }
 
 // 0 or the error, ECANCELED when `stop` (where >= 0) is raised. A full queue of the listener is
@@ -165,14 +146,14 @@ std::optional<uid_t> PeerOf(int socket) {
   return peer.uid;
 }
 
-bool IsSame(const struct stat& one, const struct stat& other) {
+bool IsSameFile(const struct stat& one, const struct stat& other) {
   return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 // Whether `path` names this file; false when that cannot be told.
 bool Names(const std::string& path, const struct stat& file) {
   struct stat now {};
-  return ::lstat(path.c_str(), &now) == 0 && IsSame(now, file);
+  return ::lstat(path.c_str(), &now) == 0 && IsSameFile(now, file);
 }
 
 [[noreturn]] void Refuse(const std::string& path, const std::string& why) {
@@ -200,12 +181,12 @@ class ListenLock {
  private:
   // False when the file was removed by its last holder meanwhile.
   bool Take(const std::string& socket) {
-    file_ = Descriptor(
+    file_ = UniqueFd(
         ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
-    if (!file_) Refuse(socket, path_ + ": " + ErrorText(errno));
+    if (!file_) Refuse(socket, path_ + ": " + SystemErrorText(errno));
     if (::flock(file_.Get(), LOCK_EX | LOCK_NB) != 0) {
       if (errno == EWOULDBLOCK) RefuseSecond(socket);
-      Refuse(socket, path_ + ": " + ErrorText(errno));
+      Refuse(socket, path_ + ": " + SystemErrorText(errno));
     }
     return IsNamed();
   }
@@ -217,7 +198,7 @@ class ListenLock {
   }
 
   const std::string path_;
-  Descriptor file_;
+  UniqueFd file_;
 };
 
 // Removes a socket that nobody answers at any more.
@@ -226,12 +207,12 @@ void RemoveStale(const std::string& path, const sockaddr_un& address) {
   if (::lstat(path.c_str(), &status) != 0) return;
   if (!S_ISSOCK(status.st_mode)) Refuse(path, "something else stands there");
   if (status.st_uid != ::geteuid()) Refuse(path, "the socket there belongs to somebody else");
-  const Descriptor socket = MakeSocket();
-  if (!socket) Refuse(path, ErrorText(errno));
+  const UniqueFd socket = MakeSocket();
+  if (!socket) Refuse(path, SystemErrorText(errno));
   const int error = ConnectSocket(socket.Get(), address, -1, std::chrono::steady_clock::now());
   if (error == 0 || error == ETIMEDOUT) RefuseSecond(path);
-  if (error != ECONNREFUSED) Refuse(path, ErrorText(error));
-  if (::unlink(path.c_str()) != 0) Refuse(path, ErrorText(errno));
+  if (error != ECONNREFUSED) Refuse(path, SystemErrorText(error));
+  if (::unlink(path.c_str()) != 0) Refuse(path, SystemErrorText(errno));
 }
 
 class SocketListener : public Listener {
@@ -245,14 +226,14 @@ class SocketListener : public Listener {
     // which is the whole process's, stays as it is.
     if (!socket_ || ::fchmod(socket_.Get(), 0600) != 0 ||
         ::bind(socket_.Get(), Generic(address), sizeof address) != 0) {
-      Refuse(path, ErrorText(errno));
+      Refuse(path, SystemErrorText(errno));
     }
     const bool isListening =
         ::lstat(path.c_str(), &file_) == 0 && ::listen(socket_.Get(), kBacklog) == 0;
     if (isListening) return;
     const int error = errno;
     ::unlink(path.c_str());
-    Refuse(path, ErrorText(error));
+    Refuse(path, SystemErrorText(error));
   }
 
   ~SocketListener() override {
@@ -262,7 +243,7 @@ class SocketListener : public Listener {
   Connected Accept() override {
     const Result ready = WaitForCaller();
     if (!ready) return {nullptr, ready};
-    Descriptor socket(::accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    UniqueFd socket(::accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
     if (!socket) return {nullptr, Failed("taking a connection", errno)};
     const std::optional<uid_t> peer = PeerOf(socket.Get());
     if (!peer || (*peer != 0 && *peer != ::geteuid())) {
@@ -276,7 +257,7 @@ class SocketListener : public Listener {
   // The system does not tell who listens that the socket's file has gone.
   Result WaitForCaller() const {
     for (;;) {
-      Result ready = WaitFor(socket_.Get(), POLLIN, stop_->Get().descriptor, After(lookInterval_));
+      Result ready = WaitFor(socket_.Get(), POLLIN, stop_->Get().event.Get(), After(lookInterval_));
       if (ready.status != Result::Status::kTooLate) return ready;
       if (IsGone()) return {Result::Status::kClosed, path_ + " was removed or replaced"};
     }
@@ -284,7 +265,7 @@ class SocketListener : public Listener {
 
   bool IsGone() const {
     struct stat now {};
-    if (::lstat(path_.c_str(), &now) == 0) return !IsSame(now, file_);
+    if (::lstat(path_.c_str(), &now) == 0) return !IsSameFile(now, file_);
     return errno == ENOENT || errno == ENOTDIR;
   }
 
@@ -292,28 +273,26 @@ class SocketListener : public Listener {
   const ListenLock lock_;
   const std::shared_ptr<StopSignal> stop_;
   const std::chrono::milliseconds lookInterval_;
-  Descriptor socket_;
+  UniqueFd socket_;
   struct stat file_ {};
 };
 
 }  // namespace
 
-StopSignal::StopSignal() : handle_(new Handle{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)}) {
-  if (handle_->descriptor < 0)
+StopSignal::StopSignal() : handle_(new Handle{UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))}) {
+  if (!handle_->event)
     throw std::system_error(errno, std::generic_category(), "cannot make an event");
 }
 
-StopSignal::~StopSignal() {
-  ::close(handle_->descriptor);
-}
+StopSignal::~StopSignal() = default;
 
 void StopSignal::Raise() {
   const uint64_t one = 1;
-  [[maybe_unused]] const ssize_t written = ::write(handle_->descriptor, &one, sizeof one);
+  [[maybe_unused]] const ssize_t written = ::write(handle_->event.Get(), &one, sizeof one);
 }
 
 bool StopSignal::Wait(Deadline deadline) const {
-  return static_cast<bool>(WaitFor(handle_->descriptor, POLLIN, -1, deadline));
+  return static_cast<bool>(WaitFor(handle_->event.Get(), POLLIN, -1, deadline));
 }
 
 Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<StopSignal> stop) {
@@ -323,10 +302,10 @@ Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<St
   if (::lstat(pipe.c_str(), &file) != 0) return {nullptr, Failed("no proxy", errno)};
   if (!S_ISSOCK(file.st_mode)) return {nullptr, {Result::Status::kFailed, "it is no socket"}};
 
-  Descriptor socket = MakeSocket();
+  UniqueFd socket = MakeSocket();
   if (!socket) return {nullptr, Failed("making a socket", errno)};
   const int error =
-      ConnectSocket(socket.Get(), *address, stop ? stop->Get().descriptor : -1, deadline);
+      ConnectSocket(socket.Get(), *address, stop ? stop->Get().event.Get() : -1, deadline);
   if (error == ECANCELED) return {nullptr, {Result::Status::kStopped, "stopped"}};
   if (error == ETIMEDOUT) return {nullptr, {Result::Status::kTooLate, "no answer in time"}};
   if (error != 0) return {nullptr, Failed("connecting", error)};

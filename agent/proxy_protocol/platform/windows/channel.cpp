@@ -11,13 +11,16 @@
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/platform/windows/local_memory.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/system_error_text.h"
 #include "agent/proxy_protocol/platform/windows/pipe_owner.h"
 #include "libZel/string.h"
 
 namespace proxy_protocol {
 
 struct StopSignal::Handle {
-  HANDLE event;
+  UniqueHandle event;
 };
 
 namespace {
@@ -27,23 +30,8 @@ constexpr DWORD kBufferBytes = 64 * 1024;
 constexpr DWORD kLongestWaitMs = 0x7FFFFFFF;
 constexpr DWORD kTryAgainMs = 50;
 
-std::string ErrorText(DWORD error) {
-  return std::system_category().message(static_cast<int>(error));
-}
-
-struct HandleCloser {
-  void operator()(HANDLE handle) const {
-    if (handle != INVALID_HANDLE_VALUE) CloseHandle(handle);
-  }
-};
-using OwnedHandle = std::unique_ptr<void, HandleCloser>;
-
-bool IsValid(const OwnedHandle& handle) {
-  return handle && handle.get() != INVALID_HANDLE_VALUE;
-}
-
-OwnedHandle MakeEvent() {
-  OwnedHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+UniqueHandle MakeEvent() {
+  UniqueHandle event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
   if (!event) {
     throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
                             "cannot make an event");
@@ -51,13 +39,8 @@ OwnedHandle MakeEvent() {
   return event;
 }
 
-struct LocalFreer {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-using LocalMemory = std::unique_ptr<void, LocalFreer>;
-
 Result Failed(const std::string& what, DWORD error) {
-  return {Result::Status::kFailed, what + ": " + ErrorText(error)};
+  return {Result::Status::kFailed, what + ": " + SystemErrorText(error)};
 }
 
 Result TooLate() {
@@ -106,7 +89,7 @@ Result Finish(HANDLE pipe, OVERLAPPED* operation, HANDLE stop, HANDLE abort, Dea
 
 class PipeChannel : public Channel {
  public:
-  PipeChannel(OwnedHandle pipe, std::shared_ptr<StopSignal> stop)
+  PipeChannel(UniqueHandle pipe, std::shared_ptr<StopSignal> stop)
       : pipe_(std::move(pipe)),
         readEvent_(MakeEvent()),
         writeEvent_(MakeEvent()),
@@ -114,28 +97,28 @@ class PipeChannel : public Channel {
         stop_(std::move(stop)) {}
 
   Result Read(void* bytes, size_t count, Deadline deadline) override {
-    return Transfer(static_cast<std::byte*>(bytes), count, readEvent_.get(), deadline,
+    return Transfer(static_cast<std::byte*>(bytes), count, readEvent_.Get(), deadline,
                     [this](std::byte* next, DWORD size, OVERLAPPED* operation) {
-                      return ReadFile(pipe_.get(), next, size, nullptr, operation);
+                      return ReadFile(pipe_.Get(), next, size, nullptr, operation);
                     });
   }
 
   Result Write(const void* bytes, size_t count, Deadline deadline) override {
-    return Transfer(static_cast<const std::byte*>(bytes), count, writeEvent_.get(), deadline,
+    return Transfer(static_cast<const std::byte*>(bytes), count, writeEvent_.Get(), deadline,
                     [this](const std::byte* next, DWORD size, OVERLAPPED* operation) {
-                      return WriteFile(pipe_.get(), next, size, nullptr, operation);
+                      return WriteFile(pipe_.Get(), next, size, nullptr, operation);
                     });
   }
 
-  void Abort() override { SetEvent(abortEvent_.get()); }
+  void Abort() override { SetEvent(abortEvent_.Get()); }
 
  private:
   // Reading and writing go on side by side: each has an event of its own.
   template <typename Byte, typename Begin>
   Result Transfer(Byte* next, size_t count, HANDLE event, Deadline deadline, Begin begin) {
-    const HANDLE stop = stop_ ? stop_->Get().event : nullptr;
+    const HANDLE stop = stop_ ? stop_->Get().event.Get() : nullptr;
     while (count > 0) {
-      if (WaitForSingleObject(abortEvent_.get(), 0) == WAIT_OBJECT_0) return Closed();
+      if (WaitForSingleObject(abortEvent_.Get(), 0) == WAIT_OBJECT_0) return Closed();
       OVERLAPPED operation{};
       operation.hEvent = event;
       const auto size = static_cast<DWORD>(std::min<size_t>(count, kBufferBytes));
@@ -146,7 +129,7 @@ class PipeChannel : public Channel {
       }
       DWORD transferred = 0;
       if (Result result =
-              Finish(pipe_.get(), &operation, stop, abortEvent_.get(), deadline, &transferred);
+              Finish(pipe_.Get(), &operation, stop, abortEvent_.Get(), deadline, &transferred);
           !result) {
         return result;
       }
@@ -156,10 +139,10 @@ class PipeChannel : public Channel {
     return {};
   }
 
-  const OwnedHandle pipe_;
-  const OwnedHandle readEvent_;
-  const OwnedHandle writeEvent_;
-  const OwnedHandle abortEvent_;
+  const UniqueHandle pipe_;
+  const UniqueHandle readEvent_;
+  const UniqueHandle writeEvent_;
+  const UniqueHandle abortEvent_;
   const std::shared_ptr<StopSignal> stop_;
 };
 
@@ -173,16 +156,16 @@ bool IsPipeName(const std::string& pipe) {
 }
 
 // The system, administrators and this account may call, nobody else.
-LocalMemory AccessRule(const std::string& pipe) {
+LocalMemory<> AccessRule(const std::string& pipe) {
   const std::wstring sid = OwnSid();
   if (sid.empty()) Refuse(pipe, "the account of this process is not known");
   const std::wstring text = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;" + sid + L")";
   PSECURITY_DESCRIPTOR descriptor = nullptr;
   if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1,
                                                             &descriptor, nullptr)) {
-    Refuse(pipe, ErrorText(GetLastError()));
+    Refuse(pipe, SystemErrorText(GetLastError()));
   }
-  return LocalMemory(descriptor);
+  return LocalMemory<>(descriptor);
 }
 
 // Whether a process has made a pipe of that name. The listener's own flag is what decides; Wine
@@ -200,28 +183,28 @@ class PipeListener : public Listener {
         event_(MakeEvent()),
         stop_(std::move(stop)),
         next_(MakeInstance(FILE_FLAG_FIRST_PIPE_INSTANCE)) {
-    if (IsValid(next_)) return;
+    if (next_) return;
     const DWORD error = GetLastError();
     const bool isTaken = error == ERROR_ACCESS_DENIED || error == ERROR_PIPE_BUSY;
-    Refuse(pipe, isTaken ? "a proxy is running already" : ErrorText(error));
+    Refuse(pipe, isTaken ? "a proxy is running already" : SystemErrorText(error));
   }
 
   // Somebody can connect at any time: the next instance is there before this one is handed out.
   Connected Accept() override {
-    if (!IsValid(next_)) next_ = MakeInstance(0);
-    if (!IsValid(next_)) return {nullptr, Failed("making a pipe", GetLastError())};
+    if (!next_) next_ = MakeInstance(0);
+    if (!next_) return {nullptr, Failed("making a pipe", GetLastError())};
 
     Result result = WaitForCaller();
     if (result.status == Result::Status::kStopped) return {nullptr, std::move(result)};
-    OwnedHandle connected = std::exchange(next_, MakeInstance(0));
+    UniqueHandle connected = std::exchange(next_, MakeInstance(0));
     if (!result) return {nullptr, std::move(result)};
     return {std::make_unique<PipeChannel>(std::move(connected), stop_), {}};
   }
 
  private:
-  OwnedHandle MakeInstance(DWORD flags) const {
+  UniqueHandle MakeInstance(DWORD flags) const {
     SECURITY_ATTRIBUTES attributes{sizeof attributes, access_.get(), FALSE};
-    return OwnedHandle(CreateNamedPipeW(
+    return UniqueHandle(CreateNamedPipeW(
         name_.c_str(), PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED | flags,
         PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT | PIPE_REJECT_REMOTE_CLIENTS,
         PIPE_UNLIMITED_INSTANCES, kBufferBytes, kBufferBytes, 0, &attributes));
@@ -229,44 +212,43 @@ class PipeListener : public Listener {
 
   Result WaitForCaller() const {
     OVERLAPPED operation{};
-    operation.hEvent = event_.get();
-    if (!ConnectNamedPipe(next_.get(), &operation)) {
+    operation.hEvent = event_.Get();
+    if (!ConnectNamedPipe(next_.Get(), &operation)) {
       const DWORD error = GetLastError();
       if (error == ERROR_PIPE_CONNECTED) return {};
       if (error != ERROR_IO_PENDING) return Failed("taking a connection", error);
     }
     DWORD ignored = 0;
-    return Finish(next_.get(), &operation, stop_->Get().event, nullptr, Deadline::max(), &ignored);
+    return Finish(next_.Get(), &operation, stop_->Get().event.Get(), nullptr, Deadline::max(),
+                  &ignored);
   }
 
   const std::wstring name_;
-  const LocalMemory access_;
-  const OwnedHandle event_;
+  const LocalMemory<> access_;
+  const UniqueHandle event_;
   const std::shared_ptr<StopSignal> stop_;
-  OwnedHandle next_;
+  UniqueHandle next_;
 };
 
 // Anybody may have made a pipe of that name before the one whose it is.
-Connected Trusted(const std::string& pipe, OwnedHandle handle, std::shared_ptr<StopSignal> stop) {
-  const std::string why = WhyNotHeard(pipe, OwnerOf(handle.get()));
+Connected Trusted(const std::string& pipe, UniqueHandle handle, std::shared_ptr<StopSignal> stop) {
+  const std::string why = WhyNotHeard(pipe, OwnerOf(handle.Get()));
   if (!why.empty()) return {nullptr, {Result::Status::kFailed, why}};
   return {std::make_unique<PipeChannel>(std::move(handle), std::move(stop)), {}};
 }
 
 }  // namespace
 
-StopSignal::StopSignal() : handle_(new Handle{MakeEvent().release()}) {}
+StopSignal::StopSignal() : handle_(new Handle{MakeEvent()}) {}
 
-StopSignal::~StopSignal() {
-  CloseHandle(handle_->event);
-}
+StopSignal::~StopSignal() = default;
 
 void StopSignal::Raise() {
-  SetEvent(handle_->event);
+  SetEvent(handle_->event.Get());
 }
 
 bool StopSignal::Wait(Deadline deadline) const {
-  return WaitForSingleObject(handle_->event, RemainingMs(deadline)) == WAIT_OBJECT_0;
+  return WaitForSingleObject(handle_->event.Get(), RemainingMs(deadline)) == WAIT_OBJECT_0;
 }
 
 Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<StopSignal> stop) {
@@ -276,10 +258,10 @@ Connected Connect(const std::string& pipe, Deadline deadline, std::shared_ptr<St
   const std::wstring name = ZelString(pipe).GetTCHAR();
   for (;;) {
     // The listener may learn who calls; it may not act as the caller.
-    OwnedHandle handle(CreateFileW(
+    UniqueHandle handle(CreateFileW(
         name.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
         FILE_FLAG_OVERLAPPED | SECURITY_SQOS_PRESENT | SECURITY_IDENTIFICATION, nullptr));
-    if (IsValid(handle)) return Trusted(pipe, std::move(handle), std::move(stop));
+    if (handle) return Trusted(pipe, std::move(handle), std::move(stop));
     const DWORD error = GetLastError();
     if (error != ERROR_PIPE_BUSY) return {nullptr, Failed("no proxy", error)};
     if (stop && stop->Wait(After(std::chrono::milliseconds(0))))
@@ -301,7 +283,7 @@ std::unique_ptr<Listener> Listen(const std::string& pipe, std::shared_ptr<StopSi
 std::string DefaultPipe() {
   DWORD session = 0;
   if (!ProcessIdToSessionId(GetCurrentProcessId(), &session))
-    throw std::runtime_error("the session is not known: " + ErrorText(GetLastError()));
+    throw std::runtime_error("the session is not known: " + SystemErrorText(GetLastError()));
   return std::string(kPipePrefix) + "zelproxy-" + std::to_string(session);
 }
 

@@ -7,20 +7,14 @@
 #include <memory>
 #include <vector>
 
+#include "agent/libZel/platform/windows/local_memory.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
 #include "libZel/string.h"
 
 namespace proxy_protocol {
 
 namespace {
 
-struct HandleCloser {
-  void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using OwnedHandle = std::unique_ptr<void, HandleCloser>;
-
-struct LocalFreer {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
 struct WtsFreer {
   void operator()(wchar_t* memory) const { WTSFreeMemory(memory); }
 };
@@ -31,11 +25,11 @@ using Account = std::vector<std::byte>;
 Account AccountOf(HANDLE process) {
   HANDLE opened = nullptr;
   if (!OpenProcessToken(process, TOKEN_QUERY, &opened)) return {};
-  const OwnedHandle token(opened);
+  const UniqueHandle token(opened);
   DWORD size = 0;
-  GetTokenInformation(token.get(), TokenUser, nullptr, 0, &size);
+  GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);
   Account account(size);
-  if (!GetTokenInformation(token.get(), TokenUser, account.data(), size, &size)) return {};
+  if (!GetTokenInformation(token.Get(), TokenUser, account.data(), size, &size)) return {};
   return account;
 }
 
@@ -74,7 +68,7 @@ std::wstring OwnSid() {
   Account account = AccountOf(GetCurrentProcess());
   wchar_t* text = nullptr;
   if (account.empty() || !ConvertSidToStringSidW(SidOf(account), &text)) return {};
-  const std::unique_ptr<void, LocalFreer> owner(text);
+  const LocalMemory<> owner(text);
   return text;
 }
 
@@ -85,8 +79,8 @@ PipeOwner OwnerOf(HANDLE pipe) {
   PipeOwner owner;
   ULONG process = 0;
   if (!GetNamedPipeServerProcessId(pipe, &process)) return owner;
-  const OwnedHandle opened(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process));
-  Account account = opened ? AccountOf(opened.get()) : Account();
+  const UniqueHandle opened(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, process));
+  Account account = opened ? AccountOf(opened.Get()) : Account();
   Account own = AccountOf(GetCurrentProcess());
   DWORD session = 0;
   if (account.empty() || !ProcessIdToSessionId(process, &session)) return owner;

@@ -6,6 +6,7 @@
 #include <list>
 #include <system_error>
 
+#include "agent/libZel/system_error_text.h"
 #include "agent/libZelCore/core_platform.h"
 
 namespace {
@@ -82,8 +83,7 @@ class Way {
 
   std::string Missing(const fs::path& entry, int error) {
     isOver_ = true;
-    if (error != ENOENT)
-      return entry.string() + " cannot be looked at: " + std::generic_category().message(error);
+    if (error != ENOENT) return entry.string() + " cannot be looked at: " + SystemErrorText(error);
     struct stat above {};
     const bool isSafe = ::lstat(place_.c_str(), &above) == 0 && !IsShared(above);
     return isSafe ? std::string() : entry.string() + " is missing, and anybody could make it";

@@ -4,8 +4,8 @@
 
 #include <array>
 #include <cstddef>
-#include <memory>
 
+#include "agent/libZel/platform/windows/local_memory.h"
 #include "libZel/string.h"
 
 namespace {
@@ -27,14 +27,10 @@ constexpr ACCESS_MASK kChanging = kReplacing | GENERIC_WRITE | FILE_WRITE_DATA |
                                   FILE_WRITE_EA | FILE_WRITE_ATTRIBUTES;
 constexpr ACCESS_MASK kReading = GENERIC_READ | FILE_READ_DATA;
 
-struct LocalFreer {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
-
-std::wstring TextOf(PSID sid) {
+std::wstring SidText(PSID sid) {
   wchar_t* text = nullptr;
   if (!ConvertSidToStringSidW(sid, &text)) return {};
-  const std::unique_ptr<wchar_t, LocalFreer> owner(text);
+  const LocalMemory<wchar_t> owner(text);
   return text;
 }
 
@@ -44,21 +40,21 @@ std::string NameOf(PSID sid) {
   DWORD nameLength = 256, domainLength = 256;
   SID_NAME_USE use;
   if (!LookupAccountSidW(nullptr, sid, name, &nameLength, domain, &domainLength, &use))
-    return std::string(ZelString(TextOf(sid).c_str()).Utf8());
+    return std::string(ZelString(SidText(sid).c_str()).Utf8());
   const std::wstring full = domainLength > 0 ? std::wstring(domain) + L"\\" + name : name;
   return std::string(ZelString(full.c_str()).Utf8());
 }
 
 bool IsTrusted(PSID sid, PSID own) {
   if (own && EqualSid(sid, own)) return true;
-  const std::wstring text = TextOf(sid);
+  const std::wstring text = SidText(sid);
   for (const wchar_t* const trusted : kTrusted)
     if (text == trusted) return true;
   return false;
 }
 
 bool IsOwnerItself(PSID sid) {
-  const std::wstring text = TextOf(sid);
+  const std::wstring text = SidText(sid);
   for (const wchar_t* const owner : kOwners)
     if (text == owner) return true;
   return false;

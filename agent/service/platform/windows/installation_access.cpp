@@ -5,26 +5,18 @@
 #include <aclapi.h>
 
 #include <cstddef>
-#include <memory>
-#include <system_error>
 #include <vector>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/platform/windows/local_memory.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/system_error_text.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/service/platform/windows/access_rule.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-struct HandleCloser {
-  void operator()(void* handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
-
-struct LocalFreer {
-  void operator()(void* memory) const { LocalFree(memory); }
-};
 
 std::string Utf8(const fs::path& path) {
   return std::string(FromNativePath(path).Utf8());
@@ -34,7 +26,7 @@ std::string Utf8(const fs::path& path) {
 std::vector<std::byte> OwnAccount() {
   HANDLE token = nullptr;
   if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
-  const Handle closer(token);
+  const UniqueHandle closer(token);
   DWORD size = 0;
   GetTokenInformation(token, TokenUser, nullptr, 0, &size);
   std::vector<std::byte> user(size);
@@ -47,13 +39,13 @@ PSID SidOf(std::vector<std::byte>& account) {
 }
 
 // A link is judged itself, not where it leads.
-Handle OpenForLook(const fs::path& entry, DWORD* error) {
-  const HANDLE handle =
+UniqueHandle OpenForLook(const fs::path& entry, DWORD* error) {
+  UniqueHandle handle(
       CreateFileW(entry.c_str(), READ_CONTROL | FILE_READ_ATTRIBUTES,
                   FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                  FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-  *error = handle == INVALID_HANDLE_VALUE ? GetLastError() : DWORD{ERROR_SUCCESS};
-  return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+                  FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  *error = handle ? DWORD{ERROR_SUCCESS} : GetLastError();
+  return handle;
 }
 
 bool IsLink(HANDLE entry) {
@@ -70,9 +62,8 @@ std::string EntryWeakness(HANDLE handle, const fs::path& entry, AccessUse use) {
                                       OWNER_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION,
                                       nullptr, nullptr, nullptr, nullptr, &descriptor);
   if (error != ERROR_SUCCESS)
-    return Utf8(entry) + " does not tell who may change it: " +
-           std::system_category().message(static_cast<int>(error));
-  const std::unique_ptr<void, LocalFreer> owner(descriptor);
+    return Utf8(entry) + " does not tell who may change it: " + SystemErrorText(error);
+  const LocalMemory<> owner(descriptor);
   std::vector<std::byte> own = OwnAccount();
   const std::string weakness = AccessWeakness(descriptor, use, SidOf(own));
   return weakness.empty() ? std::string() : Utf8(entry) + " " + weakness;
@@ -114,16 +105,14 @@ std::string FindWeakness(const fs::path& path, PathUse use) {
   AccessUse here = use == PathUse::kSecret ? AccessUse::kSecret : AccessUse::kTrusted;
   for (const fs::path& entry : Upwards(fs::absolute(path).lexically_normal())) {
     DWORD error = ERROR_SUCCESS;
-    const Handle handle = OpenForLook(entry, &error);
+    const UniqueHandle handle = OpenForLook(entry, &error);
     if (!handle && IsMissing(error)) {
       // What others may add to could be made by them.
       here = AccessUse::kTrusted;
       continue;
     }
-    if (!handle)
-      return Utf8(entry) +
-             " cannot be looked at: " + std::system_category().message(static_cast<int>(error));
-    std::string weakness = EntryWeakness(handle.get(), entry, here);
+    if (!handle) return Utf8(entry) + " cannot be looked at: " + SystemErrorText(error);
+    std::string weakness = EntryWeakness(handle.Get(), entry, here);
     if (!weakness.empty()) return weakness;
     here = AccessUse::kParent;
   }

@@ -4,9 +4,9 @@
 
 #include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/system_error_text.h"
 
 const char* const ModuleLibrary::kSuffix = ".dll";
 
@@ -15,8 +15,7 @@ ModuleLibrary::ModuleLibrary(const std::filesystem::path& file) {
   const HMODULE module = LoadLibraryW(file.c_str());
   if (!module) {
     const auto error = static_cast<int>(GetLastError());
-    throw std::runtime_error("the module " + name +
-                             " cannot be loaded: " + std::system_category().message(error));
+    throw std::runtime_error("the module " + name + " cannot be loaded: " + SystemErrorText(error));
   }
   handle_ = module;
   main_ = reinterpret_cast<ModuleMainFunction>(

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <system_error>
 
+#include "agent/libZel/platform/windows/local_memory.h"
 #include "libZel/string.h"
 
 namespace {
@@ -67,11 +68,10 @@ void PrepareProcess() {
 
 std::vector<std::string> Arguments(int, char**) {
   int count = 0;
-  wchar_t** const values = CommandLineToArgvW(GetCommandLineW(), &count);
+  const LocalMemory<wchar_t*[]> values(CommandLineToArgvW(GetCommandLineW(), &count));
   if (!values) throw std::system_error(GetLastError(), std::system_category(), "command line");
   std::vector<std::string> arguments;
   for (int i = 1; i < count; ++i) arguments.push_back(Narrow(values[i]));
-  LocalFree(values);
   return arguments;
 }
 

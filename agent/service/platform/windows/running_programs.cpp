@@ -4,13 +4,13 @@
 
 #include <tlhelp32.h>
 
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
 
 namespace {
 
@@ -19,21 +19,16 @@ namespace fs = std::filesystem;
 constexpr DWORD kEndMs = 10000;
 constexpr DWORD kLongestPath = 32768;
 
-struct HandleCloser {
-  void operator()(void* handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
-
 std::vector<DWORD> ProcessIds() {
-  const Handle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+  const UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
   std::vector<DWORD> ids;
-  if (snapshot.get() == INVALID_HANDLE_VALUE)
+  if (!snapshot)
     throw std::system_error(static_cast<int>(GetLastError()), std::system_category(),
                             "cannot list the processes");
   PROCESSENTRY32W entry{};
   entry.dwSize = sizeof entry;
-  for (BOOL isOne = Process32FirstW(snapshot.get(), &entry); isOne;
-       isOne = Process32NextW(snapshot.get(), &entry)) {
+  for (BOOL isOne = Process32FirstW(snapshot.Get(), &entry); isOne;
+       isOne = Process32NextW(snapshot.Get(), &entry)) {
     ids.push_back(entry.th32ProcessID);
   }
   return ids;
@@ -68,9 +63,9 @@ void EndProgramsOf(const fs::path& directory) {
   for (const DWORD id : ProcessIds()) {
     if (id == GetCurrentProcessId()) continue;
     constexpr DWORD kAccess = PROCESS_QUERY_LIMITED_INFORMATION | PROCESS_TERMINATE | SYNCHRONIZE;
-    const Handle process(OpenProcess(kAccess, FALSE, id));
+    const UniqueHandle process(OpenProcess(kAccess, FALSE, id));
     if (!process) continue;  // one of the system's own, which is none of ours
-    const std::wstring program = ProgramOf(process.get());
-    if (IsBelow(below, program)) End(process.get(), program);
+    const std::wstring program = ProgramOf(process.Get());
+    if (IsBelow(below, program)) End(process.Get(), program);
   }
 }

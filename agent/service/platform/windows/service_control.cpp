@@ -7,8 +7,8 @@
 #include <iterator>
 #include <memory>
 #include <stdexcept>
-#include <system_error>
 
+#include "agent/libZel/system_error_text.h"
 #include "agent/service/installation_check.h"
 #include "agent/service/platform/windows/running_programs.h"
 #include "agent/service/process.h"
@@ -28,8 +28,7 @@ constexpr int kStartChecks = 3000;
 constexpr DWORD kProcessEndMs = 30000;
 
 [[noreturn]] void Fail(const char* step, DWORD error) {
-  throw std::runtime_error(std::string("cannot ") + step + ": " +
-                           std::system_category().message(static_cast<int>(error)));
+  throw std::runtime_error(std::string("cannot ") + step + ": " + SystemErrorText(error));
 }
 
 struct ServiceCloser {

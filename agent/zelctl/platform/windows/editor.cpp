@@ -5,36 +5,25 @@
 #include <ntsecapi.h>
 
 #include <cwchar>
-#include <memory>
 #include <stdexcept>
 #include <system_error>
-#include <type_traits>
 
+#include "agent/libZel/hexadecimal.h"
+#include "agent/libZel/platform/windows/unique_handle.h"
 #include "libZel/string.h"
 
 namespace {
 
 constexpr char kUsualEditor[] = "notepad";
 
-struct Close {
-  void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<std::remove_pointer_t<HANDLE>, Close>;
-
 [[noreturn]] void ThrowLastError(const std::string& what) {
   throw std::system_error(static_cast<int>(GetLastError()), std::system_category(), what);
 }
 
 std::string RandomText() {
-  constexpr char kDigits[] = "0123456789abcdef";
   unsigned char bytes[8];
   if (!RtlGenRandom(bytes, sizeof bytes)) throw std::runtime_error("no random numbers");
-  std::string text;
-  for (const unsigned char byte : bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  return text;
+  return Hexadecimal(bytes, sizeof bytes);
 }
 
 /// Ctrl-C is the editor's while it lives. The handler, other than ignoring the key, is not
@@ -64,10 +53,9 @@ std::filesystem::path CreatePrivateFile(const std::string& extension) {
   // The folder for temporary files is the user's own.
   const std::filesystem::path file =
       std::filesystem::temp_directory_path() / ("zelctl-" + RandomText() + extension);
-  const HANDLE created = CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                     FILE_ATTRIBUTE_NORMAL, nullptr);
-  if (created == INVALID_HANDLE_VALUE) ThrowLastError(std::string(ZelString(file.c_str()).Utf8()));
-  CloseHandle(created);
+  const UniqueHandle created(CreateFileW(file.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                         FILE_ATTRIBUTE_NORMAL, nullptr));
+  if (!created) ThrowLastError(std::string(ZelString(file.c_str()).Utf8()));
   return file;
 }
 
@@ -83,10 +71,10 @@ int RunEditor(const std::string& command, const std::filesystem::path& file) {
                       &process)) {
     ThrowLastError("the editor " + command);
   }
-  const Handle thread(process.hThread);
-  const Handle child(process.hProcess);
-  WaitForSingleObject(child.get(), INFINITE);
+  const UniqueHandle thread(process.hThread);
+  const UniqueHandle child(process.hProcess);
+  WaitForSingleObject(child.Get(), INFINITE);
   DWORD status = 1;
-  GetExitCodeProcess(child.get(), &status);
+  GetExitCodeProcess(child.Get(), &status);
   return static_cast<int>(status);
 }

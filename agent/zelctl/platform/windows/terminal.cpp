@@ -7,19 +7,18 @@
 #include <shellapi.h>
 
 #include <cstdio>
-#include <memory>
 #include <stdexcept>
 
+#include "agent/libZel/platform/windows/local_memory.h"
 #include "libZel/string.h"
 
 std::vector<std::string> ProgramArguments(int, char**) {
   // The narrow arguments have lost what the system's code page cannot hold.
   int count = 0;
-  const std::unique_ptr<LPWSTR, decltype(&LocalFree)> wide(
-      reinterpret_cast<LPWSTR*>(CommandLineToArgvW(GetCommandLineW(), &count)), &LocalFree);
+  const LocalMemory<wchar_t*[]> wide(CommandLineToArgvW(GetCommandLineW(), &count));
   std::vector<std::string> arguments;
   for (int i = 1; i < count; ++i) {
-    arguments.emplace_back(ZelString(wide.get()[i]).Utf8());
+    arguments.emplace_back(ZelString(wide[i]).Utf8());
   }
   return arguments;
 }

@@ -1,0 +1,6 @@
+#pragma once
+
+#include <cstdint>
+
+/// The highest port there is.
+constexpr uint32_t kMaxPort = 65535;
