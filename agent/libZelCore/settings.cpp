@@ -1,6 +1,7 @@
 #include "agent/libZelCore/settings.h"
 
 #include <algorithm>
+#include <boost/asio/ip/address.hpp>
 #include <charconv>
 #include <optional>
 #include <utility>
@@ -151,6 +152,7 @@ class Interpreter {
     if (entry.section == "drives") return Note(entry, SetDrive(entry, &result_.settings));
     if (entry.section == "privacy") return ReadRule(entry);
 
+    if (entry.section == "http" && entry.key == "address") address_ = entry;
     if (entry.section == "security" && entry.key == "ssl") ssl_ = entry;
     if (entry.section == "security" && entry.key == "pac") pac_ = entry;
 
@@ -182,6 +184,7 @@ class Interpreter {
     if (settings.tls && (settings.certificateFile.empty() || settings.privateKeyFile.empty())) {
       result_.errors.push_back("[http] tls = yes needs certificate and private_key");
     }
+    if (address_) CheckAddress(settings);
     if (ssl_ && settings.ssl != SslUse::kNone) CheckSsl(settings);
     if (pac_ && settings.pac != PacUse::kNone && settings.fleetSecret.empty())
       Note(*pac_, "needs [fleet] secret_file");
@@ -189,6 +192,15 @@ class Interpreter {
       result_.warnings.push_back(
           "[relay] parent without [fleet] secret_file: the relay will refuse this agent");
     }
+  }
+
+  // The agent would not start: told here, so that a check of the settings tells it too.
+  void CheckAddress(const Settings& settings) {
+    boost::system::error_code error;
+    const auto address = boost::asio::ip::make_address(settings.bindAddress, error);
+    if (error || address.is_loopback() || settings.tls || settings.allowPlainRemote) return;
+    Note(*address_,
+         "needs tls = yes, or allow_plain = yes: passwords would cross the network in clear");
   }
 
   void CheckSsl(const Settings& settings) {
@@ -229,7 +241,8 @@ class Interpreter {
   const fs::path& directory_;
   SettingsResult result_;
   std::map<uint32_t, PrivacyRule> rules_;
-  std::optional<IniEntry> ssl_;  ///< where these are set
+  std::optional<IniEntry> address_;  ///< where these are set
+  std::optional<IniEntry> ssl_;
   std::optional<IniEntry> pac_;
 };
 

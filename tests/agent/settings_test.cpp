@@ -265,6 +265,20 @@ TEST(Settings, UseTlsWithOtherAgentsWhereTheyHaveCertificatesAndAnAuthority) {
             SslUse::kSendAndReceiveExt);
 }
 
+TEST(Settings, RefuseAnAddressBeyondLoopbackInClear) {
+  const auto errors = [](const std::string& text) { return Parse("[http]\n" + text).errors; };
+  for (const char* address : {"0.0.0.0", "192.0.2.1", "::", "2001:db8::1"}) {
+    EXPECT_THAT(errors("address = " + std::string(address)),
+                ElementsAre(HasSubstr(std::string("line 2: [http] address = ") + address +
+                                      ": needs tls = yes, or allow_plain = yes")));
+  }
+  for (const char* address : {"127.0.0.1", "127.8.9.10", "::1"}) {
+    EXPECT_THAT(errors("address = " + std::string(address)), IsEmpty());
+  }
+  EXPECT_THAT(errors("address = 0.0.0.0\nallow_plain = yes"), IsEmpty());
+  EXPECT_THAT(errors("address = 0.0.0.0\ntls = yes\ncertificate = a\nprivate_key = b"), IsEmpty());
+}
+
 TEST(Settings, SayWhatTheUseOfTlsNeedsNamingTheLine) {
   const auto errors = [](const std::string& text) { return Parse(text).errors; };
   EXPECT_THAT(errors("[security]\nssl = send\n"),
