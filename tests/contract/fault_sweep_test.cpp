@@ -571,7 +571,7 @@ void SweepAllocations(const Case& test, bool andLater) {
     const Outcome outcome = RunShortOfMemory(test, failing, andLater, &allocations);
     if (allocations < failing) {
       EXPECT_EQ(outcome.code, test.code) << test.name;
-      EXPECT_GT(failing, 5u) << test.name << ": too few allocations to have looked at anything";
+      EXPECT_GT(failing, 1u) << test.name << ": no allocation to have looked at";
       return;
     }
     if (test.bearsLackOfMemory && outcome.code != kFailure) {
