@@ -16,9 +16,21 @@ namespace {
 namespace fs = std::filesystem;
 namespace json = boost::json;
 
-/// How often, and how long apart, a file is looked for that an agent at work is about to make.
+/// How often, and how long apart, a file is looked for that an agent at work is about to make, or
+/// tried that it is renaming.
 constexpr int kMostLooks = 200;
 constexpr std::chrono::milliseconds kBetweenLooks{5};
+
+/// Opens a file that is there; on Windows that fails while another process renames it.
+std::ifstream Open(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  std::error_code error;
+  for (int looks = 1; !stream && looks < kMostLooks && fs::exists(file, error); ++looks) {
+    std::this_thread::sleep_for(kBetweenLooks);
+    stream.open(file, std::ios::binary);
+  }
+  return stream;
+}
 
 std::string_view Text(const json::object& line, const char* name) {
   const json::value* const value = line.if_contains(name);
@@ -44,7 +56,7 @@ class Verifier {
  public:
   /// Checks a file; false ends the search.
   bool AddFile(const fs::path& file, uint64_t number) {
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream = Open(file);
     return AddStream(file, number, stream);
   }
 
@@ -137,7 +149,7 @@ class Verifier {
 /// The number that a file's first line tells; of one that is empty or begins with something else
 /// `otherwise`.
 uint64_t NumberOfFile(const fs::path& file, uint64_t otherwise) {
-  std::ifstream stream(file, std::ios::binary);
+  std::ifstream stream = Open(file);
   std::string line;
   if (!std::getline(stream, line)) return otherwise;
   const uint64_t number = NumberOfLine(line);
@@ -164,7 +176,7 @@ AuditVerdict VerifyAuditLog(const fs::path& file) {
   }
   for (int looks = 1;; ++looks) {
     // What is open stays the same file. It is the next one unless that was renamed meanwhile.
-    std::ifstream stream(file, std::ios::binary);
+    std::ifstream stream = Open(file);
     const fs::path renamed = RotatedName(file, next);
     std::error_code error;
     if (fs::exists(renamed, error)) {
