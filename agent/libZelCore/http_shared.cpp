@@ -95,10 +95,10 @@ void PasswordChecker::Work() {
     const bool isLast = jobs_.empty();
     const std::vector<Done> waiting = std::move(job->waiting);
     lock.unlock();
-    for (const Done& done : waiting) done(answer);
     // A check takes 16 MiB, and a busy agent would keep them. The next one would only fetch them
     // again.
     if (isLast) core_platform::ReturnFreeMemory();
+    for (const Done& done : waiting) done(answer);
     lock.lock();
   }
 }
