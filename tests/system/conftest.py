@@ -89,7 +89,7 @@ def small_disk(tmp_path):
     """A file system of 1 MiB, mounted in a directory of its own. Needs root."""
     disk = tmp_path / "mounts/small"
     disk.mkdir(parents=True)
-    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "none", disk], check=True)
+    subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m,mode=755", "none", disk], check=True)
     yield disk
     subprocess.run(["umount", disk], check=True)
 
