@@ -127,6 +127,9 @@ class Host:
         configuration.write_text(CONFIGURATION.format(
             name=name, workgroup=workgroup, place=place, browser="yes" if is_browser else "no"))
         self.use(configuration.read_text())
+        # The servers of all hosts would bind one socket here, and those that start at once hinder each other.
+        os.makedirs("/run/samba", exist_ok=True)
+        self.run(_mount_own, "/run/samba")
 
     def use(self, configuration):
         """This text is the host's smb.conf from now on, which every account may read."""
@@ -161,10 +164,15 @@ class Host:
         self.holder.wait()
 
 
+def _mount_own(directory):
+    """Puts an empty directory in the place of one of the system, seen in this mount namespace alone."""
+    run("mount", "-t", "tmpfs", "-o", "mode=755", "none", directory)
+
+
 def _write_own(directory, name, text):
     """Writes a file of a directory of the system, seen in this mount namespace alone."""
     if not os.path.ismount(directory):
-        run("mount", "-t", "tmpfs", "-o", "mode=755", "none", directory)
+        _mount_own(directory)
     path = os.path.join(directory, name)
     with open(path, "w") as file:
         file.write(text)
