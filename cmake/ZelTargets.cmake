@@ -26,10 +26,6 @@ if(ZEL_SANITIZE)
   add_compile_options(-fsanitize=${ZEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer
                       -g1)
   add_link_options(-fsanitize=${ZEL_SANITIZE})
-  if(ZEL_SANITIZE MATCHES thread AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # GCC warns of fences that ThreadSanitizer does not see; Asio has some beside its locks.
-    add_compile_options(-Wno-tsan)
-  endif()
 endif()
 
 # Third-party headers, seen as system headers so that their warnings stay theirs.

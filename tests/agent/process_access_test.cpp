@@ -154,7 +154,7 @@ TEST(GetProcessList, TakesProcessesThatComeAndGo) {
       EXPECT_EQ(std::ranges::adjacent_find(ids, std::greater_equal()), ids.end());
     } while (!stop.stop_requested());
   });
-  for (int i = 0; i < 20; ++i) ChildProcess(ChildProcess::Task::kWait);
+  for (int i = 0; i < 20; ++i) ChildProcess{ChildProcess::Task::kWait};
 }
 
 TEST(TerminateProcessByID, EndsAChild) {

@@ -7,10 +7,6 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#ifdef __SANITIZE_ADDRESS__
-#include <sanitizer/lsan_interface.h>
-#endif
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -24,6 +20,12 @@
 #include "agent/libZel/smb/ntlm_login.h"
 #include "tests/agent/ntlm_verifier.h"
 #include "tests/agent/temporary_directory.h"
+
+// LeakSanitizer's, in the builds that have it.
+extern "C" {
+__attribute__((weak)) void __lsan_disable();
+__attribute__((weak)) void __lsan_enable();
+}
 
 namespace {
 
@@ -68,16 +70,12 @@ gss_OID_desc sessionKeyQuestion = {
 
 /// The mechanism forgets the name that it makes for a server.
 struct LibraryLeak {
-#ifdef __SANITIZE_ADDRESS__
   LibraryLeak() {
-    __lsan_disable();
+    if (__lsan_disable) __lsan_disable();
   }
   ~LibraryLeak() {
-    __lsan_enable();
+    if (__lsan_enable) __lsan_enable();
   }
-#else
-  LibraryLeak() {}
-#endif
 };
 
 class EnvironmentVariable {
