@@ -191,6 +191,33 @@ def test_every_verb_is_told():
     assert [verb for verb in sorted(verbs) if not re.search(call.format(verb), everything)] == []
 
 
+PAGES = {"packaging/debian/man/zelagent.8.in": "agent/service/main.cpp",
+         "packaging/debian/man/zelctl.1.in": "agent/zelctl/main.cpp",
+         "packaging/debian/man/zelproxy.1.in": "agent/proxy/main.cpp"}
+
+
+def declared_off_windows(source):
+    """What declares a program's command line; Windows alone has services."""
+    return re.sub(r"^void AddServiceCommands.*?^}$", "", text_of(source), flags=re.M | re.S)
+
+
+@pytest.mark.parametrize("page, source", PAGES.items())
+def test_manual_pages_have_the_options_of_their_programs(page, source):
+    told = re.findall(r"--[a-z][a-z-]+", text_of(page).replace("\\-", "-"))
+    options = re.findall(r'(?:option|flag)\("(--[a-z][a-z-]+)"', declared_off_windows(source))
+    assert len(options) > 2
+    assert sorted(set(told)) == sorted(set(options))
+
+
+def test_the_manual_page_of_the_agent_has_its_commands():
+    commands = re.findall(r'(user|config)->add_subcommand\("([a-z]+)"',
+                          declared_off_windows("agent/service/main.cpp"))
+    assert len(commands) > 5
+    page = text_of("packaging/debian/man/zelagent.8.in")
+    assert [f"{group} {verb}" for group, verb in commands
+            if f".B zelagent {group} {verb}\n" not in page] == []
+
+
 def is_for_newcomers(folder):
     top, _, below = folder.partition("/")
     return top not in (".", ".ci") and "/" not in below and (
