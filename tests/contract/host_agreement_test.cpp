@@ -22,6 +22,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::literals;
 
 class HostAgreement : public ::testing::Test {
  protected:
@@ -228,6 +229,20 @@ TEST_F(HostAgreement, OnText) {
   ExpectAnswer("File::FileIsValid", 1, [&] { return File(In("a.txt")).FileIsValid(); });
   ExpectAnswer("File::FileIsValid", 0, [&] { return File(In("a.bin")).FileIsValid(); });
   ExpectAnswer("File::FileIsValid", 0, [&] { return File(In("no")).FileIsValid(); });
+}
+
+TEST_F(HostAgreement, OnTheNumbersOfEncodingsAndOfNoIndex) {
+  EXPECT_EQ(kEncodingUtf8, 100);
+  EXPECT_EQ(kEncodingUtf16, 110);
+  EXPECT_EQ(kNoIndex, 0xFFFFFFFFU);
+
+  ZelString text;
+  EXPECT_TRUE(text.Assign("\xC3\xBC", 2, 100));
+  EXPECT_EQ(text.GetSize(110), 2u);
+  EXPECT_EQ(std::string(text.GetString(110), 2), "\xFC\0"s);
+  ZelContainer container;
+  EXPECT_TRUE(container.SetString("Single", text, 0xFFFFFFFF));
+  EXPECT_FALSE(container.EntryAt(0).IsList());
 }
 
 TEST_F(HostAgreement, OnDigests) {

@@ -20,28 +20,39 @@ void ExpectTextAlone(const WideText& buffer, const std::string& text) {
   EXPECT_EQ(buffer.substr(text.size() + 1), WideText(buffer.size() - text.size() - 1, kGuard));
 }
 
-/// Looks at the paths before the first test of this program, which may initialise the module.
-class LookAtPaths : public ::testing::Environment {
- public:
-  explicit LookAtPaths(bool* areEmpty) : areEmpty_(areEmpty) {}
-  void SetUp() override {
-    if (hasLooked_) return;
-    hasLooked_ = true;
-    *areEmpty_ = ModuleDataDirectory().IsEmpty() && ModuleIniPath().IsEmpty();
-  }
-
- private:
-  bool* areEmpty_;
-  bool hasLooked_ = false;
-};
-
 void AnswerNoScripts(FakeHost& host) {
   for (int section = 0; section < 2; ++section) host.Answer("IniFile::GetEntryName", 0);
 }
 
-bool pathsWereEmptyAtStart = false;
-[[maybe_unused]] const auto* const lookAtPaths =
-    ::testing::AddGlobalTestEnvironment(new LookAtPaths(&pathsWereEmptyAtStart));
+/// What can only be seen before the module is initialised.
+struct BeforeInitialise {
+  bool werePathsEmpty = false;
+  uint32_t activateAnswered = 0;
+  Lines activateCalls;
+};
+
+/// Looks before the first test of this program, which may initialise the module.
+class LookBeforeInitialise : public ::testing::Environment {
+ public:
+  explicit LookBeforeInitialise(BeforeInitialise* seen) : seen_(seen) {}
+  void SetUp() override {
+    if (hasLooked_) return;
+    hasLooked_ = true;
+    seen_->werePathsEmpty = ModuleDataDirectory().IsEmpty() && ModuleIniPath().IsEmpty();
+    FakeHost host;
+    AnswerNoScripts(host);
+    seen_->activateAnswered = ModuleMain(4, 0, nullptr);
+    seen_->activateCalls = host.Transcript();
+  }
+
+ private:
+  BeforeInitialise* seen_;
+  bool hasLooked_ = false;
+};
+
+BeforeInitialise beforeInitialise;
+[[maybe_unused]] const auto* const lookBeforeInitialise =
+    ::testing::AddGlobalTestEnvironment(new LookBeforeInitialise(&beforeInitialise));
 
 TEST(ModuleMain, ConstructsItsLoggerWhenTheLibraryIsLoaded) {
   EXPECT_THAT(FakeHost::Loggers(),
@@ -121,14 +132,18 @@ TEST(ModuleMain, InitialiseGoesOnWithoutADataDirectory) {
 
 TEST(ModuleMain, InitialiseAgainReplacesThePaths) {
   FakeHost host;
-  AnswerInitialise(host, 1);
-  AnswerInitialise(host, 1);
+  InitialiseModule(host);
+  host.AnswerText("ZelAgentGetDataDir", "D:\\moved\\data\\");
+  host.Answer("PathCreate", 1);
+  host.AnswerText("ZelAgentGetConfigDir", "D:\\moved\\config\\");
+  host.AnswerText("ZelAgentGetConfigDir", "D:\\moved\\config\\");
+  host.AnswerText("CompletePath", "D:\\moved\\bin");
 
-  ModuleMain(3, 0, nullptr);
-  ModuleMain(3, 0, nullptr);
+  EXPECT_EQ(ModuleMain(3, 0, nullptr), 1u);
 
-  EXPECT_EQ(ModuleDataDirectory().Utf8(), "C:\\agent\\data\\ZelCoreUtils");
-  EXPECT_EQ(ModuleIniPath().Utf8(), "C:\\agent\\config\\ZelCoreUtils.ini");
+  EXPECT_EQ(ModuleDataDirectory().Utf8(), "D:\\moved\\data\\ZelCoreUtils");
+  EXPECT_EQ(ModuleIniPath().Utf8(), "D:\\moved\\config\\ZelCoreUtils.ini");
+  EXPECT_EQ(host.Transcript().back(), "SetEnvVariable(\"QOVA_AGENT\", \"D:\\moved\\bin\")");
 }
 
 TEST(ModuleMain, InitialiseTakesTheAgentsDirectoriesAsTheyAre) {
@@ -160,7 +175,15 @@ TEST(ModuleMain, CleanupAndUnregisterKeepThePaths) {
 }
 
 TEST(ModuleMain, KnowsNoPathsBeforeInitialise) {
-  EXPECT_TRUE(pathsWereEmptyAtStart);
+  EXPECT_TRUE(beforeInitialise.werePathsEmpty);
+}
+
+TEST(ModuleMain, ActivateBeforeInitialiseLooksIntoAnIniFileWithoutAName) {
+  EXPECT_EQ(beforeInitialise.activateAnswered, 1u);
+  EXPECT_THAT(beforeInitialise.activateCalls,
+              ElementsAre("Trace \"Module Activate starting\"", "IniFile(\"\")",
+                          "IniFile::GetEntryName(\"RunOnce\", 1)", "~IniFile", "IniFile(\"\")",
+                          "IniFile::GetEntryName(\"Run\", 1)", "~IniFile"));
 }
 
 TEST(ModuleMain, CommandsWithoutATextLeaveTheBufferAlone) {

@@ -153,9 +153,12 @@ TEST_F(RunProgram, TakesNoContextThatIsNoFlag) {
   }
 }
 
-TEST_F(RunProgram, TakesNoPathOrParametersThatAreListsOrNumbers) {
-  for (const ZelContainer& params : ListsAndNumbers({"Path", "Parameters"})) {
+TEST_F(RunProgram, TakesNoPathParametersOrConsoleUserThatAreListsOrNumbers) {
+  for (const ZelContainer& params :
+       ListsAndNumbers({"Path", "Parameters", "DACurrentConsoleUser"})) {
+    host.ForgetTranscript();
     EXPECT_EQ(Launched(params), Launch("\"\" "));
+    EXPECT_EQ(host.Transcript()[1], PrivacyCheck("", "", "Write"));
   }
 }
 

@@ -117,6 +117,16 @@ TEST(Registry, GivesEveryActionAHandlerOfItsOwn) {
   }
 }
 
+TEST(ResultCodes, AreTheNumbersThatCallersKnow) {
+  EXPECT_EQ(kSuccess, 0u);
+  EXPECT_EQ(kFailure, 1u);
+  EXPECT_EQ(kAccessRefused, 12u);
+  EXPECT_EQ(kBadParameter, 13u);
+  EXPECT_EQ(kSmbStepFailed, 20u);
+  EXPECT_EQ(kFileNotFound, 14001u);
+  EXPECT_EQ(kMasterNotInvoked, 32003u);
+}
+
 using RegistryWall = ModuleTest;
 
 TEST_F(RegistryWall, TurnsAnExceptionIntoALoggedFailureWithAnEmptyContainer) {

@@ -125,6 +125,26 @@ TEST_F(GetFileInformation, TakesTheParametersOutBeforeItsFirstCallAndWritesAsItG
               ElementsAre(0, 0, 0, 0, 0, 2, 3, 4, 5));
 }
 
+TEST_F(GetFileInformation, DropsKeysThatItDoesNotKnow) {
+  ZelContainer params = Parameters();
+  params.SetString("Other", "x", kNoIndex);
+  params.SetString("Result", "stale", kNoIndex);
+  params.SetString("IsText", "stale", kNoIndex);
+  params.SetInt32("FileSize", 99, 0);
+  AnswerReadable();
+  AnswerNoResource();
+  AnswerRest();
+  EXPECT_EQ(Run("CoreUtilsGetFileInformation", params), Information("", ""));
+
+  host.Answer("FileExists", 1);
+  AnswerVerdict(host, kForbidden);
+  EXPECT_EQ(Run("CoreUtilsGetFileInformation", params), (Outcome{kAccessRefused, "{}"}));
+
+  host.Answer("FileExists", 0);
+  EXPECT_EQ(Run("CoreUtilsGetFileInformation", params),
+            (Outcome{kFileNotFound, "{Result: Int32 0}"}));
+}
+
 TEST_F(GetFileInformation, AsksNoPrivacyPolicyAboutUrls) {
   host.Answer("FileExists", 1);
   AnswerNoResource();
