@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "agent/libZel/ascii.h"
+#include "agent/libZel/device_names.h"
 #include "agent/libZel/path_parts.h"
 #include "agent/libZel/wtf8.h"
 
@@ -25,21 +26,6 @@ constexpr char16_t kUpperHalf437[] =
     u"\u0398\u03A9\u03B4\u221E\u03C6\u03B5\u2229\u2261\u00B1\u2265\u2264\u2320\u2321\u00F7\u2248"
     u"\u00B0\u2219\u00B7\u221A\u207F\u00B2\u25A0\u00A0";
 static_assert(sizeof kUpperHalf437 == 129 * sizeof(char16_t));
-
-// A device stays one with any extension, and with blanks before that.
-bool IsDeviceName(std::string_view name) {
-  std::string stem(name.substr(0, name.find('.')));
-  while (stem.ends_with(' ')) stem.pop_back();
-  for (char& c : stem) c = AsciiUpper(c);
-  for (const std::string_view device : {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"}) {
-    if (stem == device) return true;
-  }
-  if (!stem.starts_with("COM") && !stem.starts_with("LPT")) return false;
-  const std::string_view port = std::string_view(stem).substr(3);
-  const bool isDigit = port.size() == 1 && IsAsciiDigit(port[0]);
-  // Superscript one, two and three count as digits of a device's name.
-  return isDigit || port == "\u00B9" || port == "\u00B2" || port == "\u00B3";
-}
 
 bool IsForbiddenOnWindows(char c) {
   constexpr std::string_view kForbidden = "<>:\"|?*";

@@ -66,7 +66,7 @@ TEST_F(HostileArchive, CannotNameAbsolutePaths) {
 
 TEST_F(HostileArchive, CannotNameAlternateStreamsAndDevices) {
   for (const char* name : {"file:stream", "file::$DATA", "NUL", "con.txt", "dir/COM1", "lpt9.x.y",
-                           "aux .txt", "CONIN$", "COM\u00B9"}) {
+                           "aux .txt", "CONIN$", "CLOCK$", "COM\u00B9"}) {
     ExpectNameRefused(name);
   }
 }

@@ -137,7 +137,7 @@ def alternate_stream(outside):
 
 def reserved_name(outside):
     return named("CON", "NUL.txt", "COM1", "inner/aux", "lpt9.log", "con/evil.txt", "COM\u00b9",
-                 "CONIN$")
+                 "CONIN$", "CLOCK$")
 
 
 def trailing_dot_or_blank(outside):

@@ -8,7 +8,7 @@ SUCCESS, FAILURE, ACCESS_REFUSED, FILE_NOT_FOUND = 0, 1, 12, 14001
 # None of these names a file on any platform.
 NAMELESS = {"empty": "", "NUL": "a\0b"}
 # These are ordinary names on Linux and none on Windows.
-NOT_ON_WINDOWS = ["ends in a dot.", "ends in a blank ", "CON", "nul.txt", "COM1", "a:b", "w?ld*"]
+NOT_ON_WINDOWS = ["ends in a dot.", "ends in a blank ", "CON", "nul.txt", "COM1", "CLOCK$", "a:b", "w?ld*"]
 
 
 @pytest.fixture

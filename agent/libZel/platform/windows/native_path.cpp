@@ -7,45 +7,31 @@
 #include <system_error>
 #include <vector>
 
+#include "agent/libZel/ascii.h"
+#include "agent/libZel/device_names.h"
 #include "agent/libZel/platform_path.h"
 
 namespace {
 
 constexpr std::wstring_view kDrivePrefix = LR"(\\?\)";
 constexpr std::wstring_view kSharePrefix = LR"(\\?\UNC\)";
-// Superscript one, two and three count as digits of a device's name.
-constexpr std::wstring_view kPortDigits = L"123456789\u00B9\u00B2\u00B3";
 
 NativePath Refused(std::string_view name, const char* reason) {
   return {{}, "the name \"" + std::string(name) + "\" " + reason};
 }
 
-std::wstring Upper(std::wstring_view text) {
-  std::wstring upper(text);
-  for (wchar_t& c : upper) {
-    if (c >= L'a' && c <= L'z') c = static_cast<wchar_t>(c - L'a' + L'A');
-  }
-  return upper;
-}
-
-// A device stays one with any extension, and with blanks before that.
-bool IsDeviceName(std::wstring_view name) {
-  std::wstring stem = Upper(name.substr(0, name.find(L'.')));
-  while (stem.ends_with(L' ')) stem.pop_back();
-  for (const std::wstring_view device : {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"}) {
-    if (stem == device) return true;
-  }
-  return stem.size() == 4 && (stem.starts_with(L"COM") || stem.starts_with(L"LPT")) &&
-         kPortDigits.find(stem[3]) != kPortDigits.npos;
+std::wstring Wide(std::string_view text) {
+  return ZelString(text).GetTCHAR();
 }
 
 // Why `name` cannot name a file, or null.
-const char* ReasonToRefuse(std::wstring_view name) {
-  const bool hasForbidden = std::any_of(name.begin(), name.end(), [](wchar_t c) {
-    return c < L' ' || std::wstring_view(L"<>:\"|?*").find(c) != std::wstring_view::npos;
+const char* ReasonToRefuse(std::string_view name) {
+  const bool hasForbidden = std::any_of(name.begin(), name.end(), [](char c) {
+    return static_cast<unsigned char>(c) < ' ' ||
+           std::string_view("<>:\"|?*").find(c) != std::string_view::npos;
   });
   if (hasForbidden) return "holds a character that no file name can hold";
-  if (name.ends_with(L'.') || name.ends_with(L' ')) return "ends in a dot or blank";
+  if (name.ends_with('.') || name.ends_with(' ')) return "ends in a dot or blank";
   if (IsDeviceName(name)) return "is reserved for a device";
   return nullptr;
 }
@@ -53,18 +39,18 @@ const char* ReasonToRefuse(std::wstring_view name) {
 // "\\server\share" as "server\share", or why it is none. The shares "pipe" and "mailslot" are not
 // files; the servers "." and "?" lead to devices.
 NativePath ShareOf(std::string_view drive) {
-  const std::wstring text = ZelString(drive.substr(2)).GetTCHAR();
-  const size_t separator = text.find_first_of(L"\\/");
-  const std::wstring server = text.substr(0, separator);
-  const std::wstring share = text.substr(separator + 1);
-  if (server == L"." || server == L"?") return Refused(drive, "leads to a device");
-  if (Upper(share) == L"PIPE" || Upper(share) == L"MAILSLOT") {
+  const std::string_view text = drive.substr(2);
+  const size_t separator = text.find_first_of("\\/");
+  const std::string_view server = text.substr(0, separator);
+  const std::string_view share = text.substr(separator + 1);
+  if (server == "." || server == "?") return Refused(drive, "leads to a device");
+  if (EqualsIgnoringCase(share, "PIPE") || EqualsIgnoringCase(share, "MAILSLOT")) {
     return Refused(drive, "is not a share of files");
   }
-  for (const std::wstring& name : {server, share}) {
+  for (const std::string_view name : {server, share}) {
     if (const char* reason = ReasonToRefuse(name)) return Refused(drive, reason);
   }
-  return {std::filesystem::path(server + L'\\' + share), {}};
+  return {std::filesystem::path(Wide(server) + L'\\' + Wide(share)), {}};
 }
 
 }  // namespace
@@ -94,13 +80,12 @@ NativePath platform_path::Assemble(const PathParts& parts) {
     if (!share) return share;
     path = std::wstring(kSharePrefix) + share.path.native();
   } else {
-    path = std::wstring(kDrivePrefix) + Upper(ZelString(parts.drive).GetTCHAR());
+    path = std::wstring(kDrivePrefix) + Wide(AsciiUpper(parts.drive));
   }
   for (const std::string_view name : parts.names) {
-    const ZelString text(name);
-    if (const char* reason = ReasonToRefuse(text.GetTCHAR())) return Refused(name, reason);
+    if (const char* reason = ReasonToRefuse(name)) return Refused(name, reason);
     path += L'\\';
-    path += text.GetTCHAR();
+    path += Wide(name);
   }
   if (parts.names.empty()) path += L'\\';
   return {std::filesystem::path(std::move(path)), {}};
