@@ -63,6 +63,7 @@ struct GenericArchive::Implementation {
   file_system::OutputTree tree;
   // What `tree` was opened for.
   std::optional<std::string> root;
+  uint64_t extractedCount = 0;
   uint64_t refusedCount = 0;
 
   // Of packing.
@@ -134,9 +135,12 @@ Outcome GenericArchive::Implementation::Extract(size_t index, const ZelString& t
     return FailedBecause("it would take the place of the archive", file_system::kErrorExists);
   }
   uint64_t writtenBytes = 0;
-  Outcome extracted = reader->Extract(index, &tree, &writtenBytes);
+  outcome = reader->Extract(index, &tree, &writtenBytes);
   progress->Add(writtenBytes);
-  return extracted;
+  if (!outcome) return outcome;
+  // Once all have come out the archive may be deleted, which may have been the only other copy.
+  const bool isWhole = ++extractedCount == reader->Entries().size();
+  return isWhole ? OutcomeOf(tree.Sync()) : outcome;
 }
 
 Outcome GenericArchive::Implementation::Pack(const ZelString& directory, int level,

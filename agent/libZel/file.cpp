@@ -21,23 +21,35 @@ bool IsUrl(const ZelString& path) {
   return UrlParseInet::CanHandleUrl(path) != 0;
 }
 
+// What becomes of the source of a copy.
+enum class Source { kStays, kGoes };
+
 Outcome CopyOnDisk(const std::filesystem::path& source, const std::filesystem::path& destination,
-                   bool replace) {
+                   bool replace, Source fate) {
   const Status status = file_system::Look(source);
   Outcome outcome = CheckSource(status);
   if (outcome) outcome = CheckDestination(destination, &status, replace);
   if (!outcome) return outcome;
 
   file_system::PendingFile file;
+  if (fate == Source::kGoes) file.SurvivePowerCuts();
   int error = file.Create(destination);
   if (error == 0) error = file.CopyFrom(source);
   if (error == 0) error = file.Commit(replace);
   return OutcomeOf(error);
 }
 
-Outcome Download(const ZelString& url, const std::filesystem::path& destination, bool replace) {
-  const Outcome outcome = CheckDestination(destination, nullptr, replace);
-  return outcome ? http_file::Download(url, destination, replace) : outcome;
+Outcome Download(const ZelString& url, const std::filesystem::path& destination, bool replace,
+                 Source fate) {
+  Outcome outcome = CheckDestination(destination, nullptr, replace);
+  if (!outcome) return outcome;
+
+  file_system::PendingFile file;
+  if (fate == Source::kGoes) file.SurvivePowerCuts();
+  const int error = file.Create(destination);
+  if (error != 0) return OutcomeOf(error);
+  outcome = http_file::Download(url, &file);
+  return outcome ? OutcomeOf(file.Commit(replace)) : outcome;
 }
 
 Outcome Upload(const std::filesystem::path& source, const ZelString& url, bool replace) {
@@ -45,7 +57,8 @@ Outcome Upload(const std::filesystem::path& source, const ZelString& url, bool r
   return outcome ? http_file::Upload(source, url, replace) : outcome;
 }
 
-Outcome CopyAny(const ZelString& source, const ZelString& destination, bool replace) {
+Outcome CopyAny(const ZelString& source, const ZelString& destination, bool replace,
+                Source fate = Source::kStays) {
   const bool fromUrl = IsUrl(source);
   const bool toUrl = IsUrl(destination);
   if (fromUrl && toUrl) return http_file::Copy(source, destination, replace);
@@ -54,9 +67,9 @@ Outcome CopyAny(const ZelString& source, const ZelString& destination, bool repl
   if (!nativeSource) return InvalidName(nativeSource);
   const NativePath nativeDestination = toUrl ? NativePath{} : ToNativeFile(destination);
   if (!nativeDestination) return InvalidName(nativeDestination);
-  if (fromUrl) return Download(source, nativeDestination.path, replace);
+  if (fromUrl) return Download(source, nativeDestination.path, replace, fate);
   if (toUrl) return Upload(nativeSource.path, destination, replace);
-  return CopyOnDisk(nativeSource.path, nativeDestination.path, replace);
+  return CopyOnDisk(nativeSource.path, nativeDestination.path, replace, fate);
 }
 
 Outcome DeleteAny(const ZelString& path, bool force) {
@@ -68,7 +81,7 @@ Outcome DeleteAny(const ZelString& path, bool force) {
 
 // A move that the system cannot do in one step. One that fails leaves no second file behind.
 Outcome CopyAndDelete(const ZelString& source, const ZelString& destination) {
-  Outcome outcome = CopyAny(source, destination, false);
+  Outcome outcome = CopyAny(source, destination, false, Source::kGoes);
   if (!outcome) return outcome;
   outcome = DeleteAny(source, false);
   if (!outcome) DeleteAny(destination, true);

@@ -85,6 +85,9 @@ class PendingFile {
   /// all permissions and access control lists of `replaced`, on the disk when this returns. Nobody
   /// else may read it before that.
   int WriteInPlaceOf(const std::filesystem::path& replaced, const void* bytes, size_t count);
+  /// From now on `Commit` waits until the content and the name are on the disk: for a file that
+  /// takes the place of one, or whose only other copy goes then.
+  void SurvivePowerCuts();
   /// Sets the modification time, in seconds since 1970 (UTC).
   int SetModified(int64_t unixSeconds);
   /// Gives the file its final name. Without `replace` an existing entry is an error, even one that

@@ -49,21 +49,6 @@ size_t WriteToFile(char* bytes, size_t size, size_t count, void* context) {
   return sink->error == 0 ? size * count : 0;
 }
 
-Outcome Fetch(const ZelString& url, file_system::PendingFile* file) {
-  Request request(url);
-  Sink sink{file};
-  // The body of an error answer is not the file.
-  request.Set(CURLOPT_FAILONERROR, 1L);
-  request.Set(CURLOPT_FILETIME, 1L);
-  request.Set(CURLOPT_WRITEFUNCTION, WriteToFile);
-  request.SetContext(CURLOPT_WRITEDATA, &sink);
-  Outcome outcome = request.Ask();
-  if (sink.error != 0) return OutcomeOf(sink.error);
-  if (!outcome) return outcome;
-  const curl_off_t modified = request.Number(CURLINFO_FILETIME_T);
-  return modified < 0 ? Outcome{} : OutcomeOf(file->SetModified(modified));
-}
-
 Outcome Send(const std::filesystem::path& source, const ZelString& url, bool replace) {
   FileBody file;
   const Outcome opened = file.Open(source);
@@ -113,12 +98,19 @@ Properties GetProperties(const ZelString& url) {
   return properties;
 }
 
-Outcome Download(const ZelString& url, const std::filesystem::path& destination, bool replace) {
-  file_system::PendingFile file;
-  const int error = file.Create(destination);
-  if (error != 0) return OutcomeOf(error);
-  const Outcome outcome = Fetch(url, &file);
-  return outcome ? OutcomeOf(file.Commit(replace)) : outcome;
+Outcome Download(const ZelString& url, file_system::PendingFile* file) {
+  Request request(url);
+  Sink sink{file};
+  // The body of an error answer is not the file.
+  request.Set(CURLOPT_FAILONERROR, 1L);
+  request.Set(CURLOPT_FILETIME, 1L);
+  request.Set(CURLOPT_WRITEFUNCTION, WriteToFile);
+  request.SetContext(CURLOPT_WRITEDATA, &sink);
+  Outcome outcome = request.Ask();
+  if (sink.error != 0) return OutcomeOf(sink.error);
+  if (!outcome) return outcome;
+  const curl_off_t modified = request.Number(CURLINFO_FILETIME_T);
+  return modified < 0 ? Outcome{} : OutcomeOf(file->SetModified(modified));
 }
 
 Outcome Upload(const std::filesystem::path& source, const ZelString& url, bool replace) {
@@ -137,7 +129,7 @@ Outcome Copy(const ZelString& source, const ZelString& destination, bool replace
   file_system::PendingFile file;
   const int error = file.Create(file_system::TemporaryDirectory() / "download");
   if (error != 0) return OutcomeOf(error);
-  const Outcome outcome = Fetch(source, &file);
+  const Outcome outcome = Download(source, &file);
   return outcome ? Send(file.Path(), destination, replace) : outcome;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "agent/libZel/file_system.h"
 #include "agent/libZel/outcome.h"
 
 // Files behind http and https URLs. Servers' certificates are verified; up to five redirects are
@@ -27,9 +28,8 @@ struct Properties {
 /// HEAD.
 Properties GetProperties(const ZelString& url);
 
-/// GET. The file appears when it is complete, with the time of Last-Modified where the server tells
-/// it.
-Outcome Download(const ZelString& url, const std::filesystem::path& destination, bool replace);
+/// GET into a file that was created, with the time of Last-Modified where the server tells it.
+Outcome Download(const ZelString& url, file_system::PendingFile* file);
 
 /// PUT. Without `replace` a file that is there already stays: the server is asked before, and asked
 /// with If-None-Match to see to it.

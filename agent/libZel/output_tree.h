@@ -50,6 +50,10 @@ class OutputTree {
   /// Removes the file that was begun, if any.
   void Discard();
 
+  /// Brings what was put in to the disk, as far as the system can do so for all of it at once:
+  /// Linux, and Windows for administrators, for all that is on the root's volume.
+  int Sync();
+
  private:
   struct Implementation;
   std::unique_ptr<Implementation> implementation_;

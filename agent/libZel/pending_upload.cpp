@@ -80,6 +80,8 @@ Result PendingUpload::Create(const fs::path& directory, const ZelString& name,
                                     std::to_string(expectedBytes) + " are needed"};
   }
   self.file.KeepOutOfCache();
+  // The sender may delete its own as soon as it hears of success.
+  self.file.SurvivePowerCuts();
   return FromError(self.file.Create(self.path));
 }
 

@@ -133,7 +133,10 @@ void FetchFile(size_t replyBytes) {
   const bool isUnknown = properties.presence == http_file::Properties::Presence::kUnknown;
   Require(!isUnknown || !properties.reason.IsEmpty());
 
-  const Outcome outcome = http_file::Download(url, scratch / "file", false);
+  file_system::PendingFile file;
+  Require(file.Create(scratch / "file") == 0);
+  Outcome outcome = http_file::Download(url, &file);
+  if (outcome) outcome = OutcomeOf(file.Commit(false));
   Require(std::filesystem::exists(scratch / "file") == static_cast<bool>(outcome));
   if (!outcome) Require(!outcome.reason.IsEmpty() && std::filesystem::is_empty(scratch.Path()));
   // Nothing asks for compression: a file is no longer than what was sent.

@@ -15,6 +15,7 @@
 
 #include "agent/libZel/source_tree.h"
 #include "tests/agent/archive_files.h"
+#include "tests/agent/posix/disk_waits.h"
 #include "tests/agent/zip_builder.h"
 
 namespace fs = std::filesystem;
@@ -205,6 +206,36 @@ TEST_F(ArchiveOnPosix, TakesTimesThatAreTooLateForTheLatestThereIs) {
   ASSERT_EQ(file_system::ListSource(At("tree"), &entries), 0);
   ASSERT_EQ(entries.size(), 1u);
   EXPECT_GT(entries[0].modifiedNs, 2'000'000'000 * int64_t{1'000'000'000});
+}
+
+TEST_F(ArchiveOnPosix, IsUnpackedOnceEverythingIsOnTheDisk) {
+  Make(ZipBuilder().Add("dir/", "").Add("dir/first", "1").Add("last", "2").Bytes());
+  int waits = 0;
+  const DiskWaits disk([&](int) {
+    ++waits;
+    return ReadFile(At("out/dir/first")) + ReadFile(At("out/last")) == "12" ? 0 : EIO;
+  });
+  EXPECT_THAT(Extract(), IsEmpty());
+  EXPECT_EQ(waits, 1) << "one for all files: each for itself would take far longer";
+}
+
+TEST_F(ArchiveOnPosix, IsNotUnpackedWhenTheDiskTakesNothing) {
+  Make(ZipBuilder().Add("first", "1").Add("last", "2").Bytes());
+  const LibraryLogFile log(At("log"));
+  const DiskWaits disk([](int) { return EIO; });
+  EXPECT_THAT(Extract(), ElementsAre("last")) << "nobody may delete the archive";
+  EXPECT_THAT(log.Text(), HasSubstr(std::strerror(EIO)));
+}
+
+TEST_F(ArchiveOnPosix, DoesNotWaitForTheDiskWhenItStaysAnyway) {
+  Make(ZipBuilder().Add("../evil", "").Add("last", "2").Bytes());
+  int waits = 0;
+  const DiskWaits disk([&](int) {
+    ++waits;
+    return 0;
+  });
+  EXPECT_THAT(Extract(), ElementsAre("../evil"));
+  EXPECT_EQ(waits, 0);
 }
 
 TEST_F(ArchiveOnPosix, CannotTakeItsOwnPlaceThroughALink) {

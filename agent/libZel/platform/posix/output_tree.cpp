@@ -164,4 +164,12 @@ void OutputTree::Discard() {
   self.temporaryName.clear();
 }
 
+int OutputTree::Sync() {
+  const UniqueFd root(openat(implementation_->root.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (root) return syncfs(root.Get()) == 0 ? 0 : errno;
+  // Who may write but not read the directory has all volumes written.
+  sync();
+  return 0;
+}
+
 }  // namespace file_system

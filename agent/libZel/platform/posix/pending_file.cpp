@@ -70,6 +70,19 @@ int CopyBytes(int source, int destination, uint64_t limit) {
   return 0;
 }
 
+int Sync(int file) {
+  return Uninterrupted([&] { return fsync(file); }) == 0 ? 0 : errno;
+}
+
+// Brings the names in a directory to the disk. One that may be written but not read cannot be asked
+// to, and some file systems know nothing of the kind.
+int SyncDirectory(int directory) {
+  const UniqueFd readable(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!readable) return 0;
+  const int error = Sync(readable.Get());
+  return error == EINVAL ? 0 : error;
+}
+
 bool HasHoles(const struct stat& info) {
   constexpr off_t kBlockBytes = 512;  // of st_blocks, whatever the file system's own
   return info.st_blocks < info.st_size / kBlockBytes;
@@ -111,7 +124,7 @@ int CopyWhole(int source, int destination) {
   ApplySecurity(SecurityOf(source, info), destination);
   const struct timespec times[2] = {info.st_atim, info.st_mtim};
   if (futimens(destination, times) != 0) return errno;
-  return fsync(destination) == 0 ? 0 : errno;
+  return Sync(destination);
 }
 
 // Sends a growing file to the disk and out of the system's cache, some way behind its end. It
@@ -151,6 +164,7 @@ struct PendingFile::Implementation {
   // Whether the file has no name so far: then it is gone as soon as nobody has it open, even when
   // the agent is killed.
   bool isNameless = false;
+  bool survivesPowerCuts = false;
   off_t writtenBytes = 0;
   std::optional<CacheDrain> drain;
 };
@@ -227,6 +241,10 @@ void PendingFile::KeepOutOfCache() {
   implementation_->drain.emplace();
 }
 
+void PendingFile::SurvivePowerCuts() {
+  implementation_->survivesPowerCuts = true;
+}
+
 int PendingFile::Write(const void* bytes, size_t count) {
   Implementation& self = *implementation_;
   const int error = WriteAll(self.file.Get(), bytes, count);
@@ -266,7 +284,7 @@ int PendingFile::CloneFrom(const std::filesystem::path& source) {
   ApplySecurity(security, destination);
   const struct timespec times[2] = {info.st_atim, info.st_mtim};
   if (futimens(destination, times) != 0) return errno;
-  return fsync(destination) == 0 ? 0 : errno;
+  return Sync(destination);
 }
 
 int PendingFile::WriteInPlaceOf(const std::filesystem::path& replaced, const void* bytes,
@@ -278,7 +296,7 @@ int PendingFile::WriteInPlaceOf(const std::filesystem::path& replaced, const voi
   const int error = Write(bytes, count);
   if (error != 0) return error;
   ApplySecurity(*security, file);
-  return fsync(file) == 0 ? 0 : errno;
+  return Sync(file);
 }
 
 int PendingFile::SetModified(int64_t unixSeconds) {
@@ -289,8 +307,10 @@ int PendingFile::SetModified(int64_t unixSeconds) {
 int PendingFile::Commit(bool replace) {
   Implementation& self = *implementation_;
   const int directory = self.directory.Get();
+  // First the content: a name that reaches the disk before it would be an empty file's.
+  int error = self.survivesPowerCuts ? Sync(self.file.Get()) : 0;
   // Complete as it is, it may be seen under a name now; a rename puts it in the place of another.
-  int error = self.GiveTemporaryName();
+  if (error == 0) error = self.GiveTemporaryName();
   if (error != 0) return error;
   const char* from = self.temporaryName.c_str();
   const char* to = self.finalName.c_str();
@@ -301,8 +321,9 @@ int PendingFile::Commit(bool replace) {
   } else if (renameat(directory, from, directory, to) != 0) {
     error = errno;
   }
-  if (error == 0) self.temporaryName.clear();
-  return error;
+  if (error != 0) return error;
+  self.temporaryName.clear();
+  return self.survivesPowerCuts ? SyncDirectory(directory) : 0;
 }
 
 std::filesystem::path PendingFile::Path() const {

@@ -36,14 +36,15 @@ std::filesystem::path Beside(const std::filesystem::path& path, const std::wstri
   return text.substr(0, text.find_last_of(L"\\/") + 1) + name;
 }
 
-int MoveOver(const std::filesystem::path& source, const std::filesystem::path& destination) {
-  const int error = MoveWith(source, destination, MOVEFILE_REPLACE_EXISTING);
+int MoveOver(const std::filesystem::path& source, const std::filesystem::path& destination,
+             unsigned long flags) {
+  const int error = MoveWith(source, destination, flags | MOVEFILE_REPLACE_EXISTING);
   if (error == 0 || !MayBeOpen(destination, error)) return error;
 
   // An open file keeps its name until it is closed, unless it gets another one first.
   const std::filesystem::path aside = Beside(destination, RandomName());
   if (MoveWith(destination, aside, 0) != 0) return error;
-  const int secondError = MoveWith(source, destination, 0);
+  const int secondError = MoveWith(source, destination, flags);
   if (secondError == 0 && DeleteFileW(aside.c_str())) return 0;
   // Running programs may be renamed, but not deleted: nothing may stay behind.
   if (secondError == 0) MoveWith(destination, source, 0);

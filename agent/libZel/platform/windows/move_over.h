@@ -15,7 +15,9 @@ constexpr int kMaxNameAttempts = 100;
 std::filesystem::path Beside(const std::filesystem::path& path, const std::wstring& name);
 
 /// Renames a file, in place of the file `destination` where there is one, even while that is open
-/// (as far as those who have it open allow it to be deleted). Returns an error number.
-int MoveOver(const std::filesystem::path& source, const std::filesystem::path& destination);
+/// (as far as those who have it open allow it to be deleted). `flags` are further ones of
+/// MoveFileExW. Returns an error number.
+int MoveOver(const std::filesystem::path& source, const std::filesystem::path& destination,
+             unsigned long flags = 0);
 
 }  // namespace file_system

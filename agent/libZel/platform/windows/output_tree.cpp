@@ -52,6 +52,22 @@ int MoveOverReadOnly(const std::wstring& source, const std::wstring& destination
   return secondError;
 }
 
+// The volume that holds the directory, for somebody who may have all of it written; invalid for
+// others, and for a share.
+UniqueHandle OpenVolume(const std::wstring& directory) {
+  wchar_t mountPoint[MAX_PATH], volume[MAX_PATH];
+  if (!GetVolumePathNameW(directory.c_str(), mountPoint, MAX_PATH) ||
+      !GetVolumeNameForVolumeMountPointW(mountPoint, volume, MAX_PATH)) {
+    return UniqueHandle();
+  }
+  // With its separator it would be the volume's first directory.
+  std::wstring name = volume;
+  name.pop_back();
+  return UniqueHandle(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE,
+                                  FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
 }  // namespace
 
 const bool OutputTree::kStoresWindowsNamesOnly = true;
@@ -170,6 +186,12 @@ void OutputTree::Discard() {
   SetFileAttributesW(self.temporary.c_str(), FILE_ATTRIBUTE_NORMAL);
   DeleteFileW(self.temporary.c_str());
   self.temporary.clear();
+}
+
+int OutputTree::Sync() {
+  const UniqueHandle volume = OpenVolume(implementation_->root + L'\\');
+  if (!volume) return 0;
+  return FlushFileBuffers(volume.Get()) ? 0 : static_cast<int>(GetLastError());
 }
 
 }  // namespace file_system

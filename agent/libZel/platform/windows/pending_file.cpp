@@ -12,6 +12,21 @@
 namespace file_system {
 namespace {
 
+int Flush(HANDLE file) {
+  return FlushFileBuffers(file) ? 0 : static_cast<int>(GetLastError());
+}
+
+// Brings a file to the disk that nobody has open for writing, a read-only one too.
+int FlushClosed(const std::filesystem::path& path) {
+  const DWORD attributes = GetFileAttributesW(path.c_str());
+  SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+  const UniqueHandle file(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
+                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  const int error = file ? Flush(file.Get()) : static_cast<int>(GetLastError());
+  if (attributes != INVALID_FILE_ATTRIBUTES) SetFileAttributesW(path.c_str(), attributes);
+  return error;
+}
+
 // Gives a copy the attributes and times of its source, makes it writable and brings it to the disk.
 int Finish(const std::filesystem::path& path, const WIN32_FILE_ATTRIBUTE_DATA& source) {
   constexpr DWORD kKept = FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
@@ -24,7 +39,7 @@ int Finish(const std::filesystem::path& path, const WIN32_FILE_ATTRIBUTE_DATA& s
   if (!file) return static_cast<int>(GetLastError());
   SetFileTime(file.Get(), &source.ftCreationTime, &source.ftLastAccessTime,
               &source.ftLastWriteTime);
-  return FlushFileBuffers(file.Get()) ? 0 : static_cast<int>(GetLastError());
+  return Flush(file.Get());
 }
 
 }  // namespace
@@ -33,6 +48,7 @@ struct PendingFile::Implementation {
   std::filesystem::path destination;
   std::filesystem::path temporary;
   UniqueHandle file;
+  bool survivesPowerCuts = false;
 };
 
 PendingFile::PendingFile() : implementation_(std::make_unique<Implementation>()) {}
@@ -64,6 +80,10 @@ int PendingFile::Create(const std::filesystem::path& destination) {
 }
 
 void PendingFile::KeepOutOfCache() {}
+
+void PendingFile::SurvivePowerCuts() {
+  implementation_->survivesPowerCuts = true;
+}
 
 int PendingFile::Write(const void* bytes, size_t count) {
   return WriteAll(implementation_->file.Get(), bytes, count);
@@ -111,7 +131,7 @@ int PendingFile::WriteInPlaceOf(const std::filesystem::path& replaced, const voi
   if (!SetFileAttributesW(self.temporary.c_str(), attributes)) {
     return static_cast<int>(GetLastError());
   }
-  return FlushFileBuffers(self.file.Get()) ? 0 : static_cast<int>(GetLastError());
+  return Flush(self.file.Get());
 }
 
 int PendingFile::SetModified(int64_t unixSeconds) {
@@ -124,10 +144,12 @@ int PendingFile::SetModified(int64_t unixSeconds) {
 int PendingFile::Commit(bool replace) {
   Implementation& self = *implementation_;
   self.file.Close();
-  int error = 0;
+  int error = self.survivesPowerCuts ? FlushClosed(self.temporary) : 0;
+  if (error != 0) return error;
+  const DWORD flags = self.survivesPowerCuts ? MOVEFILE_WRITE_THROUGH : 0;
   if (replace) {
-    error = MoveOver(self.temporary, self.destination);
-  } else if (!MoveFileExW(self.temporary.c_str(), self.destination.c_str(), 0)) {
+    error = MoveOver(self.temporary, self.destination, flags);
+  } else if (!MoveFileExW(self.temporary.c_str(), self.destination.c_str(), flags)) {
     error = static_cast<int>(GetLastError());
   }
   if (error == 0) self.temporary.clear();
