@@ -25,8 +25,9 @@ constexpr const char* kBusyText = "Connection impossible now, waiting for anothe
 constexpr const char* kNobodyText = "Connection impossible nobody logged";
 constexpr const char* kAbsentText = "Connection impossible user absent";
 
-std::string Audit(const std::string& event) {
-  return "Audit \"maria\", \"192.0.2.7\", \"" + event + ", class Direct Access\"";
+std::string Audit(const std::string& event, const std::string& user = "maria",
+                  const std::string& address = "192.0.2.7") {
+  return "Audit \"" + user + "\", \"" + address + "\", \"" + event + ", class Direct Access\"";
 }
 
 const Outcome kAborted{kSuccess, "{}"};
@@ -35,11 +36,12 @@ Outcome Acknowledge(int value) {
   return {kSuccess, "{Acknowledge: Int32 " + std::to_string(value) + "}"};
 }
 
-ZelContainer AskingFor(const char* adminName) {
+ZelContainer AskingFor(const char* adminName, const char* user = "maria",
+                       const char* address = "192.0.2.7") {
   ZelContainer params =
-      Texts({{"DACurrentConsoleUser", "maria"}, {"DisplayAdminName", adminName}, {"Other", "x"}});
-  params.SetContainer("HttpProtocolRequestInfo",
-                      Texts({{"HttpProtocolRequestAddress", "192.0.2.7"}}), kNoIndex);
+      Texts({{"DACurrentConsoleUser", user}, {"DisplayAdminName", adminName}, {"Other", "x"}});
+  params.SetContainer("HttpProtocolRequestInfo", Texts({{"HttpProtocolRequestAddress", address}}),
+                      kNoIndex);
   return params;
 }
 
@@ -152,6 +154,37 @@ TEST_F(CheckClientAccept, LeavesTheQuestionThatIsBeingAskedAlone) {
   EXPECT_EQ(Ask(), Acknowledge(1));
 
   EXPECT_EQ(rival, Acknowledge(2));
+  EXPECT_THAT(TakeCalls(), ElementsAre(kAsksButton, Audit(kAcceptedText), kDeletes));
+}
+
+TEST_F(CheckClientAccept, AuditsEachRequestUnderItsOwnUserAndAddress) {
+  AnswerShown(100, [&] {
+    host.ForgetTranscript();
+    AnswerPresent();
+    EXPECT_EQ(Run("CoreUtilsCheckClientAccept", AskingFor("Paul", "paul", "198.51.100.9")),
+              Acknowledge(2));
+    ExpectAfterPresence({Audit(kBusyText, "paul", "198.51.100.9")});
+  });
+
+  EXPECT_EQ(Ask(), Acknowledge(1));
+
+  EXPECT_THAT(TakeCalls(), ElementsAre(kAsksButton, Audit(kAcceptedText), kDeletes));
+}
+
+TEST_F(CheckClientAccept, IsNotClosedAsTheMessageThatIsShown) {
+  AnswerShown(100, [&] {
+    host.ForgetTranscript();
+    EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+    EXPECT_THAT(TakeCalls(), IsEmpty());
+
+    AnswerMessageShown();
+    EXPECT_EQ(Code("CoreUtilsShowDialog", Texts({{"Message", "m"}})), kSuccess);
+    EXPECT_THAT(TakeCalls(),
+                ElementsAre(kAsksForPipe, MakesMessage("m"), kAsksInitialised, kShowsAndReturns));
+  });
+
+  EXPECT_EQ(Ask(), Acknowledge(1));
+
   EXPECT_THAT(TakeCalls(), ElementsAre(kAsksButton, Audit(kAcceptedText), kDeletes));
 }
 
@@ -566,10 +599,7 @@ TEST_F(DestroyAckPopup, FindsNothingWhileTheDialogIsBeingMade) {
 }
 
 TEST_F(DestroyAckPopup, LeavesOtherDialogsAlone) {
-  AnswerPipe();
-  host.Answer("SkinDialog", 0);
-  host.Answer("SkinDialog::IsInitialised", 1);
-  host.Answer("SkinDialog::Show", 0);
+  AnswerMessageShown();
   EXPECT_EQ(Code("CoreUtilsShowDialog"), kSuccess);
   host.ForgetTranscript();
 

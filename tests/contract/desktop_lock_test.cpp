@@ -203,6 +203,14 @@ TEST_F(LockDesktop, GoesOnWithoutAPipeName) {
   EXPECT_THAT(host.Transcript(), ElementsAre(kAsksForPipe, LocksAt("")));
 }
 
+TEST_F(LockDesktop, DoesNotWaitForAMessageThatIsBeingShown) {
+  AnswerMessageShown([this] { ExpectNotToWait([this] { LockTimes(1); }); });
+
+  EXPECT_EQ(Code("CoreUtilsShowDialog"), kSuccess);
+
+  ExpectCount(1);
+}
+
 TEST_F(LockDesktop, CountsMoreLocksThanAByteHolds) {
   LockTimes(257);
   ExpectCount(257);
@@ -346,6 +354,17 @@ TEST_F(UnlockDesktop, IsFollowedByALockOfTheProxy) {
                                        Sends("again")));
 }
 
+TEST_F(UnlockDesktop, IsNotDoneByTheEndOfTheModule) {
+  LockTimes(2);
+
+  EXPECT_EQ(ModuleMain(5, 0, nullptr), 1u);
+  EXPECT_EQ(ModuleMain(2, 0, nullptr), 1u);
+
+  EXPECT_THAT(TakeCalls(), ElementsAre("Trace \"Module Cleanup starting\"",
+                                       "Trace \"Module Unregister starting\""));
+  ExpectCount(2);
+}
+
 // ---- CoreUtilsRestoreDesktopLockState ----
 
 TEST_F(RestoreDesktopLockState, SendsNothingForAnUnlockedDesktop) {
@@ -428,6 +447,23 @@ TEST_F(RestoreDesktopLockState, SendsTheTextThatIsSetWhileItAsksForTheTitle) {
   EXPECT_THAT(TakeCalls(),
               ElementsAre(kAsksForPipe, LocksAt("pipe"), kTitleQuery, kAsksForPipe, kTitleQuery,
                           Sends("second"), Sends("second", "pipe", "Gesperrt")));
+}
+
+TEST_F(RestoreDesktopLockState, HoldsNobodyUpWhateverItWaitsFor) {
+  for (const std::string& step : {kAsksForPipe, LocksAt("pipe"), kTitleQuery, Sends("first")}) {
+    LockTimes(1);
+    AnswerRestore();
+    DoWithin(step, [this] {
+      ExpectNotToWait([this] {
+        AnswerMessage();
+        EXPECT_EQ(Code("CoreUtilsSetLockMessageText", Message("second")), kSuccess);
+      });
+    });
+
+    EXPECT_EQ(Code("CoreUtilsRestoreDesktopLockState"), kSuccess) << step;
+
+    ExpectCount(1);
+  }
 }
 
 TEST_F(RestoreDesktopLockState, GoesOnWhenTheDesktopIsUnlockedMeanwhile) {

@@ -5,13 +5,8 @@
 
 namespace {
 
-const std::string kShowsAndReturns = "SkinDialog::Show(false, false)";
 const std::string kShowsAndWaits = "SkinDialog::Show(true, false)";
 const std::string kLogsNotDisplayed = "Error \"Cannot display the message box !\"";
-
-std::string MakesMessage(const std::string& text) {
-  return "SkinDialog(null, \"" + text + "\", \"\", \"\", \"\", 0, \"pipe\", false, \"\")";
-}
 
 class DialogTest : public UserTest {
  protected:
@@ -23,12 +18,8 @@ class DialogTest : public UserTest {
     AnswerMade();
     host.Answer("SkinDialog::IsInitialised", 1);
   }
-  void AnswerShown() {
-    AnswerInitialised();
-    host.Answer("SkinDialog::Show", 0);
-  }
   void ShowMessage(const char* text) {
-    AnswerShown();
+    AnswerMessageShown();
     EXPECT_EQ(Run("CoreUtilsShowDialog", Texts({{"Message", text}})), (Outcome{kSuccess, "{}"}));
     host.ForgetTranscript();
   }
@@ -40,7 +31,7 @@ using CloseDialog = DialogTest;
 // ---- CoreUtilsShowDialog ----
 
 TEST_F(ShowDialog, ShowsAMessageWithoutButtonsAndDoesNotWait) {
-  AnswerShown();
+  AnswerMessageShown();
 
   EXPECT_EQ(Run("CoreUtilsShowDialog", Texts({{"Message", "Back at noon"}, {"Other", "x"}})),
             (Outcome{kSuccess, "{}"}));
@@ -52,7 +43,7 @@ TEST_F(ShowDialog, ShowsAMessageWithoutButtonsAndDoesNotWait) {
 TEST_F(ShowDialog, ClosesAndDeletesTheMessageBeforeItMakesTheNext) {
   ShowMessage("first");
   host.Answer("SkinDialog::Close", 0);
-  AnswerShown();
+  AnswerMessageShown();
 
   EXPECT_EQ(Run("CoreUtilsShowDialog", Texts({{"Message", "second"}})), (Outcome{kSuccess, "{}"}));
 
@@ -64,7 +55,7 @@ TEST_F(ShowDialog, ClosesAndDeletesTheMessageBeforeItMakesTheNext) {
 TEST_F(ShowDialog, GoesOnWhenTheMessageBeforeCannotBeClosed) {
   ShowMessage("first");
   host.AnswerDialog("SkinDialog::Close", 0, true);
-  AnswerShown();
+  AnswerMessageShown();
 
   EXPECT_EQ(Code("CoreUtilsShowDialog", Texts({{"Message", "second"}})), kSuccess);
 
@@ -77,7 +68,7 @@ TEST_F(ShowDialog, GoesOnWhenTheMessageBeforeCannotBeClosed) {
 }
 
 TEST_F(ShowDialog, ShowsAnEmptyMessageWhenThereIsNone) {
-  AnswerShown();
+  AnswerMessageShown();
   EXPECT_EQ(Run("CoreUtilsShowDialog", {}), (Outcome{kSuccess, "{}"}));
   EXPECT_THAT(host.Transcript(),
               ElementsAre(kAsksForPipe, MakesMessage(""), kAsksInitialised, kShowsAndReturns));
@@ -86,13 +77,13 @@ TEST_F(ShowDialog, ShowsAnEmptyMessageWhenThereIsNone) {
 TEST_F(ShowDialog, TakesAMessageOfAnotherTypeAsNone) {
   ZelContainer params;
   params.SetInt32("Message", 7, kNoIndex);
-  AnswerShown();
+  AnswerMessageShown();
   EXPECT_EQ(Run("CoreUtilsShowDialog", params), (Outcome{kSuccess, "{}"}));
   EXPECT_EQ(host.Transcript().at(1), MakesMessage(""));
 }
 
 TEST_F(ShowDialog, PassesTheMessageOnAsItIs) {
-  AnswerShown();
+  AnswerMessageShown();
   Run("CoreUtilsShowDialog", Texts({{"Message", "100% %S \"q\" &x <b>\r\n\xC3\xBC"}}));
   EXPECT_EQ(host.Transcript().at(1), MakesMessage("100% %S \"q\" &x <b>\\x0d\\x0a\xC3\xBC"));
 }
@@ -159,6 +150,30 @@ TEST_F(ShowDialog, KeepsADialogThatFailedUntilTheNext) {
   host.Answer("SkinDialog::Close", 0);
   EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
   EXPECT_THAT(host.Transcript(), ElementsAre(kCloses, kDeletes));
+}
+
+TEST_F(ShowDialog, StaysOverTheEndOfTheModule) {
+  ShowMessage("m");
+
+  EXPECT_EQ(ModuleMain(5, 0, nullptr), 1u);
+  EXPECT_EQ(ModuleMain(2, 0, nullptr), 1u);
+
+  EXPECT_THAT(TakeCalls(), ElementsAre("Trace \"Module Cleanup starting\"",
+                                       "Trace \"Module Unregister starting\""));
+  host.Answer("SkinDialog::Close", 0);
+  EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+  EXPECT_THAT(TakeCalls(), ElementsAre(kCloses, kDeletes));
+}
+
+TEST_F(ShowDialog, DoesNotWaitForALock) {
+  AnswerPipe();
+  host.AnswerWork("ProxyDesktopLockManager::Lock", 1,
+                  [this] { ExpectNotToWait([this] { ShowMessage("m"); }); });
+  AnswerPipe();
+  host.AnswerText("ZelAgentGetTranslation", "Locked");
+  host.Answer("ProxyDesktopLockManager::SetMessage", 1);
+
+  EXPECT_EQ(Code("CoreUtilsLockDesktop"), kSuccess);
 }
 
 // ---- CoreUtilsCloseDialog ----
@@ -492,11 +507,18 @@ TEST_F(AdvanceDialog, MayBeOpenSeveralTimesAndBesideAMessage) {
   EXPECT_EQ(Run("CoreUtilsAdvanceDialog", kBothLabels), Result(0));
 }
 
+TEST_F(AdvanceDialog, TakesItsOwnLabelsWhileAnotherIsOpen) {
+  Outcome inner = Result(-1);
+  AnswerEnded(102, [&] { inner = Answered(102, kOkLabel); });
+
+  EXPECT_EQ(Run("CoreUtilsAdvanceDialog", kBothLabels), Result(0));
+
+  EXPECT_EQ(inner, Result(1));
+}
+
 TEST_F(AdvanceDialog, DoesNotWaitForAMessageThatIsBeingShown) {
-  AnswerInitialised();
-  host.AnswerWork("SkinDialog::Show", 0, [this] {
-    ExpectNotToWait([this] { EXPECT_EQ(Answered(100, kBothLabels), Result(1)); });
-  });
+  AnswerMessageShown(
+      [this] { ExpectNotToWait([this] { EXPECT_EQ(Answered(100, kBothLabels), Result(1)); }); });
   EXPECT_EQ(Code("CoreUtilsShowDialog"), kSuccess);
 }
 
@@ -563,7 +585,7 @@ TEST_F(SideBySideDialogs, AMessageWaitsForAClosing) {
   ShowMessage("first");
   host.AnswerWork("SkinDialog::Close", 0,
                   RivalThatWaits("CoreUtilsShowDialog", Texts({{"Message", "second"}})));
-  AnswerShown();
+  AnswerMessageShown();
 
   EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
   EXPECT_EQ(rival.get(), kSuccess);

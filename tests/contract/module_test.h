@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <functional>
+#include <future>
 #include <initializer_list>
 #include <ostream>
 #include <stdexcept>
@@ -117,14 +120,18 @@ inline std::string NameOf(const FakeHost::Registration& row) {
   return row.signature.substr(0, row.signature.find(' '));
 }
 
-/// Runs a registered action as the core does: through the handler that it was given.
-inline Outcome RunAction(const FakeHost& host, const std::string& action, ZelContainer params) {
+/// Runs a registered action as the core does: through the handler that it was given, which leaves
+/// its results in the container.
+inline ResultCode RunIn(const FakeHost& host, const std::string& action, ZelContainer* params) {
   for (const FakeHost::Registration& row : host.Registrations()) {
-    if (NameOf(row) != action) continue;
-    const ResultCode code = row.handler(&params);
-    return {code, Describe(params)};
+    if (NameOf(row) == action) return row.handler(params);
   }
   throw std::logic_error(action + " is not registered");
+}
+
+inline Outcome RunAction(const FakeHost& host, const std::string& action, ZelContainer params) {
+  const ResultCode code = RunIn(host, action, &params);
+  return {code, Describe(params)};
 }
 
 /// A test against a fresh host that knows the module's actions.
@@ -139,12 +146,22 @@ class ModuleTest : public ::testing::Test {
   std::vector<size_t> KeysAtEachCall(const std::string& action, ZelContainer params) {
     std::vector<size_t> keys;
     host.WatchCalls([&](std::string_view) { keys.push_back(params.CountKeys()); });
-    for (const FakeHost::Registration& row : host.Registrations()) {
-      if (NameOf(row) == action) row.handler(&params);
-    }
+    RunIn(host, action, &params);
     host.WatchCalls({});
     return keys;
   }
+  /// Does something on another thread in the midst of a call, and expects it not to wait for the
+  /// action that makes this call. When it does wait, it ends after that action.
+  void ExpectNotToWait(std::function<void()> work) {
+    unheld_ = std::async(std::launch::async, std::move(work));
+    EXPECT_EQ(unheld_.wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  }
+  void TearDown() override {
+    if (unheld_.valid()) unheld_.wait();
+  }
 
   FakeHost host;
+
+ private:
+  std::future<void> unheld_;
 };

@@ -27,13 +27,20 @@ inline void EndUserInteraction(FakeHost& host) {
 class UserTest : public ModuleTest {
  protected:
   void TearDown() override {
-    if (unheld_.valid()) unheld_.wait();
+    ModuleTest::TearDown();
     // Those of the test, before the end takes them.
     EXPECT_THAT(host.LeftOverAnswers(), IsEmpty());
     EndUserInteraction(host);
   }
 
   void AnswerPipe() { host.AnswerText("ZelAgentGetProxyPipeName", "pipe"); }
+  /// Scripts a message of `CoreUtilsShowDialog`, with something to do while it is being shown.
+  void AnswerMessageShown(std::function<void()> meanwhile = {}) {
+    AnswerPipe();
+    host.Answer("SkinDialog", 0);
+    host.Answer("SkinDialog::IsInitialised", 1);
+    host.AnswerWork("SkinDialog::Show", 0, std::move(meanwhile));
+  }
   ResultCode Code(const std::string& action, const ZelContainer& params = {}) {
     return Run(action, params).code;
   }
@@ -56,12 +63,6 @@ class UserTest : public ModuleTest {
       work();
     });
   }
-  /// Does something on another thread in the midst of a call, and expects it not to wait for the
-  /// action that makes this call. When it does wait, it ends after that action.
-  void ExpectNotToWait(std::function<void()> work) {
-    unheld_ = std::async(std::launch::async, std::move(work));
-    EXPECT_EQ(unheld_.wait_for(std::chrono::seconds(10)), std::future_status::ready);
-  }
   /// The calls since the last look.
   std::vector<std::string> TakeCalls() {
     const std::vector<std::string> calls = host.Transcript();
@@ -70,9 +71,6 @@ class UserTest : public ModuleTest {
   }
 
   std::future<ResultCode> rival;
-
- private:
-  std::future<void> unheld_;
 };
 
 inline const std::string kAsksForPipe = "ZelAgentGetProxyPipeName()";
@@ -81,6 +79,12 @@ inline const std::string kAsksInitialised = "SkinDialog::IsInitialised(false)";
 inline const std::string kAsksButton = "SkinDialog::GetButtonClickedID(false)";
 inline const std::string kCloses = "SkinDialog::Close(false, false)";
 inline const std::string kDeletes = "~SkinDialog";
+
+inline const std::string kShowsAndReturns = "SkinDialog::Show(false, false)";
+
+inline std::string MakesMessage(const std::string& text) {
+  return "SkinDialog(null, \"" + text + "\", \"\", \"\", \"\", 0, \"pipe\", false, \"\")";
+}
 
 inline std::string Translation(const std::string& key) {
   return "ZelAgentGetTranslation(\"" + key + "\", \"\")";
