@@ -32,9 +32,13 @@ void ReadCredentials(Sender* sender) {
   ZelAgentGetHttpPassword(sender->password);
 }
 
-ZelString MakeAliasName() {
+ZelString AliasNameAt(int64_t seconds) {
   ZelString name;
-  return name.Printf("backup%d", static_cast<int32_t>(std::time(nullptr)));
+  return name.Printf("backup%d", static_cast<int32_t>(seconds));
+}
+
+ZelString MakeAliasName() {
+  return AliasNameAt(std::time(nullptr));
 }
 
 void UseForwardSlashes(ZelString* path) {

@@ -22,8 +22,10 @@ void ReadEndpoint(Sender* sender);
 /// Asks the agent for its name and its HTTP password.
 void ReadCredentials(Sender* sender);
 
-/// "backup" and the seconds since 1970-01-01 as a signed 32-bit number: two transfers of one second
-/// share a name.
+/// "backup" and the seconds since 1970-01-01 as a signed 32-bit number, which wraps in 2038.
+ZelString AliasNameAt(int64_t seconds);
+
+/// The alias name of now: two transfers of one second share it.
 ZelString MakeAliasName();
 
 /// "\" becomes "/".

@@ -121,6 +121,27 @@ TEST_F(RestoreBackup, SendsTheArchiveThatIsNamed) {
   EXPECT_EQ(Calls(), Transfer("C:/b/N_20120105.zip", "N_20120105.zip"));
 }
 
+TEST_F(RestoreBackup, HoldsNoOtherRestoreUp) {
+  AnswerStart();
+  AnswerClient(host);
+  host.AnswerWork("HttpClient::SendAndRecv", 0, [this] {
+    host.ForgetTranscript();
+    ExpectNotToWait([this] {
+      AnswerTransfer();
+      EXPECT_EQ(Restore(RestoreParameters("M.zip", false, "E:\\b", "E:\\back")),
+                Restored("E:/back/M.zip"));
+    });
+    EXPECT_THAT(Calls(), Contains(AddAlias("E:/back/")));
+    EXPECT_THAT(Calls(), Contains(SendingBackup("E:/b/M.zip", "M.zip")));
+    host.ForgetTranscript();
+    host.AnswerInvocation(0);
+  });
+
+  EXPECT_EQ(Restore(RestoreParameters("N.zip")), Restored("D:/restore/N.zip"));
+
+  EXPECT_EQ(Calls(), RestoreEnd());
+}
+
 TEST_F(RestoreBackup, TakesTheExtensionInAnyCase) {
   AnswerTransfer();
 
@@ -610,6 +631,41 @@ TEST_F(RestoreBackupFromRelay, HandsTheValuesToTheRelayAndAnswersWhereTheArchive
   EXPECT_EQ(Restore(request_), Restored("D:/restore/N.zip"));
 
   EXPECT_EQ(host.Transcript(), Invocation());
+}
+
+/// An agent that is its own relay: the invocation comes back to it on another thread.
+class RestoreBackupFromItself : public RestoreBackup {
+ protected:
+  void AnswerInvocationOfItself() {
+    host.AnswerInvocation(0, [this](ZelContainer& values) {
+      values_ = values;
+      ExpectNotToWait([this] {
+        AnswerTransfer();
+        EXPECT_EQ(RunIn(host, "CoreUtilsRestoreBackup", &values_), kSuccess);
+      });
+      values = values_;
+    });
+  }
+
+ private:
+  ZelContainer values_;
+};
+
+TEST_F(RestoreBackupFromItself, AnswersWhatTheRestoreInItsMidstAnswered) {
+  ZelContainer request = Texts({{"HostName", "127.0.0.1"}});
+  request.SetInt32("HttpPort", 7460, kNoIndex);
+  request.SetContainer("Values", RestoreParameters("N.zip"), kNoIndex);
+  host.AnswerText("ZelAgentGetName", "agent7");
+  host.AnswerText("ZelAgentGetHttpPassword", "pw");
+  AnswerInvocationOfItself();
+
+  EXPECT_EQ(Run("CoreUtilsRestoreBackupFromRelay", request), Restored("D:/restore/N.zip"));
+
+  const Lines invocation = {
+      "ZelAgentGetName()", "ZelAgentGetHttpPassword(\"agent7\")",
+      InvokedAt("null", "http://agent7:pw@127.0.0.1:7460", "CoreUtilsRestoreBackup",
+                Describe(RestoreParameters("N.zip")))};
+  EXPECT_EQ(Calls(), Join({invocation, Transfer("C:/b/N.zip", "N.zip")}));
 }
 
 TEST_F(RestoreBackupFromRelay, DoesNotLookAtTheErrorCodeOfTheRelay) {

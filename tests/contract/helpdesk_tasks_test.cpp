@@ -261,6 +261,27 @@ TEST_F(CreateTask, HandsTheTaskToTheMaster) {
                                                          NewTaskRequest())));
 }
 
+TEST_F(CreateTask, HoldsNoOtherUp) {
+  const ZelContainer other = With(NewTask(), "_DB_ATTR_NAME_", "Screen");
+  AnswerDevice();
+  AnswerMaster(0, [this, other](ZelContainer& answer) {
+    ExpectNotToWait([this, other] {
+      AnswerDevice([](ZelContainer& c) { c.SetString("GUID", "guid-10", kNoIndex); });
+      AnswerMaster(0, AnswersResult(false));
+      ZelContainer refused = other;
+      refused.SetBool("Result", false, kNoIndex);
+      EXPECT_EQ(Run("CoreUtilsCreateTask", other), (Outcome{kSuccess, Describe(refused)}));
+    });
+    EXPECT_THAT(host.Transcript().back(), ::testing::HasSubstr(Text("GUID", "guid-10")));
+    EXPECT_THAT(host.Transcript().back(), ::testing::HasSubstr(Text("ObjectName", "Screen")));
+    AnswersResult(true)(answer);
+  });
+
+  ZelContainer accepted = NewTask();
+  accepted.SetBool("Result", true, kNoIndex);
+  EXPECT_EQ(Run("CoreUtilsCreateTask", NewTask()), (Outcome{kSuccess, Describe(accepted)}));
+}
+
 TEST_F(CreateTask, NamesThePersonAheadOfADeviceWithoutIdentity) {
   AnswerDevice({});
   EXPECT_EQ(Request("CoreUtilsCreateTask", NewTask()),

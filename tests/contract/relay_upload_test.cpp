@@ -1,10 +1,20 @@
 #include <string>
 
+#include "actions/relay/agent_transfer.h"
 #include "tests/contract/transfer_test.h"
 
 namespace {
 
 using ::testing::Contains;
+
+TEST(AliasName, TakesTheSecondsAsSigned32Bits) {
+  EXPECT_EQ(AliasNameAt(0), "backup0");
+  EXPECT_EQ(AliasNameAt(1326000000), "backup1326000000");
+  EXPECT_EQ(AliasNameAt(2147483647), "backup2147483647");
+  EXPECT_EQ(AliasNameAt(2147483648), "backup-2147483648");
+  EXPECT_EQ(AliasNameAt(4294967295), "backup-1");
+  EXPECT_EQ(AliasNameAt(4294967296), "backup0");
+}
 
 constexpr const char* kRelayUrl = "http://agent7:pw@relay.example:8080";
 constexpr const char* kGuid = "\"guid-9\"";
@@ -104,6 +114,29 @@ TEST_F(CopyFileToRelay, UnpacksOnTheRelayWhenTheAliasIsGone) {
                            RelayUpload(),
                            RelayEnd(),
                            {ExtractionOnRelay("D:/backups/pc 7/", "a.one.zip", "a.one")}}));
+}
+
+TEST_F(CopyFileToRelay, HoldsNoOtherTransferUp) {
+  const ZelContainer other = RelayParameters("E:\\other\\b.zip", true);
+  AnswerStart();
+  AnswerClient(host);
+  host.AnswerWork("HttpClient::SendAndRecv", 0, [this, other] {
+    host.ForgetTranscript();
+    ExpectNotToWait([this, other] {
+      AnswerStart();
+      AnswerUpload();
+      host.AnswerInvocation(0);
+      EXPECT_EQ(Copy(other), FinishedCopy(other, kSuccess));
+    });
+    EXPECT_THAT(Calls(), Contains(SendingToRelay("/backupN/b.zip")));
+    EXPECT_THAT(Calls(), Contains(ExtractionOnRelay("E:/other/", "b.zip", "b")));
+    host.ForgetTranscript();
+    host.AnswerInvocation(0);
+  });
+
+  EXPECT_EQ(Copy(RelayParameters()), FinishedCopy(RelayParameters(), kSuccess));
+
+  EXPECT_EQ(Calls(), RelayEnd());
 }
 
 TEST_F(CopyFileToRelay, SendsNothingWithoutAnAlias) {
