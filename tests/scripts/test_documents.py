@@ -128,6 +128,15 @@ def test_the_actions_are_counted():
     assert told == [str(len(rows))] * 2
 
 
+def test_every_layer_has_its_row():
+    layers = re.findall(r'^    "([\w/]+)": \(', text_of("scripts/check-includes"), flags=re.M)
+    assert len(layers) > 10
+    rows = re.findall(r"^\| (`[^|]*`) \|", TEXTS["CONTRIBUTING.md"], flags=re.M)
+    told = {folder for row in rows for folder in re.findall(r"`([\w/]+?)/?`", row)}
+    # No source stands in agent/ itself.
+    assert [folder for folder in layers if folder not in told | {"agent"}] == []
+
+
 def sources_of(folder):
     return "".join(text_of(name) for name in TRACKED
                    if name.startswith(folder + "/") and name.endswith(".cpp"))
