@@ -47,6 +47,15 @@ def test_a_program_runs_and_leaves_a_file(agent, short_directory):
     assert content(file) == "ran"
 
 
+def test_a_program_finds_the_directory_bin_of_the_agents_home(agent, short_directory):
+    file = short_directory / "variable"
+    code, _ = agent.call(
+        "CoreUtilsRunProgram", Path=SHELL[agent.platform],
+        Parameters=script(agent, f"echo $QOVA_AGENT > '{file}'", f'echo %QOVA_AGENT%> "{agent.path(file)}"'))
+    assert code == 0
+    assert content(file) == agent.path(agent.home / "bin")
+
+
 @pytest.mark.parametrize("platform", ["linux"], indirect=True)
 def test_a_program_has_the_umask_and_the_limit_that_the_agent_was_started_with(make_agent, short_directory):
     agent = make_agent()

@@ -1,5 +1,6 @@
 """CoreUtilsRunScript: scripts that the agent runs."""
 
+import concurrent.futures
 import http.client
 import itertools
 import json
@@ -67,6 +68,50 @@ def test_a_script_finds_its_parameters_and_calls_actions(agent, tmp_path):
     assert answer.read_text() == "0 5 true"
     # Nothing is answered, and nothing taken away.
     assert container["Name"] == "measure.mlx" and "ErrorText" not in container
+
+
+def test_scripts_that_run_at_once_keep_their_own_parameters(agent, tmp_path):
+    callers, runs = 8, 20
+    write_script(agent, "own.mlx", """
+        function main()
+          local out = assert(io.open(ParamsContainer:get_string("File"), "wb"))
+          out:write(ParamsContainer:get_string("Text"))
+          out:close()
+        end
+        """)
+    for caller in range(callers):
+        write_script(agent, f"broken{caller}.mlx", "\n" * caller + "x = = 1")
+
+    def call(caller):
+        for number in range(runs):
+            file = tmp_path / f"{caller}-{number}"
+            params = {"File": agent.path(file), "Text": f"{number} of {caller}"}
+            is_broken = number % 4 == 3
+            code, container = agent.call(
+                "CoreUtilsRunScript", Name=f"broken{caller}.mlx" if is_broken else "own.mlx", Params=params)
+            if is_broken:
+                assert (code, container["ErrorLine"]) == (1, caller + 1)
+                assert f"broken{caller}.mlx:" in container["ErrorText"]
+            else:
+                assert (code, container["Params"]) == (0, params)
+                assert file.read_text() == params["Text"]
+
+    with concurrent.futures.ThreadPoolExecutor(callers) as pool:
+        list(pool.map(call, range(callers)))
+    assert len(list(tmp_path.iterdir())) == callers * runs * 3 // 4
+
+
+def test_a_script_finds_the_directory_bin_of_the_agents_home(agent, tmp_path):
+    answer = tmp_path / "answer"
+    code, container = run(agent, "variable.mlx", f"""
+        function main()
+          local out = assert(io.open({lua_path(agent, answer)}, "wb"))
+          out:write(os.getenv("QOVA_AGENT"))
+          out:close()
+        end
+        """)
+    assert code == 0, container
+    assert answer.read_text() == agent.path(agent.home / "bin")
 
 
 def test_a_script_is_found_by_a_full_path_too(agent, tmp_path):
