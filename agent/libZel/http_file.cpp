@@ -81,9 +81,10 @@ Outcome RefuseExisting(const ZelString& url) {
 
 }  // namespace
 
-Properties GetProperties(const ZelString& url) {
+Properties GetProperties(const ZelString& url, std::chrono::milliseconds longest) {
   Request request(url);
   request.Set(CURLOPT_NOBODY, 1L);
+  request.Set(CURLOPT_TIMEOUT_MS, static_cast<long>(longest.count()));
   const Outcome outcome = request.Ask();
   Properties properties;
   properties.reason = outcome.reason;

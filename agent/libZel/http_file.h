@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 
@@ -25,8 +26,9 @@ struct Properties {
   ZelString reason;
 };
 
-/// HEAD.
-Properties GetProperties(const ZelString& url);
+/// HEAD, which takes `longest` at most, redirects included.
+Properties GetProperties(const ZelString& url,
+                         std::chrono::milliseconds longest = std::chrono::seconds(30));
 
 /// GET into a file that was created, with the time of Last-Modified where the server tells it.
 Outcome Download(const ZelString& url, file_system::PendingFile* file);

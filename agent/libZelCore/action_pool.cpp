@@ -36,11 +36,20 @@ ActionPool::~ActionPool() {
 }
 
 bool ActionPool::Submit(std::function<void()> job, Patience patience) {
-  const bool isForPeople = patience == Patience::kForPeople;
-  const bool isForNetwork = patience == Patience::kForNetwork;
+  return Take({std::move(job), patience}, false);
+}
+
+bool ActionPool::HandOn(std::function<void()> job, Patience patience) {
+  return Take({std::move(job), patience}, true);
+}
+
+/// `hasThread`: one will be free for the job soon.
+bool ActionPool::Take(Job job, bool hasThread) {
+  const bool isForPeople = job.patience == Patience::kForPeople;
+  const bool isForNetwork = job.patience == Patience::kForNetwork;
   Threads ended;
   Jobs one;
-  one.push_back({std::move(job), patience});
+  one.push_back(std::move(job));
   {
     std::unique_lock lock(mutex_);
     if (stopping_) return false;
@@ -51,7 +60,7 @@ bool ActionPool::Submit(std::function<void()> job, Patience patience) {
       return true;
     }
 
-    if (!Enqueue(one)) return false;
+    if (!Enqueue(one, hasThread)) return false;
     if (isForPeople) ++jobsForPeople_;
     if (isForNetwork) ++jobsForNetwork_;
     ended.swap(ended_);
@@ -62,10 +71,10 @@ bool ActionPool::Submit(std::function<void()> job, Patience patience) {
 }
 
 /// Called with the mutex held. False, with the job not kept, when no thread takes it soon enough.
-bool ActionPool::Enqueue(Jobs& job) {
+bool ActionPool::Enqueue(Jobs& job, bool hasThread) {
   // An idle thread may have been woken for a queued job and not run yet, hence the comparison.
   if (queue_.size() >= idle_ && !StartThread()) {
-    const bool isFull = queue_.size() >= idle_ + maxQueued_;
+    const bool isFull = !hasThread && queue_.size() >= idle_ + maxQueued_;
     if (isFull || threads_.empty()) return false;
   }
   queue_.splice(queue_.end(), job);

@@ -28,6 +28,9 @@ class ActionPool {
 
   /// False when the pool is at capacity or stopping; the job is then not kept.
   bool Submit(std::function<void()> job, Patience patience = Patience::kOrdinary);
+  /// The same from a job that is about to end: it is not refused because all threads are busy and
+  /// the queue is full, for its thread is free next.
+  bool HandOn(std::function<void()> job, Patience patience);
   /// Takes no more jobs, drops waiting ones, waits for running ones. Not to be called from a job.
   void Stop();
 
@@ -40,7 +43,8 @@ class ActionPool {
   /// Jobs move from list to list without an allocation that could fail.
   using Jobs = std::list<Job>;
 
-  bool Enqueue(Jobs& job);
+  bool Take(Job job, bool hasThread);
+  bool Enqueue(Jobs& job, bool hasThread);
   void Finish(Patience patience);
   bool StartThread();
   void Work(Threads::iterator self);

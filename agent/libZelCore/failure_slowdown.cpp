@@ -1,6 +1,8 @@
 #include "agent/libZelCore/failure_slowdown.h"
 
 #include <algorithm>
+#include <boost/asio/ip/address_v6.hpp>
+#include <cstddef>
 
 namespace {
 
@@ -8,22 +10,26 @@ constexpr unsigned kFreeFailures = 3;
 constexpr unsigned kMostDoublings = 4;
 constexpr std::chrono::milliseconds kFirstDelay{250};
 constexpr size_t kLongestKey = 64;
+constexpr ptrdiff_t kNetworkBytes = 8;  // of an IPv6 address
+
+std::string AddressKey(const std::string& address) {
+  return "a" + PlaceOf(address);
+}
 
 std::string LoginKey(const std::string& login) {
   return "l" + login.substr(0, kLongestKey);
 }
 
-/// One IPv6 customer owns a whole /64 (RFC 6177), so its first four groups make the place.
-std::string AddressKey(const std::string& address) {
-  size_t end = 0;
-  for (int group = 0; group < 4 && end != std::string::npos; ++group) {
-    end = address.find(':', group == 0 ? 0 : end + 1);
-    if (end != std::string::npos && end + 1 < address.size() && address[end + 1] == ':') break;
-  }
-  return "a" + address.substr(0, end);
-}
-
 }  // namespace
+
+std::string PlaceOf(const std::string& address) {
+  boost::system::error_code ec;
+  const auto six = boost::asio::ip::make_address_v6(address, ec);
+  if (ec) return address;
+  auto bytes = six.to_bytes();
+  std::fill(bytes.begin() + kNetworkBytes, bytes.end(), 0);
+  return boost::asio::ip::address_v6(bytes).to_string() + "/64";
+}
 
 std::chrono::milliseconds FailureSlowdown::NoteFailure(const std::string& address,
                                                        const std::string& login,

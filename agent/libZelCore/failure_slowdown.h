@@ -8,9 +8,12 @@
 #include <string_view>
 #include <unordered_map>
 
-/// Remembers refused credentials by address and by login, and says how long the next refusal is to
-/// be held back. Accepted credentials are never held back, so failures from elsewhere lock nobody
-/// out. The memory is bounded: the places that failed longest ago are forgotten first.
+/// Whose an address is, as far as limits go: one IPv6 customer owns a whole /64 (RFC 6177).
+std::string PlaceOf(const std::string& address);
+
+/// Remembers refused credentials by place (see PlaceOf) and by login, and says how long the next
+/// refusal is to be held back. Accepted credentials are never held back, so failures from elsewhere
+/// lock nobody out. The memory is bounded: the places that failed longest ago are forgotten first.
 ///
 /// Threads: any number may ask at once.
 class FailureSlowdown {

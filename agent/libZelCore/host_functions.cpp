@@ -95,13 +95,21 @@ uint32_t InvokeContainerToMasterWithTempTunnel(const ZelString& action, ZelConta
 }
 
 void ZelAgentGetDataDir(ZelString& directory) {
-  const AgentCore::Implementation* const core = ServedCore();
-  directory = core ? WithSeparator(core->data) : ZelString();
+  Guarded(0, [&] {
+    directory.Clear();
+    const AgentCore::Implementation* const core = ServedCore();
+    if (core) directory = WithSeparator(core->data);
+    return 0u;
+  });
 }
 
 void ZelAgentGetConfigDir(ZelString& directory) {
-  const AgentCore::Implementation* const core = ServedCore();
-  directory = core ? WithSeparator(core->config) : ZelString();
+  Guarded(0, [&] {
+    directory.Clear();
+    const AgentCore::Implementation* const core = ServedCore();
+    if (core) directory = WithSeparator(core->config);
+    return 0u;
+  });
 }
 
 void ZelAgentGetExePath(ZelString& path) {

@@ -6,6 +6,7 @@
 
 #include "agent/libZel/ascii.h"
 #include "agent/libZelCore/alias_table.h"
+#include "agent/libZelCore/excerpt.h"
 #include "libZel/string.h"
 
 namespace http = boost::beast::http;
@@ -102,7 +103,7 @@ HttpRoute Refused(unsigned status, std::string_view code, std::string message,
 }
 
 HttpRoute NotFound(std::string_view target) {
-  return Refused(404, "not_found", "there is nothing at " + std::string(target));
+  return Refused(404, "not_found", "there is nothing at " + Excerpt(target));
 }
 
 HttpRoute FindOwnRoute(http::verb method, std::string_view path, std::string_view target) {

@@ -70,7 +70,7 @@ struct HttpServer::Implementation {
       : shared(std::make_shared<HttpShared>(settings, authenticator, actions, aliases, pool,
                                             std::move(audit))) {}
 
-  tcp::endpoint ResolveEndpoint();
+  tcp::endpoint Endpoint();
   void LoadCertificate();
   void AskForCertificates();
   void LimitConnections();
@@ -113,19 +113,12 @@ HttpServer::~HttpServer() {
   Stop();
 }
 
-tcp::endpoint HttpServer::Implementation::ResolveEndpoint() {
+tcp::endpoint HttpServer::Implementation::Endpoint() {
   const Settings& settings = shared->settings;
   ErrorCode ec;
-  asio::ip::address address = asio::ip::make_address(settings.bindAddress, ec);
-  if (ec) {
-    tcp::resolver resolver(*shared->networks.front());
-    const auto found = resolver.resolve(settings.bindAddress, "", tcp::resolver::passive, ec);
-    if (ec || found.empty()) {
-      throw std::runtime_error("the address to listen on, " + settings.bindAddress +
-                               ", cannot be resolved: " + ec.message());
-    }
-    address = found.begin()->endpoint().address();
-  }
+  const asio::ip::address address = asio::ip::make_address(settings.bindAddress, ec);
+  if (ec)
+    throw std::runtime_error(settings.bindAddress + " is no address that could be listened on");
   if (!address.is_loopback() && !settings.tls && !settings.allowPlainRemote) {
     throw std::runtime_error("refusing to listen on " + address.to_string() +
                              " without TLS: passwords would cross the network in clear; configure "
@@ -246,7 +239,8 @@ void HttpServer::Implementation::OnAccepted(const ErrorCode& ec, tcp::socket soc
   ErrorCode ignored;
   socket.set_option(tcp::no_delay(true), ignored);
   if (shared->CountSessions() >= maxConnections && !MakeRoom()) {
-    CoreLog().WarningWithNL("A connection was refused: %u are busy", maxConnections);
+    if (shared->MayLogStranger())
+      CoreLog().WarningWithNL("A connection was refused: %u are busy", maxConnections);
     socket.non_blocking(true, ignored);
     if (!tls) socket.write_some(asio::buffer(kFullReply), ignored);
     return;
@@ -312,9 +306,11 @@ void HttpServer::Implementation::Sweep() {
     });
   }
   ReturnMemory(now);
+  shared->TellUntoldStrangers();
   isSweeping = false;
   const bool keepsMemory = shared->lastFreed.load() != Clock::time_point();
-  if (!sessions.empty() || (keepsMemory && !shared->isStopping)) ScheduleSweep();
+  const bool hasMoreToDo = keepsMemory || shared->strangers.HasUntold();
+  if (!sessions.empty() || (hasMoreToDo && !shared->isStopping)) ScheduleSweep();
 }
 
 /// Large answers take many times their memory to make, and many connections take much together. It
@@ -373,7 +369,7 @@ void HttpServer::Start() {
   for (size_t i = 0; i < networkThreads; ++i) {
     server.shared->networks.push_back(std::make_unique<asio::io_context>(1));
   }
-  const tcp::endpoint endpoint = server.ResolveEndpoint();
+  const tcp::endpoint endpoint = server.Endpoint();
   if (server.shared->settings.tls) server.LoadCertificate();
   server.LimitConnections();
   server.Listen(endpoint);

@@ -1,6 +1,5 @@
 #include "agent/libZelCore/http_session.h"
 
-#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <boost/beast/core/string.hpp>
 #include <boost/beast/http/error.hpp>
@@ -8,10 +7,12 @@
 #include <limits>
 
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/excerpt.h"
 #include "agent/libZelCore/http_call.h"
 #include "agent/libZelCore/http_caller.h"
 #include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/json_codec.h"
+#include "agent/libZelCore/known_actions.h"
 
 namespace asio = boost::asio;
 namespace http = boost::beast::http;
@@ -24,25 +25,16 @@ constexpr size_t kLargestBufferBytes = 64 * 1024;
 constexpr uint64_t kDiscardedBodyBytes = 64 * 1024;
 constexpr uint64_t kSlowestReaderBytesPerSecond = 64 * 1024;
 constexpr std::chrono::seconds kLingerTime{2};
-constexpr size_t kLoggedClaimantBytes = 100;
 
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
-/// Those that a person at this machine answers, however late.
-constexpr std::string_view kForPeople[] = {"CoreUtilsAdvanceDialog", "CoreUtilsCheckClientAccept"};
-/// Those that other machines answer, or let wait in vain.
-constexpr std::string_view kForNetwork[] = {"CoreUtilsCheckHTTPConnection",
-                                            "CoreUtilsCheckSMBShare", "CoreUtilsListDomains",
-                                            "CoreUtilsListServers", "CoreUtilsPingICMP"};
+using Patience = ActionPool::Patience;
 
-ActionPool::Patience PatienceOf(std::string_view action) {
-  if (std::ranges::find(kForPeople, action) != std::end(kForPeople)) {
-    return ActionPool::Patience::kForPeople;
-  }
-  if (std::ranges::find(kForNetwork, action) != std::end(kForNetwork)) {
-    return ActionPool::Patience::kForNetwork;
-  }
-  return ActionPool::Patience::kOrdinary;
+/// As far as the action's name tells it.
+Patience PatienceOf(std::string_view action, const Settings& settings) {
+  if (WaitsForPerson(action)) return Patience::kForPeople;
+  const bool asksElsewhere = AsksMaster(action) && !settings.masterAddress.empty();
+  return asksElsewhere || WaitsForNetwork(action) ? Patience::kForNetwork : Patience::kOrdinary;
 }
 
 bool IsJsonType(std::string_view contentType) {
@@ -127,6 +119,7 @@ void HttpSession::BeginServing() {
 
 void HttpSession::BeginRequest() {
   request_.Clear();
+  caller_ = {};
   parser_.emplace(&request_);
   parser_->header_limit(kHeaderLimitBytes);
   parser_->body_limit(boost::none);  // what it is depends on the target
@@ -221,8 +214,11 @@ void HttpSession::Admit() {
   closesAfterReply_ = !parser_->keep_alive();
 
   if (!request_.origin.empty() && !OriginIsOwn()) {
-    return Refuse(
-        {403, "foreign_origin", "pages of " + request_.origin + " may not use this agent", {}, {}});
+    return Refuse({403,
+                   "foreign_origin",
+                   "pages of " + Excerpt(request_.origin) + " may not use this agent",
+                   {},
+                   {}});
   }
   route_ = FindRoute(request_.method, request_.target);
   const bool isUpload = route_.kind == HttpRoute::Kind::kUpload;
@@ -277,7 +273,7 @@ void HttpSession::OnChecked(const Authenticator::Answer& answer, const std::stri
     if (problem.empty()) refusal.message = "the credentials are not accepted";
     refusal.delay =
         shared_->slowdown.NoteFailure(address_, answer.caller.login, FailureSlowdown::Clock::now());
-    refusal.claimant = OwnerText(answer.caller).substr(0, kLoggedClaimantBytes);
+    refusal.claimant = Excerpt(OwnerText(answer.caller));
   }
   Refuse(std::move(refusal));
 }
@@ -331,10 +327,7 @@ void HttpSession::SayContinue() {
 /// Answers with an error once the rest of the request is out of the way: a reply that meets an
 /// unread body would be lost in the connection's reset.
 void HttpSession::Refuse(HttpRefusal refusal) {
-  const std::string claimant = refusal.claimant.empty() ? "" : " as \"" + refusal.claimant + "\"";
-  CoreLog().WarningWithNL("Request %s from %s%S refused: %u %s: %s", requestId_.c_str(),
-                          address_.c_str(), ZelString(claimant), refusal.status,
-                          std::string(refusal.code).c_str(), refusal.message.c_str());
+  LogRefusal(refusal);
   refusal_ = std::move(refusal);
   if (parser_->is_done()) return SendRefusal();
   const bool isSmall = !request_.isChunked && !request_.expectsContinue &&
@@ -346,6 +339,15 @@ void HttpSession::Refuse(HttpRefusal refusal) {
   }
   parser_->DiscardBody();
   Advance();
+}
+
+void HttpSession::LogRefusal(const HttpRefusal& refusal) const {
+  const bool isStranger = caller_.login.empty();
+  if (isStranger && !shared_->MayLogStranger()) return;
+  const std::string claimant = refusal.claimant.empty() ? "" : " as \"" + refusal.claimant + "\"";
+  CoreLog().WarningWithNL("Request %s from %s%S refused: %u %s: %s", requestId_.c_str(),
+                          address_.c_str(), ZelString(claimant), refusal.status,
+                          std::string(refusal.code).c_str(), refusal.message.c_str());
 }
 
 void HttpSession::SendRefusal() {
@@ -371,14 +373,18 @@ void HttpSession::Dispatch() {
     return SendReply(200, {});
   }
   EnterUnlimited(Phase::kRunning);
-  const auto run = [self = shared_from_this()] { self->RunAction(); };
-  if (shared_->pool.Submit(run, PatienceOf(route_.action))) return;
+  const Patience patience = PatienceOf(route_.action, shared_->settings);
+  const auto run = [self = shared_from_this(), patience] { self->RunAction(patience); };
+  if (!shared_->pool.Submit(run, patience)) RefuseAction();
+}
+
+void HttpSession::RefuseAction() {
   Refuse({503, "at_capacity", "no further action can be run now", "Retry-After: 1\r\n", {}});
 }
 
 /// On an action thread.
-void HttpSession::RunAction() {
-  Guarded([this] {
+void HttpSession::RunAction(Patience patience) {
+  Guarded([&] {
     const std::string& action = route_.action;
     if (const auto refusal = CheckDigest(request_.body, bodySha256_)) return ReplyError(*refusal);
     ZelContainer parameters;
@@ -386,25 +392,40 @@ void HttpSession::RunAction() {
         DecodeParameters(request_.body, caller_, shared_->actions.Signature(action), &parameters);
     request_.ReleaseLargeBody();
     if (refusal) return ReplyError(*refusal);
-
-    const bool isAgent = caller_.kind == Caller::Kind::kAgent;
-    const InvocationContext context(isAgent ? request_.invocationDepth : 0, OwnerText(caller_));
-    const uint32_t code = shared_->actions.Invoke(action, &parameters);
-    if (shared_->audit) shared_->audit({caller_, "action " + action, requestId_, code});
-    CoreLog().DetailWithNL("Request %s of %s from %s: %s returned %u", requestId_.c_str(),
-                           caller_.login.c_str(), address_.c_str(), action.c_str(), code);
-    // The action may have gone since it was looked up; one that ran may hand on this code itself.
-    if (code == kInvokeUnknownAction && !shared_->actions.Contains(action)) {
-      return ReplyError({404, "unknown_action", "there is no action " + action, {}, {}});
-    }
-    std::string& body = reply_.BeginBody();
-    body += R"({"code":)";
-    AppendNumber(code, &body);
-    body += R"(,"container":)";
-    EncodeContainer(parameters, &body);
-    body += '}';
-    SendReply(200, {});
+    if (patience == Patience::kOrdinary && NamesUrl(parameters))
+      return RunAmongPatient(std::move(parameters));
+    InvokeAction(std::move(parameters));
   });
+}
+
+/// On an action thread that is needed for others: what a URL leads to may let the action wait.
+void HttpSession::RunAmongPatient(ZelContainer parameters) {
+  const auto run = [self = shared_from_this(), parameters = std::move(parameters)] {
+    self->Guarded([&] { self->InvokeAction(parameters); });
+  };
+  if (!shared_->pool.HandOn(run, Patience::kForNetwork)) RefuseAction();
+}
+
+/// On an action thread.
+void HttpSession::InvokeAction(ZelContainer parameters) {
+  const std::string& action = route_.action;
+  const bool isAgent = caller_.kind == Caller::Kind::kAgent;
+  const InvocationContext context(isAgent ? request_.invocationDepth : 0, OwnerText(caller_));
+  const uint32_t code = shared_->actions.Invoke(action, &parameters);
+  if (shared_->audit) shared_->audit({caller_, "action " + action, requestId_, code});
+  CoreLog().DetailWithNL("Request %s of %s from %s: %s returned %u", requestId_.c_str(),
+                         caller_.login.c_str(), address_.c_str(), action.c_str(), code);
+  // The action may have gone since it was looked up; one that ran may hand on this code itself.
+  if (code == kInvokeUnknownAction && !shared_->actions.Contains(action)) {
+    return ReplyError({404, "unknown_action", "there is no action " + action, {}, {}});
+  }
+  std::string& body = reply_.BeginBody();
+  body += R"({"code":)";
+  AppendNumber(code, &body);
+  body += R"(,"container":)";
+  EncodeContainer(parameters, &body);
+  body += '}';
+  SendReply(200, {});
 }
 
 void HttpSession::ReplyError(const HttpRefusal& refusal) {

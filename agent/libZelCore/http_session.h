@@ -23,11 +23,11 @@
 /// One connection of the HTTP protocol. Requests are answered one after the other; bytes of the
 /// next one wait in the buffer.
 ///
-/// Threads: everything happens on the network thread of the connection but for `RunAction`, which
-/// has the session to itself while the action runs (nothing else is under way on the socket then).
-/// It sends the reply and begins the wait for the next request from there, so that neither costs
-/// the time to wake the network thread. An upload's thread asks for piece after piece of the body,
-/// which the network thread reads.
+/// Threads: everything happens on the network thread of the connection but for `RunAction` and what
+/// it calls, which have the session to themselves while the action runs (nothing else is under way
+/// on the socket then). They send the reply and begins the wait for the next request from there, so
+/// that neither costs the time to wake the network thread. An upload's thread asks for piece after
+/// piece of the body, which the network thread reads.
 class HttpSession : public std::enable_shared_from_this<HttpSession>, private UploadSource {
  public:
   using Clock = std::chrono::steady_clock;
@@ -117,7 +117,10 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   void SayContinue();
   void ReadBody();
   void Dispatch();
-  void RunAction();
+  void RunAction(ActionPool::Patience patience);
+  void RunAmongPatient(ZelContainer parameters);
+  void InvokeAction(ZelContainer parameters);
+  void RefuseAction();
 
   void RunUpload(const UploadRequest& upload);
   void OnUploadEnded(const UploadOutcome& outcome);
@@ -131,6 +134,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   void LosePiece();
 
   void Refuse(HttpRefusal refusal);
+  void LogRefusal(const HttpRefusal& refusal) const;
   void SendRefusal();
   void ReplyError(const HttpRefusal& refusal);
   void SendReply(unsigned status, std::string_view extraFields);
@@ -149,7 +153,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
   HttpRequest request_;
   std::optional<HttpRequestParser> parser_;
   HttpRoute route_;
-  Caller caller_;
+  Caller caller_;           ///< without a login until the request is known to be somebody's
   std::string bodySha256_;  ///< what the body's digest must be; empty: anything
   std::optional<HttpRefusal> refusal_;
   bool headerIsDone_ = false;

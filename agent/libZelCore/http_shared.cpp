@@ -13,7 +13,7 @@
 namespace {
 
 constexpr size_t kMostChecks = 64;
-constexpr ptrdiff_t kMostChecksOfAddress = 8;
+constexpr ptrdiff_t kMostChecksOfPlace = 8;
 
 std::string MakeRequestIdPrefix() {
   uint64_t random = 0;
@@ -26,22 +26,23 @@ std::string MakeRequestIdPrefix() {
 }  // namespace
 
 bool PasswordChecker::Submit(const std::string& address, const std::string& header, Done done) {
+  std::string place = PlaceOf(address);
   std::lock_guard lock(mutex_);
   if (isStopping_) return false;
   const auto same = std::find_if(jobs_.begin(), jobs_.end(), [&](const auto& job) {
-    return job->header == header && job->address == address;
+    return job->header == header && job->place == place;
   });
   if (same != jobs_.end()) {
     (*same)->waiting.push_back(std::move(done));
     return true;
   }
-  const auto fromAddress = std::count_if(jobs_.begin(), jobs_.end(),
-                                         [&](const auto& job) { return job->address == address; });
-  if (jobs_.size() >= kMostChecks || fromAddress >= kMostChecksOfAddress) return false;
+  const auto fromPlace = std::count_if(jobs_.begin(), jobs_.end(),
+                                       [&](const auto& job) { return job->place == place; });
+  if (jobs_.size() >= kMostChecks || fromPlace >= kMostChecksOfPlace) return false;
 
   if (!HasThread()) return false;
 
-  auto job = std::make_shared<Job>(Job{address, header, {}});
+  auto job = std::make_shared<Job>(Job{std::move(place), header, {}});
   job->waiting.push_back(std::move(done));
   jobs_.push_back(std::move(job));
   wake_.notify_one();
@@ -116,6 +117,18 @@ HttpShared::HttpShared(const Settings& settingsOfServer, Authenticator& authenti
       proofs(std::chrono::milliseconds(settingsOfServer.pacWindowMs)),
       uploads(settingsOfServer.maxUploads),
       requestIdPrefix_(MakeRequestIdPrefix()) {}
+
+bool HttpShared::MayLogStranger() {
+  TellUntoldStrangers();
+  return strangers.Admit(LogThrottle::Clock::now());
+}
+
+void HttpShared::TellUntoldStrangers() {
+  const uint64_t count = strangers.TakeUntold(LogThrottle::Clock::now());
+  if (count == 0) return;
+  CoreLog().WarningWithNL("And %s more were refused who had not logged in",
+                          std::to_string(count).c_str());
+}
 
 std::string HttpShared::NextRequestId() {
   char digits[24];

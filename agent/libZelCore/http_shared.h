@@ -17,13 +17,13 @@
 #include "agent/libZelCore/failure_slowdown.h"
 #include "agent/libZelCore/http_server.h"
 #include "agent/libZelCore/http_upload.h"
+#include "agent/libZelCore/log_throttle.h"
 #include "agent/libZelCore/proof_memory.h"
 
 class HttpSession;
 
 /// Checks passwords one after the other on a thread of its own, so that their cost never holds up
-/// the network threads. Requests that wait with the same credential from one address share one
-/// check.
+/// the network threads. Requests that wait with the same credential from one place share one check.
 class PasswordChecker {
  public:
   using Done = std::function<void(const Authenticator::Answer&)>;
@@ -32,13 +32,13 @@ class PasswordChecker {
   ~PasswordChecker() { Stop(); }
 
   /// `done` is called on the checker's thread; dropped when the checker stops. False when too many
-  /// checks wait, altogether or from this address, or when the system gives no thread.
+  /// checks wait, altogether or from the address's place, or when the system gives no thread.
   bool Submit(const std::string& address, const std::string& header, Done done);
   void Stop();
 
  private:
   struct Job {
-    std::string address;
+    std::string place;  ///< see PlaceOf
     std::string header;
     std::vector<Done> waiting;
   };
@@ -62,6 +62,11 @@ struct HttpShared {
              const ActionDatabase& actionsOfServer, AliasTable& aliasesOfServer,
              ActionPool& poolOfServer, HttpServer::Audit auditOfServer);
 
+  /// Whether what a stranger did, whose credentials are not known yet, may have its line in the log
+  /// now. What may not is told later, in one line for all.
+  bool MayLogStranger();
+  void TellUntoldStrangers();
+
   /// A new identifier for each request, unlike any other, also after a restart.
   std::string NextRequestId();
 
@@ -79,6 +84,7 @@ struct HttpShared {
   ActionPool& pool;
   const HttpServer::Audit audit;
   FailureSlowdown slowdown;
+  LogThrottle strangers;
   PasswordChecker passwordChecker;
   ProofMemory proofs;
   UploadThreads uploads;

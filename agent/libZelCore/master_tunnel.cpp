@@ -8,6 +8,7 @@
 #include "agent/libZelCore/agent_core_parts.h"
 #include "agent/libZelCore/calling_user.h"
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/excerpt.h"
 #include "agent/libZelCore/invocation_depth.h"
 
 namespace {
@@ -43,23 +44,12 @@ RemoteResult AskItself(AgentCore::Implementation& core, std::string_view action,
   return {code, {}};
 }
 
-/// The first bytes of a text, without half a character at its end.
-ZelString Beginning(const ZelString& text) {
-  std::string_view bytes = text.Utf8();
-  if (bytes.size() <= kLongestLoggedText) return text;
-  bytes = bytes.substr(0, kLongestLoggedText + 1);
-  const auto isContinuation = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
-  while (isContinuation(bytes.back())) bytes.remove_suffix(1);
-  bytes.remove_suffix(1);
-  return ZelString(std::string(bytes) + "...");
-}
-
 void LogAnswer(const ZelString& action, uint32_t code, const ZelContainer& answer) {
   ZelString problem;
   answer.GetString("Error", &problem, kNoIndex);
   if (!problem.IsEmpty()) {
-    CoreLog().WarningWithNL("Action %S on the master: it answered with code %u: %S", action, code,
-                            Beginning(problem));
+    CoreLog().WarningWithNL("Action %S on the master: it answered with code %u: %s", action, code,
+                            Excerpt(problem.Utf8(), kLongestLoggedText).c_str());
   } else if (code != 0) {
     CoreLog().WarningWithNL("Action %S on the master: it failed with code %u", action, code);
   }

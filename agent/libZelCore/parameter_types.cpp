@@ -1,10 +1,9 @@
 #include "agent/libZelCore/parameter_types.h"
 
-#include <algorithm>
-#include <iterator>
 #include <limits>
 
 #include "agent/libZel/blanks.h"
+#include "agent/libZelCore/known_actions.h"
 
 namespace {
 
@@ -27,20 +26,6 @@ std::string_view TypeName(const ZelContainer::Entry& entry) {
 bool FitsInt(int64_t value) {
   return value >= std::numeric_limits<int32_t>::min() &&
          value <= std::numeric_limits<uint32_t>::max();
-}
-
-/// A parameter that is not of the type that its signature gives for people: the action reads a text
-/// or a list of texts.
-struct TextParameter {
-  std::string_view action;
-  std::string_view key;
-};
-constexpr TextParameter kTextParameters[] = {{"CoreUtilsTerminateProcess", "ProcessID"}};
-
-bool IsTextParameter(std::string_view action, std::string_view key) {
-  return std::any_of(
-      std::begin(kTextParameters), std::end(kTextParameters),
-      [&](const TextParameter& one) { return one.action == action && one.key == key; });
 }
 
 /// The declared type of `key`, or empty.

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "agent/libZel/archive_limits.h"
+#include "agent/libZelCore/known_actions.h"
 #include "libZel/debug.h"
 
 /// One rule of the privacy policy, see docs/consoles-and-users.md.
@@ -52,33 +53,7 @@ struct Settings {
   uint32_t maxThreads = 64;
   uint32_t maxQueued = 1024;
   /// Actions that console users need the role "administrator" for; sorted.
-  std::vector<std::string> administratorsOnly = {"AgentGetProgress",
-                                                 "CoreUtilsAdvanceDialog",
-                                                 "CoreUtilsCheckClientAccept",
-                                                 "CoreUtilsCloseDialog",
-                                                 "CoreUtilsConfigureJWS",
-                                                 "CoreUtilsCopyFileToRelay",
-                                                 "CoreUtilsDestroyAckPopup",
-                                                 "CoreUtilsExitOperatingSystem",
-                                                 "CoreUtilsExtractFile",
-                                                 "CoreUtilsLockDesktop",
-                                                 "CoreUtilsRestoreBackup",
-                                                 "CoreUtilsRestoreBackupFromRelay",
-                                                 "CoreUtilsRestoreDesktopLockState",
-                                                 "CoreUtilsRunScript",
-                                                 "CoreUtilsSetLockMessageText",
-                                                 "CoreUtilsShellExecuteAsLoggedUser",
-                                                 "CoreUtilsShowDialog",
-                                                 "CoreUtilsTerminateProcess",
-                                                 "CoreUtilsUnlockDesktop",
-                                                 "HttpProtocolAddAlias",
-                                                 "HttpProtocolDeleteAlias",
-                                                 "HttpProtocolListAliases",
-                                                 "TrnDbCloseTask",
-                                                 "TrnDbCreateTask",
-                                                 "TrnDbTaskAddNote",
-                                                 "TrnDbTaskCheckRequirements",
-                                                 "TrnDbTaskGetList"};
+  std::vector<std::string> administratorsOnly = AdministratorsOnlyByDefault();
 
   // [fleet]
   std::filesystem::path fleetSecretFile;

@@ -1,13 +1,14 @@
 #include "agent/libZelCore/settings_keys.h"
 
 #include <algorithm>
-#include <charconv>
+#include <boost/asio/ip/address.hpp>
 #include <optional>
 #include <utility>
 
 #include "agent/libZel/ascii.h"
 #include "agent/libZel/blanks.h"
 #include "agent/libZel/file_text.h"
+#include "agent/libZel/whole_number.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/remote_invocation.h"
@@ -29,10 +30,11 @@ fs::path FileName(const SettingsTarget& target, const std::string& value) {
 /// Nothing, or what is wrong with the number.
 std::string ReadNumber(const std::string& value, uint64_t lowest, uint64_t highest,
                        uint64_t* number) {
-  const char* const end = value.data() + value.size();
-  const auto parsed = std::from_chars(value.data(), end, *number);
-  const bool isNumber = parsed.ec == std::errc() && parsed.ptr == end;
-  if (isNumber && *number >= lowest && *number <= highest) return {};
+  const auto read = ReadWholeNumber<uint64_t>(value);
+  if (read && *read >= lowest && *read <= highest) {
+    *number = *read;
+    return {};
+  }
   return "is not a number from " + std::to_string(lowest) + " to " + std::to_string(highest);
 }
 
@@ -109,9 +111,9 @@ std::string SetLanguage(SettingsTarget& target, const std::string& value) {
 }
 
 std::string SetBindAddress(SettingsTarget& target, const std::string& value) {
-  const bool isAddress =
-      !value.empty() && value.find_first_not_of("0123456789abcdefABCDEF.:%") == std::string::npos;
-  if (!isAddress) return "is not an IPv4 or IPv6 address";
+  boost::system::error_code error;
+  boost::asio::ip::make_address(value, error);
+  if (error) return "is not an IPv4 or IPv6 address";
   target.settings.bindAddress = value;
   return {};
 }

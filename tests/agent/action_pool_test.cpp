@@ -112,6 +112,34 @@ TEST(ActionPool, LetsTwiceAsManyJobsForTheNetworkWaitAsItHasThreads) {
   answer.set_value();
 }
 
+TEST(ActionPool, TakesAJobThatARunningOneHandsOnThoughItIsFull) {
+  constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
+  std::promise<void> release, handedOn;
+  const std::shared_future<void> released = release.get_future().share();
+  std::promise<bool> isTaken;
+  ActionPool pool(1, 0);
+  ASSERT_TRUE(pool.Submit([&] {
+    released.wait();
+    isTaken.set_value(pool.HandOn([&] { handedOn.set_value(); }, kForNetwork));
+  }));
+  EXPECT_FALSE(pool.Submit([] {})) << "the only thread is busy and none may queue";
+  release.set_value();
+  EXPECT_TRUE(isTaken.get_future().get());
+  EXPECT_EQ(handedOn.get_future().wait_for(kPatience), std::future_status::ready);
+}
+
+TEST(ActionPool, RefusesAJobThatIsHandedOnWhenTooManyOfItsKindWait) {
+  constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
+  std::promise<void> answer;
+  const std::shared_future<void> answered = answer.get_future().share();
+  std::promise<bool> isTaken;
+  ActionPool pool(4, 0);
+  ASSERT_TRUE(pool.Submit([answered] { answered.wait(); }, kForNetwork));
+  ASSERT_TRUE(pool.Submit([&] { isTaken.set_value(pool.HandOn([] {}, kForNetwork)); }));
+  EXPECT_FALSE(isTaken.get_future().get());
+  answer.set_value();
+}
+
 TEST(ActionPool, DropsJobsForTheNetworkThatWaitWhenItStops) {
   constexpr auto kForNetwork = ActionPool::Patience::kForNetwork;
   std::promise<void> release, running;

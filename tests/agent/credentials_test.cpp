@@ -315,6 +315,13 @@ TEST(FailureSlowdown, TakesAnIpv6NetworkForOnePlace) {
   EXPECT_EQ(slowdown.NoteFailure("2001:db8:1:3:9:9:9:9", "y", now), milliseconds(0));
 }
 
+TEST(FailureSlowdown, TakesAnIpv6NetworkForOnePlaceHoweverItsAddressesAreWritten) {
+  EXPECT_EQ(PlaceOf("2001:db8::1"), PlaceOf("2001:db8:0:0:1::"));
+  EXPECT_NE(PlaceOf("2001:db8::1"), PlaceOf("2001:db8:0:1::1"));
+  EXPECT_NE(PlaceOf("2001::1:2:3:4:5"), PlaceOf("2001::5"));
+  EXPECT_EQ(PlaceOf("192.0.2.1"), "192.0.2.1");
+}
+
 TEST(FailureSlowdown, ForgetsAfterASuccessAndAfterAWhile) {
   FailureSlowdown slowdown;
   const auto now = FailureSlowdown::Clock::now();

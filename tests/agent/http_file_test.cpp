@@ -1,9 +1,11 @@
 // The file functions on URLs, against a server of our own.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <filesystem>
+#include <future>
 #include <map>
 #include <mutex>
 #include <string>
@@ -95,6 +97,19 @@ TEST(HttpFile, DoesNotExistOnAServerThatIsNotThere) {
   { url = FileStore().Url("/file"); }
   EXPECT_EQ(FileExists(url), 0);
   EXPECT_NE(FileDeleteNet(url, false), 0);
+}
+
+TEST(HttpFile, IsNotAskedForLongerThanItMayTake) {
+  std::promise<void> release;
+  TestHttpServer server([&](const TestHttpRequest&) {
+    release.get_future().wait();
+    return TestHttpAnswer();
+  });
+  const http_file::Properties properties =
+      http_file::GetProperties(ZelString(server.Url("/file")), std::chrono::milliseconds(50));
+  release.set_value();
+  EXPECT_EQ(properties.presence, http_file::Properties::Presence::kUnknown);
+  EXPECT_THAT(std::string(properties.reason.Utf8()), testing::HasSubstr("imed out"));
 }
 
 TEST(HttpFile, IsDownloadedWithItsModificationTime) {

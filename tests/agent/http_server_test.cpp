@@ -22,6 +22,7 @@
 #include "agent/libZel/debug_context.h"
 #include "agent/libZel/request_proof.h"
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/http_shared.h"
 #include "agent/libZelCore/invocation_depth.h"
 #include "agent/libZelCore/json_codec.h"
 #include "tests/agent/http_server_fixture.h"
@@ -168,8 +169,86 @@ TEST_F(HttpServerTest, LogsAsWhomARefusedOneCallsItself) {
   EXPECT_THAT(log, HasSubstr(" from 127.0.0.1 as \"admin\" refused: 401 unauthorized: "));
   EXPECT_THAT(log, HasSubstr(" as \"agent/pc-7\" refused: "));
   EXPECT_THAT(log, HasSubstr(" as \"agent/pc-8\" refused: "));
-  EXPECT_THAT(log, HasSubstr(" as \"" + std::string(100, 'y') + "\" refused: "));
+  EXPECT_THAT(log, HasSubstr(" as \"" + std::string(100, 'y') + "...\" refused: "));
   EXPECT_THAT(log, Not(HasSubstr("a\nb")));
+}
+
+TEST_F(HttpServerTest, RepeatsOnlyTheBeginningOfATargetAndAnOrigin) {
+  const std::string told = "/" + std::string(99, 'a');
+  const Reply reply = Exchange(Get("/" + std::string(5000, 'a')));
+  EXPECT_EQ(reply.status, 404);
+  EXPECT_THAT(reply.body, HasSubstr("there is nothing at " + told + "...\""));
+  const std::string origin = "http://" + std::string(5000, 'o');
+  EXPECT_THAT(Exchange(Get("/v1/health", "Origin: " + origin + "\r\n")).body,
+              HasSubstr("pages of " + origin.substr(0, 100) + "... may not"));
+}
+
+TEST(LogThrottle, AdmitsAFewLinesASecondAndCountsTheOthers) {
+  LogThrottle throttle;
+  const auto now = LogThrottle::Clock::now();
+  for (unsigned i = 0; i < LogThrottle::kMostLines; ++i) EXPECT_TRUE(throttle.Admit(now));
+  EXPECT_FALSE(throttle.HasUntold());
+  EXPECT_FALSE(throttle.Admit(now + LogThrottle::kTime / 2));
+  EXPECT_FALSE(throttle.Admit(now + LogThrottle::kTime / 2));
+  EXPECT_TRUE(throttle.HasUntold());
+  EXPECT_EQ(throttle.TakeUntold(now + LogThrottle::kTime / 2), 0u) << "there may be more";
+
+  EXPECT_EQ(throttle.TakeUntold(now + LogThrottle::kTime), 2u);
+  EXPECT_EQ(throttle.TakeUntold(now + LogThrottle::kTime), 0u);
+  EXPECT_FALSE(throttle.HasUntold());
+  EXPECT_TRUE(throttle.Admit(now + LogThrottle::kTime));
+}
+
+TEST_F(HttpServerTest, TellsHowManyStrangersWereRefusedBesideThoseWhoHaveALine) {
+  DebugOptions options;
+  options.logFile = directory_.Native() / "log";
+  ZelDebugContext context(options);
+  CoreLog().SetContext(&context);
+  HttpShared shared(settings_, authenticator_, actions_, aliases_, pool_, {});
+  unsigned kept = 0;
+  while (kept < 2) kept += shared.MayLogStranger() ? 0 : 1;
+  EXPECT_TRUE(Eventually([&] {
+    shared.TellUntoldStrangers();
+    return !shared.strangers.HasUntold();
+  }));
+  CoreLog().SetContext(nullptr);
+  context.Flush();
+  EXPECT_THAT(ReadFile(options.logFile), HasSubstr(" more were refused who had not logged in"));
+}
+
+TEST_F(HttpServerTest, LogsOnlySomeOfManyRefusalsOfStrangersButAllOfKnownCallers) {
+  constexpr unsigned kRefusals = 3 * LogThrottle::kMostLines;
+  DebugOptions options;
+  options.logFile = directory_.Native() / "log";
+  ZelDebugContext context(options);
+  CoreLog().SetContext(&context);
+  const auto log = [&] {
+    context.Flush();
+    return ReadFile(options.logFile);
+  };
+  const auto count = [&](const std::string& text) {
+    const std::string all = log();
+    unsigned found = 0;
+    for (size_t at = all.find(text); at != all.npos; at = all.find(text, at + 1)) ++found;
+    return found;
+  };
+  const auto begin = steady_clock::now();
+  {
+    RawClient client = Connect();
+    for (unsigned i = 0; i < kRefusals; ++i) {
+      client.Send(Get("/nothing"));
+      EXPECT_EQ(client.Read().status, 404);
+    }
+  }
+  const auto seconds = static_cast<unsigned>((steady_clock::now() - begin) / LogThrottle::kTime);
+  const unsigned lines = count("there is nothing at /nothing");
+  EXPECT_GE(lines, LogThrottle::kMostLines);
+  EXPECT_LE(lines, (seconds + 1) * LogThrottle::kMostLines);
+  const unsigned before = count(" refused: 404 unknown_action");
+  for (unsigned i = 0; i < kRefusals; ++i) Exchange(Call("NoSuchAction", "{}"));
+  EXPECT_EQ(count(" refused: 404 unknown_action") - before, kRefusals) << "known callers";
+  server_->Stop();
+  CoreLog().SetContext(nullptr);
 }
 
 TEST_F(HttpServerTest, KeepsTheConnectionAfterARefusal) {
@@ -686,6 +765,95 @@ TEST_F(HttpServerTest, DropsTheLongestIdleConnectionWhenFull) {
   }
 }
 
+TEST_F(HttpServerTest, KeepsThreadsFromActionsWhoseUrlsLetThemWait) {
+  std::atomic<int> waiting{0};
+  Register("Fetch (string Path, string Text)", [&](ZelContainer*) {
+    ++waiting;
+    return finish_.Wait() ? 0U : 1U;
+  });
+  std::vector<RawClient> clients;
+  for (const char* path : {"http://192.0.2.1/a", "HTTPS://192.0.2.1/b", "http:\\u002f/192.0.2.1/c",
+                           "http://192.0.2.1/d", "http://192.0.2.1/e"}) {
+    clients.push_back(Connect());
+    clients.back().Send(Call("Fetch", R"({"Path":")" + std::string(path) + R"("})"));
+  }
+  EXPECT_TRUE(Eventually([&] { return waiting == 1; }));
+  EXPECT_EQ(Exchange(Call("Echo", "{}")).status, 200) << "four threads, of which URLs have one";
+  EXPECT_EQ(waiting, 1);
+
+  finish_.Open();
+  for (RawClient& client : clients) EXPECT_EQ(client.Read().status, 200);
+  EXPECT_EQ(waiting, 5);
+}
+
+TEST_F(HttpServerTest, TakesOnlyPathsForUrlsThatLetActionsWait) {
+  std::atomic<int> waiting{0};
+  Register("Fetch (string Path, string Text)", [&](ZelContainer*) {
+    ++waiting;
+    return finish_.Wait() ? 0U : 1U;
+  });
+  std::vector<RawClient> clients;
+  for (const char* body : {R"({"Text":"http://192.0.2.1/"})", R"({"Path":"/http://x"})"}) {
+    clients.push_back(Connect());
+    clients.back().Send(Call("Fetch", body));
+  }
+  EXPECT_TRUE(Eventually([&] { return waiting == 2; }));
+  finish_.Open();
+  for (RawClient& client : clients) EXPECT_EQ(client.Read().status, 200);
+}
+
+TEST_F(HttpServerTest, KeepsThreadsFromTasksThatAskAMasterElsewhere) {
+  std::atomic<int> waiting{0};
+  Register("CoreUtilsCheckTask ()", [&](ZelContainer*) {
+    ++waiting;
+    return finish_.Wait() ? 0U : 1U;
+  });
+  settings_.masterAddress = "https://master:7460";
+  std::vector<RawClient> clients;
+  for (int i = 0; i < 5; ++i) {
+    clients.push_back(Connect());
+    clients.back().Send(Call("CoreUtilsCheckTask", "{}"));
+  }
+  EXPECT_TRUE(Eventually([&] { return waiting == 1; }));
+  EXPECT_EQ(Exchange(Call("Echo", "{}")).status, 200);
+  EXPECT_EQ(waiting, 1);
+  finish_.Open();
+  for (RawClient& client : clients) EXPECT_EQ(client.Read().status, 200);
+}
+
+TEST_F(HttpServerTest, LetsTasksOfItsOwnUseAllThreads) {
+  std::atomic<int> waiting{0};
+  Register("CoreUtilsCheckTask ()", [&](ZelContainer*) {
+    ++waiting;
+    return finish_.Wait() ? 0U : 1U;
+  });
+  std::vector<RawClient> clients;
+  for (int i = 0; i < 4; ++i) {
+    clients.push_back(Connect());
+    clients.back().Send(Call("CoreUtilsCheckTask", "{}"));
+  }
+  EXPECT_TRUE(Eventually([&] { return waiting == 4; }));
+  finish_.Open();
+  for (RawClient& client : clients) EXPECT_EQ(client.Read().status, 200);
+}
+
+TEST_F(HttpServerTest, ChecksPasswordsOfOnePlaceAtMostEightAtATime) {
+  PasswordChecker checker(authenticator_);
+  ASSERT_TRUE(checker.Submit("192.0.2.1", "Basic first", [&](const auto&) {
+    started_.Open();
+    finish_.Wait();
+  }));
+  ASSERT_TRUE(started_.Wait()) << "the checker waits from now on";
+  const auto submit = [&](const std::string& address, int number) {
+    return checker.Submit(address, "Basic " + std::to_string(number), [](const auto&) {});
+  };
+  for (int i = 0; i < 8; ++i) EXPECT_TRUE(submit("2001:db8:1:2::" + std::to_string(i + 1), i));
+  EXPECT_FALSE(submit("2001:db8:1:2::9", 9));
+  EXPECT_FALSE(submit("2001:db8:1:2:3:4:5:6", 9));
+  EXPECT_TRUE(submit("2001:db8:1:3::9", 9));
+  finish_.Open();
+}
+
 TEST_F(HttpServerTest, RefusesConnectionsWhenAllAreBusy) {
   Register("Wait", [&](ZelContainer*) {
     started_.Open();
@@ -844,7 +1012,7 @@ TEST_F(HttpServerTest, ListensBeyondLoopbackOnlyWhenAllowed) {
   EXPECT_EQ(Exchange(Get("/v1/health")).status, 200);
 }
 
-TEST_F(HttpServerTest, NamesAnAddressThatCannotBeResolved) {
+TEST_F(HttpServerTest, NamesWhatIsNoAddressToListenOn) {
   settings_.bindAddress = "no.such.host.invalid";
   try {
     Serve();

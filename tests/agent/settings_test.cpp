@@ -178,6 +178,9 @@ TEST(Settings, RefuseEachUnusableValueNamingItsLine) {
                            "[http]\nport =",
                            "[http]\ntls = maybe",
                            "[http]\naddress = example.com",
+                           "[http]\naddress = cafe",
+                           "[http]\naddress = ::1::",
+                           "[http]\naddress =",
                            "[agent]\nname = a b",
                            "[agent]\nname = a:b",
                            "[master]\naddress = ftp://x",
@@ -277,6 +280,12 @@ TEST(Settings, RefuseAnAddressBeyondLoopbackInClear) {
   }
   EXPECT_THAT(errors("address = 0.0.0.0\nallow_plain = yes"), IsEmpty());
   EXPECT_THAT(errors("address = 0.0.0.0\ntls = yes\ncertificate = a\nprivate_key = b"), IsEmpty());
+}
+
+TEST(Settings, TakeAnAddressOfOneLinkWithItsInterface) {
+  const SettingsResult result = Parse("[http]\naddress = fe80::1%1\nallow_plain = yes\n");
+  EXPECT_THAT(result.errors, IsEmpty());
+  EXPECT_EQ(result.settings.bindAddress, "fe80::1%1");
 }
 
 TEST(Settings, SayWhatTheUseOfTlsNeedsNamingTheLine) {

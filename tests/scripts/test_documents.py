@@ -112,12 +112,22 @@ def test_every_setting_has_its_row():
 
 
 def test_the_actions_for_administrators_are_named():
-    header = text_of("agent/libZelCore/settings.h")
-    default = re.findall(r'"(\w+)"', re.search(r"administratorsOnly = \{([^}]*)\}", header)[1])
+    source = text_of("agent/libZelCore/known_actions.cpp")
+    default = re.findall(r'"(\w+)"', re.search(r"kAdministratorsOnly\[\] = \{([^}]*)\}", source)[1])
     assert len(default) > 20
     page = TEXTS["docs/configuration.md"] + TEXTS.get("docs/consoles-and-users.md", "")
     listed = re.search(r"these are for administrators: (.*?)\. ", page, flags=re.S)[1]
     assert sorted(re.findall(r"`(\w+)`", listed)) == sorted(default)
+
+
+def test_the_actions_that_the_core_knows_by_name_exist():
+    known = set(re.findall(r'"((?:Agent|CoreUtils|HttpProtocol|TrnDb)\w+)"',
+                           text_of("agent/libZelCore/known_actions.cpp")))
+    assert len(known) > 30
+    registered = "".join(text_of(name) for name in (
+        "module/registry.cpp", "agent/task_database/module_main.cpp",
+        "agent/libZelCore/core_actions.cpp"))
+    assert [name for name in sorted(known) if not re.search(rf'"{name}[" ]', registered)] == []
 
 
 def test_the_actions_are_counted():
