@@ -125,11 +125,6 @@ void LogChange(int32_t id, const char* what, const CallingUser& caller) {
                                 caller.agent.c_str(), caller.login.c_str());
 }
 
-bool ShowsOwnDeviceOnly(const TaskService& service, const ListRequest& list,
-                        const CallingUser& caller) {
-  return service.showsOwnDeviceOnly && list.isFromDevice && !caller.isAdministrator;
-}
-
 void Create(const Request& request, TaskService& service, ZelContainer* answer) {
   const NewTask task = ReadNewTask(request.parameters, request.caller);
 
@@ -166,7 +161,7 @@ void AddNote(const Request& request, TaskService& service, ZelContainer* answer)
 
 void GetList(const Request& request, TaskService& service, ZelContainer* answer) {
   ListRequest list = ReadListRequest(request.parameters);
-  if (ShowsOwnDeviceOnly(service, list, request.caller)) {
+  if (service.showsOwnDeviceOnly && !request.caller.isAdministrator) {
     // An empty filter would show all devices.
     if (list.deviceGuid.empty()) return;
     list.filter.deviceGuid = list.deviceGuid;

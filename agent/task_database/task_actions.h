@@ -75,8 +75,8 @@ uint32_t TrnDbTaskAddNote(ZelContainer* parameters);
 /// exactly `_DB_ATTR_REQUESTEDBY_`, `_DB_ATTR_STATUS_` and `_DB_ATTR_PRIORITY_` (texts; an empty
 /// one leaves all). At most `[master] max_listed` tasks and 8 MiB of text; the first task is always
 /// there, with as many of its newest notes as fit. Under `[master] visibility = device` a request
-/// with the flag `FromHCHL` gets, unless it comes from an administrator, only the tasks of the
-/// device `GUID` (none when that is empty).
+/// gets, unless it comes from an administrator, only the tasks of the device `GUID` (none when that
+/// is empty). Devices send the flag `FromHCHL` along, which changes nothing.
 ///
 /// Answers `Values`, a list of containers, absent when there are none; nothing else on success.
 ///

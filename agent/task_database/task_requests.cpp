@@ -7,7 +7,6 @@
 namespace {
 
 constexpr const char* kNameKey = "ObjectName";
-constexpr const char* kIsFromDeviceKey = "FromHCHL";
 
 [[noreturn]] void Refuse(const char* key, const std::string& what) {
   throw RefusedRequest("the parameter \"" + std::string(key) + "\" " + what);
@@ -44,13 +43,6 @@ int32_t ReadTaskId(const ZelContainer& parameters) {
   if (!parameters.GetInt32(kObjectIdKey, &id, kNoIndex))
     Refuse(kObjectIdKey, "must be an integer of 32 bits");
   return id;
-}
-
-bool ReadFlag(const ZelContainer& parameters, const char* key) {
-  bool flag = false;
-  if (IsAbsent(parameters, key)) return flag;
-  if (!parameters.GetBool(key, &flag, kNoIndex)) Refuse(key, "must be true or false");
-  return flag;
 }
 
 bool IsBlank(std::string_view text) {
@@ -103,6 +95,5 @@ ListRequest ReadListRequest(const ZelContainer& parameters) {
   request.filter.state = ReadText(parameters, kStateKey);
   request.filter.priority = ReadText(parameters, kPriorityKey);
   request.deviceGuid = ReadText(parameters, kDeviceGuidKey);
-  request.isFromDevice = ReadFlag(parameters, kIsFromDeviceKey);
   return request;
 }

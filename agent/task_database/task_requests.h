@@ -39,7 +39,6 @@ std::string ReadNote(const ZelContainer& parameters);
 struct ListRequest {
   TaskFilter filter;  ///< without a device
   std::string deviceGuid;
-  bool isFromDevice = false;
 };
 /// Throws RefusedRequest.
 ListRequest ReadListRequest(const ZelContainer& parameters);

@@ -131,10 +131,11 @@ TEST_F(OwnDeviceOnly, IsWhatTheListOfADeviceShows) {
     EXPECT_EQ(IdsOf(List(invoker, FromDevice("guid-2"))), Ids{second});
     EXPECT_EQ(IdsOf(List(invoker, FromDevice("guid-3"))), Ids{});
     EXPECT_EQ(IdsOf(List(invoker, FromDevice(""))), Ids{});
+    EXPECT_EQ(IdsOf(List(invoker, With({{"GUID", "guid-1"}}))), Ids{first});
+    EXPECT_EQ(IdsOf(List(invoker)), Ids{});
   }
   for (const Invoker& invoker : {Master(), ConsoleUser("boss"), AdministratorOf("pc-1", "root")})
     EXPECT_EQ(IdsOf(List(invoker, FromDevice("guid-1"))), (Ids{none, second, first}));
-  EXPECT_EQ(IdsOf(List(Agent("pc-1"), With({{"GUID", "guid-1"}}))), (Ids{none, second, first}));
 }
 
 TEST_F(TaskDatabase, ShowsADeviceTheTasksOfTheFleetByDefault) {

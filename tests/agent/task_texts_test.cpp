@@ -152,7 +152,7 @@ TEST_F(TaskDatabase, TakesANoteOfOneMebibyte) {
   EXPECT_TRUE(TextOf(notes[0], "Text") == note);
 }
 
-TEST_F(TaskDatabase, RefusesIdentifiersAndFlagsOfAnotherType) {
+TEST_F(TaskDatabase, RefusesIdentifiersOfAnotherType) {
   ZelContainer request = Change(1, "anna", "note");
   request.SetString("ObjectId", "1", kNoIndex);
   ExpectNo(Invoke(Master(), "TrnDbCloseTask", request), "\"ObjectId\" must be an integer");
@@ -161,9 +161,6 @@ TEST_F(TaskDatabase, RefusesIdentifiersAndFlagsOfAnotherType) {
   ExpectNo(Invoke(Master(), "TrnDbCloseTask", request), "\"ObjectId\" must be an integer");
   request.SetBool("ObjectId", true, kNoIndex);
   ExpectNo(Invoke(Master(), "TrnDbCloseTask", request), "\"ObjectId\" must be an integer");
-
-  ZelContainer list = With({{"FromHCHL", "yes"}});
-  ExpectNo(Invoke(Agent("pc-1"), "TrnDbTaskGetList", list), "\"FromHCHL\" must be true or false");
 }
 
 TEST_F(TaskDatabase, AcceptsNoNamesOfAgentsThatItCouldNotKeep) {
