@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 /// The bytes as digits, two small ones for each.
 inline std::string Hexadecimal(const unsigned char* bytes, size_t count) {
@@ -13,4 +14,8 @@ inline std::string Hexadecimal(const unsigned char* bytes, size_t count) {
     text += kDigits[bytes[i] & 15];
   }
   return text;
+}
+
+inline std::string Hexadecimal(std::string_view bytes) {
+  return Hexadecimal(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 }

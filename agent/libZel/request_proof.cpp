@@ -2,7 +2,6 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <openssl/hmac.h>
 #include <openssl/rand.h>
 
 #include <algorithm>
@@ -13,12 +12,12 @@
 #include "agent/libZel/ascii.h"
 #include "agent/libZel/digest_context.h"
 #include "agent/libZel/hexadecimal.h"
+#include "agent/libZel/hmac_sha256.h"
 
 namespace {
 
 constexpr std::string_view kScheme = "PAC ";
 constexpr size_t kProofNonceBytes = 16;
-constexpr size_t kDigestBytes = 32;
 constexpr size_t kLongestName = 64;
 // Until the year 33658.
 constexpr size_t kLongestDate = 12;
@@ -34,14 +33,8 @@ std::string Mac(const RequestProof& proof, const ProvenRequest& request,
     text += line;
     text += '\n';
   }
-  unsigned char mac[EVP_MAX_MD_SIZE];
-  unsigned length = 0;
-  if (HMAC(EVP_sha256(), fleetSecret.data(), static_cast<int>(fleetSecret.size()),
-           reinterpret_cast<const unsigned char*>(text.data()), text.size(), mac,
-           &length) == nullptr) {
-    throw std::runtime_error("HMAC-SHA256 failed");
-  }
-  return Hexadecimal(mac, length);
+  const auto mac = HmacSha256(fleetSecret, text);
+  return Hexadecimal(mac.data(), mac.size());
 }
 
 std::string Nonce() {
@@ -138,7 +131,7 @@ std::optional<RequestProof> ParseProof(std::string_view authorization) {
                        TakeField(&rest, "mac", true, &proof.mac);
   const bool isProof = hasForm && IsName(proof.agentName) && ParseDate(date, &proof.dateSeconds) &&
                        IsHexOf(proof.nonce, kProofNonceBytes) &&
-                       IsHexOf(proof.bodySha256, kDigestBytes) && IsHexOf(proof.mac, kDigestBytes);
+                       IsHexOf(proof.bodySha256, kSha256Bytes) && IsHexOf(proof.mac, kSha256Bytes);
   if (!isProof) return std::nullopt;
   return proof;
 }

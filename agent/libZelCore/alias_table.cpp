@@ -17,12 +17,10 @@ using std::chrono::milliseconds;
 
 constexpr size_t kMaxNameLength = 64;
 constexpr size_t kMaxAliases = 1024;
-/// Targets below "/v1/" are the protocol's own.
+
 /// Empty, or what is wrong with the name.
 std::string CheckName(std::string_view name) {
-  const bool isName = !name.empty() && name.size() <= kMaxNameLength && name[0] != '.' &&
-                      std::all_of(name.begin(), name.end(), IsAsciiNameCharacter);
-  if (!isName) {
+  if (!IsAliasName(name)) {
     return "the name of an alias is 1 to 64 letters, digits, \".\", \"-\" and \"_\", the first "
            "one no \".\"";
   }
@@ -62,11 +60,16 @@ bool Holds(const std::string& directory, const fs::path& file) {
   return false;
 }
 
-const char* OwnerText(const std::string& owner) {
+const char* OwnerForLog(const std::string& owner) {
   return owner.empty() ? "this agent" : owner.c_str();
 }
 
 }  // namespace
+
+bool IsAliasName(std::string_view name) {
+  return !name.empty() && name.size() <= kMaxNameLength && name[0] != '.' &&
+         std::all_of(name.begin(), name.end(), IsAsciiNameCharacter);
+}
 
 struct AliasTable::Entry {
   Key key;
@@ -137,7 +140,7 @@ std::string AliasTable::AddJudged(const Alias& alias, const CanonicalPath& direc
   entry->heardAt = now;
   entries_.emplace(std::move(key), std::move(entry));
   CoreLog().PrintWithNL("Alias \"%s\" of %s for %S%s: made", alias.name.c_str(),
-                        OwnerText(alias.owner), alias.directory,
+                        OwnerForLog(alias.owner), alias.directory,
                         alias.isTemporary ? ", for one file" : "");
   return {};
 }
@@ -150,7 +153,7 @@ bool AliasTable::Delete(const std::string& owner, const std::string& name) {
   entry->heardAt = now_();
   if (--entry->count > 0) return true;
   entries_.erase(entry->key);
-  CoreLog().PrintWithNL("Alias \"%s\" of %s: deleted", name.c_str(), OwnerText(owner));
+  CoreLog().PrintWithNL("Alias \"%s\" of %s: deleted", name.c_str(), OwnerForLog(owner));
   return true;
 }
 
@@ -269,7 +272,7 @@ void AliasTable::DropExpired(Clock::time_point now) {
 AliasTable::Entries::iterator AliasTable::Expire(Entries::iterator position) {
   const auto& [owner, name] = position->first;
   CoreLog().WarningWithNL("Alias \"%s\" of %s: expired, its owner has been silent", name.c_str(),
-                          OwnerText(owner));
+                          OwnerForLog(owner));
   return entries_.erase(position);
 }
 
@@ -291,5 +294,5 @@ void AliasTable::Remove(const std::shared_ptr<Entry>& entry) {
   if (!entry->alias.isTemporary || Find(entry->key) != entry) return;
   entries_.erase(entry->key);
   CoreLog().PrintWithNL("Alias \"%s\" of %s: gone with its file", entry->alias.name.c_str(),
-                        OwnerText(entry->alias.owner));
+                        OwnerForLog(entry->alias.owner));
 }

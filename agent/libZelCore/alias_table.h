@@ -18,6 +18,9 @@
 /// The first part of the protocol's own targets, which no alias may take.
 constexpr std::string_view kProtocolName = "v1";
 
+/// Whether it is 1 to 64 letters, digits, ".", "-" and "_", the first one no ".".
+bool IsAliasName(std::string_view name);
+
 /// Directories of this machine into which others may store files over HTTP for a while, under the
 /// target "/alias/file". An alias belongs to whoever made it and serves its owner alone. It
 /// goes away when it is deleted, when its owner has been silent for long, and with the agent.
@@ -30,7 +33,7 @@ class AliasTable {
 
   struct Alias {
     std::string owner;  ///< "agent/NAME", a console user's login, or empty for this agent itself
-    std::string name;   ///< 1 to 64 of letters, digits, "-", "_" and ".", not starting with "."
+    std::string name;   ///< see IsAliasName
     ZelString directory;
     std::string serverName;    ///< what the owner says it is for
     bool isTemporary = false;  ///< gone with the first file stored

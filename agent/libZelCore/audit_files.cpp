@@ -4,10 +4,11 @@
 #include <array>
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
-#include <charconv>
 #include <fstream>
 #include <stdexcept>
 
+#include "agent/libZel/hexadecimal.h"
+#include "agent/libZel/whole_number.h"
 #include "agent/libZelCore/core_log.h"
 
 namespace audit_files {
@@ -21,10 +22,8 @@ constexpr size_t kReadBytes = 64 * 1024;
 
 /// The digits of a text that are the usual form of a number from 1 on; else 0.
 uint64_t NumberOf(std::string_view digits) {
-  uint64_t number = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  const bool isNumber = error == std::errc() && end == digits.data() + digits.size();
-  return isNumber && std::to_string(number) == digits ? number : 0;
+  const uint64_t number = ReadWholeNumber<uint64_t>(digits).value_or(0);
+  return std::to_string(number) == digits ? number : 0;
 }
 
 }  // namespace
@@ -36,13 +35,7 @@ std::string Sha256::Hex(std::string_view text) {
                       EVP_DigestUpdate(context_, text.data(), text.size()) == 1 &&
                       EVP_DigestFinal_ex(context_, bytes.data(), &length) == 1;
   if (!isDone) throw std::runtime_error("SHA-256 is not available");
-  std::string hex;
-  hex.reserve(2 * length);
-  for (unsigned i = 0; i < length; ++i) {
-    hex += "0123456789abcdef"[bytes[i] >> 4];
-    hex += "0123456789abcdef"[bytes[i] & 15];
-  }
-  return hex;
+  return Hexadecimal(bytes.data(), length);
 }
 
 fs::path RotatedName(const fs::path& file, uint64_t number) {

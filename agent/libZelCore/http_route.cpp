@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "agent/libZel/ascii.h"
+#include "agent/libZel/device_names.h"
 #include "agent/libZelCore/alias_table.h"
 #include "agent/libZelCore/excerpt.h"
 #include "libZel/string.h"
@@ -15,7 +16,6 @@ namespace {
 
 constexpr std::string_view kHealthTarget = "/v1/health";
 constexpr std::string_view kActionsTarget = "/v1/actions";
-constexpr size_t kLongestAlias = 64;
 constexpr size_t kLongestFileName = 255;
 
 // What separates or ends names, and what their percent-encodings look like. A name that still holds
@@ -74,24 +74,8 @@ bool HoldsControlCharacter(std::string_view text) {
   return false;
 }
 
-/// A device stays one with any extension, and with blanks before that.
-bool IsDeviceName(std::string_view name) {
-  std::string stem(name.substr(0, name.find('.')));
-  while (stem.ends_with(' ')) stem.pop_back();
-  for (char& c : stem) c = AsciiUpper(c);
-  for (const std::string_view device : {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$", "CLOCK$"})
-    if (stem == device) return true;
-  if (!stem.starts_with("COM") && !stem.starts_with("LPT")) return false;
-  const std::string_view port = std::string_view(stem).substr(3);
-  const bool isDigit = port.size() == 1 && IsAsciiDigit(port[0]);
-  // The superscript digits count too.
-  return isDigit || port == "\xC2\xB9" || port == "\xC2\xB2" || port == "\xC2\xB3";
-}
-
 std::string CheckAlias(std::string_view alias) {
-  const bool isName = !alias.empty() && alias.size() <= kLongestAlias && alias[0] != '.' &&
-                      std::all_of(alias.begin(), alias.end(), IsAsciiNameCharacter);
-  if (isName) return {};
+  if (IsAliasName(alias)) return {};
   return "the alias is not 1 to 64 letters, digits, \".\", \"-\" and \"_\", the first one no \".\"";
 }
 

@@ -42,14 +42,6 @@ constexpr std::string_view kFullReply =
     R"({"error":{"code":"at_capacity","message":"too many connections busy"}})";
 static_assert(kFullReply.substr(kFullReply.find('{')).size() == 70);
 
-/// Without the "::ffff:" of an IPv4 client on an IPv6 socket.
-std::string AddressText(const asio::ip::address& address) {
-  if (address.is_v6() && address.to_v6().is_v4_mapped()) {
-    return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
-  }
-  return address.to_string();
-}
-
 /// OpenSSL takes file names in UTF-8 on every platform.
 std::string Utf8Name(const std::filesystem::path& file) {
   const std::u8string name = file.u8string();

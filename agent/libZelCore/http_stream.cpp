@@ -15,12 +15,6 @@ using asio::ip::tcp;
 
 namespace {
 
-std::string AddressOf(const tcp::endpoint& endpoint) {
-  const asio::ip::address address = endpoint.address();
-  if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return address.to_string();
-  return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
-}
-
 constexpr size_t kRecordHeaderBytes = 5;  // of TLS
 constexpr char kHandshakeRecord = 22;
 constexpr size_t kLongestRecordBytes = 16 * 1024;
@@ -89,7 +83,7 @@ class PlainSession : public StreamSession<tcp::socket> {
   void Start() override {
     ErrorCode ignored;
     socket_.non_blocking(true, ignored);
-    localAddress_ = AddressOf(socket_.local_endpoint(ignored));
+    localAddress_ = AddressText(socket_.local_endpoint(ignored).address());
     BeginServing();
   }
 
@@ -177,6 +171,11 @@ class TlsSession : public StreamSession<TlsStream> {
 };
 
 }  // namespace
+
+std::string AddressText(const asio::ip::address& address) {
+  if (!address.is_v6() || !address.to_v6().is_v4_mapped()) return address.to_string();
+  return asio::ip::make_address_v4(asio::ip::v4_mapped, address.to_v6()).to_string();
+}
 
 std::shared_ptr<HttpSession> MakePlainSession(std::shared_ptr<HttpShared> shared,
                                               asio::io_context& network, tcp::socket socket,

@@ -8,6 +8,9 @@
 
 #include "agent/libZelCore/http_session.h"
 
+/// Without the "::ffff:" of an IPv4 address on an IPv6 socket.
+std::string AddressText(const boost::asio::ip::address& address);
+
 /// Sessions over plain TCP and over TLS.
 std::shared_ptr<HttpSession> MakePlainSession(std::shared_ptr<HttpShared> shared,
                                               boost::asio::io_context& network,

@@ -1,8 +1,9 @@
 #include "agent/libZelCore/invocation_depth.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
+
+#include "agent/libZel/whole_number.h"
 
 namespace {
 
@@ -12,11 +13,8 @@ thread_local const InvocationContext* contextOfThread = nullptr;
 }  // namespace
 
 uint32_t ParseInvocationDepth(std::string_view value) {
-  uint32_t depth = 0;
-  const char* const end = value.data() + value.size();
-  const auto parsed = std::from_chars(value.data(), end, depth);
-  const bool isNumber = parsed.ec == std::errc() && parsed.ptr == end;
-  return isNumber ? std::min(depth, kMaxInvocationDepth) : kMaxInvocationDepth;
+  const uint32_t depth = ReadWholeNumber<uint32_t>(value).value_or(kMaxInvocationDepth);
+  return std::min(depth, kMaxInvocationDepth);
 }
 
 InvocationContext::InvocationContext(uint32_t depth, std::string owner)

@@ -1,13 +1,11 @@
 #include "agent/libZelCore/proof_memory.h"
 
-#include <charconv>
+#include "agent/libZel/whole_number.h"
 
 namespace {
 
 uint64_t HexNumber(std::string_view digits) {
-  uint64_t number = 0;
-  std::from_chars(digits.data(), digits.data() + digits.size(), number, 16);
-  return number;
+  return ReadWholeNumber<uint64_t>(digits, 16).value_or(0);
 }
 
 }  // namespace

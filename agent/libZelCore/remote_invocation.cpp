@@ -130,7 +130,7 @@ RemoteResult FromErrorStatus(long status, const std::string& body) {
   const ErrorReply error = ParseErrorReply(body);
   const std::string text =
       "HTTP status " + std::to_string(status) + (error.message.empty() ? "" : ": " + error.message);
-  if (status == 401 || status == 403 || status == 429)
+  if (status == 401 || status == 403)
     return {kInvokeRefused, "the agent refused the credentials: " + text};
   if (status == 404 && error.code == "unknown_action") return {kInvokeUnknownAction, text};
   if (status == 503) return {kInvokeUnreachable, "the agent is at capacity: " + text};

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <boost/asio/ip/address.hpp>
-#include <charconv>
 #include <optional>
 #include <utility>
 
@@ -10,6 +9,7 @@
 #include "agent/libZel/blanks.h"
 #include "agent/libZel/file_text.h"
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/whole_number.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/ini_reader.h"
 #include "agent/libZelCore/remote_invocation.h"
@@ -111,11 +111,7 @@ std::optional<uint32_t> RuleNumber(std::string_view key) {
   constexpr std::string_view kPrefix = "rule";
   if (!key.starts_with(kPrefix)) return {};
   key.remove_prefix(kPrefix.size());
-  uint32_t number = 0;
-  const char* const end = key.data() + key.size();
-  const auto parsed = std::from_chars(key.data(), end, number);
-  if (parsed.ec != std::errc() || parsed.ptr != end) return {};
-  return number;
+  return ReadWholeNumber<uint32_t>(key);
 }
 
 class Interpreter {

@@ -5,21 +5,20 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <string_view>
+
+#include "agent/libZel/hmac_sha256.h"
 
 namespace smb {
 
 namespace {
 
-constexpr size_t kSha256Bytes = 32;
+std::string_view TextOf(ByteView bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
 
 std::array<uint8_t, kSha256Bytes> HmacSha256(ByteView key, ByteView message) {
-  std::array<uint8_t, kSha256Bytes> mac{};
-  size_t size = 0;
-  const bool isMade =
-      EVP_Q_mac(nullptr, "HMAC", nullptr, "SHA256", nullptr, key.data(), key.size(), message.data(),
-                message.size(), mac.data(), mac.size(), &size) != nullptr;
-  if (!isMade || size != mac.size()) throw std::runtime_error("HMAC-SHA256 does not work");
-  return mac;
+  return ::HmacSha256(TextOf(key), TextOf(message));
 }
 
 Signature AesCmac(const Key& key, ByteView message) {
