@@ -83,6 +83,7 @@ TEST_F(ExtractFile, PutsABackslashBehindTheDestinationAndTheEntrysDirectory) {
   EXPECT_EQ(Target("sub\\deep/a.tar.gz"), Extraction(1, "C:/b/x\\sub\\deep/\\a.tar.gz"));
   EXPECT_EQ(Target("a"), Extraction(1, "C:/b/x\\a"));
   EXPECT_EQ(Target(".profile"), Extraction(1, "C:/b/x\\.profile"));
+  EXPECT_EQ(Target("/a.txt"), Extraction(1, "C:/b/x\\/\\a.txt"));
   EXPECT_EQ(Target("sub/"), Extraction(1, "C:/b/x\\sub/\\"));
   EXPECT_EQ(Target(""), Extraction(1, "C:/b/x\\"));
   EXPECT_EQ(Target("100%S.txt"), Extraction(1, "C:/b/x\\100%S.txt"));

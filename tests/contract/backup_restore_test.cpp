@@ -572,6 +572,8 @@ TEST_F(RestoreBackup, FindsThePatternAnywhereAndTheDateAtTheEnd) {
   EXPECT_EQ(Newest({"N_20120105.zip", "old N_20120106.zip"}), "old N_20120106.zip");
   EXPECT_EQ(Newest({"N_20120105", "N_20110101 of 20120106"}), "N_20110101 of 20120106");
   EXPECT_EQ(Newest({"N_20120105.zip", "N_201201060"}), "N_20120105.zip");
+  // The first second of all is one, too.
+  EXPECT_EQ(Newest({"N_20110101 of 19700101"}), "N_20110101 of 19700101");
   // No date stands at the end of these.
   EXPECT_EQ(Newest({"N_20120105.zip", "N_20120106.bak"}), "N_20120105.zip");
   EXPECT_EQ(Newest({"N_20120105.zip", "N_20120106.ZIP"}), "N_20120105.zip");
