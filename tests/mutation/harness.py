@@ -60,7 +60,7 @@ class Harness:
         self._originals = {}
 
     def sources(self):
-        """Of all that can be mutated here, relative to the root."""
+        """Of all that is compiled here, relative to the root."""
         return sorted(self.commands)
 
     def _copy_objects(self):
@@ -87,7 +87,9 @@ class Harness:
 
     def link_library(self, library, replaced):
         objects = [str(replaced.get(source, self._objects[source])) for source in self.sources()]
-        run([self.compiler, *self.linker, "-shared", "-s", f"-Wl,-soname,{LIBRARY}", "-o", library, *objects])
+        # An inline function of a mutated header is the library's own, also where the tests have the same.
+        run([self.compiler, *self.linker, "-shared", "-s", "-Wl,-Bsymbolic-functions", f"-Wl,-soname,{LIBRARY}",
+             "-o", library, *objects])
 
     def flags_of(self, source):
         """How the build compiles it, but for warnings, optimisation and what is printed for debuggers."""
@@ -105,13 +107,32 @@ class Harness:
         run([self.compiler, *flags, "-w", "-O0", "-x", "c++-header", header, "-o", f"{header}.gch"])
         self.header = header
 
-    def compile(self, source, text, place, optimisation="-O0"):
-        """The object file, always of the same name in `place`; None when the text does not compile."""
+    def compile_change(self, path, text, place, optimisation="-O0"):
+        """The object files, by source, where `path` has this text; None when it does not compile. Of a header
+        these are all."""
+        if not path.endswith(".h"):
+            made = self.compile(path, text, place, optimisation)
+            return None if made is None else {path: made}
+        headers = place / "headers"
+        shutil.rmtree(headers, ignore_errors=True)
+        (headers / path).parent.mkdir(parents=True)
+        (headers / path).write_text(text, encoding="utf-8")
+        objects = {}
+        for source in self.sources():
+            objects[source] = self.compile(source, self.texts[source], place, optimisation, headers)
+            if objects[source] is None:
+                return None
+        return objects
+
+    def compile(self, source, text, place, optimisation="-O0", headers=None):
+        """The object file, always of the same name in `place`; None when the text does not compile. Headers in
+        the directory `headers` stand for the tree's."""
         file = place / pathlib.Path(source).name
         file.write_text(text, encoding="utf-8")
         result = file.with_suffix(".o")
         result.unlink(missing_ok=True)
-        header = ["-include", self.header] if self.header and optimisation == "-O0" else []
+        header = ["-include", self.header] if self.header and optimisation == "-O0" and not headers else []
+        header += ["-iquote", headers] if headers else []
         command = [self.compiler, *self.flags_of(source), *header, "-w", "-fmax-errors=1", optimisation,
                    "-iquote", (self.root / source).parent, "-c", file.name, "-o", result.name]
         done = subprocess.run(command, cwd=place, capture_output=True, check=False)

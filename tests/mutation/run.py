@@ -51,7 +51,7 @@ def parse_arguments(words):
 def mutated_sources(root):
     return sorted(
         str(path.relative_to(root))
-        for pattern in ("module/*.cpp", "actions/**/*.cpp")
+        for pattern in ("module/*.h", "module/*.cpp", "actions/**/*.cpp")
         for path in root.glob(pattern)
         if "platform/windows" not in path.as_posix()
     )
@@ -107,10 +107,10 @@ class Trial:
 
     def _try(self, mutant, place):
         text = mutant.apply(self.harness.texts[mutant.path])
-        made = self.harness.compile(mutant.path, text, place)
+        made = self.harness.compile_change(mutant.path, text, place)
         if made is None:
             return "uncompiled", ""
-        self.harness.link_library(place / LIBRARY, {mutant.path: made})
+        self.harness.link_library(place / LIBRARY, made)
         suites = self.suites.of(mutant.path)
         killer = self.harness.killed_near(place, suites)
         if not killer:
@@ -129,8 +129,10 @@ class Trial:
         return "killed", killer
 
     def _has_code_of_original(self, source, text, place, optimisation):
-        made = digest_of(self.harness.compile(source, text, place, optimisation))
-        return made == self.harness.original_digest(source, place, optimisation)
+        made = self.harness.compile_change(source, text, place, optimisation)
+        digests = {user: digest_of(file) for user, file in made.items()}
+        return all(digest == self.harness.original_digest(user, place, optimisation)
+                   for user, digest in digests.items())
 
 
 def run_all(arguments, mutants, state, trial):

@@ -16,14 +16,18 @@ class Suites:
         self._of_file = {}
         for file in sorted((root / "tests" / "contract").rglob("*.cpp")):
             self._of_file[file.stem] = set(SUITE.findall(file.read_text(encoding="utf-8")))
-        self._known = {source: self._find(source) for source in texts}
+        self._known = {source: self._find(source) for source in texts if source.endswith(".cpp")}
+        # What every source includes is the matter of all suites.
+        everything = set().union(*self._known.values())
+        self._known |= {source: set(everything) for source in texts if source.endswith(".h")}
 
     def of(self, source):
         return self._known[source]
 
     def foreign_to(self, source):
         """Those that are about other sources alone."""
-        return set().union(*self._known.values()) - self._known[source]
+        others = (known for other, known in self._known.items() if other.endswith(".cpp"))
+        return set().union(*others) - self._known[source]
 
     def learn(self, source, killer):
         suite = killer.rsplit(" ", 1)[-1].split(".")[0]

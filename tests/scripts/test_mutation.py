@@ -145,8 +145,9 @@ def test_the_order_depends_on_the_seed_alone_and_every_beginning_is_spread_over_
 
 def test_every_source_of_the_module_has_mutants():
     sources = mutated_sources(ROOT)
-    assert {"module/registry.cpp", "actions/files/file_content.cpp"} <= set(sources)
-    for source in sources:
+    assert {"module/action.h", "module/registry.cpp", "actions/files/file_content.cpp"} <= set(sources)
+    # Headers may hold nothing but declarations.
+    for source in ["module/action.h"] + [source for source in sources if source.endswith(".cpp")]:
         assert mutants_of((ROOT / source).read_text(encoding="utf-8"), source), source
 
 
@@ -203,25 +204,36 @@ SMALL_TREE = {
         set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
         set(CMAKE_POSITION_INDEPENDENT_CODE ON)
         find_package(GTest REQUIRED)
-        add_library(zel_module_objects OBJECT module/sum.cpp)
+        include_directories(.)
+        add_library(zel_module_objects OBJECT module/give.cpp module/sum.cpp)
         add_executable(contract_tests $<TARGET_OBJECTS:zel_module_objects> tests/contract/sum_test.cpp)
         target_link_libraries(contract_tests GTest::gtest_main)
         """,
     # Two mutants survive the tests below, one hangs, one has the code of the original, one does not compile.
+    "module/limits.h": """
+        #pragma once
+        constexpr unsigned kMost = 100;
+        inline int Given() { return 3; }
+        """,
+    "module/give.cpp": """
+        #include "module/limits.h"
+        struct Pair { int a; const char* b; };
+        int Take(Pair*, int) { return Given(); }
+        int Give(Pair* pair, int a) { return Take(pair, a); }
+        """,
     "module/sum.cpp": """
+        #include "module/limits.h"
         unsigned Sum(unsigned last) {
           unsigned sum = 0;
           for (unsigned i = 1; i <= last; ++i) sum += i * i + 1;
-          if (last > 100) return 0;
+          if (last > kMost) return 0;
           [[maybe_unused]] const int unused = 4;
           return sum;
         }
-        struct Pair { int a; const char* b; };
-        int Take(Pair*, int) { return 3; }
-        int Give(Pair* pair, int a) { return Take(pair, a); }
         """,
     "tests/contract/sum_test.cpp": """
         #include <gtest/gtest.h>
+        #include "module/limits.h"
         unsigned Sum(unsigned last);
         struct Pair;
         int Give(Pair* pair, int a);
@@ -229,10 +241,12 @@ SMALL_TREE = {
         TEST(Sum, IsNothingForNothing) { EXPECT_EQ(Sum(0), 0u); }
         TEST(Sum, IsNothingForTooMuch) { EXPECT_EQ(Sum(200), 0u); }
         TEST(Give, Gives) { EXPECT_EQ(Give(nullptr, 1), 3); }
+        // The tests' own is not the mutant's.
+        TEST(Given, IsThree) { EXPECT_EQ(Given(), 3); }
         """,
 }
-PLANTED = ["module/sum.cpp Sum: if (last > 100) return 0; => if (last > 101) return 0;",
-           "module/sum.cpp Sum: if (last > 100) return 0; => if (last >= 100) return 0;"]
+PLANTED = ["module/limits.h kMost: constexpr unsigned kMost = 100; => constexpr unsigned kMost = 101;",
+           "module/sum.cpp Sum: if (last > kMost) return 0; => if (last >= kMost) return 0;"]
 
 
 def mutate(*words):
@@ -261,6 +275,7 @@ def test_a_planted_survivor_fails_the_run_until_it_is_listed(small_tree):
     report = json.loads((small_tree / "build/mutation/report.json").read_text(encoding="utf-8"))
     assert sorted(row["key"] for row in report["unlisted"]) == sorted(PLANTED)
     counts = report["rows"]["all"]
+    assert "\n    module/limits.h Given: " not in done.stdout
     assert counts["identical"] >= 1 and counts["uncompiled"] >= 1 and counts["killed"] >= 8
 
     # The outcomes are known by now: nothing runs again.
