@@ -188,8 +188,8 @@ bool IsHost(std::string_view host) {
   return !host.empty() && std::all_of(host.begin(), host.end(), IsAsciiNameCharacter);
 }
 
-/// "host:port"; nothing stands for no relay.
-std::string SetParent(SettingsTarget& target, const std::string& value) {
+/// "host:port"; nothing stands for no relay. Windows has a SetParent of its own.
+std::string SetRelayParent(SettingsTarget& target, const std::string& value) {
   if (value.empty()) return {};
   const size_t colon = value.rfind(':');
   const std::string host = value.substr(0, colon);
@@ -245,7 +245,7 @@ const std::vector<SettingsKey>& SettingsKeys() {
       {"security", "pac", ChoiceKey(&Settings::pac, {"none", "send", "send_and_receive"})},
       {"security", "pac_window_ms", NumberKey(&Settings::pacWindowMs, 1000, kDayMs)},
       {"security", "host_names", SetHostNames},
-      {"relay", "parent", SetParent},
+      {"relay", "parent", SetRelayParent},
       {"relay", "parent_guid", TextKey(&Settings::relayGuid)},
       {"relay", "alias_silence_ms", NumberKey(&Settings::aliasSilenceMs, 1000, kDayMs)},
       {"relay", "stall_timeout_ms", NumberKey(&Settings::stallTimeoutMs, 100, kDayMs)},
