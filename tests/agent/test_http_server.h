@@ -20,8 +20,8 @@ struct TestHttpRequest {
 struct TestHttpAnswer {
   int status = 200;
   /// Whole lines, "Name: value".
-  std::vector<std::string> headers;
-  std::string body;
+  std::vector<std::string> headers = {};
+  std::string body = {};
   /// Added to the Content-Length that is told: a lie for tests of broken transfers.
   int lengthOffset = 0;
 };
