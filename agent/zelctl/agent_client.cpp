@@ -5,6 +5,8 @@
 #include <limits>
 #include <utility>
 
+#include "agent/libZel/curl_url.h"
+#include "agent/libZel/http_exchange.h"
 #include "agent/libZelCore/json_codec.h"
 #include "agent/zelctl/failure.h"
 #include "agent/zelctl/interruption.h"
@@ -24,47 +26,24 @@ struct FreeHeaders {
 };
 using CurlHeaders = std::unique_ptr<curl_slist, FreeHeaders>;
 
-struct FreeUrl {
-  void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-using CurlUrl = std::unique_ptr<CURLU, FreeUrl>;
-
-/// One part of the URL, empty when it has none.
-std::string UrlPart(CURLU* url, CURLUPart part) {
-  char* text = nullptr;
-  if (curl_url_get(url, part, &text, 0) != CURLUE_OK) return {};
-  return CurlText(text).get();
-}
-
 CurlUrl ParseUrl(const std::string& text) {
   const auto refuse = [&text](const std::string& why) {
-    throw Failure(ExitStatus::kUsage, "the agent's address " + text + " " + why);
+    // Before an "@" there may be credentials, which should stay off screens and logs.
+    const std::string shown = text.find('@') == std::string::npos ? text + " " : "";
+    throw Failure(ExitStatus::kUsage, "the agent's address " + shown + why);
   };
-  CurlUrl url(curl_url());
-  const CURLUcode result =
-      curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME);
-  if (result != CURLUE_OK) refuse(std::string("is no URL: ") + curl_url_strerror(result));
+  CurlUrl url(text, CURLU_NON_SUPPORT_SCHEME);
+  if (url.Result() != CURLUE_OK)
+    refuse(std::string("is no URL: ") + curl_url_strerror(url.Result()));
 
-  const bool hasUser = !UrlPart(url.get(), CURLUPART_USER).empty() ||
-                       !UrlPart(url.get(), CURLUPART_PASSWORD).empty();
-  // Not `refuse`: the text holds what should stay off screens and logs.
-  if (hasUser) {
-    throw Failure(ExitStatus::kUsage,
-                  "the agent's address must not hold credentials; use --user and --password-file");
-  }
-  const std::string scheme = UrlPart(url.get(), CURLUPART_SCHEME);
+  const bool hasUser = !url.Part(CURLUPART_USER).empty() || !url.Part(CURLUPART_PASSWORD).empty();
+  if (hasUser) refuse("must not hold credentials; use --user and --password-file");
+  const std::string scheme = url.Part(CURLUPART_SCHEME);
   if (scheme != "http" && scheme != "https") refuse("is neither http:// nor https://");
-  const bool hasMore = UrlPart(url.get(), CURLUPART_PATH) != "/" ||
-                       !UrlPart(url.get(), CURLUPART_QUERY).empty() ||
-                       !UrlPart(url.get(), CURLUPART_FRAGMENT).empty();
+  const bool hasMore = url.Part(CURLUPART_PATH) != "/" || !url.Part(CURLUPART_QUERY).empty() ||
+                       !url.Part(CURLUPART_FRAGMENT).empty();
   if (hasMore) refuse("must end after the port");
   return url;
-}
-
-bool IsLoopback(const std::string& host) {
-  if (host == "localhost" || host == "[::1]") return true;
-  // A name such as 127.example.org may lead anywhere.
-  return host.starts_with("127.") && host.find_first_not_of("0123456789.") == std::string::npos;
 }
 
 size_t AppendBody(char* data, size_t size, size_t count, void* target) {
@@ -132,14 +111,15 @@ AgentClient::AgentClient(AgentAddress address) : address_(std::move(address)) {
   const CurlUrl url = ParseUrl(address_.url);
   while (address_.url.ends_with('/')) address_.url.pop_back();
   connection_ = std::make_unique<Connection>();
-  connection_->scheme = UrlPart(url.get(), CURLUPART_SCHEME);
-  connection_->host = UrlPart(url.get(), CURLUPART_HOST);
+  connection_->scheme = url.Part(CURLUPART_SCHEME);
+  connection_->host = url.Part(CURLUPART_HOST);
 }
 
 AgentClient::~AgentClient() = default;
 
 bool AgentClient::SendsPasswordInClear() const {
-  return !address_.user.empty() && connection_->scheme == "http" && !IsLoopback(connection_->host);
+  return !address_.user.empty() && connection_->scheme == "http" &&
+         !http_exchange::IsLoopback(connection_->host);
 }
 
 std::string AgentClient::Request(const std::string& path, const std::string* body) {

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "agent/libZel/boundary.h"
+#include "agent/libZel/curl_url.h"
 #include "agent/libZel/http_exchange.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/network/web_trust.h"
@@ -54,24 +55,13 @@ const char* Utf8(const ZelString& text) {
   return text.GetString(kEncodingUtf8);
 }
 
-std::string Part(CURLU* url, CURLUPart part) {
-  char* text = nullptr;
-  if (curl_url_get(url, part, &text, 0) != CURLUE_OK) return {};
-  const std::unique_ptr<char, void (*)(void*)> owned(text, curl_free);
-  return text;
-}
-
 /// The URL for the log: as libcurl reads it, without the user, the query and the fragment.
 std::string Loggable(const ZelString& text) {
-  const std::unique_ptr<CURLU, void (*)(CURLU*)> url(curl_url(), curl_url_cleanup);
-  constexpr unsigned kAnyScheme = CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME;
-  if (!url || curl_url_set(url.get(), CURLUPART_URL, Utf8(text), kAnyScheme) != CURLUE_OK) {
-    return "a URL that is none";
-  }
-  const std::string port = Part(url.get(), CURLUPART_PORT);
-  const std::string shown = Part(url.get(), CURLUPART_SCHEME) + "://" +
-                            Part(url.get(), CURLUPART_HOST) + (port.empty() ? "" : ":" + port) +
-                            Part(url.get(), CURLUPART_PATH);
+  const CurlUrl url(Utf8(text), CURLU_NON_SUPPORT_SCHEME | CURLU_GUESS_SCHEME);
+  if (url.Result() != CURLUE_OK) return "a URL that is none";
+  const std::string port = url.Part(CURLUPART_PORT);
+  const std::string shown = url.Part(CURLUPART_SCHEME) + "://" + url.Part(CURLUPART_HOST) +
+                            (port.empty() ? "" : ":" + port) + url.Part(CURLUPART_PATH);
   return shown.size() <= kMaxLoggedBytes ? shown : shown.substr(0, kMaxLoggedBytes) + "...";
 }
 
