@@ -20,6 +20,66 @@ ResultCode Answer(ZelContainer* params, ShareCheck result, ResultCode code) {
   return code;
 }
 
+/// A share, and who opens it.
+struct ShareLogin {
+  const ZelString& share;
+  const ZelString& user;
+  const ZelString& password;
+};
+
+/// How far a check has come.
+struct SmbCheck {
+  enum class Reached { kNothing, kTcp, kNetBios, kSession, kShare };
+
+  CsSmbClient& client;
+  Reached reached = Reached::kNothing;
+  _CsSmbTreeInfo tree{};
+};
+
+ShareCheck Open(SmbCheck* check, const ZelString& host, const IpAddress& address,
+                const ShareLogin& login) {
+  CsSmbClient& client = check->client;
+  if (!client.TcpConnect(address.GetAsInt32(), kNetBiosSessionPort)) {
+    Logger().PrintWithNL("Failed to connect to %S at TCP level", host);
+    return ShareCheck::kNotConnected;
+  }
+  check->reached = SmbCheck::Reached::kTcp;
+
+  if (!client.NbtSessionRequest(kAnyFileServer)) {
+    Logger().PrintWithNL("Failed to connect to %S at NetBIOS level", host);
+    return ShareCheck::kNotConnected;
+  }
+  check->reached = SmbCheck::Reached::kNetBios;
+
+  if (!client.SmbSessionNegotiate()) {
+    Logger().PrintWithNL("Failed to negotiate SMB session with %S", host);
+    return ShareCheck::kNotConnected;
+  }
+
+  if (!client.SmbSessionSetup(login.user, login.password)) {
+    Logger().PrintWithNL("Failed to authenticate SMB session with %S", host);
+    return ShareCheck::kNotAuthenticated;
+  }
+  check->reached = SmbCheck::Reached::kSession;
+
+  if (!client.SmbTreeConnect(login.share, check->tree)) {
+    Logger().PrintWithNL("Failed to connect to share %S", login.share);
+    return ShareCheck::kShareRefused;
+  }
+  check->reached = SmbCheck::Reached::kShare;
+  return ShareCheck::kOpened;
+}
+
+/// Takes back what was reached, the last step first.
+void Disconnect(SmbCheck* check) {
+  using Reached = SmbCheck::Reached;
+  CsSmbClient& client = check->client;
+  if (check->reached >= Reached::kShare) client.SmbTreeDisconnect(check->tree);
+  if (check->reached >= Reached::kSession) client.SmbSessionLogOff();
+  if (check->reached >= Reached::kNetBios) client.NbtDisconnect();
+  if (check->reached >= Reached::kTcp) client.TcpDisconnect();
+}
+
 }  // namespace
 
 ResultCode CoreUtilsPingICMP(ZelContainer* params) {
@@ -50,45 +110,10 @@ ResultCode CoreUtilsCheckSMBShare(ZelContainer* params) {
   }
 
   CsSmbClient client(kNotDirect);
-  if (!client.TcpConnect(address.GetAsInt32(), kNetBiosSessionPort)) {
-    Logger().PrintWithNL("Failed to connect to %S at TCP level", host);
-    return Answer(params, ShareCheck::kNotConnected, kSmbStepFailed);
-  }
-
-  if (!client.NbtSessionRequest(kAnyFileServer)) {
-    Logger().PrintWithNL("Failed to connect to %S at NetBIOS level", host);
-    client.TcpDisconnect();
-    return Answer(params, ShareCheck::kNotConnected, kSmbStepFailed);
-  }
-
-  if (!client.SmbSessionNegotiate()) {
-    Logger().PrintWithNL("Failed to negotiate SMB session with %S", host);
-    client.NbtDisconnect();
-    client.TcpDisconnect();
-    return Answer(params, ShareCheck::kNotConnected, kSmbStepFailed);
-  }
-
-  if (!client.SmbSessionSetup(user, password)) {
-    Logger().PrintWithNL("Failed to authenticate SMB session with %S", host);
-    client.NbtDisconnect();
-    client.TcpDisconnect();
-    return Answer(params, ShareCheck::kNotAuthenticated, kSmbStepFailed);
-  }
-
-  _CsSmbTreeInfo tree{};
-  if (!client.SmbTreeConnect(share, tree)) {
-    Logger().PrintWithNL("Failed to connect to share %S", share);
-    client.SmbSessionLogOff();
-    client.NbtDisconnect();
-    client.TcpDisconnect();
-    return Answer(params, ShareCheck::kShareRefused, kSmbStepFailed);
-  }
-
-  client.SmbTreeDisconnect(tree);
-  client.SmbSessionLogOff();
-  client.NbtDisconnect();
-  client.TcpDisconnect();
-  return Answer(params, ShareCheck::kOpened, kSuccess);
+  SmbCheck check{client};
+  const ShareCheck result = Open(&check, host, address, {share, user, password});
+  Disconnect(&check);
+  return Answer(params, result, result == ShareCheck::kOpened ? kSuccess : kSmbStepFailed);
 }
 
 ResultCode CoreUtilsCheckHTTPConnection(ZelContainer* params) {
