@@ -1,7 +1,6 @@
 #include "agent/libZelCore/application_inventory.h"
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <optional>
 #include <set>
@@ -12,6 +11,7 @@
 #include "agent/libZel/blanks.h"
 #include "agent/libZel/file_text.h"
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/whole_number.h"
 #include "agent/libZelCore/core_log.h"
 #include "agent/libZelCore/ini_reader.h"
 
@@ -26,12 +26,9 @@ constexpr uint32_t kUnknown = 1;
 bool ReadSizes(std::string_view text, std::vector<uint64_t>* sizes) {
   for (;;) {
     const size_t comma = text.find(',');
-    const std::string_view number = TrimBlanks(text.substr(0, comma));
-    const char* const end = number.data() + number.size();
-    uint64_t size = 0;
-    const auto parsed = std::from_chars(number.data(), end, size);
-    if (parsed.ec != std::errc() || parsed.ptr != end) return false;
-    sizes->push_back(size);
+    const auto size = ReadWholeNumber<uint64_t>(TrimBlanks(text.substr(0, comma)));
+    if (!size) return false;
+    sizes->push_back(*size);
     if (comma == std::string_view::npos) return true;
     text.remove_prefix(comma + 1);
   }

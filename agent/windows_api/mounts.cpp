@@ -4,11 +4,12 @@
 #include <sys/sysmacros.h>
 
 #include <algorithm>
-#include <charconv>
+#include <cstdint>
 #include <filesystem>
 #include <system_error>
 #include <vector>
 
+#include "agent/libZel/whole_number.h"
 #include "windows_api.h"
 
 namespace {
@@ -25,27 +26,16 @@ std::vector<std::string_view> Split(std::string_view text, char separator) {
   return parts;
 }
 
-template <typename Number>
-bool ParseNumber(std::string_view text, Number* number, int base = 10) {
-  const char* const end = text.data() + text.size();
-  const auto parsed = std::from_chars(text.data(), end, *number, base);
-  return parsed.ec == std::errc() && parsed.ptr == end;
-}
-
 // Replaces each "\" with `prefix` and `digits` digits of `base` by the byte they name.
 std::string Unescape(std::string_view text, std::string_view prefix, size_t digits, int base) {
   std::string bytes;
   while (!text.empty()) {
-    unsigned char byte = 0;
     const size_t length = prefix.size() + digits;
-    if (text.size() >= length && text.starts_with(prefix) &&
-        ParseNumber(text.substr(prefix.size(), digits), &byte, base)) {
-      bytes.push_back(static_cast<char>(byte));
-      text.remove_prefix(length);
-    } else {
-      bytes.push_back(text[0]);
-      text.remove_prefix(1);
-    }
+    const bool isEscape = text.size() >= length && text.starts_with(prefix);
+    const auto byte = isEscape ? ReadWholeNumber<uint8_t>(text.substr(prefix.size(), digits), base)
+                               : std::nullopt;
+    bytes.push_back(byte ? static_cast<char>(*byte) : text[0]);
+    text.remove_prefix(byte ? length : 1);
   }
   return bytes;
 }
@@ -62,15 +52,16 @@ std::optional<Mount> ParseLine(std::string_view line) {
   const auto dash = std::find(fields.begin() + kFixedFields, fields.end(), "-");
   if (fields.end() - dash < 3) return std::nullopt;
 
-  Mount mount;
   const size_t colon = fields[2].find(':');
-  unsigned majorNumber = 0, minorNumber = 0;
-  if (colon == std::string_view::npos || !ParseNumber(fields[0], &mount.id) ||
-      !ParseNumber(fields[2].substr(0, colon), &majorNumber) ||
-      !ParseNumber(fields[2].substr(colon + 1), &minorNumber)) {
-    return std::nullopt;
-  }
-  mount.device = makedev(majorNumber, minorNumber);
+  if (colon == std::string_view::npos) return std::nullopt;
+  const auto id = ReadWholeNumber<uint64_t>(fields[0]);
+  const auto majorNumber = ReadWholeNumber<unsigned>(fields[2].substr(0, colon));
+  const auto minorNumber = ReadWholeNumber<unsigned>(fields[2].substr(colon + 1));
+  if (!id || !majorNumber || !minorNumber) return std::nullopt;
+
+  Mount mount;
+  mount.id = *id;
+  mount.device = makedev(*majorNumber, *minorNumber);
   mount.directory = UnescapeOctal(fields[4]);
   mount.fileSystem = UnescapeOctal(dash[1]);
   mount.source = UnescapeOctal(dash[2]);

@@ -7,13 +7,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "agent/libZel/platform/posix/descriptor_io.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/whole_number.h"
 
 namespace {
 
@@ -77,10 +77,8 @@ std::vector<fs::path> Processes() {
   for (fs::directory_iterator entry("/proc", error), end; !error && entry != end;
        entry.increment(error)) {
     const std::string name = entry->path().filename();
-    pid_t number = 0;
-    const auto parsed = std::from_chars(name.data(), name.data() + name.size(), number);
-    const bool isProcess = parsed.ec == std::errc() && parsed.ptr == name.data() + name.size();
-    if (isProcess) processes.emplace_back(number, entry->path());
+    const auto number = ReadWholeNumber<pid_t>(name);
+    if (number) processes.emplace_back(*number, entry->path());
   }
   std::sort(processes.begin(), processes.end());
   std::vector<fs::path> paths;
