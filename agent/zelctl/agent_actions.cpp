@@ -34,6 +34,14 @@ void RequireSuccess(const std::string& action, const ActionReply& reply) {
   if (reply.code != kSuccess) throw ActionFailure(action, reply);
 }
 
+void RequireListing(const std::string& directory, const ActionReply& reply) {
+  if (reply.code != kFailureCode) return RequireSuccess(kGetDirList, reply);
+  throw Failure(ExitStatus::kActionFailed,
+                directory + ": cannot be opened: it is no directory, does not exist, or the " +
+                    "agent may not read it (" + kGetDirList + ": " + DescribeCode(reply.code) + ")",
+                reply.body);
+}
+
 Result Finish(const std::string& action, const ActionReply& reply) {
   RequireSuccess(action, reply);
   return {"", reply.body, ""};

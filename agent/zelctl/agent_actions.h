@@ -77,6 +77,8 @@ ActionReply Invoke(AgentClient& agent, const char* action, const ZelContainer& p
 Failure ActionFailure(const std::string& action, const ActionReply& reply);
 /// Throws `ActionFailure` unless the action returned 0.
 void RequireSuccess(const std::string& action, const ActionReply& reply);
+/// The same for `kGetDirList`, with what it means that `directory` was not listed.
+void RequireListing(const std::string& directory, const ActionReply& reply);
 /// The result of a verb that has nothing to print. Throws `ActionFailure`.
 Result Finish(const std::string& action, const ActionReply& reply);
 

@@ -140,14 +140,7 @@ std::vector<BackupRow> FindBackups(const std::vector<ListingRow>& entries,
 
 Result ListBackups(AgentClient& agent, const std::string& directory, const std::string& name) {
   const ActionReply reply = Invoke(agent, kGetDirList, TextParameter("Path", directory));
-  if (reply.code == kFailureCode) {
-    throw Failure(ExitStatus::kActionFailed,
-                  directory + ": cannot be opened: it is no directory, does not exist, or the " +
-                      "agent may not read it (" + kGetDirList + ": " + DescribeCode(reply.code) +
-                      ")",
-                  reply.body);
-  }
-  RequireSuccess(kGetDirList, reply);
+  RequireListing(directory, reply);
 
   std::vector<std::vector<std::string>> cells;
   const std::string wanted(Text(name).Utf8());

@@ -63,14 +63,7 @@ ActionReply RequestRows(AgentClient& agent, const ListOptions& options, ZelConta
   if (offset > 0) parameters.SetInt32("Offset", static_cast<int32_t>(offset), kNoIndex);
   if (count > 0) parameters.SetInt32("Count", static_cast<int32_t>(count), kNoIndex);
   ActionReply reply = Invoke(agent, kGetDirList, parameters);
-  if (reply.code == kFailureCode) {
-    throw Failure(ExitStatus::kActionFailed,
-                  options.path + ": cannot be opened: it is no directory, does not exist, or the " +
-                      "agent may not read it (" + kGetDirList + ": " + DescribeCode(reply.code) +
-                      ")",
-                  reply.body);
-  }
-  RequireSuccess(kGetDirList, reply);
+  RequireListing(options.path, reply);
   return reply;
 }
 

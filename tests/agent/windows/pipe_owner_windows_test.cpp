@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "agent/libZel/platform/windows/process_account.h"
 #include "libZel/string.h"
 #include "tests/agent/test_pipe.h"
 
@@ -39,6 +40,11 @@ TEST(PipeOwner, IsNotKnownWithoutAPipe) {
   EXPECT_NE(WhyNotHeard("pipe", owner), "");
 }
 
-TEST(OwnSid, IsASid) {
-  EXPECT_TRUE(OwnSid().starts_with(L"S-1-5-"));
+TEST(ProcessAccount, IsASid) {
+  EXPECT_TRUE(ProcessAccount().Text().starts_with(L"S-1-5-"));
+}
+
+TEST(ProcessAccount, IsNoneWhereTheSystemDoesNotTell) {
+  EXPECT_EQ(ProcessAccount(nullptr).Sid(), nullptr);
+  EXPECT_EQ(ProcessAccount(nullptr).Text(), L"");
 }

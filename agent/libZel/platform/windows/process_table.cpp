@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "agent/libZel/native_path.h"
+#include "agent/libZel/platform/windows/process_account.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 
 namespace process_table {
@@ -42,14 +43,9 @@ ZelString PathOf(HANDLE process) {
 
 // The account that a process runs as, as a security identifier.
 std::string AccountOf(HANDLE process) {
-  HANDLE opened;
-  if (!OpenProcessToken(process, TOKEN_QUERY, &opened)) return {};
-  const UniqueHandle token(opened);
-  alignas(TOKEN_USER) char buffer[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-  DWORD size = 0;
-  if (!GetTokenInformation(token.Get(), TokenUser, buffer, sizeof buffer, &size)) return {};
-  PSID const sid = reinterpret_cast<const TOKEN_USER*>(buffer)->User.Sid;
-  return {static_cast<const char*>(sid), GetLengthSid(sid)};
+  const ProcessAccount account(process);
+  if (account.Sid() == nullptr) return {};
+  return {static_cast<const char*>(account.Sid()), GetLengthSid(account.Sid())};
 }
 
 ZelString NameOfAccount(std::string sid) {

@@ -4,13 +4,14 @@
 
 #include <sddl.h>
 
+#include <cstddef>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
 
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/platform/windows/local_memory.h"
-#include "agent/libZel/platform/windows/unique_handle.h"
+#include "agent/libZel/platform/windows/process_account.h"
 #include "agent/libZel/system_error_text.h"
 
 namespace core_platform {
@@ -25,31 +26,13 @@ namespace {
                            SystemErrorText(error));
 }
 
-// The account that the agent runs under, as a SID in text form.
-std::wstring OwnSid() {
-  HANDLE opened = nullptr;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &opened)) return {};
-  const UniqueHandle token(opened);
-  DWORD size = 0;
-  GetTokenInformation(token.Get(), TokenUser, nullptr, 0, &size);
-  std::vector<std::byte> user(size);
-  const bool isRead = GetTokenInformation(token.Get(), TokenUser, user.data(), size, &size);
-  wchar_t* text = nullptr;
-  if (!isRead ||
-      !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid, &text)) {
-    return {};
-  }
-  const LocalMemory<> owner(text);
-  return text;
-}
-
 // Protected from inheritance; the system and the administrators have full access. So has an account
 // that is no administrator; an administrator's own would lend it to programs without his rights.
 LocalMemory<> PrivateDescriptor(const fs::path& directory) {
   std::wstring text = L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)";
   if (IsAdministrator()) {
     text = L"O:BA" + text;
-  } else if (const std::wstring sid = OwnSid(); !sid.empty()) {
+  } else if (const std::wstring sid = ProcessAccount().Text(); !sid.empty()) {
     text += L"(A;OICI;FA;;;" + sid + L")";
   }
   PSECURITY_DESCRIPTOR descriptor = nullptr;

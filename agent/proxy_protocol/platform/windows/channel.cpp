@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "agent/libZel/platform/windows/local_memory.h"
+#include "agent/libZel/platform/windows/process_account.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 #include "agent/libZel/system_error_text.h"
 #include "agent/proxy_protocol/platform/windows/pipe_owner.h"
@@ -157,7 +158,7 @@ bool IsPipeName(const std::string& pipe) {
 
 // The system, administrators and this account may call, nobody else.
 LocalMemory<> AccessRule(const std::string& pipe) {
-  const std::wstring sid = OwnSid();
+  const std::wstring sid = ProcessAccount().Text();
   if (sid.empty()) Refuse(pipe, "the account of this process is not known");
   const std::wstring text = L"D:P(A;;GA;;;SY)(A;;GA;;;BA)(A;;GA;;;" + sid + L")";
   PSECURITY_DESCRIPTOR descriptor = nullptr;

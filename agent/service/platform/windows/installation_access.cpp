@@ -4,11 +4,11 @@
 
 #include <aclapi.h>
 
-#include <cstddef>
 #include <vector>
 
 #include "agent/libZel/native_path.h"
 #include "agent/libZel/platform/windows/local_memory.h"
+#include "agent/libZel/platform/windows/process_account.h"
 #include "agent/libZel/platform/windows/unique_handle.h"
 #include "agent/libZel/system_error_text.h"
 #include "agent/libZelCore/core_platform.h"
@@ -20,22 +20,6 @@ namespace fs = std::filesystem;
 
 std::string Utf8(const fs::path& path) {
   return std::string(FromNativePath(path).Utf8());
-}
-
-/// The account of this process; empty when the system does not tell.
-std::vector<std::byte> OwnAccount() {
-  HANDLE token = nullptr;
-  if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token)) return {};
-  const UniqueHandle closer(token);
-  DWORD size = 0;
-  GetTokenInformation(token, TokenUser, nullptr, 0, &size);
-  std::vector<std::byte> user(size);
-  if (!GetTokenInformation(token, TokenUser, user.data(), size, &size)) return {};
-  return user;
-}
-
-PSID SidOf(std::vector<std::byte>& account) {
-  return account.empty() ? nullptr : reinterpret_cast<TOKEN_USER*>(account.data())->User.Sid;
 }
 
 // A link is judged itself, not where it leads.
@@ -64,8 +48,8 @@ std::string EntryWeakness(HANDLE handle, const fs::path& entry, AccessUse use) {
   if (error != ERROR_SUCCESS)
     return Utf8(entry) + " does not tell who may change it: " + SystemErrorText(error);
   const LocalMemory<> owner(descriptor);
-  std::vector<std::byte> own = OwnAccount();
-  const std::string weakness = AccessWeakness(descriptor, use, SidOf(own));
+  const ProcessAccount own;
+  const std::string weakness = AccessWeakness(descriptor, use, own.Sid());
   return weakness.empty() ? std::string() : Utf8(entry) + " " + weakness;
 }
 
