@@ -19,3 +19,13 @@ inline std::optional<std::string> ReadFileText(const std::filesystem::path& file
     return {};
   }
 }
+
+/// A file's first line without its end, empty when it has none; nothing when it cannot be opened.
+inline std::optional<std::string> FirstLineOfFile(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  if (!stream) return {};
+  std::string line;
+  std::getline(stream, line);
+  if (line.ends_with('\r')) line.pop_back();
+  return line;
+}

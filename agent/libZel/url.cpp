@@ -8,6 +8,7 @@
 
 #include "agent/libZel/ascii.h"
 #include "agent/libZel/network/port.h"
+#include "agent/libZel/percent_decoding.h"
 
 namespace {
 
@@ -74,24 +75,6 @@ bool IsEncoded(std::string_view text, std::string_view more) {
     }
   }
   return true;
-}
-
-unsigned HexValue(char c) {
-  return static_cast<unsigned>(IsAsciiDigit(c) ? c - '0' : AsciiLower(c) - 'a' + 10);
-}
-
-// Undoes the percent-encoding of a text that `IsEncoded`.
-std::string Decoded(std::string_view text) {
-  std::string decoded;
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded += text[i];
-      continue;
-    }
-    decoded += static_cast<char>(HexValue(text[i + 1]) << 4 | HexValue(text[i + 2]));
-    i += 2;
-  }
-  return decoded;
 }
 
 std::string_view TakeUpTo(std::string_view* text, char separator) {
@@ -187,13 +170,14 @@ int UrlParseInet::LoadUrl(const ZelString& url) {
   std::string_view password = at == authority.npos ? std::string_view() : authority.substr(0, at);
   if (host.empty() || !IsEncoded(password, ":") || !IsRest(rest)) return 0;
   const std::string_view user = TakeUpTo(&password, ':');
-  const std::string decodedUser = Decoded(user);
-  const std::string decodedPassword = Decoded(password);
+  const std::optional<std::string> decodedUser = DecodePercent(user);
+  const std::optional<std::string> decodedPassword = DecodePercent(password);
+  if (!decodedUser || !decodedPassword) return 0;
   // A NUL would cut either short on its way.
-  if ((decodedUser + decodedPassword).find('\0') != std::string::npos) return 0;
+  if ((*decodedUser + *decodedPassword).find('\0') != std::string::npos) return 0;
 
-  user_ = ZelString(decodedUser);
-  password_ = ZelString(decodedPassword);
+  user_ = ZelString(*decodedUser);
+  password_ = ZelString(*decodedPassword);
   host_ = ZelString(host);
   return 1;
 }

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <map>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
 #include "agent/libZel/native_path.h"
-#include "agent/libZel/whole_number.h"
+#include "agent/libZel/percent_decoding.h"
 #include "libZel/ini_file.h"
 #include "libZel/path.h"
 
@@ -56,18 +55,6 @@ Options ReadPairs(std::string_view text) {
   return options;
 }
 
-std::string Decoded(std::string_view text) {
-  constexpr size_t kEscape = 3;  // "%2F"
-  std::string decoded;
-  while (!text.empty()) {
-    const bool isEscape = text.starts_with('%') && text.size() >= kEscape;
-    const auto byte = isEscape ? ReadWholeNumber<uint8_t>(text.substr(1, 2), 16) : std::nullopt;
-    decoded += byte ? static_cast<char>(*byte) : text.front();
-    text.remove_prefix(byte ? kEscape : 1);
-  }
-  return decoded;
-}
-
 /// "postgresql://...?key=value&..."
 Options ReadQuery(std::string_view url) {
   Options options;
@@ -76,8 +63,12 @@ Options ReadQuery(std::string_view url) {
     rest.remove_prefix(1);
     const std::string_view pair = rest.substr(0, rest.find('&'));
     const size_t equals = std::min(pair.find('='), pair.size());
-    if (equals < pair.size())
-      options[Decoded(pair.substr(0, equals))] = Decoded(pair.substr(equals + 1));
+    if (equals < pair.size()) {
+      const auto key = DecodePercent(pair.substr(0, equals));
+      const auto value = DecodePercent(pair.substr(equals + 1));
+      // The database's library takes nothing that is malformed.
+      if (key && value) options[*key] = *value;
+    }
     rest.remove_prefix(pair.size());
   }
   return options;

@@ -1,9 +1,10 @@
 #include "agent/service/user_commands.h"
 
 #include <cstdio>
-#include <fstream>
+#include <optional>
 #include <stdexcept>
 
+#include "agent/libZel/file_text.h"
 #include "agent/libZel/native_path.h"
 #include "agent/libZelCore/core_platform.h"
 #include "agent/libZelCore/credentials.h"
@@ -18,17 +19,11 @@ UserStore OpenUsers(const fs::path& home) {
   return UserStore(home / "config" / "users");
 }
 
-// The first line of the file.
 std::string PasswordFromFile(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  std::string password;
-  std::getline(stream, password);
-  if (!stream && password.empty()) {
-    throw std::runtime_error("cannot read a password from " +
-                             std::string(FromNativePath(file).Utf8()));
-  }
-  if (!password.empty() && password.back() == '\r') password.pop_back();
-  return password;
+  std::optional<std::string> password = FirstLineOfFile(file);
+  if (password && !password->empty()) return *std::move(password);
+  throw std::runtime_error("cannot read a password from " +
+                           std::string(FromNativePath(file).Utf8()));
 }
 
 std::string Password(const std::string& login, const fs::path& file) {

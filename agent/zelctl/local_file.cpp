@@ -29,14 +29,10 @@ std::string ReadStandardInput() {
 }
 
 std::string ReadPasswordFile(const std::string& name) {
-  std::ifstream file(LocalPath(name), std::ios::binary);
-  std::string password;
-  const bool isRead = file && std::getline(file, password);
-  if (password.ends_with('\r')) password.pop_back();
-  if (isRead && !password.empty()) return password;
-  throw Failure(
-      ExitStatus::kUsage,
-      "the password file " + name + (file.is_open() ? " has no first line" : " cannot be opened"));
+  std::optional<std::string> password = FirstLineOfFile(LocalPath(name));
+  if (password && !password->empty()) return *std::move(password);
+  throw Failure(ExitStatus::kUsage, "the password file " + name +
+                                        (password ? " has no first line" : " cannot be opened"));
 }
 
 void WriteLocalFile(const std::filesystem::path& file, const std::string& bytes) {
