@@ -73,6 +73,13 @@ TEST_F(MoveAcrossVolumes, LeavesEverythingAsItIsWhenTheDiskTakesNothing) {
   EXPECT_FALSE(fs::exists(destination_));
 }
 
+TEST_F(MoveAcrossVolumes, LeavesNoSecondFileWhenItsNameDoesNotReachTheDisk) {
+  const DiskWaits disk([](int file) { return IsDirectory(file) ? EIO : 0; });
+  EXPECT_EQ(Move(), EIO);
+  EXPECT_EQ(ReadFile(source_), "content");
+  EXPECT_FALSE(fs::exists(destination_));
+}
+
 TEST_F(MoveAcrossVolumes, WorksWhereDirectoriesCannotBeWaitedFor) {
   const DiskWaits disk([](int file) { return IsDirectory(file) ? EINVAL : 0; });
   EXPECT_EQ(Move(), 0);

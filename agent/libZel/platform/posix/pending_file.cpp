@@ -127,17 +127,19 @@ int CopyWhole(int source, int destination) {
   return Sync(destination);
 }
 
-// Sends a growing file to the disk and out of the system's cache, some way behind its end. It
-// waits only while the disk's queue is full, and failures do not matter: the file is then cached
-// like any other.
+// Sends a growing file to the disk and out of the system's cache, some way behind its end. A disk
+// that is slower is waited for, so that little is left to wait for at the file's end, where others
+// wait, too. Failures do not matter: the file is then cached like any other.
 class CacheDrain {
  public:
   void FollowTo(int file, off_t end) {
     if (end - sent_ < kStepBytes) return;
     sync_file_range(file, sent_, end - sent_, SYNC_FILE_RANGE_WRITE);
     sent_ = end;
+    if (end <= kCachedBytes) return;
     // Only what has reached the disk can leave.
-    if (end > kCachedBytes) posix_fadvise(file, 0, end - kCachedBytes, POSIX_FADV_DONTNEED);
+    sync_file_range(file, 0, end - kCachedBytes, SYNC_FILE_RANGE_WAIT_BEFORE);
+    posix_fadvise(file, 0, end - kCachedBytes, POSIX_FADV_DONTNEED);
   }
 
  private:
@@ -323,7 +325,10 @@ int PendingFile::Commit(bool replace) {
   }
   if (error != 0) return error;
   self.temporaryName.clear();
-  return self.survivesPowerCuts ? SyncDirectory(directory) : 0;
+  if (self.survivesPowerCuts) error = SyncDirectory(directory);
+  // What is not sure to last does not count, and only what has replaced nothing can be taken back.
+  if (error != 0 && !replace) unlinkat(directory, to, 0);
+  return error;
 }
 
 std::filesystem::path PendingFile::Path() const {
