@@ -1,11 +1,11 @@
 #include "agent/libZelCore/http_route.h"
 
 #include <algorithm>
-#include <charconv>
 #include <iterator>
 
 #include "agent/libZel/ascii.h"
 #include "agent/libZel/device_names.h"
+#include "agent/libZel/percent_decoding.h"
 #include "agent/libZelCore/alias_table.h"
 #include "agent/libZelCore/excerpt.h"
 #include "libZel/string.h"
@@ -21,23 +21,6 @@ constexpr size_t kLongestFileName = 255;
 // What separates or ends names, and what their percent-encodings look like. A name that still holds
 // one of these after decoding was encoded twice, by someone who hoped for two readers of it.
 constexpr std::string_view kEncodedForbidden[] = {"%2e", "%2f", "%5c", "%00"};
-
-/// Undoes percent-encoding (RFC 3986 section 2.1); false when it is malformed.
-bool DecodePercent(std::string_view text, std::string* decoded) {
-  decoded->clear();
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] != '%') {
-      decoded->push_back(text[i]);
-      continue;
-    }
-    if (i + 2 >= text.size() || !IsHexDigit(text[i + 1]) || !IsHexDigit(text[i + 2])) return false;
-    unsigned value = 0;
-    std::from_chars(text.data() + i + 1, text.data() + i + 3, value, 16);
-    decoded->push_back(static_cast<char>(value));
-    i += 2;
-  }
-  return true;
-}
 
 /// The path of a target in origin form or absolute form (RFC 9112 section 3.2).
 std::string_view TargetPath(std::string_view target) {
@@ -99,8 +82,10 @@ HttpRoute FindOwnRoute(http::verb method, std::string_view path, std::string_vie
   } else if (path.starts_with(kActionsTarget) && path.size() > kActionsTarget.size() + 1 &&
              path[kActionsTarget.size()] == '/') {
     route.kind = HttpRoute::Kind::kCall;
-    if (!DecodePercent(path.substr(kActionsTarget.size() + 1), &route.action))
+    const auto action = DecodePercent(path.substr(kActionsTarget.size() + 1));
+    if (!action)
       return Refused(400, "malformed_request", "the target's percent-encoding is malformed");
+    route.action = *action;
   } else {
     return NotFound(target);
   }
@@ -137,7 +122,9 @@ HttpRoute FindUpload(http::verb method, std::string_view path, std::string_view 
 std::string DecodeFileName(std::string_view encoded, std::string* name) {
   if (HoldsEncodedForbidden(encoded))
     return "the file's name holds a percent-encoded \".\", \"/\", \"\\\" or NUL";
-  if (!DecodePercent(encoded, name)) return "the target's percent-encoding is malformed";
+  const auto decoded = DecodePercent(encoded);
+  if (!decoded) return "the target's percent-encoding is malformed";
+  *name = *decoded;
   if (name->empty()) return "the file's name is missing";
   if (name->size() > kLongestFileName) return "the file's name is longer than 255 bytes";
   if (HoldsEncodedForbidden(*name)) return "the file's name is percent-encoded twice";
