@@ -169,7 +169,8 @@ def test_visibility_device_hides_the_tasks_of_other_devices(fleet, ann):
         for filters in ({}, {REQUESTER: ann}, {STATUS: "open"}):
             assert names(tasks(device, user="visitor", **filters)) == ["of " + device.name]
         assert names(tasks(device, user="admin")) == ["of two", "of one"]
-    assert "Values" not in ask(master, "TrnDbTaskGetList", FromHCHL=True)[1]
+    for flags in ({}, {"FromHCHL": True}, {"FromHCHL": False}):
+        assert "Values" not in ask(master, "TrnDbTaskGetList", **flags)[1]
     assert [agent.stop() for agent in [*devices, master]] == [0, 0, 0]
 
 
