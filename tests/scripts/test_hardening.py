@@ -27,6 +27,12 @@ def output_of(*command):
     return subprocess.run(command, capture_output=True, text=True, timeout=60, check=True).stdout
 
 
+def undefined_symbols(file):
+    """Names that the file takes from libraries, without their versions."""
+    return {line.split()[-1].split("@")[0]
+            for line in output_of("nm", "-D", "--undefined-only", file).splitlines()}
+
+
 @pytest.mark.parametrize("name", LINUX_PROGRAMS + LINUX_LIBRARIES)
 def test_addresses_are_bound_at_the_start_and_read_only_then(name):
     file = LINUX_BIN / name
@@ -45,6 +51,17 @@ def test_programs_run_anywhere_in_memory(name):
 def test_no_code_runs_on_the_stack(name):
     stack = re.search(r"GNU_STACK.*", output_of("readelf", "--segments", "--wide", LINUX_BIN / name))
     assert stack and " RW " in stack[0]
+
+
+@pytest.mark.parametrize("name", LINUX_PROGRAMS + LINUX_LIBRARIES)
+def test_stacks_are_guarded(name):
+    assert "__stack_chk_fail" in undefined_symbols(LINUX_BIN / name)
+
+
+@pytest.mark.parametrize("name", ["libZel.so", "libZelCore.so"])
+def test_calls_of_the_c_library_are_checked(name):
+    symbols = undefined_symbols(LINUX_BIN / name)
+    assert any(symbol.endswith("_chk") for symbol in symbols), sorted(symbols)
 
 
 @pytest.mark.skipif(not WINDOWS_BUILD.is_dir(), reason="no Windows build in build/windows")
