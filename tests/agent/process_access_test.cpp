@@ -73,7 +73,8 @@ TEST(GetProcessList, TellsAboutAChild) {
   ASSERT_TRUE(listed);
   EXPECT_EQ(listed->parentId, process_table::OwnIdentifier());
   EXPECT_EQ(listed->owner, Find(list, process_table::OwnIdentifier())->owner);
-  EXPECT_EQ(listed->totalCpu, "0:00:00");
+  // Less than ten seconds: Wine tells of other processes what the asking one has used.
+  EXPECT_EQ(listed->totalCpu.GetSubstring(0, 6), "0:00:0");
 }
 
 TEST(GetProcessList, IsInTheOrderOfTheIdentifiers) {
