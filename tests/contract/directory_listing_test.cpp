@@ -516,7 +516,7 @@ class PlainSort {
 TEST_F(GetDirList, LeavesEntriesOfEqualNameAsTheQuicksortDoes) {
   std::mt19937 random(1);
   const auto below = [&](uint32_t limit) { return static_cast<int>(random() % limit); };
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 600; ++round) {
     std::vector<Listed> entries;
     for (int count = below(24); count > 0; --count) {
       entries.push_back({.name = std::string(1, static_cast<char>('a' + below(4))),
