@@ -48,3 +48,14 @@ inline void AnswerReadableFile(FakeHost& host, const std::string& content) {
   AnswerVerdict(host, kReadable);
   AnswerLoading(host, content);
 }
+
+/// Scripts the replacement of a file that holds `content`, up to the opened, empty file.
+inline void AnswerReplacement(FakeHost& host, const std::string& content) {
+  AnswerVerdict(host, kWritable);
+  host.Answer("FileExists", 1);
+  AnswerLoading(host, content);
+  host.Answer("FileExists", 0);
+  host.Answer("FileCopy", 0);
+  host.Answer("FileDelete", 0);
+  host.Answer("FileCreate", 8);
+}

@@ -141,16 +141,6 @@ TEST_F(ReadFileInCodePage, AnswersNothingWhenTheFileCannotBeReadToItsEnd) {
 
 class WriteFileInCodePage : public ModuleTest {
  protected:
-  /// Scripts the replacement of a file in the code page up to the opened, empty file.
-  void AnswerReplacement() {
-    AnswerVerdict(host, kWritable);
-    host.Answer("FileExists", 1);
-    AnswerLoading(host, kOld);
-    host.Answer("FileExists", 0);
-    host.Answer("FileCopy", 0);
-    host.Answer("FileDelete", 0);
-    host.Answer("FileCreate", 8);
-  }
   Outcome Write(const std::string& utf8) {
     return Run("CoreUtilsWriteFile", WriteParameters(kPath, Base64(utf8)));
   }
@@ -160,7 +150,7 @@ constexpr const char* kDeleteTemporary = "FileDelete(\"C:/a.txt.tmp0\", 0)";
 constexpr const char* kBringBack = "FileCopy(\"C:/a.txt.tmp0\", \"C:/a.txt\", 0)";
 
 TEST_F(WriteFileInCodePage, ConvertsToTheCodePageOfTheOldContentWithoutAMark) {
-  AnswerReplacement();
+  AnswerReplacement(host, kOld);
   host.Answer("WideCharToMultiByte", 2);
   host.AnswerBytes("WideCharToMultiByte", "n\xE9");
   host.Answer("FileWrite", 2);
@@ -175,7 +165,7 @@ TEST_F(WriteFileInCodePage, ConvertsToTheCodePageOfTheOldContentWithoutAMark) {
 }
 
 TEST_F(WriteFileInCodePage, CountsCharactersBeyondTheBasicPlaneAsTwo) {
-  AnswerReplacement();
+  AnswerReplacement(host, kOld);
   host.Answer("WideCharToMultiByte", 1);
   host.AnswerBytes("WideCharToMultiByte", "?");
   host.Answer("FileWrite", 1);
@@ -190,7 +180,7 @@ TEST_F(WriteFileInCodePage, CountsCharactersBeyondTheBasicPlaneAsTwo) {
 TEST_F(WriteFileInCodePage, SucceedsWhenLessIsWrittenThanWasAsked) {
   for (const int written : {4, 1, 0}) {
     host.ForgetTranscript();
-    AnswerReplacement();
+    AnswerReplacement(host, kOld);
     host.Answer("WideCharToMultiByte", 5);
     host.AnswerBytes("WideCharToMultiByte", "hello");
     host.Answer("FileWrite", written);
@@ -204,7 +194,7 @@ TEST_F(WriteFileInCodePage, SucceedsWhenLessIsWrittenThanWasAsked) {
 }
 
 TEST_F(WriteFileInCodePage, LeavesAnEmptyFileForEmptyContent) {
-  AnswerReplacement();
+  AnswerReplacement(host, kOld);
   host.Answer("WideCharToMultiByte", 0);
   host.Answer("FileDelete", 0);
 
@@ -218,7 +208,7 @@ TEST_F(WriteFileInCodePage, LeavesAnEmptyFileForEmptyContent) {
 TEST_F(WriteFileInCodePage, WritesNothingWhenTheConversionsDisagree) {
   for (const char* second : {"", "h", "hell"}) {
     host.ForgetTranscript();
-    AnswerReplacement();
+    AnswerReplacement(host, kOld);
     host.Answer("WideCharToMultiByte", 5);
     host.AnswerBytes("WideCharToMultiByte", second);
     host.Answer("FileDelete", 0);
@@ -232,7 +222,7 @@ TEST_F(WriteFileInCodePage, WritesNothingWhenTheConversionsDisagree) {
 }
 
 TEST_F(WriteFileInCodePage, BringsTheOldContentBackWhenConvertedTextCannotBeWritten) {
-  AnswerReplacement();
+  AnswerReplacement(host, kOld);
   host.Answer("WideCharToMultiByte", 5);
   host.AnswerBytes("WideCharToMultiByte", "hello");
   host.Answer("FileWrite", 0xFFFFFFFF);
@@ -246,7 +236,7 @@ TEST_F(WriteFileInCodePage, BringsTheOldContentBackWhenConvertedTextCannotBeWrit
 }
 
 TEST_F(WriteFileInCodePage, DeletesTheTemporaryEvenWhenTheOldContentCannotBeBroughtBack) {
-  AnswerReplacement();
+  AnswerReplacement(host, kOld);
   host.Answer("WideCharToMultiByte", 5);
   host.AnswerBytes("WideCharToMultiByte", "hello");
   host.Answer("FileWrite", 0xFFFFFFFF);
@@ -260,7 +250,7 @@ TEST_F(WriteFileInCodePage, DeletesTheTemporaryEvenWhenTheOldContentCannotBeBrou
 }
 
 TEST_F(WriteFileInCodePage, BringsTheOldContentBackWhenTheConversionBreaksOff) {
-  AnswerReplacement();
+  AnswerReplacement(host, kOld);
   host.Answer("FileCopy", 0);
   host.Answer("FileDelete", 0);
   // The last call before anything is written.

@@ -76,13 +76,7 @@ TEST_F(LackOfMemory, ForTheConversionFailsWithoutAResult) {
 }
 
 TEST_F(LackOfMemory, ForWhatIsToBeWrittenWritesNothing) {
-  AnswerVerdict(host, kWritable);
-  host.Answer("FileExists", 1);
-  AnswerLoading(host, kOld);
-  host.Answer("FileExists", 0);
-  host.Answer("FileCopy", 0);
-  host.Answer("FileDelete", 0);
-  host.Answer("FileCreate", 8);
+  AnswerReplacement(host, kOld);
   host.Answer("WideCharToMultiByte", kTooMuch);
   host.Answer("FileDelete", 0);
 
