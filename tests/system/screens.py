@@ -113,7 +113,7 @@ class Window:
         self.x_window = screen.x.create_resource_object("window", identifier)
 
     def __eq__(self, other):
-        return self.id == other.id
+        return isinstance(other, Window) and self.id == other.id
 
     def __hash__(self):
         return hash(self.id)
