@@ -34,6 +34,9 @@ function(zel_use_boost target)
   target_compile_definitions(${target} PRIVATE BOOST_ASIO_NO_DEPRECATED BOOST_ALL_NO_LIB)
   if(WIN32)
     target_link_libraries(${target} PRIVATE ws2_32 mswsock)
+    # Asio has threads of its own for its timers. Left alone it makes them with what the headers before its own have
+    # declared, in one source with pthreads and in the next with Windows' threads, and takes one for the other.
+    target_compile_definitions(${target} PRIVATE BOOST_ASIO_HAS_PTHREADS=1)
   endif()
 endfunction()
 
