@@ -7,9 +7,11 @@
 #include <utility>
 
 #include "agent/libZelCore/core_log.h"
+#include "agent/libZelCore/core_platform.h"
 
 namespace {
 
+constexpr std::chrono::milliseconds kMemoryIdleTime{500};
 constexpr std::chrono::seconds kIdleTime{10};
 // About what waking a sleeping thread costs: jobs that follow each other closely are spared it.
 constexpr std::chrono::microseconds kSpinTime{50};
@@ -157,13 +159,24 @@ void ActionPool::Spin(std::unique_lock<std::mutex>& lock) {
 /// False when this thread is to end: the pool stops, or the thread has had nothing to do for long
 /// and is not one of those that are kept.
 bool ActionPool::WaitForJob(std::unique_lock<std::mutex>& lock) {
+  bool keepsMemory = true;
   while (!stopping_ && queue_.empty()) {
     ++idle_;
     Spin(lock);
-    const bool hasJob =
-        wake_.wait_for(lock, kIdleTime, [this] { return stopping_ || !queue_.empty(); });
+    const bool isWoken = wake_.wait_for(lock, keepsMemory ? kMemoryIdleTime : kIdleTime,
+                                        [this] { return stopping_ || !queue_.empty(); });
     --idle_;
-    if (!hasJob && threads_.size() > keptThreads_) return false;
+    if (isWoken) continue;
+    if (!keepsMemory && threads_.size() > keptThreads_) return false;
+    if (std::exchange(keepsMemory, false)) ReturnMemory(lock);
   }
   return !stopping_;
+}
+
+/// What a large job had belongs to this thread's heap, whoever freed it, and only this thread can
+/// give the end of that heap back.
+void ActionPool::ReturnMemory(std::unique_lock<std::mutex>& lock) {
+  lock.unlock();
+  core_platform::ReturnFreeMemoryOfThread();
+  lock.lock();
 }

@@ -50,6 +50,7 @@ class ActionPool {
   void Work(Threads::iterator self);
   bool WaitForJob(std::unique_lock<std::mutex>& lock);
   void Spin(std::unique_lock<std::mutex>& lock);
+  static void ReturnMemory(std::unique_lock<std::mutex>& lock);
 
   const size_t keptThreads_;  ///< these do not end when idle
   const size_t maxThreads_;

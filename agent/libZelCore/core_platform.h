@@ -42,10 +42,13 @@ bool SetSystemCodePage(unsigned codePage);
 /// allocator would fetch it anew for every large block. Call it once, before memory matters.
 void KeepFreeMemory();
 
-/// Gives memory that was freed back to the system, where the allocator keeps it otherwise: all that
-/// this thread freed, and most of other threads. Takes about a millisecond for each hundred
-/// megabytes.
+/// Gives memory that was freed back to the system, where the allocator keeps it otherwise: all of
+/// what this thread had, and of what other threads had all but the end of their heaps. Takes about
+/// a millisecond for each hundred megabytes.
 void ReturnFreeMemory();
+
+/// Gives back the end of this thread's heap. Takes some microseconds.
+void ReturnFreeMemoryOfThread();
 
 /// Whether this process may do what ordinary users of the machine may not.
 bool IsAdministrator();

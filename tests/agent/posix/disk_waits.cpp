@@ -4,15 +4,23 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <mutex>
 #include <utility>
 
 namespace {
 
-thread_local DiskWaits::Answer answerOfTest;
+std::mutex mutex;
+DiskWaits::Answer answerOfTest;
+
+DiskWaits::Answer CurrentAnswer() {
+  const std::lock_guard lock(mutex);
+  return answerOfTest;
+}
 
 int Wait(long call, int file) {
-  if (!answerOfTest) return static_cast<int>(syscall(call, file));
-  const int error = answerOfTest(file);
+  const DiskWaits::Answer answer = CurrentAnswer();
+  if (!answer) return static_cast<int>(syscall(call, file));
+  const int error = answer(file);
   if (error == 0) return 0;
   errno = error;
   return -1;
@@ -30,9 +38,11 @@ extern "C" int syncfs(int file) noexcept {
 }
 
 DiskWaits::DiskWaits(Answer answer) {
+  const std::lock_guard lock(mutex);
   answerOfTest = std::move(answer);
 }
 
 DiskWaits::~DiskWaits() {
+  const std::lock_guard lock(mutex);
   answerOfTest = nullptr;
 }

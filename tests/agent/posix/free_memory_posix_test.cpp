@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <thread>
 
+#include "agent/libZelCore/action_pool.h"
 #include "agent/libZelCore/core_platform.h"
 
 // Of the C library's own allocator: a sanitizer has another one.
@@ -39,6 +42,23 @@ void ExpectThatABlockIsKeptUntilItIsReturned() {
 TEST(FreeMemory, IsKeptAndReturnedInTheFirstHeap) {
   core_platform::KeepFreeMemory();
   ExpectThatABlockIsKeptUntilItIsReturned();
+}
+
+TEST(FreeMemory, GoesBackFromTheHeapsOfThreadsThatHaveNoMoreJobs) {
+  core_platform::KeepFreeMemory();
+  const long before = ResidentBytes();
+  std::promise<long> afterJob;
+  ActionPool pool(1, 1);
+  ASSERT_TRUE(pool.Submit([&] {
+    UseAndFreeABlock();
+    afterJob.set_value(ResidentBytes());
+  }));
+  EXPECT_GT(afterJob.get_future().get(), before + kBlockBytes - kMiB);
+
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (ResidentBytes() >= before + kMiB && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_LT(ResidentBytes(), before + kMiB);
 }
 
 TEST(FreeMemory, IsKeptAndReturnedInTheHeapOfAnotherThread) {

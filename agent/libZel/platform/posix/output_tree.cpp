@@ -16,6 +16,7 @@
 #include "agent/libZel/platform/posix/pending_file.h"
 #include "agent/libZel/platform/posix/permissions.h"
 #include "agent/libZel/platform/posix/unique_fd.h"
+#include "agent/libZel/platform/posix/volume_sync.h"
 
 namespace file_system {
 namespace {
@@ -79,6 +80,8 @@ struct OutputTree::Implementation {
   UniqueFd file;
   std::string temporaryName;
   std::string finalName;
+  uint64_t writtenBytes = 0;  // of the file
+  VolumeSync volume;
 };
 
 OutputTree::OutputTree() : implementation_(std::make_unique<Implementation>()) {}
@@ -95,7 +98,9 @@ int OutputTree::Open(const std::filesystem::path& root) {
   std::filesystem::create_directories(root, error);
   if (error) return error.value();
   implementation_->root = UniqueFd(open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  return implementation_->root ? 0 : errno;
+  if (!implementation_->root) return errno;
+  implementation_->volume.Follow(implementation_->root.Get());
+  return 0;
 }
 
 int OutputTree::MakeDirectory(const Names& names, std::optional<uint32_t> permissions) {
@@ -120,6 +125,7 @@ int OutputTree::Create(const Names& names, std::optional<uint32_t> permissions) 
     if (self.file) {
       self.temporaryName = std::move(name);
       self.finalName = *finalName;
+      self.writtenBytes = 0;
       return 0;
     }
     if (errno != EEXIST) return errno;
@@ -128,6 +134,7 @@ int OutputTree::Create(const Names& names, std::optional<uint32_t> permissions) 
 }
 
 int OutputTree::Write(const void* bytes, size_t count) {
+  implementation_->writtenBytes += count;
   return WriteAll(implementation_->file.Get(), bytes, count);
 }
 
@@ -153,6 +160,7 @@ int OutputTree::Commit(const OutputAttributes& attributes) {
     return errno;
   }
   self.temporaryName.clear();
+  self.volume.NoteFile(self.writtenBytes);
   return 0;
 }
 
@@ -165,11 +173,7 @@ void OutputTree::Discard() {
 }
 
 int OutputTree::Sync() {
-  const UniqueFd root(openat(implementation_->root.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (root) return syncfs(root.Get()) == 0 ? 0 : errno;
-  // Who may write but not read the directory has all volumes written.
-  sync();
-  return 0;
+  return implementation_->volume.Finish();
 }
 
 }  // namespace file_system

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
+#include <mutex>
 #include <stdexcept>
 #include <tuple>
 
@@ -102,17 +103,6 @@ namespace {
 constexpr int kLargestHeapBlockBytes = 32 << 20;  // the most that mallopt takes
 constexpr int kKeptAtTheEndBytes = 4 * kLargestHeapBlockBytes;
 
-// malloc_trim leaves alone what is free at the end of any heap but the first one. That goes when a
-// block is freed in the heap, which is that of this thread, and is large enough for the allocator
-// to look.
-void TrimHeapOfThread() {
-  constexpr size_t kBytes = 128 * 1024;
-  mallopt(M_TRIM_THRESHOLD, 0);
-  void* volatile block = std::malloc(kBytes);  // volatile: the pair is not to be left out
-  std::free(block);
-  mallopt(M_TRIM_THRESHOLD, kKeptAtTheEndBytes);
-}
-
 }  // namespace
 
 void KeepFreeMemory() {
@@ -122,7 +112,20 @@ void KeepFreeMemory() {
 
 void ReturnFreeMemory() {
   malloc_trim(0);
-  TrimHeapOfThread();
+  ReturnFreeMemoryOfThread();
+}
+
+// malloc_trim leaves alone what is free at the end of any heap but the first one. That goes when a
+// block is freed in the heap, which is that of this thread, and is large enough for the allocator
+// to look.
+void ReturnFreeMemoryOfThread() {
+  static std::mutex mutex;  // the threshold is that of all threads
+  const std::lock_guard lock(mutex);
+  constexpr size_t kBytes = 128 * 1024;
+  mallopt(M_TRIM_THRESHOLD, 0);
+  void* volatile block = std::malloc(kBytes);  // volatile: the pair is not to be left out
+  std::free(block);
+  mallopt(M_TRIM_THRESHOLD, kKeptAtTheEndBytes);
 }
 
 bool IsAdministrator() {

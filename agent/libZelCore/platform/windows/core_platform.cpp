@@ -98,6 +98,7 @@ bool SetSystemCodePage(unsigned) {
 // The system's heap manages both by itself.
 void KeepFreeMemory() {}
 void ReturnFreeMemory() {}
+void ReturnFreeMemoryOfThread() {}
 
 bool IsAdministrator() {
   std::byte sid[SECURITY_MAX_SID_SIZE];
