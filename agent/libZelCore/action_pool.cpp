@@ -165,10 +165,11 @@ bool ActionPool::WaitForJob(std::unique_lock<std::mutex>& lock) {
     Spin(lock);
     const bool isWoken = wake_.wait_for(lock, keepsMemory ? kMemoryIdleTime : kIdleTime,
                                         [this] { return stopping_ || !queue_.empty(); });
+    const bool isOver = !isWoken && !keepsMemory && threads_.size() > keptThreads_;
+    // Still idle to others: it takes a moment only.
+    if (!isWoken && std::exchange(keepsMemory, false)) ReturnMemory(lock);
     --idle_;
-    if (isWoken) continue;
-    if (!keepsMemory && threads_.size() > keptThreads_) return false;
-    if (std::exchange(keepsMemory, false)) ReturnMemory(lock);
+    if (isOver) return false;
   }
   return !stopping_;
 }

@@ -164,7 +164,7 @@ def test_a_temporary_alias_goes_with_its_file(plain_pair, place):
 
 
 def test_an_alias_expires_when_its_owner_is_silent(fleet, platform, place):
-    relay = fleet.make(platform, "relay", relay={"alias_silence_ms": 1000})
+    relay = fleet.make(platform, "relay", relay={"alias_silence_ms": 2000})
     made = Alias(relay, place.directory)
     assert [row["AliasName"] for row in aliases(relay)] == ["drop"]
     wait_for(lambda: aliases(relay) == [])
@@ -192,7 +192,7 @@ def test_uploads_need_credentials(alias, place):
 
 @pytest.fixture
 def small_relay(fleet, platform):
-    limits = {"max_uploads": 1, "max_upload_bytes": MIB, "stall_timeout_ms": 500}
+    limits = {"max_uploads": 1, "max_upload_bytes": MIB, "stall_timeout_ms": 2000}
     relay = fleet.make(platform, "relay", relay=limits)
     yield relay
     assert relay.stop() == 0
@@ -226,7 +226,7 @@ def test_an_upload_of_single_bytes_is_given_up(small_relay, place):
 
 
 def test_an_agent_that_stops_leaves_no_piece_of_an_upload(fleet, platform, place):
-    relay = fleet.make(platform, "relay", relay={"stall_timeout_ms": 1000})
+    relay = fleet.make(platform, "relay", relay={"stall_timeout_ms": 3000})
     alias = Alias(relay, place.directory)
     with begin_upload(alias, "/drop/file", 1000, 999):
         wait_for(lambda: [row["Uploads"] for row in aliases(relay)] == [1])

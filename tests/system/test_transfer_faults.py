@@ -151,7 +151,7 @@ def test_a_directory_whose_restore_is_cut_is_packed_again(link, backups):
 @pytest.fixture(params=MODES)
 def short_silence(fleet, platform, request):
     """Agents that forget aliases soon. On Linux stalls take long: only a cut ends an upload."""
-    settings = {"alias_silence_ms": 1000}
+    settings = {"alias_silence_ms": 3000}
     # Wine's server may keep connections open whose program was killed.
     if platform == "windows":
         settings["stall_timeout_ms"] = 3000
