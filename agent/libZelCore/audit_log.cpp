@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
 
+#include "agent/libZel/file_text.h"
 #include "agent/libZel/system_error_text.h"
 #include "agent/libZelCore/audit_files.h"
 #include "agent/libZelCore/core_log.h"
@@ -43,17 +43,15 @@ void AppendMember(const char* name, std::string_view value, std::string* line) {
   EncodeString(ZelString(value).Utf8(), line);
 }
 
-std::string ReadFirstLine(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  std::string line;
-  std::getline(stream, line);
-  return line;
+/// The number that the file's first line tells; 0 when it tells none.
+uint64_t NumberOfFile(const fs::path& file) {
+  return NumberOfLine(FirstLineOfFile(file).value_or(std::string()));
 }
 
 /// Not so when the file tells another number than its name; one whose first line is torn tells
 /// none.
 bool IsOfTrail(const std::pair<const uint64_t, fs::path>& rotated) {
-  const uint64_t told = NumberOfLine(ReadFirstLine(rotated.second));
+  const uint64_t told = NumberOfFile(rotated.second);
   return told == 0 || told == rotated.first;
 }
 
@@ -103,7 +101,7 @@ void AuditLog::Implementation::Continue() {
 /// What the file tells itself counts: others beside it may be copies with numbers of their own,
 /// such as a date.
 void AuditLog::Implementation::FindNumber() {
-  const uint64_t told = isEmpty ? 0 : NumberOfLine(ReadFirstLine(path));
+  const uint64_t told = isEmpty ? 0 : NumberOfFile(path);
   if (told > 0) {
     number = told;
     return;
