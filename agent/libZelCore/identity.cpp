@@ -33,7 +33,7 @@ bool IsUuid(std::string_view text) {
 }
 
 std::string Read(const fs::path& file) {
-  char bytes[kForm.size() + 8];  // with line ends, and what is too much
+  char bytes[kForm.size() + 8];  // with line ends; a file that fills it holds too much
   std::ifstream stream(file, std::ios::binary);
   stream.read(bytes, sizeof bytes);
   std::error_code error;
@@ -41,9 +41,10 @@ std::string Read(const fs::path& file) {
     Fail(file, "cannot be read");
 
   std::string text(bytes, static_cast<size_t>(stream.gcount()));
+  const bool isTooLong = text.size() == sizeof bytes;
   while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
   text = AsciiLower(text);
-  if (!IsUuid(text)) Fail(file, "holds no UUID");
+  if (isTooLong || !IsUuid(text)) Fail(file, "holds no UUID");
   return text;
 }
 

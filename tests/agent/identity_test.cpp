@@ -66,9 +66,9 @@ TEST_F(DeviceIdentityTest, IsNotMadeAnewWhereTheFileHoldsNone) {
   const std::string whole = kUuid;
   for (const std::string& content :
        {std::string(), std::string("\n"), whole.substr(1), whole + "0", whole + " ", "x" + whole,
-        "{" + whole + "}", whole + "\n" + whole, whole.substr(0, 35) + "g",
-        std::string("00000000-0000-0000-0000-000000000000"), std::string(36, '-'),
-        std::string(36, '\0')}) {
+        "{" + whole + "}", whole + "\n" + whole, whole + std::string(20, '\n') + "x",
+        whole.substr(0, 35) + "g", std::string("00000000-0000-0000-0000-000000000000"),
+        std::string(36, '-'), std::string(36, '\0')}) {
     WriteFile(File(), content);
     EXPECT_THAT(ProblemWith(File()),
                 AllOf(HasSubstr("identity holds no UUID: restore it"), HasSubstr("or delete it")))
