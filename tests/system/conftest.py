@@ -46,22 +46,12 @@ def pytest_unconfigure(config):
         own_network.stop_wine()
 
 
-def is_of_a_desk_under_wine(item):
-    parameters = item.callspec.params if hasattr(item, "callspec") else {}
-    return "desk" in item.fixturenames and parameters.get("platform") == "windows"
-
-
 @pytest.hookimpl(trylast=True)
 def pytest_collection_modifyitems(items):
     def position(item):
         return bool(item.get_closest_marker("last")) - bool(item.get_closest_marker("first"))
 
     items.sort(key=position)
-    # Once in some thousand windows Wine and the window manager disagree about a new one's size, and
-    # its buttons are out of reach. The run tells which test that was.
-    for item in items:
-        if is_of_a_desk_under_wine(item):
-            item.add_marker(pytest.mark.flaky(reruns=1))
 
 
 @pytest.fixture(scope="session", params=PLATFORMS)
