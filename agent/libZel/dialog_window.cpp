@@ -47,9 +47,12 @@ DialogWindow::DialogWindow(const ZelString& pipe)
 
 bool DialogWindow::Create(const DialogRequest& request) {
   const std::lock_guard lock(mutex_);
+  // Also when what follows throws.
+  isReached_ = false;
   if (isAbandoned_) return LogFailure("made", "the agent is stopping");
   connection_ = OpenProxyConnection(pipe_, kProxyTimeoutMs, stop_);
-  return connection_ && AskToCreate(request);
+  isReached_ = connection_ && AskToCreate(request);
+  return isReached_;
 }
 
 bool DialogWindow::AskToCreate(const DialogRequest& request) {
@@ -111,6 +114,7 @@ bool DialogWindow::EndShow(const Answer& answer, bool wait) {
 
 bool DialogWindow::Close(bool waitUntilGone) {
   isClosed_ = true;
+  if (!IsReached()) return LogFailure("closed", "its proxy was never reached");
   if (!IsMade()) return true;
   const bool isTold = TellToClose(waitUntilGone);
   if (!isTold) {

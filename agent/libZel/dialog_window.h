@@ -35,12 +35,15 @@ class DialogWindow {
 
   /// Connects and has the window made.
   bool Create(const DialogRequest& request);
+  /// Whether `Create` has reached the proxy, or has not been called.
+  bool IsReached() const { return isReached_; }
   /// Whether it was made: false also when the proxy refused to.
   bool IsMade() const { return number_ >= 0; }
   /// Puts it on the screen. False also when the proxy cannot, and for a second time.
   bool Show(bool wait);
   /// Takes it down; a `Show` that waits returns at once, and so does one that is still to come.
-  /// When the proxy cannot be told, the connection is dropped, with which the dialog goes.
+  /// When the proxy cannot be told, the connection is dropped, with which the dialog goes. One that
+  /// the proxy refused to make is no failure, one whose proxy was not reached is.
   bool Close(bool waitUntilGone);
   /// How it ended; 0 while it has not. None when the proxy cannot be asked.
   std::optional<unsigned int> Button();
@@ -66,6 +69,7 @@ class DialogWindow {
   std::string proxy_;
   /// The proxy's number of the dialog; negative: there is none.
   std::atomic<int64_t> number_ = -1;
+  std::atomic<bool> isReached_ = true;
   std::atomic<bool> isClosed_ = false;
   /// Whether the proxy knows that.
   std::atomic<bool> isWithdrawn_ = false;

@@ -14,8 +14,6 @@
 
 struct SkinDialog::Window : DialogWindow {
   using DialogWindow::DialogWindow;
-  /// Whether the proxy was reached, or did not have to be.
-  bool isReached = false;
 };
 
 namespace {
@@ -44,11 +42,10 @@ SkinDialog::SkinDialog(HINSTANCE, const ZelString& text, const ZelString& firstB
     LiveDialogs::Instance().Add(this, window_);
     if (!read) {
       LibraryLog().ErrorWithNL("the options of a dialog are not understood: %S", options);
-      return window_->isReached = true;
+      return true;
     }
-    window_->isReached = window_->Create(
+    return window_->Create(
         {Wtf8(text), Wtf8(firstButton), Wtf8(secondButton), Wtf8(closeButton), buttons, *read});
-    return window_->isReached;
   });
 }
 
@@ -73,7 +70,7 @@ void SkinDialog::Show(bool wait, bool& error) {
 }
 
 bool SkinDialog::IsInitialised(bool& error) {
-  if (!window_ || !window_->isReached) error = true;
+  if (!window_ || !window_->IsReached()) error = true;
   return window_ && window_->IsMade();
 }
 

@@ -600,6 +600,7 @@ TEST_F(HostAgreement, OnDialogsWithoutAProxy) {
   expectError("SkinDialog::Show", [&](bool& failed) { dialog.Show(true, failed); });
   expectError("SkinDialog::GetButtonClickedID",
               [&](bool& failed) { EXPECT_EQ(dialog.GetButtonClickedID(failed), 0u); });
+  expectError("SkinDialog::Close", [&](bool& failed) { dialog.Close(failed, false); });
 }
 
 TEST_F(HostAgreement, OnADesktopWithoutAProxy) {
