@@ -54,13 +54,17 @@ struct Problem {
 // Judges line after line; a line that is no JSON is bad unless the next one says that it is torn.
 class Verifier {
  public:
-  /// Checks a file; false ends the search.
+  /// Checks a rotated file; false ends the search.
   bool AddFile(const fs::path& file, uint64_t number) {
     std::ifstream stream = Open(file);
-    return AddStream(file, number, stream);
+    if (!AddStream(file, number, stream)) return false;
+    if (line_ > 0) return true;
+    // An agent begins the next file only behind a line.
+    ++line_;
+    return Fail(file, {"it is missing, the file is empty", 0});
   }
 
-  /// The same of a file that was opened before.
+  /// The same of the file that is written to, which was opened before and may be empty.
   bool AddStream(const fs::path& file, uint64_t number, std::ifstream& stream) {
     fileNumber_ = number;
     line_ = 0;

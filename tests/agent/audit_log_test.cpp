@@ -215,6 +215,24 @@ TEST_F(AuditRotationTest, FindsAFileThatIsMissingOrHasTheNumberOfAnother) {
   EXPECT_EQ(VerifyAuditLog(file_).badFile, "audit.2.jsonl");
 }
 
+TEST_F(AuditRotationTest, FindsThatARotatedFileWasEmptied) {
+  Write(4);
+  ASSERT_TRUE(VerifyAuditLog(file_).isWhole);
+  WriteFile(Rotated(1), "");
+  // With nothing behind it either no chain shows the loss.
+  WriteFile(file_, "");
+  for (const std::filesystem::path& asked : {file_, Rotated(1)}) {
+    const AuditVerdict verdict = VerifyAuditLog(asked);
+    EXPECT_FALSE(verdict.isWhole);
+    EXPECT_EQ(verdict.lines, 0u);
+    EXPECT_EQ(verdict.badFile, "audit.1.jsonl");
+    EXPECT_EQ(verdict.badLine, 1u);
+    EXPECT_THAT(verdict.reason, HasSubstr("empty"));
+  }
+  Write(2);
+  EXPECT_FALSE(VerifyAuditLog(file_).isWhole) << "lines of later do not mend it";
+}
+
 TEST_F(AuditRotationTest, TellsThatTheBeginningIsElsewhere) {
   Write(12);
   std::filesystem::remove(Rotated(1));
