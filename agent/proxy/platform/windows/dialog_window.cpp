@@ -21,7 +21,7 @@ constexpr UINT_PTR kSubclass = 1;
 // In the state of a message about a key: it is held down.
 constexpr LPARAM kIsRepeated = LPARAM{1} << 30;
 
-// Before it gets its own measures, logical pixels.
+// While it is measured, pixels.
 constexpr int kFirstSide = 300;
 
 HINSTANCE Instance() {
@@ -58,10 +58,10 @@ DesktopDialog::DesktopDialog(const DialogContent& content, const DesktopTexts& t
       finished_(std::move(finished)),
       text_(LinesForWindow(content.text)) {
   try {
-    MakeFrame();
-    MakeChildren();
-    SetDpi(GetDpiForWindow(frame_));
+    const RECT monitor = MonitorOfPointer();
+    MakeWindow({monitor.left, monitor.top, monitor.left + kFirstSide, monitor.top + kFirstSide});
     PlaceInTheMiddle(cascade);
+    MakeAnew();
   } catch (...) {
     if (frame_) DestroyWindow(frame_);
     throw;
@@ -73,7 +73,23 @@ DesktopDialog::~DesktopDialog() {
   if (frame_) DestroyWindow(frame_);
 }
 
-void DesktopDialog::MakeFrame() {
+void DesktopDialog::MakeWindow(const RECT& place) {
+  MakeFrame(place);
+  MakeChildren();
+  SetDpi(GetDpiForWindow(frame_));
+}
+
+// A window under Wine may keep the size that it was made with on the screen, its buttons out of
+// reach. So the one that is shown is made with the size that was found with another.
+void DesktopDialog::MakeAnew() {
+  RECT place{};
+  GetWindowRect(frame_, &place);
+  DestroyWindow(frame_);
+  buttons_.clear();
+  MakeWindow(place);
+}
+
+void DesktopDialog::MakeFrame(const RECT& place) {
   static const ATOM registered = [] {
     WNDCLASSEXW description{};
     description.cbSize = sizeof description;
@@ -90,10 +106,10 @@ void DesktopDialog::MakeFrame() {
   const DWORD exStyle = WS_EX_DLGMODALFRAME | WS_EX_APPWINDOW | WS_EX_CONTROLPARENT |
                         (content_.staysOnTop ? WS_EX_TOPMOST : 0) |
                         (texts_.isRightToLeft ? WS_EX_LAYOUTRTL : 0);
-  const RECT monitor = MonitorOfPointer();
   CreateWindowExW(exStyle, kClass, LineForWindow(content_.title).c_str(),
-                  WS_POPUP | WS_CAPTION | WS_CLIPCHILDREN | closeControl, monitor.left, monitor.top,
-                  kFirstSide, kFirstSide, nullptr, nullptr, Instance(), this);
+                  WS_POPUP | WS_CAPTION | WS_CLIPCHILDREN | closeControl, place.left, place.top,
+                  place.right - place.left, place.bottom - place.top, nullptr, nullptr, Instance(),
+                  this);
   if (!frame_) throw std::runtime_error("the dialog's window cannot be made");
   SetAccessibleName(frame_, LineForWindow(content_.title), ROLE_SYSTEM_DIALOG);
 }

@@ -60,7 +60,9 @@ class DesktopDialog {
     bool textScrolls;
   };
 
-  void MakeFrame();
+  void MakeWindow(const RECT& place);
+  void MakeAnew();
+  void MakeFrame(const RECT& place);
   void MakeChildren();
   HWND MakeChild(const wchar_t* windowClass, const std::wstring& text, DWORD style);
   std::optional<LRESULT> OnFrameMessage(UINT message, WPARAM wParam, LPARAM lParam);
