@@ -13,6 +13,8 @@ import subprocess
 import threading
 import urllib.parse
 
+import called_actions
+
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 # The places themselves: the tree may be another account's, with a link to a build of root's.
 BUILDS = {
@@ -208,6 +210,7 @@ class Agent:
 
     def call(self, action, user="admin", password=None, **parameters):
         """(code, container) of an action called over HTTP."""
+        called_actions.note(self.platform, action)
         status, _, body = self.request("POST", "/v1/actions/" + action,
                                        json.dumps(parameters).encode(), user=user,
                                        password=password)
@@ -230,6 +233,7 @@ class Agent:
 
     def call_by_zelctl(self, action, user="admin", **parameters):
         """(code, container) of an action called through zelctl."""
+        called_actions.note(self.platform, action)
         arguments = [f"{key}={value}" if isinstance(value, str) else f"{key}:={json.dumps(value)}"
                      for key, value in parameters.items()]
         done = self.zelctl("--json", "call", action, *arguments, user=user)

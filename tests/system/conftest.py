@@ -8,6 +8,7 @@ import tempfile
 
 import pytest
 
+import called_actions
 import own_network
 from agents import Agent, agent_path, copy_modules, tls_context
 from backups import Backups
@@ -39,6 +40,10 @@ def pytest_configure(config):
         own_network.enter()
     config.addinivalue_line("markers", "first: begins what goes on beside all other tests")
     config.addinivalue_line("markers", "last: waits for what a first one began")
+
+
+def pytest_sessionfinish():
+    called_actions.save()
 
 
 def pytest_unconfigure(config):
