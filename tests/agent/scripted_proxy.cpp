@@ -50,10 +50,9 @@ ScriptedProxy::ScriptedProxy(const std::string& pipe, Script script, int process
     : script_(std::move(script)),
       processId_(processId),
       stop_(std::make_shared<StopSignal>()),
-      listener_(Listen(pipe, stop_)),
-      accepting_([this] {
+      accepting_([this, listener = Listen(pipe, stop_)] {
         for (;;) {
-          Connected connected = listener_->Accept();
+          Connected connected = listener->Accept();
           if (connected.result.status == Result::Status::kStopped) return;
           if (!connected.channel) continue;
           const std::lock_guard lock(mutex_);
@@ -83,6 +82,12 @@ void ScriptedProxy::Hang() {
   hangs_ = true;
 }
 
+void ScriptedProxy::DieAt(size_t request, Death death) {
+  const std::lock_guard lock(mutex_);
+  lastRequest_ = requests_.size() + request;
+  death_ = death;
+}
+
 bool ScriptedProxy::IsOpen(uint32_t dialog) const {
   const std::lock_guard lock(mutex_);
   const auto found = dialogs_.find(dialog);
@@ -107,6 +112,11 @@ size_t ScriptedProxy::Connections() const {
 size_t ScriptedProxy::Count(const std::string& request) const {
   const std::lock_guard lock(mutex_);
   return static_cast<size_t>(std::ranges::count(requests_, request, &Message::name));
+}
+
+size_t ScriptedProxy::CountAll() const {
+  const std::lock_guard lock(mutex_);
+  return requests_.size();
 }
 
 Message ScriptedProxy::Last(const std::string& request) const {
@@ -135,14 +145,29 @@ void ScriptedProxy::Serve(Connection& connection) {
 
 void ScriptedProxy::Answer(Connection& connection, const Message& request) {
   const std::lock_guard lock(mutex_);
+  if (isDead_) return;
   requests_.push_back(request);
   std::optional<Message> reply;
   if (!hangs_) {
     reply = script_ ? script_(request) : std::nullopt;
     if (!reply) reply = Handle(connection, request);
   }
-  if (reply) Reply(connection, *reply);
+  if (requests_.size() == lastRequest_) {
+    Die(connection, reply);
+  } else if (reply) {
+    Reply(connection, *reply);
+  }
   changed_.notify_all();
+}
+
+void ScriptedProxy::Die(Connection& connection, const std::optional<Message>& reply) {
+  const std::string frame = reply ? FrameOf(FormatMessage(*reply)) : std::string();
+  const size_t sent = death_ == Death::kBeforeReply   ? 0
+                      : death_ == Death::kWithinReply ? frame.size() / 2
+                                                      : frame.size();
+  connection.channel->Write(frame.data(), sent, After(kLong));
+  isDead_ = true;
+  stop_->Raise();
 }
 
 std::optional<Message> ScriptedProxy::Handle(Connection& connection, const Message& request) {

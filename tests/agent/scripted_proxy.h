@@ -38,6 +38,10 @@ class ScriptedProxy {
   void ForgetShows();
   /// From now on requests are taken and not answered.
   void Hang();
+  /// How much of its last reply a proxy sends that is killed.
+  enum class Death { kBeforeReply, kWithinReply, kAfterReply };
+  /// Has it end with all its connections at a request to come, the first being 1.
+  void DieAt(size_t request, Death death);
 
   bool IsOpen(uint32_t dialog) const;
   bool IsShown(uint32_t dialog) const;
@@ -45,6 +49,7 @@ class ScriptedProxy {
   size_t Connections() const;
   /// How often a request was made, and the last one.
   size_t Count(const std::string& request) const;
+  size_t CountAll() const;
   Message Last(const std::string& request) const;
   /// Waits until it holds; false after a time that no healthy machine needs.
   bool WaitUntil(const std::function<bool()>& holds) const;
@@ -68,6 +73,7 @@ class ScriptedProxy {
 
   void Serve(Connection& connection);
   void Answer(Connection& connection, const Message& request);
+  void Die(Connection& connection, const std::optional<Message>& reply);
   std::optional<Message> Handle(Connection& connection, const Message& request);
   std::optional<Message> HandleDialog(Connection& connection, const Message& request);
   void EndDialog(Dialog& dialog, unsigned int button);
@@ -77,7 +83,6 @@ class ScriptedProxy {
   const Script script_;
   const int processId_;
   const std::shared_ptr<proxy_protocol::StopSignal> stop_;
-  const std::unique_ptr<proxy_protocol::Listener> listener_;
 
   mutable std::recursive_mutex mutex_;
   mutable std::condition_variable_any changed_;
@@ -85,6 +90,11 @@ class ScriptedProxy {
   std::map<uint32_t, Dialog> dialogs_;
   std::vector<Message> requests_;
   bool hangs_ = false;
+  /// With how many requests it dies; 0: it does not.
+  size_t lastRequest_ = 0;
+  Death death_ = Death::kBeforeReply;
+  bool isDead_ = false;
   std::list<std::thread> threads_;
+  /// Holds the listener, which ends with it.
   std::thread accepting_;
 };

@@ -30,7 +30,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr std::chrono::seconds kLong{60};
+constexpr std::chrono::seconds kLongWait{60};
 constexpr uint32_t kOk = 0;
 constexpr uint32_t kFailed = 1;
 
@@ -62,7 +62,7 @@ std::future<int> AskMeanwhile() {
 
 template <typename Value>
 bool IsOver(std::future<Value>& future) {
-  return future.wait_for(kLong) == std::future_status::ready;
+  return future.wait_for(kLongWait) == std::future_status::ready;
 }
 
 uint32_t Call(ResultCode (*action)(ZelContainer*)) {

@@ -12,7 +12,7 @@ import tempfile
 
 import pytest
 
-from agents import ROOT, START_TIMEOUT_S, Agent, agent_path, clean_environment
+from agents import ROOT, START_TIMEOUT_S, Agent, agent_path, clean_environment, program
 from mock_logind import MockLogind, end_programs, wait_listening
 from proxy import Proxy
 from screen_reader import read_screen
@@ -117,6 +117,15 @@ class Desk:
     def read_screen(self):
         """On Linux: (role, name) of everything that a screen reader finds."""
         return read_screen(self.environment)
+
+    def texts(self):
+        """Everything that the windows on the screen say."""
+        if self.platform == "linux":
+            return [name for _, name in self.read_screen()]
+        done = subprocess.run(program(self.platform, "test_programs/read_windows"),
+                              env=clean_environment(**self.environment), stdin=subprocess.DEVNULL,
+                              capture_output=True, timeout=START_TIMEOUT_S, check=True)
+        return done.stdout.decode().splitlines()
 
     # The session, on Linux. Wine has one and no more.
 

@@ -1,5 +1,6 @@
 """Messages in front of the logged-on user."""
 
+import re
 import time
 
 import pytest
@@ -16,6 +17,19 @@ ODD_TEXTS = {
     "markup": "<b>no markup</b> &amp; &mnemonic _mnemonic </span>",
     "hebrew": "שלום \u200fabc\u200e",
 }
+
+
+CANNOT_CLOSE_PREVIOUS = "Cannot reach the proxy to close the previous dialog box !"
+CANNOT_CLOSE = "Cannot reach the proxy to close the dialog box !"
+CANNOT_SHOW = "Cannot display the message box !"
+
+
+def errors_of(desk, action, **parameters):
+    """What the module says of a call in the agent's log; the call answers as if all were well."""
+    before = len(desk.agent.log())
+    code, _ = desk.call(action, **parameters)
+    assert code == 0
+    return re.findall(r"Cannot .* box !", desk.agent.log()[before:])
 
 
 class Dialog:
@@ -86,11 +100,28 @@ def test_a_time_out_ends_it(desk):
     desk.screen.wait_free()
 
 
+def seconds_left(desk):
+    """What the dialog on the screen says."""
+    found = [re.fullmatch(r"Closes in (\d+):(\d\d)", text) for text in desk.texts()]
+    minutes, seconds = next(one for one in found if one).groups()
+    return 60 * int(minutes) + int(seconds)
+
+
 def test_shows_how_much_time_is_left(desk):
+    begin = time.monotonic()
     dialog = Dialog(desk, TimeOut=65, **BOTH)
-    first = dialog.window.picture()
+    appeared = time.monotonic() - DEAF_S
     desk.screen.photograph("dialog-time-left-" + desk.platform)
-    wait_until(lambda: dialog.window.picture() != first, 3, "the seconds to change")
+
+    def read():
+        # What is shown may be old by the second that it stands for, and a moment.
+        most = 65 - (time.monotonic() - appeared) + 1.5
+        left = seconds_left(desk)
+        assert 65 - (time.monotonic() - begin) <= left <= most
+        return left
+
+    first = read()
+    wait_until(lambda: read() <= first - 2, what="two seconds to pass")
     assert dialog.escape() == 0
 
 
@@ -140,6 +171,14 @@ def broken_images(directory):
         file.write_bytes(content)
         yield file
     yield plain_image(directory / "wide.png", 8193, 1, RED)
+
+
+def test_an_image_of_too_many_pixels_is_left_out(desk, tmp_path):
+    image = plain_image(tmp_path / "image.png", 8000, 4001, RED)
+    assert image.stat().st_size < 1 << 20
+    dialog = Dialog(desk, Path=desk.agent.path(image), Message="Look at that")
+    assert dialog.window.picture().share_of(RED_ON_SCREEN) == 0
+    assert dialog.escape() == 1
 
 
 def test_what_is_no_image_is_left_out(desk, tmp_path):
@@ -236,6 +275,27 @@ def test_a_proxy_that_is_killed_ends_it(desk):
     dialog = Dialog(desk, **BOTH)
     desk.proxy.kill()
     assert dialog.result(2) == 0
+
+
+@pytest.mark.parametrize("action, texts", [
+    ("CoreUtilsCloseDialog", [CANNOT_CLOSE]),
+    ("CoreUtilsShowDialog", [CANNOT_CLOSE_PREVIOUS, CANNOT_SHOW]),
+], ids=["close", "show"])
+def test_a_proxy_that_was_killed_under_a_message_is_told_in_the_log(desk, action, texts):
+    assert desk.call("CoreUtilsShowDialog", Message="The first") == (0, {})
+    desk.screen.wait_window(DIALOG_TITLE)
+    desk.proxy.kill()
+    desk.screen.wait_free()
+    assert errors_of(desk, action, Message="The second one") == texts
+    # What was not shown is not there to be closed.
+    closing = [CANNOT_CLOSE] if CANNOT_SHOW in texts else []
+    assert errors_of(desk, "CoreUtilsCloseDialog") == closing
+
+    desk.restart_proxy()
+    assert errors_of(desk, "CoreUtilsShowDialog", Message="The third one") == []
+    desk.screen.wait_window(DIALOG_TITLE)
+    assert errors_of(desk, "CoreUtilsCloseDialog") == []
+    desk.screen.wait_free()
 
 
 def test_a_message_without_buttons_stays_until_the_next_one(desk):
