@@ -2,15 +2,70 @@
 
 #include <windows.h>
 
+#include <sddl.h>
+
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <memory>
 #include <string>
+#include <vector>
 
+#include "agent/libZel/platform/windows/local_memory.h"
 #include "agent/libZel/platform/windows/process_account.h"
+#include "agent/proxy_protocol/channel.h"
 #include "libZel/string.h"
 #include "tests/agent/test_pipe.h"
 
 using namespace proxy_protocol;
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{10};
+
+/// While it lives nobody may ask the system about this process.
+class ProcessOfNoName {
+ public:
+  ProcessOfNoName() {
+    DWORD size = 0;
+    GetKernelObjectSecurity(GetCurrentProcess(), DACL_SECURITY_INFORMATION, nullptr, 0, &size);
+    before_.resize(size);
+    EXPECT_TRUE(GetKernelObjectSecurity(GetCurrentProcess(), DACL_SECURITY_INFORMATION,
+                                        before_.data(), size, &size));
+    PSECURITY_DESCRIPTOR nobody = nullptr;
+    EXPECT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P", SDDL_REVISION_1,
+                                                                     &nobody, nullptr));
+    const LocalMemory<> freed(nobody);
+    EXPECT_TRUE(SetKernelObjectSecurity(GetCurrentProcess(), DACL_SECURITY_INFORMATION, nobody));
+  }
+  ~ProcessOfNoName() {
+    EXPECT_TRUE(
+        SetKernelObjectSecurity(GetCurrentProcess(), DACL_SECURITY_INFORMATION, before_.data()));
+  }
+  ProcessOfNoName(const ProcessOfNoName&) = delete;
+  ProcessOfNoName& operator=(const ProcessOfNoName&) = delete;
+
+ private:
+  std::vector<std::byte> before_;
+};
+
+}  // namespace
+
+TEST(PipeOwner, ThatIsNotKnownHearsNothing) {
+  const TestPipe pipe;
+  const std::unique_ptr<Listener> listener = Listen(pipe.Name(), std::make_shared<StopSignal>());
+  {
+    const ProcessOfNoName unknown;
+    const Connected refused = Connect(pipe.Name(), After(kPatience));
+    EXPECT_EQ(refused.channel, nullptr);
+    EXPECT_EQ(refused.result.status, Result::Status::kFailed);
+    EXPECT_EQ(refused.result.reason, "it is not known which account listens");
+  }
+  EXPECT_EQ(listener->Accept().channel, nullptr) << "who called has gone";
+
+  const Connected heard = Connect(pipe.Name(), After(kPatience));
+  EXPECT_NE(heard.channel, nullptr) << heard.result.reason;
+}
 
 TEST(PipeOwner, IsWhoMadeThePipe) {
   const TestPipe pipe;
