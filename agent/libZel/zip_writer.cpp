@@ -1,6 +1,7 @@
 #include "agent/libZel/zip_writer.h"
 
 #include <zip.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
@@ -19,10 +20,6 @@
 #include "agent/libZel/zip_owners.h"
 
 namespace {
-
-bool IsSmall(const ZipItem& item) {
-  return !item.IsDirectory() && item.sizeBytes <= PackAhead::kSmallBytes;
-}
 
 // What all sources of one archive share. The first failure ends the packing.
 struct Packing {
@@ -52,12 +49,11 @@ class ZipContent {
       case ZIP_SOURCE_STAT:
         return Stat(static_cast<zip_stat_t*>(data));
       case ZIP_SOURCE_OPEN:
-        return Open();
+        return Begin();
       case ZIP_SOURCE_READ:
-        return file_ ? ReadFile(data, length) : ReadPacked(data, length);
+        return Read(data, length);
       case ZIP_SOURCE_CLOSE:
-        file_.reset();
-        packed_.bytes = {};
+        piece_.bytes = {};
         return 0;
       case ZIP_SOURCE_ERROR:
         return failure_.Tell(data, length);
@@ -73,17 +69,25 @@ class ZipContent {
     packing_->Fail(item_, systemError);
     return failure_.Set(ZIP_ER_READ, systemError);
   }
-  void Tell(uint64_t bytes) { (*packing_->step)(bytes, packing_->totalBytes); }
 
-  bool IsStreamed() const { return !IsSmall(item_) || packed_.isTooLarge; }
+  zip_int64_t TakePiece() {
+    piece_ = packing_->ahead->Take(job_);
+    position_ = 0;
+    if (piece_.error != 0) return FailToRead(piece_.error);
+    crc_ = static_cast<uint32_t>(
+        crc32_combine(crc_, piece_.crc, static_cast<z_off_t>(piece_.sizeBytes)));
+    sizeBytes_ += piece_.sizeBytes;
+    packedBytes_ += piece_.bytes.size();
+    return 0;
+  }
 
-  zip_int64_t Take() {
-    if (isTaken_ || !IsSmall(item_)) return 0;
-    packed_ = packing_->ahead->Take(job_);
-    isTaken_ = true;
-    if (packed_.error != 0) return FailToRead(packed_.error);
+  // The first piece tells what kind of entry it becomes.
+  zip_int64_t Begin() {
+    if (isBegun_) return 0;
+    isBegun_ = true;
+    if (TakePiece() != 0) return -1;
     // libzip would compress what is stored on purpose.
-    if (!IsStreamed() && !packed_.isDeflated &&
+    if (!piece_.isDeflated &&
         zip_set_file_compression(packing_->archive, index_, ZIP_CM_STORE, 0) != 0) {
       return failure_.Set(ZIP_ER_INTERNAL, 0);
     }
@@ -91,47 +95,32 @@ class ZipContent {
   }
 
   zip_int64_t Stat(zip_stat_t* status) {
-    if (Take() != 0) return -1;
+    if (Begin() != 0) return -1;
     zip_stat_init(status);
     status->mtime = static_cast<time_t>(item_.modifiedSeconds);
-    status->valid |= ZIP_STAT_MTIME;
-    // Of a file that is streamed nothing is certain before it has been read.
-    if (IsStreamed()) return sizeof *status;
-    status->size = packed_.sizeBytes;
-    status->comp_method = packed_.isDeflated ? ZIP_CM_DEFLATE : ZIP_CM_STORE;
-    status->valid |= ZIP_STAT_SIZE | ZIP_STAT_COMP_METHOD;
-    if (!packed_.isDeflated) return sizeof *status;
-    status->comp_size = packedBytes_ == 0 ? packed_.bytes.size() : packedBytes_;
-    packedBytes_ = status->comp_size;
-    status->crc = packed_.crc;
+    status->comp_method = piece_.isDeflated ? ZIP_CM_DEFLATE : ZIP_CM_STORE;
+    status->valid |= ZIP_STAT_MTIME | ZIP_STAT_COMP_METHOD;
+    // libzip asks again when everything has been read.
+    if (!piece_.isLast) return sizeof *status;
+    status->size = sizeBytes_;
+    status->valid |= ZIP_STAT_SIZE;
+    if (!piece_.isDeflated) return sizeof *status;
+    status->comp_size = packedBytes_;
+    status->crc = crc_;
     status->valid |= ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC;
     return sizeof *status;
   }
 
-  zip_int64_t Open() {
-    if (Take() != 0) return -1;
-    position_ = 0;
-    if (!IsStreamed()) return 0;
-    file_ = std::make_unique<file_system::SourceFile>();
-    const int error = file_->Open(item_.path);
-    return error == 0 ? 0 : FailToRead(error);
-  }
-
-  zip_int64_t ReadFile(void* data, zip_uint64_t length) {
-    size_t count = 0;
-    const int error = file_->Read(data, static_cast<size_t>(length), &count);
-    if (error != 0) return FailToRead(error);
-    Tell(count);
-    return static_cast<zip_int64_t>(count);
-  }
-
-  zip_int64_t ReadPacked(void* data, zip_uint64_t length) {
-    const size_t left = packed_.bytes.size() - position_;
+  zip_int64_t Read(void* data, zip_uint64_t length) {
+    while (position_ == piece_.bytes.size()) {
+      if (piece_.isLast) return 0;
+      if (TakePiece() != 0) return -1;
+    }
+    const size_t left = piece_.bytes.size() - position_;
     const auto count = static_cast<size_t>(std::min<uint64_t>(length, left));
-    if (count == 0) return 0;
-    std::memcpy(data, packed_.bytes.data() + position_, count);
+    std::memcpy(data, piece_.bytes.data() + position_, count);
     position_ += count;
-    if (count == left) Tell(packed_.sizeBytes);
+    if (count == left) (*packing_->step)(piece_.sizeBytes, packing_->totalBytes);
     return static_cast<zip_int64_t>(count);
   }
 
@@ -139,11 +128,14 @@ class ZipContent {
   const ZipItem& item_;
   const size_t index_;
   const size_t job_;
-  bool isTaken_ = false;
-  PackAhead::Packed packed_;
-  uint64_t packedBytes_ = 0;
+  bool isBegun_ = false;
+  PackAhead::Piece piece_;
+  // How much of the piece has been read.
   size_t position_ = 0;
-  std::unique_ptr<file_system::SourceFile> file_;
+  // Of all pieces so far.
+  uint64_t sizeBytes_ = 0;
+  uint64_t packedBytes_ = 0;
+  uint32_t crc_ = 0;
   ZipFailure failure_;
 };
 
@@ -184,14 +176,11 @@ zip_int64_t AddEntry(Packing* packing, size_t index, size_t job) {
   return entry;
 }
 
-bool Describe(zip_t* archive, zip_uint64_t entry, const ZipItem& item, int level) {
+bool Describe(zip_t* archive, zip_uint64_t entry, const ZipItem& item) {
   const zip_uint8_t system = file_system::kSourcesHaveModes ? ZIP_OPSYS_UNIX : ZIP_OPSYS_DOS;
   if (zip_file_set_external_attributes(archive, entry, 0, system, ExternalAttributesOf(item)) != 0)
     return false;
-  const bool isStored = level == 0 || item.IsDirectory();
-  if (!IsSmall(item) &&
-      zip_set_file_compression(archive, entry, isStored ? ZIP_CM_STORE : ZIP_CM_DEFLATE,
-                               static_cast<zip_uint32_t>(level)) != 0)
+  if (item.IsDirectory() && zip_set_file_compression(archive, entry, ZIP_CM_STORE, 0) != 0)
     return false;
   if (item.IsDirectory() &&
       zip_file_set_mtime(archive, entry, static_cast<time_t>(item.modifiedSeconds), 0) != 0)
@@ -210,12 +199,11 @@ Outcome AddAll(Packing* packing) {
   for (size_t i = 0; i < packing->items.size(); ++i) {
     const ZipItem& item = packing->items[i];
     const zip_int64_t entry = AddEntry(packing, i, job);
-    if (entry < 0 ||
-        !Describe(packing->archive, static_cast<zip_uint64_t>(entry), item, packing->level)) {
+    if (entry < 0 || !Describe(packing->archive, static_cast<zip_uint64_t>(entry), item)) {
       const Outcome outcome = OutcomeOf(zip_get_error(packing->archive));
       return FailedBecause(FromNativePath(item.path) + ": " + outcome.reason, outcome.code);
     }
-    if (IsSmall(item)) ++job;
+    if (!item.IsDirectory()) ++job;
   }
   return {};
 }
@@ -259,11 +247,14 @@ Outcome ZipWriter::Implementation::Write(Packing* packing) {
 
   std::vector<PackAhead::Job> jobs;
   for (const ZipItem& item : packing->items) {
-    if (IsSmall(item)) jobs.push_back({item.path, item.sizeBytes});
+    if (!item.IsDirectory()) jobs.push_back({item.path, item.sizeBytes});
   }
   outcome = AddAll(packing);
   if (!outcome) return outcome;
-  packing->ahead = std::make_unique<PackAhead>(std::move(jobs), packing->level);
+  packing->ahead = std::make_unique<PackAhead>(
+      std::move(jobs),
+      [level = packing->level] { return level == 0 ? nullptr : MakeCompressor(level); },
+      PackAhead::ThreadsOfMachine());
   if (zip_close(output.get()) != 0) {
     return packing->failure ? OutcomeOf(zip_get_error(output.get())) : packing->failure;
   }

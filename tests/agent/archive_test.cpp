@@ -6,8 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <thread>
+#include <utility>
 
+#include "agent/libZel/pack_ahead.h"
 #include "agent/libZel/progress.h"
 #include "agent/libZel/zip_names.h"
 #include "tests/agent/archive_files.h"
@@ -123,6 +127,63 @@ TEST_F(Archive, StreamsLargeFiles) {
     EXPECT_TRUE(Out("text") == text);
   }
   EXPECT_LT(fs::file_size(directory_.Native("a.zip")), noise.size() + (1 << 20));
+}
+
+TEST_F(Archive, GivesBackFilesOfAnySize) {
+  constexpr size_t kSmall = PackAhead::kSmallBytes;
+  constexpr size_t kBlock = PackAhead::kBlockBytes;
+  // Half of it becomes smaller.
+  std::string content = Noise(4 * kBlock);
+  for (size_t at = 0; at < content.size(); at += 2000) content.replace(at, 1000, 1000, 'a');
+  const std::vector<size_t> sizes = {
+      0, 1, kSmall, kSmall + 1, 3 * kBlock - 1, 3 * kBlock, 3 * kBlock + 1};
+  for (const size_t size : sizes) Put(ZelString(std::to_string(size)), content.substr(0, size));
+  for (const int level : {0, 1}) {
+    ASSERT_EQ(Pack(level), 0);
+    EXPECT_THAT(Extract(), IsEmpty());
+    for (const size_t size : sizes) {
+      EXPECT_TRUE(Out(ZelString(std::to_string(size))) == content.substr(0, size)) << size;
+    }
+  }
+}
+
+// What a test does once the packing has come so far.
+uint64_t meanwhileAtBytes = 0;
+std::function<void()> meanwhile;
+
+int PackWith(const ZelString& tree, const ZelString& archivePath, int level, uint64_t atBytes,
+             std::function<void()> action) {
+  meanwhileAtBytes = atBytes;
+  meanwhile = std::move(action);
+  GenericArchive archive(archivePath, kArchiveZip);
+  return archive.AddDirectory(tree, 1, 0, "", "", level, [](uint64_t done, uint64_t) {
+    if (meanwhile && done >= meanwhileAtBytes) std::exchange(meanwhile, nullptr)();
+  });
+}
+
+TEST_F(Archive, HoldsFilesAsTheyWereRead) {
+  const std::string content = Noise(48 << 20);
+  const fs::path file = directory_.Native("tree/file");
+  const auto packed = [&](size_t size, size_t changedSize, uint64_t atBytes, int level) {
+    Put("file", content.substr(0, size));
+    const auto change = [&] {
+      if (changedSize < size) return fs::resize_file(file, changedSize);
+      std::ofstream(file, std::ios::binary | std::ios::app)
+          << std::string_view(content).substr(size, changedSize - size);
+    };
+    EXPECT_EQ(PackWith(directory_ / "tree", directory_ / "a.zip", level, atBytes, change), 0);
+    EXPECT_FALSE(meanwhile);
+    EXPECT_THAT(Extract(), IsEmpty());
+    return Out("file") == content.substr(0, changedSize);
+  };
+  constexpr size_t kMiB = 1 << 20;
+  // Between the listing and the reading.
+  EXPECT_TRUE(packed(10, 20 * kMiB, 0, 6));
+  EXPECT_TRUE(packed(9 * kMiB, 10, 0, 6));
+  EXPECT_TRUE(packed(9 * kMiB, 0, 0, 0));
+  // While it is read, which is at most 32 MiB ahead.
+  EXPECT_TRUE(packed(41 * kMiB, 48 * kMiB, 1, 0));
+  EXPECT_TRUE(packed(48 * kMiB, 41 * kMiB, 1, 0));
 }
 
 TEST_F(Archive, GivesBackLargeFilesOfZeros) {

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "agent/libZel/platform/posix/unique_fd.h"
 #include "agent/libZel/source_tree.h"
 #include "tests/agent/archive_files.h"
 #include "tests/agent/posix/disk_waits.h"
@@ -47,6 +48,8 @@ class ArchiveOnPosix : public testing::Test {
     WriteFile(At("tree/sub/noise"), Noise(50000));
     WriteFile(At("tree/nothing"), "");
     WriteFile(At("tree/large"), Noise(100) + std::string(9 << 20, 'l'));
+    // Of three blocks, the last of which is empty.
+    WriteFile(At("tree/blocks"), Noise(9 << 20) + std::string(3 << 20, 'b'));
     WriteFile(At("tree/sub/\u00C4\u0416\u540D"), "names");
     fs::permissions(At("tree/text.txt"), fs::perms(0750));
   }
@@ -157,15 +160,46 @@ class LimitedFileSize {
 };
 
 TEST_F(ArchiveOnPosix, DoesNotAppearWhenItCannotBeWritten) {
-  WriteFile(At("tree/file"), Noise(50000));
-  {
-    const LimitedFileSize limit(10000);
-    const LibraryLogFile log(At("log"));
-    EXPECT_EQ(Pack(), EFBIG);
-    EXPECT_THAT(log.Text(), HasSubstr(std::strerror(EFBIG)));
+  for (const size_t size : {size_t{50000}, size_t{20} << 20}) {
+    WriteFile(At("tree/file"), Noise(size));
+    {
+      const LimitedFileSize limit(10000);
+      const LibraryLogFile log(At("log"));
+      EXPECT_EQ(Pack(), EFBIG);
+      EXPECT_THAT(log.Text(), HasSubstr(std::strerror(EFBIG)));
+    }
+    fs::remove(At("log"));
+    EXPECT_EQ(directory_.CountEntries(), 2u);
   }
-  fs::remove(At("log"));
-  EXPECT_EQ(directory_.CountEntries(), 2u);
+}
+
+// Makes reading from the file fail, for those too who have opened it.
+void BreakFile(const fs::path& file) {
+  const UniqueFd directory(open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code closedMeanwhile;
+    if (fs::read_symlink(entry.path(), closedMeanwhile) != file) continue;
+    dup3(directory.Get(), std::stoi(entry.path().filename()), O_CLOEXEC);
+  }
+}
+
+TEST_F(ArchiveOnPosix, DoesNotAppearWhenAFileCannotBeReadToItsEnd) {
+  static fs::path file;
+  for (const int level : {0, 6}) {
+    file = At("tree/file");
+    WriteFile(file, Noise(48 << 20));
+    {
+      const LibraryLogFile log(At("log"));
+      GenericArchive archive(directory_ / "a.zip", kArchiveZip);
+      const auto breakFile = [](uint64_t done, uint64_t) {
+        if (done > 0) BreakFile(file);
+      };
+      EXPECT_EQ(archive.AddDirectory(directory_ / "tree", 1, 0, "", "", level, breakFile), EISDIR);
+      EXPECT_THAT(log.Text(), HasSubstr("file: " + std::string(std::strerror(EISDIR))));
+    }
+    fs::remove(At("log"));
+    EXPECT_EQ(directory_.CountEntries(), 2u) << "the tree and where it would be unpacked";
+  }
 }
 
 TEST_F(ArchiveOnPosix, LeavesNothingPartialWhenAFileCannotBeWritten) {
@@ -280,6 +314,7 @@ TEST_F(ArchiveOnPosix, IsReadByOtherPrograms) {
   Run("mkdir u && unzip -q a.zip -d u && diff -r tree u");
   Run("mkdir p && python3 -m zipfile -e a.zip p && diff -r tree p");
   Run("7z x -os a.zip && diff -r tree s");
+  Run("mkdir b && bsdtar -xf a.zip -C b && diff -r tree b");
   EXPECT_EQ(ModeOf("u/text.txt"), 0750u);
 }
 
