@@ -225,12 +225,14 @@ Result Unless(Result failure, Operation operation) {
 
 }  // namespace
 
-bool MatchRegex(const ZelString& text, const ZelString& pattern, int /*flags*/) {
+bool MatchRegex(const ZelString& text, const ZelString& pattern, int flags) {
+  if (flags != 0) return false;
   return Unless(false, [&] { return Search(Compiled(pattern.Utf8(), 0), text.Utf8()).Find(0); });
 }
 
 int PcreReplace(ZelString* text, const ZelString& pattern, const ZelString& replacement,
-                int /*flags*/) {
+                int flags) {
+  if (flags != 0) return 0;
   return Unless(0, [&] {
     Search search(Compiled(pattern.Utf8(), 0), text->Utf8());
     std::string result;

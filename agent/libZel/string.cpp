@@ -108,8 +108,9 @@ NumberText FindNumber(std::string_view text, int base) {
   // "08" of a date is eight.
   const std::string_view run = text.substr(0, text.find_first_not_of("0123456789"));
   if (base == 0) base = run.starts_with('0') && run.find_first_of("89") == run.npos ? 8 : 10;
+  if (base < 2 || base > 36) return number;
   number.digits = text;
-  number.base = base >= 2 && base <= 36 ? base : 10;
+  number.base = base;
   return number;
 }
 

@@ -8,12 +8,12 @@
 // malformed matches nothing, and so does one whose search would take unreasonably long (about a
 // second) or too much memory. Nothing here throws; any number of threads may call at once.
 
-/// Whether `pattern` matches anywhere in `text`. `flags` is 0.
+/// Whether `pattern` matches anywhere in `text`. `flags` is 0, with others nothing matches.
 bool MatchRegex(const ZelString& text, const ZelString& pattern, int flags);
 
 /// Replaces every match of `pattern` in `*text`, found left to right without overlap, by
-/// `replacement`, which is taken as it stands (no references to groups). `flags` is 0. Returns the
-/// number of replacements; 0, with the text as it was, on failure.
+/// `replacement`, which is taken as it stands (no references to groups). `flags` is 0, as above.
+/// Returns the number of replacements; 0, with the text as it was, on failure.
 int PcreReplace(ZelString* text, const ZelString& pattern, const ZelString& replacement, int flags);
 
 /// Whether `pattern` matches anywhere in `subject`: 1, and `captures` becomes the texts of its

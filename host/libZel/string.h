@@ -87,8 +87,8 @@ class ZelString {
   bool EndsWith(const char* suffix, bool ignoreCase = false) const;
 
   /// The number at the start of the text (after blanks) in `base` 2 to 36; base 0 recognises the
-  /// prefix 0x, and 0 for octal unless a digit 8 or 9 follows ("08" is eight). Without digits 0;
-  /// beyond the range the largest (smallest) value.
+  /// prefix 0x, and 0 for octal unless a digit 8 or 9 follows ("08" is eight). Without digits, and
+  /// in any other base, 0; beyond the range the largest (smallest) value.
   uint32_t ToUL(int base) const;
   int64_t ToInt64(int base) const;
   static ZelString FromInt64(int64_t value);

@@ -42,6 +42,10 @@ TEST(MatchRegex, FindsAPatternAnywhereInTheText) {
   EXPECT_TRUE(Matches("aXb", "(?i)x"));
 }
 
+TEST(MatchRegex, KnowsNoFlags) {
+  for (const int flags : {1, 2, -1}) EXPECT_FALSE(MatchRegex("x", "x", flags)) << flags;
+}
+
 TEST(MatchRegex, AnchorsAtTheTextsEnds) {
   EXPECT_TRUE(Matches("data_20240131", "^data_\\d{8}$"));
   EXPECT_FALSE(Matches("olddata_20240131", "^data_\\d{8}$"));
@@ -135,6 +139,14 @@ TEST(PcreReplace, ReplacesEveryMatch) {
   EXPECT_EQ(Replaced("abc", "x", "#"), Result("abc", 0));
   EXPECT_EQ(Replaced("", "", "#"), Result("#", 1));
   EXPECT_EQ(Replaced("abc", "b", ""), Result("ac", 1));
+}
+
+TEST(PcreReplace, KnowsNoFlags) {
+  for (const int flags : {1, 2, -1}) {
+    ZelString text = "x";
+    EXPECT_EQ(PcreReplace(&text, "x", "y", flags), 0) << flags;
+    EXPECT_EQ(text, "x");
+  }
 }
 
 TEST(PcreReplace, TakesTheReplacementAsItStands) {

@@ -171,6 +171,9 @@ TEST(ZelString, ReadsNumbers) {
   EXPECT_EQ(ZelString("99999999999").ToUL(10), std::numeric_limits<uint32_t>::max());
   EXPECT_EQ(ZelString("-5").ToUL(10), 0u);
   EXPECT_EQ(ZelString("").ToUL(10), 0u);
+  EXPECT_EQ(ZelString("17").ToUL(1), 0u);
+  EXPECT_EQ(ZelString("17").ToUL(37), 0u);
+  EXPECT_EQ(ZelString("-17").ToInt64(-1), 0);
   EXPECT_EQ(ZelString("-9223372036854775808").ToInt64(10), std::numeric_limits<int64_t>::min());
   EXPECT_EQ(ZelString("9223372036854775808").ToInt64(10), std::numeric_limits<int64_t>::max());
   EXPECT_EQ(Utf8(ZelString::FromInt64(-7)), "-7");

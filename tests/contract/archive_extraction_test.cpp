@@ -9,12 +9,11 @@ namespace {
 using ::testing::Contains;
 
 constexpr const char* kArchive = "C:/b/x.zip";
-constexpr const char* kParameters =
-    "FilePath: String \"C:/b/x.zip\", DestinationPath: String \"C:/b/x\"";
 
-Outcome Finished(ResultCode code) {
-  return {code,
-          "{" + std::string(kParameters) + ", ErrorCode: Int32 " + std::to_string(code) + "}"};
+Outcome Finished(ResultCode code, const char* destination = "C:/b/x") {
+  return {code, "{FilePath: String \"C:/b/x.zip\", DestinationPath: String \"" +
+                    std::string(destination) + "\", ErrorCode: Int32 " + std::to_string(code) +
+                    "}"};
 }
 
 class ExtractFile : public ModuleTest {
@@ -226,14 +225,31 @@ TEST_F(ExtractFile, SucceedsWithAWarningWhenTheArchiveStays) {
   }
 }
 
-TEST_F(ExtractFile, FailsForAnArchiveThatIsExtractedAgain) {
+TEST_F(ExtractFile, HoldsNoOtherExtractionUp) {
   AnswerPlaces();
-  AnswerCounts();
-  host.Answer("FileDelete", 0);
-  EXPECT_EQ(Extract(), Finished(kSuccess));
-  host.Answer("FileExists", 0);
+  host.Answer("GenericArchive::GetFileCount", 1);
+  host.AnswerText("GenericArchive::GetEntryPath", "a");
+  host.AnswerWork("GenericArchive::ExtractEntry", 0, [this] {
+    host.ForgetTranscript();
+    ExpectNotToWait([this] {
+      AnswerPlaces();
+      AnswerEntry("b");
+      AnswerCounts();
+      host.Answer("FileDelete", 0);
+      EXPECT_EQ(Extract("E:/other"), Finished(kSuccess, "E:/other"));
+    });
+    EXPECT_THAT(host.Transcript(), Contains(Extraction(1, "E:/other\\b")));
+    host.ForgetTranscript();
+    host.Answer("FileExists", 1);
+    host.Answer("GenericArchive::GetFileCount", 1);
+    host.Answer("FileDelete", 0);
+  });
 
-  EXPECT_EQ(Extract(), Finished(kFailure));
+  EXPECT_EQ(Extract(), Finished(kSuccess));
+
+  EXPECT_THAT(host.Transcript(),
+              ElementsAre("FileExists(\"C:/b/x\\a\")", "GenericArchive::GetFileCount()",
+                          "~GenericArchive", "FileDelete(\"C:/b/x.zip\", 0)"));
 }
 
 TEST_F(ExtractFile, TakesMissingParametersAsEmpty) {

@@ -560,6 +560,17 @@ TEST_F(RestoreBackup, PassesOverDatesThatTheCalendarDoesNotHave) {
   EXPECT_EQ(Newest({"N_20000228.zip", "N_20000229.zip"}), "N_20000229.zip");
 }
 
+TEST_F(RestoreBackup, AdmitsMonthsFrom00To19AndDaysFrom00To39WhereTheDateIsAnother) {
+  // What the pattern finds need not be a date of the calendar: the one that counts is at the end.
+  for (const char* found : {"20120000", "20121939", "20000101", "99991231"}) {
+    const std::string name = "N_" + std::string(found) + " of 20120106";
+    EXPECT_EQ(Newest({"N_20120105.zip", name}), name);
+  }
+  for (const char* missed : {"20122005", "20120140", "19991231", "2012123"}) {
+    EXPECT_EQ(Newest({"N_" + std::string(missed) + " of 20120106"}), "") << missed;
+  }
+}
+
 TEST_F(RestoreBackup, PassesOverNamesWithoutADate) {
   for (const char* name : {"N", "N.zip", "N_", "N20120105.zip", "N_2012010.zip", "N_1201201.zip",
                            "N_19991231.zip", "N_20122105.zip", "N_20120140.zip", "M_20120105.zip",
@@ -594,6 +605,14 @@ TEST_F(RestoreBackup, RanksBySecondsOf32Bits) {
   EXPECT_EQ(Newest({"N_21060208.zip"}), "N_21060208.zip");
   EXPECT_EQ(Newest({"N_20371231.zip", "N_20390101.zip"}), "N_20390101.zip");
   EXPECT_EQ(Newest({"N_20120105.zip", "N_20121231.zip", "N_99991231.zip"}), "N_99991231.zip");
+  // As often as they start anew, the seconds stay whole ones: these are 48 minutes apart.
+  EXPECT_EQ(Newest({"N_34970214.zip", "N_20000101.zip"}), "N_34970214.zip");
+}
+
+TEST_F(RestoreBackup, RanksWhatWasBefore1970ByAnUnsignedDivision) {
+  // The steps of 100 nanoseconds begin anew at 2^64: their seconds end up in 2037.
+  EXPECT_EQ(Newest({"N_20380101.zip", "N_20110101 of 19691231"}), "N_20380101.zip");
+  EXPECT_EQ(Newest({"N_20370101.zip", "N_20110101 of 19691231"}), "N_20110101 of 19691231");
 }
 
 // ---- CoreUtilsRestoreBackupFromRelay ----

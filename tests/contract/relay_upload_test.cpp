@@ -167,6 +167,33 @@ TEST_F(CopyFileToRelay, HandsWhatAddingTheAliasAnsweredOnToDeletingIt) {
                                   "AliasTemporary: Bool false, Ticket: String \"t\"}"));
 }
 
+TEST_F(CopyFileToRelay, GoesByItsOwnNameAndDirectoryWhateverAddingTheAliasAnswered) {
+  AnswerRelay();
+  AnswerSender(host);
+  host.AnswerInvocation(0, [](ZelContainer& alias) {
+    alias.SetString("AliasName", "other", kNoIndex);
+    alias.SetString("AliasPath", "E:/", kNoIndex);
+    alias.SetBool("AliasTemporary", true, kNoIndex);
+  });
+  AnswerUpload(7, 1);
+  host.AnswerInvocation(1);
+
+  const ZelContainer params = RelayParameters(kKeptFile, true);
+  EXPECT_EQ(Copy(params), FinishedCopy(params, kFailure));
+
+  EXPECT_EQ(Calls(), Join({RelayStart(),
+                           RelayUpload(),
+                           {"Warning \"Error 7: Failed to copy file C:\\data\\a.zip to relay "
+                            "relay.example, /backupN/a.one.zip\"",
+                            "~HttpClient",
+                            Alias("HttpProtocolDeleteAlias",
+                                  "{AliasName: String \"other\", AliasPath: String \"E:/\", "
+                                  "AliasTemporary: Bool true}"),
+                            "Error \"Failed to delete alias backupN\"",
+                            ExtractionOnRelay("D:/backups/pc 7/", "a.one.zip", "a.one"),
+                            "Error \"Failed to extract 'D:/backups/pc 7/a.one.zip'.\""}}));
+}
+
 TEST_F(CopyFileToRelay, SendsWhileTheAliasIsThere) {
   AnswerStart();
   AnswerClient(host);
@@ -295,6 +322,20 @@ TEST_F(CopyFileToRelay, WritesNothingBeforeTheEnd) {
   }
 }
 
+TEST_F(CopyFileToRelay, ReplacesAnErrorCodeThatWasSent) {
+  ZelContainer text = RelayParameters();
+  text.SetString("ErrorCode", "x", kNoIndex);
+  ZelContainer number = RelayParameters();
+  number.SetInt32("ErrorCode", 1, kNoIndex);
+  for (const ZelContainer& params : {text, number}) {
+    AnswerStart();
+    AnswerUpload();
+    EXPECT_EQ(Copy(params), FinishedCopy(params, kSuccess));
+    AnswerStart(1);
+    EXPECT_EQ(Copy(params), FinishedCopy(params, kFailure));
+  }
+}
+
 // ---- where the file goes ----
 
 struct Place {
@@ -311,6 +352,7 @@ TEST_F(CopyFileToRelay, TakesTheDestinationApart) {
       {"C:\\dir\\file.zip", "C:/dir/", "file.zip", "C:/dir/", "file"},
       {"C:/dir\\sub/file.tar.gz", "C:/dir/sub/", "file.tar.gz", "C:/dir/sub/", "file.tar"},
       {"/srv/backups/file", "/srv/backups/", "file", "/srv/backups/", "file"},
+      {"\\\\srv\\share\\d\\f.zip", "//srv/share/d/", "f.zip", "//srv/share/d/", "f"},
       {"C:file.zip", "C:", "file.zip", "C:/", "file"},
       {"file.zip", "", "file.zip", "/", "file"},
       {"C:\\dir\\", "C:/dir/", "", "C:/dir/", ""},

@@ -156,7 +156,12 @@ TEST_F(ConfigureJWS, ReplacesEveryPropertyUpToTheLastOneOfItsLine) {
             Property("servername", "M") + "</x>");
   EXPECT_EQ(Rewritten(Property("serverport", "a") + "\n" + Property("serverport", "b")),
             Property("serverport", "80") + "\\x0a" + Property("serverport", "80"));
-  EXPECT_EQ(Rewritten(Property("ssl", "")), Property("ssl", ""));
+}
+
+TEST_F(ConfigureJWS, LeavesPropertiesWithoutAValueAlone) {
+  for (const char* name : {"servername", "serverport", "ssl"}) {
+    EXPECT_EQ(Rewritten(Property(name, "")), Property(name, ""));
+  }
 }
 
 TEST_F(ConfigureJWS, AddsNoPropertyThatIsMissing) {
@@ -283,6 +288,19 @@ TEST_F(ConfigureJWS, GoesOnBehindFilesThatCannotBeReadOrWritten) {
     host.Answer("LoadFileToString", 0);
     host.Answer("SaveFileFromString", 0);
   }
+
+  EXPECT_EQ(Configure({}), (Outcome{kSuccess, "{}"}));
+
+  EXPECT_EQ(host.Transcript().back(), "SaveFileFromString(\"C:\\b.jnlp\", \"\")");
+}
+
+TEST_F(ConfigureJWS, SavesNothingOfOneFileIntoTheNext) {
+  AnswerPort(80);
+  AnswerDirectory({"C:\\a.jnlp", "C:\\b.jnlp"});
+  AnswerDescriptor("http://o:1/");
+  host.AnswerText("ZelAgentGetSecurity", "");
+  host.Answer("LoadFileToString", 0);
+  host.Answer("SaveFileFromString", 1);
 
   EXPECT_EQ(Configure({}), (Outcome{kSuccess, "{}"}));
 

@@ -43,7 +43,7 @@ ZelString GenericArchive::GetEntryPath(uint32_t index) {
 }
 
 int GenericArchive::ExtractEntry(uint32_t index, const ZelString& target) {
-  return AskInt("GenericArchive::ExtractEntry", List(std::to_string(index), Quote(target)), -1);
+  return AskForWork("GenericArchive::ExtractEntry", List(std::to_string(index), Quote(target)));
 }
 
 int GenericArchive::AddDirectory(const ZelString& directory, int recursive, int flags,
