@@ -7,6 +7,7 @@
 #include <string_view>
 #include <tuple>
 
+#include "actions/relay/backup_rank.h"
 #include "agent/libZel/ascii.h"
 #include "agent/zelctl/agent_actions.h"
 #include "agent/zelctl/failure.h"
@@ -54,16 +55,33 @@ std::string DateOf(std::string_view digits) {
 }
 
 /// The name without an archive's extension.
-std::string StemOf(const ListingRow& entry) {
-  return entry.name.substr(0, entry.name.size() - (entry.isDirectory ? 0 : kExtension.size()));
+std::string StemOf(const std::string& name) {
+  return name.substr(0, name.size() - (IsArchiveName(name) ? kExtension.size() : 0));
+}
+
+BackupRow::Kind KindOf(const ListingRow& entry) {
+  if (entry.isDirectory) return BackupRow::Kind::kDirectory;
+  return IsArchiveName(entry.name) ? BackupRow::Kind::kArchive : BackupRow::Kind::kFile;
+}
+
+const char* NameOf(BackupRow::Kind kind) {
+  switch (kind) {
+    case BackupRow::Kind::kDirectory:
+      return "directory";
+    case BackupRow::Kind::kArchive:
+      return "archive";
+    case BackupRow::Kind::kFile:
+      break;
+  }
+  return "file";
 }
 
 BackupRow ReadRow(const ListingRow& entry) {
   BackupRow row;
   row.name = entry.name;
-  row.isArchive = !entry.isDirectory;
+  row.kind = KindOf(entry);
   row.sizeBytes = entry.sizeBytes;
-  row.backup = StemOf(entry);
+  row.backup = StemOf(entry.name);
 
   const size_t bar = row.backup.rfind('_');
   if (bar == std::string::npos || bar == 0) return row;
@@ -72,13 +90,33 @@ BackupRow ReadRow(const ListingRow& entry) {
   return row;
 }
 
+/// Whether an entry that `--last` never chooses is shown all the same.
+bool IsBackup(const BackupRow& row, const std::string& name) {
+  if (row.kind == BackupRow::Kind::kFile) return false;
+  // A directory that is called like an archive is neither.
+  const bool isArchive = row.kind == BackupRow::Kind::kArchive;
+  if (!isArchive && IsArchiveName(row.name)) return false;
+  if (name.empty()) return isArchive || !row.date.empty();
+  return row.backup == name || StemOf(row.name) == name;
+}
+
 void MarkNewest(std::vector<BackupRow>* rows) {
-  std::map<std::string, std::string> newest;
+  std::optional<uint32_t> highest;
+  for (const BackupRow& row : *rows) highest = std::max(highest, row.rank);
+  for (BackupRow& row : *rows) row.isNewest = row.rank && row.rank == highest;
+}
+
+/// A backup also counts among those of each shorter NAME that its own ends with.
+void MarkNewestOfEachName(std::vector<BackupRow>* rows) {
+  std::map<std::string, std::optional<uint32_t>> highest;
+  for (const BackupRow& row : *rows) highest[row.backup];
   for (const BackupRow& row : *rows) {
-    std::string& date = newest[row.backup];
-    date = std::max(date, row.date);
+    for (size_t start = 0; start < row.backup.size(); ++start) {
+      const auto found = highest.find(row.backup.substr(start));
+      if (found != highest.end()) found->second = std::max(found->second, row.rank);
+    }
   }
-  for (BackupRow& row : *rows) row.isNewest = !row.date.empty() && row.date == newest[row.backup];
+  for (BackupRow& row : *rows) row.isNewest = row.rank && row.rank == highest[row.backup];
 }
 
 /// The action takes such a name for a directory's and deletes NAME.zip there in the end, packed
@@ -124,14 +162,11 @@ std::vector<BackupRow> FindBackups(const std::vector<ListingRow>& entries,
                                    const std::string& name) {
   std::vector<BackupRow> rows;
   for (const ListingRow& entry : entries) {
-    // A directory that is called like an archive is neither.
-    if (entry.isDirectory == IsArchiveName(entry.name)) continue;
     BackupRow row = ReadRow(entry);
-    const bool isWanted = name.empty() ? row.isArchive || !row.date.empty()
-                                       : row.backup == name || StemOf(entry) == name;
-    if (isWanted) rows.push_back(std::move(row));
+    row.rank = RankOfBackup(Text(entry.name), Text(name.empty() ? row.backup : name));
+    if (row.rank || IsBackup(row, name)) rows.push_back(std::move(row));
   }
-  MarkNewest(&rows);
+  name.empty() ? MarkNewestOfEachName(&rows) : MarkNewest(&rows);
   std::sort(rows.begin(), rows.end(), [](const BackupRow& a, const BackupRow& b) {
     return std::tie(a.backup, a.date, a.name) < std::tie(b.backup, b.date, b.name);
   });
@@ -145,9 +180,9 @@ Result ListBackups(AgentClient& agent, const std::string& directory, const std::
   std::vector<std::vector<std::string>> cells;
   const std::string wanted(Text(name).Utf8());
   for (const BackupRow& row : FindBackups(ReadListingRows(reply.container), wanted)) {
-    cells.push_back(
-        {row.name, row.date.empty() ? "-" : row.date, row.isArchive ? "archive" : "directory",
-         row.isArchive ? FormatShortSize(row.sizeBytes) : "-", row.isNewest ? "newest" : ""});
+    const bool hasSize = row.kind != BackupRow::Kind::kDirectory;
+    cells.push_back({row.name, row.date.empty() ? "-" : row.date, NameOf(row.kind),
+                     hasSize ? FormatShortSize(row.sizeBytes) : "-", row.isNewest ? "newest" : ""});
   }
   if (cells.empty()) return {"", reply.body, ""};
   return {FormatTable({"NAME", "DATE", "KIND", "SIZE", "NOTE"}, cells), reply.body, ""};

@@ -13,16 +13,20 @@
 // throws `Failure`, which carries the deciding reply, unless it succeeded.
 
 struct BackupRow {
+  enum class Kind { kDirectory, kArchive, kFile };
+
   std::string name;    ///< of the entry
   std::string backup;  ///< NAME
   std::string date;    ///< "YYYY-MM-DD", or empty
-  bool isArchive = false;
-  uint64_t sizeBytes = 0;  ///< of an archive
-  bool isNewest = false;   ///< of all with a date and the same NAME
+  Kind kind = Kind::kDirectory;
+  uint64_t sizeBytes = 0;        ///< of an archive or a file
+  std::optional<uint32_t> rank;  ///< among those that `--last` chooses from; none: never chosen
+  bool isNewest = false;  ///< what `--last` chooses for NAME, or the `name` that was asked for
 };
 
 /// The backups among the entries of a directory, by NAME and date. `name` empty: all archives, and
-/// the directories with a date.
+/// the directories with a date; else those called so, which may be a pattern for `--last`, and
+/// whatever `--last` chooses from.
 std::vector<BackupRow> FindBackups(const std::vector<ListingRow>& entries, const std::string& name);
 
 /// The backups in a directory on the agent's machine.

@@ -39,7 +39,8 @@ void AddBackupCommands(CLI::App& app, Options* options, Command* command) {
                 return ListBackups(agent, given.source, given.pattern);
               });
   list->add_option("DIRECTORY", options->source, "A directory on the agent's machine")->required();
-  list->add_option("NAME", options->pattern, "Only backups of this name");
+  list->add_option("NAME", options->pattern,
+                   "Only backups of this name, or what --last chooses from by it");
 
   BackupRestoreOptions* restore = &options->restore;
   CLI::App* verb =

@@ -286,8 +286,9 @@ TEST(ZelctlBackups, AreDirectoriesAndArchivesOfTheName) {
       Entry("data_20240131.txt", false), Entry("data_20240230", true),
       Entry("data_2024013", true),       Entry("mydata_20240131", true),
       Entry("data.zip", true),           Entry("data_19990101", true)};
-  EXPECT_THAT(NamesOf(FindBackups(entries, "data")),
-              ElementsAre("data", "data.ZIP", "data_20240131", "data_20240201.zip"));
+  EXPECT_THAT(
+      NamesOf(FindBackups(entries, "data")),
+      ElementsAre("data", "data.ZIP", "data_20240131", "data_20240201.zip", "mydata_20240131"));
   EXPECT_THAT(NamesOf(FindBackups(entries, "data_20240201")), ElementsAre("data_20240201.zip"));
   EXPECT_THAT(FindBackups(entries, "none"), IsEmpty());
 }
@@ -308,15 +309,67 @@ TEST(ZelctlBackups, HaveANewestOfEachName) {
               ElementsAre("a_20240101", "a_20240101.zip", "b_20200101.zip"));
 }
 
+/// The newest of the backups called "db" among entries of which those whose name begins with "+"
+/// are directories: when all are listed, and when those of "db" are.
+using Newest = std::pair<std::vector<std::string>, std::vector<std::string>>;
+Newest NewestOfDb(const std::vector<std::string>& names) {
+  std::vector<ListingRow> entries;
+  for (const std::string& name : names) {
+    const bool isDirectory = name.starts_with('+');
+    entries.push_back(Entry(name.substr(isDirectory), isDirectory));
+  }
+  std::vector<std::string> ofDb;
+  for (const BackupRow& row : FindBackups(entries, "")) {
+    if (row.isNewest && row.backup == "db") ofDb.push_back(row.name);
+  }
+  return {ofDb, NamesOf(FindBackups(entries, "db"), true)};
+}
+Newest Both(const std::string& name) {
+  return {{name}, {name}};
+}
+
+TEST(ZelctlBackups, HaveTheNewestThatTheActionTakes) {
+  // An extension in capitals hides the date from it.
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "db_20250101.ZIP"}), Both("db_20240101.zip"));
+  EXPECT_EQ(NewestOfDb({"db_20250101.ZIP"}), (Newest{{}, {}}));
+  // From 2106-02-08 on its ranks begin anew.
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "db_21060208.zip"}), Both("db_20240101.zip"));
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "db_21060207.zip"}), Both("db_21060207.zip"));
+  // It looks at names alone.
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "+db_20250101.zip"}), Both("db_20250101.zip"));
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "db_20250101"}), Both("db_20250101"));
+  EXPECT_EQ(NewestOfDb({"+db_20240101", "db_20240229.zip", "db_20250229.zip"}),
+            Both("db_20240229.zip"));
+}
+
+TEST(ZelctlBackups, HaveNoNewestWhereTheActionTakesTheOneOfALongerName) {
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "old-db_20250101.zip"}),
+            (Newest{{}, {"old-db_20250101.zip"}}));
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "old-db_20230101.zip"}), Both("db_20240101.zip"));
+  EXPECT_EQ(NewestOfDb({"db_20240101.zip", "db_20230101 of 20250101"}).second,
+            (std::vector<std::string>{"db_20230101 of 20250101"}));
+}
+
+TEST(ZelctlBackups, AreFoundByThePatternThatTheActionTakes) {
+  const std::vector<ListingRow> entries = {Entry("web1_20240101.zip", false),
+                                           Entry("web2_20230101.zip", false),
+                                           Entry("mail_20250101.zip", false)};
+  const std::vector<BackupRow> rows = FindBackups(entries, "web[0-9]");
+  EXPECT_THAT(NamesOf(rows), ElementsAre("web1_20240101.zip", "web2_20230101.zip"));
+  EXPECT_THAT(NamesOf(rows, true), ElementsAre("web1_20240101.zip"));
+}
+
 TEST_F(ZelctlTransfers, ShowsBackupsAsATable) {
   const std::string reply =
       R"({"code":0,"container":{"Values":[)"
       R"({"Name":"d_20240101.zip","IsDirectory":false,"Size":2048},)"
-      R"({"Name":"d_20230101","IsDirectory":true},{"Name":"x","IsDirectory":false}],"Total":3}})";
+      R"({"Name":"d_20230101","IsDirectory":true},{"Name":"x","IsDirectory":false},)"
+      R"({"Name":"d_20220101","IsDirectory":false,"Size":3}],"Total":4}})";
   replies_["CoreUtilsGetDirList"] = reply;
   const Result result = ListBackups(client_, "/b", "d");
   EXPECT_EQ(result.text,
             "NAME            DATE        KIND       SIZE     NOTE\n"
+            "d_20220101      2022-01-01  file       3 B\n"
             "d_20230101      2023-01-01  directory  -\n"
             "d_20240101.zip  2024-01-01  archive    2.0 KiB  newest\n");
   EXPECT_EQ(result.json, reply);
