@@ -151,6 +151,12 @@ def plain_pair(fleet, platform):
     return fleet.pair("plain", platform, platform)
 
 
+@pytest.fixture(scope="module")
+def talkative_pair_with(fleet, platform):
+    """Makes pairs of these modes that log all they have to say."""
+    return lambda mode: fleet.pair(mode, platform, platform, log={"level": "detail"})
+
+
 @pytest.fixture(scope="session")
 def postgres():
     """A running server. What is lost when the machine goes down, tests do not ask for."""

@@ -141,12 +141,12 @@ class Fleet:
         settings = {"address": master.url, **options.pop("master", {})}
         return self.make(platform, name, mode, master=settings, **options)
 
-    def pair(self, mode, device_platform, relay_platform):
+    def pair(self, mode, device_platform, relay_platform, **sections):
         """(device, relay), the same ones each time: the relay is the device's parent."""
-        key = mode, device_platform, relay_platform
+        key = mode, device_platform, relay_platform, str(sections)
         if key not in self.pairs:
-            relay = self.make(relay_platform, "relay", mode)
-            device = self.make(device_platform, "device", mode, relay.address())
+            relay = self.make(relay_platform, "relay", mode, **sections)
+            device = self.make(device_platform, "device", mode, relay.address(), **sections)
             self.pairs[key] = device, relay
         return self.pairs[key]
 

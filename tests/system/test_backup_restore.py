@@ -6,9 +6,10 @@ import zipfile
 
 import pytest
 
+from agents import without_caller
 from backups import OLD_TIME, Backups
 from fleet import aliases
-from uploads import FAILURE, LOST, MIB, SUCCESS, new_log
+from uploads import FAILURE, LOST, MIB, PROTECTION, SUCCESS, new_log
 
 
 def slashes(text):
@@ -62,6 +63,40 @@ def test_CoreUtilsRestoreBackup_called_on_the_relay_itself(plain_pair, backups):
         "Name": slashes(device.path(backups.restored)) + "/one.zip", "ErrorCode": 0})
     assert backups.arrived() == {"one.zip": content}
     assert (backups.kept / "one.zip").exists()
+
+
+def test_CoreUtilsRestoreBackup_of_nothing_keeps_its_parameters(plain_pair, backups):
+    device, relay = plain_pair
+    host, port = device.address()
+    parameters = {"SourcePath": relay.path(backups.kept),
+                  "DestinationPath": device.path(backups.restored), "Name": "none", "Last": False,
+                  "HostName": host, "HttpPort": port}
+    (code, container), log = new_log(
+        relay, lambda: relay.call("CoreUtilsRestoreBackup", **parameters))
+    assert (code, without_caller(container)) == (FAILURE, parameters)
+    assert "Failed to find the zip file to restore: " in log
+    assert os.listdir(backups.kept) == [] and backups.arrived() == {}
+
+
+@pytest.mark.parametrize("first", ["directory", "archive"])
+def test_of_a_directory_and_an_archive_of_one_date_the_one_listed_last_wins(
+        plain_pair, backups, first):
+    device, relay = plain_pair
+    if first == "directory":
+        backups.add_directory("db_20250131")
+    content = backups.add("db_20250131.zip")
+    if first == "archive":
+        backups.add_directory("db_20250131")
+    # Wine sorts what it lists.
+    listed = os.listdir(backups.kept) if relay.platform == "linux" else sorted(
+        os.listdir(backups.kept))
+
+    code, container = backups.restore(device, relay, "db", True)
+
+    assert (code, container["ErrorCode"]) == (SUCCESS, 0)
+    assert backups.arrived() == {"db_20250131.zip": content}
+    # An archive that is chosen itself stays; beside a directory that is chosen it goes.
+    assert (backups.kept / "db_20250131.zip").exists() == (listed[-1] == "db_20250131.zip")
 
 
 def test_what_is_packed_unpacks_everywhere(plain_pair, backups, tmp_path):
@@ -119,6 +154,25 @@ def test_no_backup_that_matches_is_told_by_the_log_alone(plain_pair, backups):
     assert backups.arrived() == {}
     assert LOST in log
     assert sorted(os.listdir(backups.kept)) == ["other_20250131.zip"]
+
+
+def test_a_directory_that_cannot_be_opened_is_told_by_the_log_alone(talkative_pair_with, backups):
+    device, relay = talkative_pair_with("ssl")
+    backups.kept = backups.kept / "none"
+    (code, container), log = new_log(relay, lambda: backups.restore(device, relay, "db", True))
+    assert (code, container) == (SUCCESS, {
+        "Name": slashes(device.path(backups.restored)) + "/", "ErrorCode": 0})
+    assert "Directory access error !" in log and LOST in log
+    assert backups.arrived() == {}
+
+
+@pytest.mark.parametrize("mode", PROTECTION)
+def test_the_log_tells_how_a_restore_is_protected(talkative_pair_with, backups, mode):
+    device, relay = talkative_pair_with(mode)
+    backups.add("one.zip")
+    answer, log = new_log(relay, lambda: backups.restore(device, relay, "one.zip"))
+    assert answer[0] == SUCCESS
+    assert {one for one, line in PROTECTION.items() if line in log} == {mode}
 
 
 def test_a_backup_that_is_not_there_fails(plain_pair, backups):

@@ -1,5 +1,6 @@
 """CoreUtilsExtractFile: archives as the usual programs make them, and ones that mean harm."""
 
+import contextlib
 import functools
 import io
 import os
@@ -12,6 +13,7 @@ import pytest
 
 import hostile_archives
 from hostile_archives import GIB, HARMLESS, MIB
+from uploads import new_log
 
 SUCCESS, FAILURE = 0, 1
 LOG_LINE = "Error during extracting file"
@@ -467,7 +469,42 @@ def test_an_entry_that_would_replace_the_archive_does_not_come_out(agent, arena)
 def test_the_second_call_fails(agent, arena):
     arena.archive.write_bytes(hostile_archives.among_harmless())
     assert extract(agent, arena.archive, arena.destination)[0] == SUCCESS
-    assert extract(agent, arena.archive, arena.destination)[0] == FAILURE
+    (code, container), log = new_log(
+        agent, lambda: extract(agent, arena.archive, arena.destination))
+    assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
+    assert f"The file {agent.path(arena.archive)} does not exists!" in log
+    assert arena.came_out() == HARMLESS
+
+
+def test_the_log_tells_of_a_destination_that_was_made(agent, arena):
+    line = f"Destination path for the backup '{agent.path(arena.destination)}' has been created."
+    for is_missing in (True, False):
+        arena.archive.write_bytes(hostile_archives.among_harmless())
+        answer, log = new_log(agent, lambda: extract(agent, arena.archive, arena.destination))
+        assert (answer[0], line in log) == (SUCCESS, is_missing)
+
+
+@contextlib.contextmanager
+def kept_from_deletion(platform, file):
+    """Windows deletes no read-only file, Linux none that something is mounted on."""
+    if platform == "windows":
+        file.chmod(0o444)
+        yield
+        return
+    subprocess.run(["mount", "--bind", file, file], check=True)
+    yield
+    subprocess.run(["umount", file], check=True)
+
+
+def test_an_archive_that_cannot_be_deleted_stays_with_a_warning(agent, platform, arena):
+    content = hostile_archives.among_harmless()
+    arena.archive.write_bytes(content)
+    with kept_from_deletion(platform, arena.archive):
+        (code, container), log = new_log(
+            agent, lambda: extract(agent, arena.archive, arena.destination))
+    assert (code, container["ErrorCode"]) == (SUCCESS, 0)
+    assert f"Failed to delete the file '{agent.path(arena.archive)}'." in log
+    assert arena.archive.read_bytes() == content
     assert arena.came_out() == HARMLESS
 
 

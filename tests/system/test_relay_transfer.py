@@ -7,7 +7,7 @@ import pytest
 import hostile_archives
 from fleet import SECRET, aliases, fleet_password
 from hostile_archives import HARMLESS
-from uploads import FAILURE, LOST, MIB, SUCCESS, new_log
+from uploads import FAILURE, LOST, MIB, PROTECTION, SUCCESS, new_log
 
 # Uploads that succeed.
 
@@ -103,6 +103,35 @@ def test_what_does_not_unpack_on_the_relay_fails(plain_pair, place):
     assert place.target.read_bytes() == place.content
 
 
+def test_after_a_failed_upload_what_is_there_is_unpacked(plain_pair, place):
+    device, relay = plain_pair
+    place.target = place.directory / "packed.zip"
+    place.target.write_bytes(hostile_archives.among_harmless())
+    place.source.unlink()
+
+    (code, container), log = new_log(
+        device, lambda: place.upload(device, relay, IsZippedFile=True))
+    assert (code, container["ErrorCode"], LOST in log) == (SUCCESS, SUCCESS, True)
+    assert [path.name for path in place.directory.iterdir()] == ["packed"]
+    for name, content in HARMLESS.items():
+        assert (place.directory / "packed" / name).read_bytes() == content
+
+    # Now there is nothing to unpack.
+    (code, container), log = new_log(
+        device, lambda: place.upload(device, relay, IsZippedFile=True))
+    assert (code, container["ErrorCode"], LOST in log) == (FAILURE, FAILURE, True)
+    assert "Failed to extract '" in log
+    assert aliases(relay) == []
+
+
+@pytest.mark.parametrize("mode", PROTECTION)
+def test_the_log_tells_how_an_upload_is_protected(talkative_pair_with, place, mode):
+    device, relay = talkative_pair_with(mode)
+    answer, log = new_log(device, lambda: place.upload(device, relay))
+    assert answer[0] == SUCCESS
+    assert {one for one, line in PROTECTION.items() if line in log} == {mode}
+
+
 def test_uploads_side_by_side_do_not_mix(plain_pair, place):
     device, relay = plain_pair
     answers = []
@@ -164,10 +193,22 @@ def test_a_relay_that_is_not_there(fleet, place):
 def test_no_relay_at_all(fleet, place):
     device = fleet.make("linux", "device")
     assert device.call("RelayGetValues")[0] == FAILURE
-    code, container = place.upload(device, device)
+    (code, container), log = new_log(device, lambda: place.upload(device, device))
     assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
+    assert "the address is not a URL" in log and "Failed to add alias backup" in log
+    assert "Sender is '" not in log and "copying file " not in log
     assert place.stored() == {}
     assert device.stop() == 0
+
+
+def test_a_destination_without_a_directory_is_refused(plain_pair, place):
+    device, relay = plain_pair
+    (code, container), log = new_log(device, lambda: device.call(
+        "CoreUtilsCopyFileToRelay", SourcePath=device.path(place.source),
+        DestinationPath="file.zip"))
+    assert (code, container["ErrorCode"]) == (FAILURE, FAILURE)
+    assert "Failed to add alias backup" in log and "copying file " not in log
+    assert aliases(relay) == []
 
 
 @pytest.mark.parametrize("what", ["missing", "directory"])

@@ -1,10 +1,11 @@
 """CoreUtilsConfigureJWS rewrites the console's web-start descriptors; where attachments go."""
 
+import subprocess
+
 import pytest
 
 from agents import agent_path
-
-SUCCESS = 0
+from uploads import MIB, SUCCESS, new_log
 
 DESCRIPTOR = """<?xml version="1.0" encoding="utf-8"?>\r
 <!-- Grüße, 日本: stays as it is -->\r
@@ -28,15 +29,16 @@ def expected(scheme, address, port, ssl_mode):
             .replace('kvl-ssl" value="0"', f'kvl-ssl" value="{ssl_mode}"'))
 
 
-# The odd ones: bytes that are no text, a name in other letters, a file of another kind, one that
-# stands deeper.
+# The odd ones: bytes that are no text, a name in capitals, a file of another kind, one that stands
+# deeper.
 def fill(directory):
     odd = DESCRIPTOR.encode() + b"\xff\xfe\x00 not text\r\n"
     others = {
         "readme.txt": DESCRIPTOR.encode(), "console.jnlp.bak": DESCRIPTOR.encode(),
         "inner/deeper.jnlp": DESCRIPTOR.encode(), "empty.txt": b"", "image.png": bytes(range(256)),
     }
-    descriptors = {"console.jnlp": DESCRIPTOR.encode(), "second one.jnlp": odd}
+    descriptors = {"console.jnlp": DESCRIPTOR.encode(), "second one.jnlp": odd,
+                   "THIRD.JNLP": DESCRIPTOR.encode()}
     for name, content in {**others, **descriptors}.items():
         path = directory / name
         path.parent.mkdir(parents=True, exist_ok=True)
@@ -61,6 +63,7 @@ def test_CoreUtilsConfigureJWS_rewrites_the_descriptors_and_nothing_else(
     port = agent.address()[1]
     text = expected(scheme, "master.example.net", port, ssl_mode).encode()
     assert (directory / "console.jnlp").read_bytes() == text
+    assert (directory / "THIRD.JNLP").read_bytes() == text
     assert (directory / "second one.jnlp").read_bytes() == (
         text + b"\xff\xfe\x00 not text\r\n")
     for name, content in others.items():
@@ -89,6 +92,56 @@ def test_an_address_with_special_characters_is_taken_as_it_stands(fleet, platfor
     assert agent.call("CoreUtilsConfigureJWS", MasterAddress=r"a$1\1&b")[0] == SUCCESS
     assert (directory / "console.jnlp").read_bytes() == expected(
         "http", r"a$1\1&b", agent.address()[1], "0").encode()
+
+
+def test_two_urls_of_one_line_become_one(fleet, platform):
+    agent = fleet.pair("plain", platform, platform)[1]
+    directory = agent.home / "ui/console/jws/jnlp"
+    fill(directory)
+    (directory / "console.jnlp").write_bytes(
+        b"<a href='http://one:1/x'/> and <b href='https://two:2/y'/>\r\n"
+        b"<c href='http://three:3/'/>\n")
+    assert agent.call("CoreUtilsConfigureJWS", MasterAddress="m")[0] == SUCCESS
+    url = f"http://m:{agent.address()[1]}/"
+    assert (directory / "console.jnlp").read_bytes() == (
+        f"<a href='{url}y'/>\r\n<c href='{url}'/>\n").encode()
+
+
+@pytest.mark.parametrize("port", [0, 1, 65536, -1])
+def test_the_port_is_the_agents_own_whatever_is_asked_for(fleet, platform, port):
+    agent = fleet.pair("plain", platform, platform)[1]
+    directory = agent.home / "ui/console/jws/jnlp"
+    fill(directory)
+    assert agent.call("CoreUtilsConfigureJWS", MasterAddress="m", MasterHttpPort=port)[0] == SUCCESS
+    assert (directory / "console.jnlp").read_bytes() == expected(
+        "http", "m", agent.address()[1], "0").encode()
+
+
+def test_descriptors_that_cannot_be_read_or_written_stay_and_hold_nothing_up(fleet, platform):
+    agent = fleet.pair("plain", platform, platform)[1]
+    directory = agent.home / "ui/console/jws/jnlp"
+    fill(directory)
+    # Too large to be read; what is mounted on a file keeps others from taking its place.
+    unreadable, unwritable = directory / "a large one.jnlp", directory / "a busy one.jnlp"
+    unwritable.write_bytes(DESCRIPTOR.encode())
+    with open(unreadable, "wb") as file:
+        file.truncate(65 * MIB)
+    subprocess.run(["mount", "--bind", unwritable, unwritable], check=True)
+    try:
+        (code, _), log = new_log(
+            agent, lambda: agent.call("CoreUtilsConfigureJWS", MasterAddress="m"))
+    finally:
+        subprocess.run(["umount", unwritable], check=True)
+
+    assert code == SUCCESS
+    assert unwritable.read_bytes() == DESCRIPTOR.encode()
+    assert unreadable.stat().st_size == 65 * MIB
+    assert unreadable.name in log and unwritable.name in log
+    assert (directory / "console.jnlp").read_bytes() == expected(
+        "http", "m", agent.address()[1], "0").encode()
+    # Both are gone before other tests look at the directory.
+    unreadable.unlink()
+    unwritable.unlink()
 
 
 def test_without_descriptors_there_is_nothing_to_do(agent):

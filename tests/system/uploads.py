@@ -12,6 +12,8 @@ from fleet import fleet_login
 MIB = 1 << 20
 SUCCESS, FAILURE = 0, 1
 LOST = "Failed to copy file"
+# What the log tells of how a transfer is protected, by the mode of the fleet.
+PROTECTION = {"ssl": "SSL is enabled", "pac": "PAC is enabled"}
 
 PAIRS = [
     ("plain", "linux", "linux"),
