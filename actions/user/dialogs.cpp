@@ -17,12 +17,14 @@ void CloseShownDialog(const char* failureText) {
   delete std::exchange(shownDialog, nullptr);
 }
 
+/// `Number` is what the key holds, with a sign or without; the option never has one.
+template <typename Number>
 void AppendNumber(const ZelContainer& params, const char* key, const char* format,
                   ZelString* options) {
-  uint32_t number = 0;
+  Number number = 0;
   if (!params.GetInt32(key, &number, kNoIndex)) return;
   ZelString option;
-  *options += option.Printf(format, number);
+  *options += option.Printf(format, static_cast<uint32_t>(number));
 }
 
 /// Returns the text, empty when it is absent.
@@ -66,13 +68,13 @@ struct AdvanceDialog {
 
 AdvanceDialog ReadAdvanceDialog(const ZelContainer& params) {
   AdvanceDialog dialog;
-  AppendNumber(params, "TimeOut", " -InformationPopupTimeOut %u", &dialog.options);
+  AppendNumber<int32_t>(params, "TimeOut", " -InformationPopupTimeOut %u", &dialog.options);
   dialog.message = AppendText(params, "Message", " -InformationPopup \"%S\"", &dialog.options);
   dialog.okLabel = ReadString(params, "ButtonOK");
   dialog.cancelLabel = ReadString(params, "ButtonCancel");
   AppendText(params, "Path", " -ImagePath \"%S\"", &dialog.options);
   AppendText(params, "Title", " -n \"%S\"", &dialog.options);
-  AppendNumber(params, "TopMost", " -TopMost %u", &dialog.options);
+  AppendNumber<uint32_t>(params, "TopMost", " -TopMost %u", &dialog.options);
   return dialog;
 }
 

@@ -5,8 +5,8 @@
 /// A mutual-exclusion lock; not recursive.
 class ZelMutex {
  public:
-  void Lock() { mutex_.lock(); }
-  void Unlock() { mutex_.unlock(); }
+  void Lock();
+  void Unlock();
 
  private:
   std::mutex mutex_;

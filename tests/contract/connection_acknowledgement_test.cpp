@@ -1,3 +1,7 @@
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -357,6 +361,115 @@ TEST_F(CheckClientAccept, AsksAgainAfterEachFailure) {
   EXPECT_EQ(Ask(), Acknowledge(1));
 }
 
+// ---- several requests at once ----
+
+/// The calls of a request up to the making of its dialog.
+Lines StepsWithoutDialog() {
+  return Join({kTranslations, {kAsksForPipe, kAsksWhoIsLogged, kAsksWhetherAbsent, kMakesDialog}});
+}
+
+/// The calls of a request from its dialog on.
+Lines StepsWithDialog() {
+  return {Audit(kWaiting), kAsksInitialised, kShows, kAsksButton, Audit(kAcceptedText), kDeletes};
+}
+
+TEST_F(CheckClientAccept, IsBusyOnAnotherThreadAtEachStepFromTheDialogOn) {
+  for (const std::string& step : StepsWithDialog()) {
+    Outcome rival = kAborted;
+    AnswerShown(100);
+    DoWithin(step, [&] {
+      AnswerPresent();
+      ExpectNotToWait([&] { rival = Ask(); });
+    });
+
+    EXPECT_EQ(Ask(), Acknowledge(1)) << step;
+
+    EXPECT_EQ(rival, Acknowledge(2)) << step;
+  }
+}
+
+// Whether one is pending is looked at before the dialog is made, and that there is one is noted
+// after that: both of two requests get a dialog when they come at that moment.
+TEST_F(CheckClientAccept, AsksOnAnotherThreadTooAtEachStepUpToTheDialog) {
+  for (const std::string& step : StepsWithoutDialog()) {
+    Outcome rival = kAborted;
+    AnswerShown(100);
+    DoWithin(step, [&] {
+      AnswerShown(100);
+      ExpectNotToWait([&] { rival = Ask(); });
+    });
+
+    EXPECT_EQ(Ask(), Acknowledge(1)) << step;
+
+    EXPECT_EQ(rival, Acknowledge(1)) << step;
+    const Lines calls = TakeCalls();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), kShows), 2) << step;
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), kDeletes), 2) << step;
+  }
+}
+
+/// A request that gets its dialog while another one makes its own, and ends before that.
+class FirstOfTwo : public AcknowledgementTest {
+ protected:
+  /// Asks for both. `meanwhile` is called when the first has ended and the second is being shown.
+  /// Returns the second's outcome.
+  Outcome AskTwice(const std::function<void()>& meanwhile) {
+    AnswerDialogMade();
+    DoWithin(kMakesDialog, [this, meanwhile] {
+      AnswerDialogMade();
+      for (int i = 0; i < 2; ++i) host.Answer("SkinDialog::IsInitialised", 1);
+      host.AnswerWork("SkinDialog::Show", 0, [this] {
+        isShown_.set_value();
+        EXPECT_TRUE(Comes(mayEnd_.get_future()));
+      });
+      host.AnswerWork("SkinDialog::Show", 0, [this, meanwhile] {
+        EndFirst();
+        meanwhile();
+        host.Answer("SkinDialog::GetButtonClickedID", 100);
+      });
+      first_ = std::async(std::launch::async, [this] { return Ask(); });
+      EXPECT_TRUE(Comes(isShown_.get_future()));
+    });
+    return Ask();
+  }
+
+ private:
+  template <typename Value>
+  static bool Comes(const std::future<Value>& future) {
+    return future.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+  }
+
+  void EndFirst() {
+    host.Answer("SkinDialog::GetButtonClickedID", 101);
+    mayEnd_.set_value();
+    ASSERT_TRUE(Comes(first_));
+    EXPECT_EQ(first_.get(), Acknowledge(0));
+    host.ForgetTranscript();
+  }
+
+  std::promise<void> isShown_;
+  std::promise<void> mayEnd_;
+  std::future<Outcome> first_;
+};
+
+TEST_F(FirstOfTwo, LeavesNothingToWithdrawWhenItEnds) {
+  const auto withdraw = [this] {
+    EXPECT_EQ(Withdraw(), (Outcome{kSuccess, "{}"}));
+    EXPECT_THAT(TakeCalls(), IsEmpty());
+  };
+  EXPECT_EQ(AskTwice(withdraw), Acknowledge(1));
+}
+
+TEST_F(FirstOfTwo, LeavesNobodyBusyWhenItEnds) {
+  const auto askOnceMore = [this] {
+    AnswerShown(101);
+    EXPECT_EQ(Ask(), Acknowledge(0));
+    ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kShows, kAsksButton,
+                         Audit(kRefusedText), kDeletes});
+  };
+  EXPECT_EQ(AskTwice(askOnceMore), Acknowledge(1));
+}
+
 // ---- the question ----
 
 class AskedQuestion : public AcknowledgementTest {
@@ -596,6 +709,36 @@ TEST_F(DestroyAckPopup, FindsNothingWhileTheDialogIsBeingMade) {
   EXPECT_EQ(Ask(), kAborted);
 
   ExpectAfterPresence({kMakesDialog, Audit(kWaiting), kAsksInitialised, kDeletes});
+}
+
+/// Withdraws from another thread in the midst of a call.
+class WithdrawnWhile : public AcknowledgementTest {
+ protected:
+  /// Asks meanwhile, and is answered with consent. Returns the calls that the withdrawal makes.
+  Lines CallsWithin(const std::string& step) {
+    Lines calls;
+    AnswerShown(100);
+    DoWithin(step, [&] {
+      const size_t before = host.Transcript().size();
+      ExpectNotToWait([this] { EXPECT_EQ(Withdraw(), (Outcome{kSuccess, "{}"})); });
+      calls.assign(host.Transcript().begin() + static_cast<ptrdiff_t>(before),
+                   host.Transcript().end());
+    });
+    EXPECT_EQ(Ask(), Acknowledge(1)) << step;
+    return calls;
+  }
+};
+
+TEST_F(WithdrawnWhile, ThereIsADialogItReachesThatAtEachStep) {
+  for (const std::string& step : StepsWithDialog()) {
+    host.Answer("SkinDialog::Close", 0);
+    EXPECT_THAT(CallsWithin(step), ElementsAre(kCloses)) << step;
+  }
+}
+
+TEST_F(WithdrawnWhile, ThereIsNoDialogYetItDoesNothingAtEachStep) {
+  for (const std::string& step : StepsWithoutDialog())
+    EXPECT_THAT(CallsWithin(step), IsEmpty()) << step;
 }
 
 TEST_F(DestroyAckPopup, LeavesOtherDialogsAlone) {

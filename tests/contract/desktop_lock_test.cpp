@@ -211,9 +211,9 @@ TEST_F(LockDesktop, DoesNotWaitForAMessageThatIsBeingShown) {
   ExpectCount(1);
 }
 
-TEST_F(LockDesktop, CountsMoreLocksThanAByteHolds) {
-  LockTimes(257);
-  ExpectCount(257);
+TEST_F(LockDesktop, CountsMoreLocksThanSixteenBitsHold) {
+  LockTimes(65537);
+  ExpectCount(65537);
 }
 
 // ---- CoreUtilsSetLockMessageText ----
@@ -274,6 +274,15 @@ TEST_F(SetLockMessageText, IsKeptAlsoWhenItCouldNotBeSent) {
   EXPECT_EQ(Code("CoreUtilsRestoreDesktopLockState"), kSuccess);
 
   EXPECT_EQ(host.Transcript().back(), Sends("second"));
+}
+
+TEST_F(SetLockMessageText, TakesAMessageOfAnotherTypeAsNone) {
+  LockTimes(1);
+  for (const ZelContainer& params : WithoutText(Message("m"), "LockMessage")) {
+    AnswerMessage();
+    EXPECT_EQ(Code("CoreUtilsSetLockMessageText", params), kSuccess);
+    EXPECT_THAT(TakeCalls(), ElementsAre(kAsksForPipe, kTitleQuery, Sends("")));
+  }
 }
 
 TEST_F(SetLockMessageText, SendsAnEmptyTextWhenThereIsNone) {
@@ -547,6 +556,31 @@ TEST_F(SideBySide, AMessageWaitsForAnUnlockAndComesTooLate) {
 
   EXPECT_EQ(Code("CoreUtilsUnlockDesktop"), kSuccess);
   EXPECT_EQ(rival.get(), kFailure);
+}
+
+TEST_F(SideBySide, EachStepHoldsUpEveryOtherAction) {
+  for (const char* function : {"ZelAgentGetProxyPipeName", "ZelAgentGetTranslation"})
+    host.AnswerAlways(function, 0);
+  for (const char* function : {"Lock", "SetMessage", "Unlock"})
+    host.AnswerAlways(std::string("ProxyDesktopLockManager::") + function, 1);
+  const std::string lock = "CoreUtilsLockDesktop";
+  const std::string message = "CoreUtilsSetLockMessageText";
+  const std::string unlock = "CoreUtilsUnlockDesktop";
+  const std::vector<std::pair<std::string, std::vector<std::string>>> actions = {
+      {lock, {kAsksForPipe, LocksAt("")}},
+      {message, {kAsksForPipe, kTitleQuery, Sends("", "", "")}},
+      {unlock, {kAsksForPipe, UnlocksAt("")}}};
+
+  for (const auto& [action, steps] : actions) {
+    for (const std::string& step : steps) {
+      for (const std::string& other : {lock, message, unlock}) {
+        if (action != lock) Code(lock);
+        RunWithRival(step, action, {}, other, {});
+        while (Code(unlock) == kSuccess) {
+        }
+      }
+    }
+  }
 }
 
 /// Where a restoration begins it waits, once it has begun it does not.

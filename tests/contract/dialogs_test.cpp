@@ -134,6 +134,26 @@ TEST_F(ShowDialog, SaysNothingWhenTheProxyIsLostWhileItShows) {
               ElementsAre(kAsksForPipe, MakesMessage(""), kAsksInitialised, kShowsAndReturns));
 }
 
+TEST_F(ShowDialog, GoesOnWithoutAPipeNameAndAsksForItEachTime) {
+  const auto shown = [this](const std::string& pipe) {
+    host.AnswerText("ZelAgentGetProxyPipeName", pipe);
+    host.Answer("SkinDialog", 0);
+    host.Answer("SkinDialog::IsInitialised", 1);
+    host.Answer("SkinDialog::Show", 0);
+    EXPECT_EQ(Run("CoreUtilsShowDialog", {}), (Outcome{kSuccess, "{}"}));
+    return TakeCalls();
+  };
+  const auto showsAt = [](const std::string& pipe) {
+    return Lines{kAsksForPipe,
+                 "SkinDialog(null, \"\", \"\", \"\", \"\", 0, \"" + pipe + "\", false, \"\")",
+                 kAsksInitialised, kShowsAndReturns};
+  };
+
+  EXPECT_EQ(shown(""), showsAt(""));
+  host.Answer("SkinDialog::Close", 0);
+  EXPECT_EQ(shown("second pipe"), Join({{kCloses, kDeletes}, showsAt("second pipe")}));
+}
+
 TEST_F(ShowDialog, KeepsADialogThatFailedUntilTheNext) {
   AnswerPipe();
   host.AnswerDialog("SkinDialog", 0, true);
@@ -327,17 +347,23 @@ TEST_F(AdvanceDialog, FormatsNumbersAsUnsignedDecimals) {
   }
 }
 
-TEST_F(AdvanceDialog, TakesNumbersUpToTheLastOfThirtyTwoBits) {
-  for (const char* key : {"TimeOut", "TopMost"}) {
-    const std::string option =
-        key == std::string("TimeOut") ? " -InformationPopupTimeOut " : " -TopMost ";
-    ZelContainer last;
-    last.SetInt64(key, 0xFFFFFFFF, kNoIndex);
-    EXPECT_EQ(Options(last), option + "4294967295");
-    ZelContainer beyond;
-    beyond.SetInt64(key, 0x100000000, kNoIndex);
-    EXPECT_EQ(Options(beyond), "");
-  }
+ZelContainer WideNumber(const char* key, int64_t value) {
+  ZelContainer params;
+  params.SetInt64(key, value, kNoIndex);
+  return params;
+}
+
+TEST_F(AdvanceDialog, TakesATimeOutThatFitsThirtyTwoBitsWithASign) {
+  EXPECT_EQ(Options(WideNumber("TimeOut", INT32_MAX)), " -InformationPopupTimeOut 2147483647");
+  EXPECT_EQ(Options(WideNumber("TimeOut", INT32_MIN)), " -InformationPopupTimeOut 2147483648");
+  EXPECT_EQ(Options(WideNumber("TimeOut", -1)), " -InformationPopupTimeOut 4294967295");
+  for (const int64_t beyond : {int64_t{INT32_MAX} + 1, int64_t{UINT32_MAX}, int64_t{INT32_MIN} - 1})
+    EXPECT_EQ(Options(WideNumber("TimeOut", beyond)), "") << beyond;
+}
+
+TEST_F(AdvanceDialog, TakesATopMostThatFitsThirtyTwoBitsWithoutASign) {
+  EXPECT_EQ(Options(WideNumber("TopMost", UINT32_MAX)), " -TopMost 4294967295");
+  EXPECT_EQ(Options(WideNumber("TopMost", int64_t{UINT32_MAX} + 1)), "");
 }
 
 TEST_F(AdvanceDialog, TakesKeysOfOtherTypesAndListsAsAbsent) {
@@ -403,6 +429,22 @@ TEST_F(AdvanceDialog, ReportsEveryOtherEndAsTwo) {
   }
 }
 
+TEST_F(AdvanceDialog, LogsNothingHoweverItEnds) {
+  const std::vector<std::pair<ZelContainer, std::string>> labels = {
+      {{}, "\"\", \"\", \"\", 1"}, {kBothLabels, "\"Now\", \"Later\", \"\", 2"}};
+  for (const auto& [params, shownLabels] : labels) {
+    for (const unsigned int button : {100U, 101U, 102U, 0U}) {
+      Answered(button, params);
+
+      EXPECT_THAT(TakeCalls(),
+                  ElementsAre(kAsksForPipe,
+                              "SkinDialog(null, \"\", " + shownLabels + ", \"pipe\", false, \"\")",
+                              kAsksInitialised, kShowsAndWaits, kAsksButton, kDeletes))
+          << button;
+    }
+  }
+}
+
 TEST_F(AdvanceDialog, KeepsNoResultThatWasSentIn) {
   ZelContainer params;
   params.SetInt32("Result", 1, kNoIndex);
@@ -415,6 +457,43 @@ TEST_F(AdvanceDialog, KeepsNoResultThatWasSentIn) {
 TEST_F(AdvanceDialog, HasClearedTheContainerBeforeItDoesAnythingAndWritesTheResultBeforeItDeletes) {
   AnswerEnded(100);
   EXPECT_THAT(KeysAtEachCall("CoreUtilsAdvanceDialog", AllKeys()), ElementsAre(0, 0, 0, 0, 0, 1));
+}
+
+TEST_F(AdvanceDialog, WritesTheResultOfAFailureAfterItHasDeletedTheDialog) {
+  constexpr const char* kAction = "CoreUtilsAdvanceDialog";
+  AnswerPipe();
+  host.AnswerDialog("SkinDialog", 0, true);
+  EXPECT_THAT(KeysAtEachCall(kAction, AllKeys()), ElementsAre(0, 0, 0));
+
+  AnswerMade();
+  host.Answer("SkinDialog::IsInitialised", 0);
+  EXPECT_THAT(KeysAtEachCall(kAction, AllKeys()), ElementsAre(0, 0, 0, 0));
+
+  AnswerInitialised();
+  host.AnswerDialog("SkinDialog::Show", 0, true);
+  EXPECT_THAT(KeysAtEachCall(kAction, AllKeys()), ElementsAre(0, 0, 0, 0, 0));
+
+  AnswerInitialised();
+  host.Answer("SkinDialog::Show", 0);
+  host.AnswerDialog("SkinDialog::GetButtonClickedID", 100, true);
+  EXPECT_THAT(KeysAtEachCall(kAction, AllKeys()), ElementsAre(0, 0, 0, 0, 0, 0));
+}
+
+TEST_F(AdvanceDialog, GoesOnWithoutAPipeNameAndAsksForItEachTime) {
+  for (const std::string pipe : {"", "second pipe"}) {
+    host.AnswerText("ZelAgentGetProxyPipeName", pipe);
+    host.Answer("SkinDialog", 0);
+    host.Answer("SkinDialog::IsInitialised", 1);
+    host.Answer("SkinDialog::Show", 0);
+    host.Answer("SkinDialog::GetButtonClickedID", 102);
+
+    EXPECT_EQ(Run("CoreUtilsAdvanceDialog", {}), Result(1));
+
+    EXPECT_THAT(TakeCalls(), ElementsAre(kAsksForPipe,
+                                         "SkinDialog(null, \"\", \"\", \"\", \"\", 1, \"" + pipe +
+                                             "\", false, \"\")",
+                                         kAsksInitialised, kShowsAndWaits, kAsksButton, kDeletes));
+  }
 }
 
 // Nothing is logged below: the transcripts are whole.
@@ -468,7 +547,10 @@ TEST_F(AdvanceDialog, ReportsZeroForAnyButtonOfAProxyThatWasLost) {
 
     EXPECT_EQ(Run("CoreUtilsAdvanceDialog", {}), Result(0)) << button;
 
-    EXPECT_EQ(TakeCalls().back(), kDeletes);
+    EXPECT_THAT(TakeCalls(),
+                ElementsAre(kAsksForPipe,
+                            "SkinDialog(null, \"\", \"\", \"\", \"\", 1, \"pipe\", false, \"\")",
+                            kAsksInitialised, kShowsAndWaits, kAsksButton, kDeletes));
   }
 }
 
@@ -532,77 +614,105 @@ TEST_F(AdvanceDialog, DoesNotWaitForAMessageThatIsBeingClosed) {
 
 // ---- side by side ----
 
-/// The steps of replacing the message that is shown.
-const std::vector<std::string> kDialogSteps = {"SkinDialog::Close", "SkinDialog",
-                                               "SkinDialog::IsInitialised", "SkinDialog::Show"};
-
 class SideBySideDialogs : public DialogTest {
  protected:
-  /// Scripts a replacement of the message that is shown, with something to do within `step`.
-  void AnswerReplaced(const std::string& step, const std::function<void()>& meanwhile) {
+  void AnswerClosed(bool isReached) { host.AnswerDialog("SkinDialog::Close", 0, !isReached); }
+  /// The calls that take the message down.
+  Lines Closes(bool isReached, const std::string& complaint) {
+    if (isReached) return {kCloses, kDeletes};
+    return {kCloses, "Error \"" + complaint + "\"", kDeletes};
+  }
+  Lines Closes(bool isReached) {
+    return Closes(isReached, "Cannot reach the proxy to close the dialog box !");
+  }
+
+  /// Scripts a message in place of another one, by a proxy that is reached or not.
+  void AnswerReplaced(bool isReached) {
+    AnswerClosed(isReached);
     AnswerPipe();
-    for (const std::string& each : kDialogSteps) {
-      host.AnswerWork(each, 1, each == step ? meanwhile : nullptr);
-    }
+    host.AnswerDialog("SkinDialog", 0, !isReached);
+    if (!isReached) return;
+    host.Answer("SkinDialog::IsInitialised", 1);
+    host.Answer("SkinDialog::Show", 0);
+  }
+  Lines Replaces(bool isReached, const std::string& text) {
+    const Lines closes =
+        Closes(isReached, "Cannot reach the proxy to close the previous dialog box !");
+    const Lines makes = {kAsksForPipe, MakesMessage(text)};
+    if (!isReached) return Join({closes, makes, {kLogsNotDisplayed}});
+    return Join({closes, makes, {kAsksInitialised, kShowsAndReturns}});
+  }
+
+  /// Closes what the test has left.
+  void EndMessage() {
+    host.Answer("SkinDialog::Close", 0);
+    EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+    host.ForgetTranscript();
   }
 };
 
+const ZelContainer kSecond = Texts({{"Message", "second"}});
+const ZelContainer kThird = Texts({{"Message", "third"}});
+
 TEST_F(SideBySideDialogs, AMessageWaitsForEachStepOfAMessage) {
-  for (const std::string& step : kDialogSteps) {
-    ShowMessage("first");
-    AnswerReplaced(step, RivalThatWaits("CoreUtilsShowDialog", Texts({{"Message", "third"}})));
-    AnswerReplaced("", {});
+  for (const bool isReached : {true, false}) {
+    for (const std::string& step : Replaces(isReached, "second")) {
+      ShowMessage("first");
+      AnswerReplaced(isReached);
+      AnswerReplaced(isReached);
 
-    EXPECT_EQ(Code("CoreUtilsShowDialog", Texts({{"Message", "second"}})), kSuccess);
-    EXPECT_EQ(rival.get(), kSuccess);
+      RunWithRival(step, "CoreUtilsShowDialog", kSecond, "CoreUtilsShowDialog", kThird);
 
-    EXPECT_THAT(TakeCalls(),
-                ElementsAre(kCloses, kDeletes, kAsksForPipe, MakesMessage("second"),
-                            kAsksInitialised, kShowsAndReturns, kCloses, kDeletes, kAsksForPipe,
-                            MakesMessage("third"), kAsksInitialised, kShowsAndReturns))
-        << step;
-    host.Answer("SkinDialog::Close", 0);
-    EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
+      EXPECT_EQ(TakeCalls(), Join({Replaces(isReached, "second"), Replaces(isReached, "third")}))
+          << step;
+      EndMessage();
+    }
   }
 }
 
 TEST_F(SideBySideDialogs, AClosingWaitsForEachStepOfAMessage) {
-  for (const std::string& step : kDialogSteps) {
-    ShowMessage("first");
-    AnswerReplaced(step, RivalThatWaits("CoreUtilsCloseDialog"));
-    host.Answer("SkinDialog::Close", 0);
+  for (const bool isReached : {true, false}) {
+    for (const std::string& step : Replaces(isReached, "second")) {
+      ShowMessage("first");
+      AnswerReplaced(isReached);
+      AnswerClosed(isReached);
 
-    EXPECT_EQ(Code("CoreUtilsShowDialog", Texts({{"Message", "second"}})), kSuccess);
-    EXPECT_EQ(rival.get(), kSuccess);
+      RunWithRival(step, "CoreUtilsShowDialog", kSecond, "CoreUtilsCloseDialog", {});
 
-    EXPECT_THAT(TakeCalls(), ElementsAre(kCloses, kDeletes, kAsksForPipe, MakesMessage("second"),
-                                         kAsksInitialised, kShowsAndReturns, kCloses, kDeletes))
-        << step;
+      EXPECT_EQ(TakeCalls(), Join({Replaces(isReached, "second"), Closes(isReached)})) << step;
+    }
   }
 }
 
-TEST_F(SideBySideDialogs, AMessageWaitsForAClosing) {
-  ShowMessage("first");
-  host.AnswerWork("SkinDialog::Close", 0,
-                  RivalThatWaits("CoreUtilsShowDialog", Texts({{"Message", "second"}})));
-  AnswerMessageShown();
+TEST_F(SideBySideDialogs, AMessageWaitsForEachStepOfAClosing) {
+  for (const bool isReached : {true, false}) {
+    for (const std::string& step : Closes(isReached)) {
+      ShowMessage("first");
+      AnswerClosed(isReached);
+      AnswerMessageShown();
 
-  EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
-  EXPECT_EQ(rival.get(), kSuccess);
+      RunWithRival(step, "CoreUtilsCloseDialog", {}, "CoreUtilsShowDialog", kSecond);
 
-  EXPECT_THAT(host.Transcript(),
-              ElementsAre(kCloses, kDeletes, kAsksForPipe, MakesMessage("second"), kAsksInitialised,
-                          kShowsAndReturns));
+      EXPECT_EQ(TakeCalls(),
+                Join({Closes(isReached),
+                      {kAsksForPipe, MakesMessage("second"), kAsksInitialised, kShowsAndReturns}}))
+          << step;
+      EndMessage();
+    }
+  }
 }
 
-TEST_F(SideBySideDialogs, AClosingWaitsForAClosing) {
-  ShowMessage("first");
-  host.AnswerWork("SkinDialog::Close", 0, RivalThatWaits("CoreUtilsCloseDialog"));
+TEST_F(SideBySideDialogs, AClosingWaitsForEachStepOfAClosing) {
+  for (const bool isReached : {true, false}) {
+    for (const std::string& step : Closes(isReached)) {
+      ShowMessage("first");
+      AnswerClosed(isReached);
 
-  EXPECT_EQ(Code("CoreUtilsCloseDialog"), kSuccess);
-  EXPECT_EQ(rival.get(), kSuccess);
+      RunWithRival(step, "CoreUtilsCloseDialog", {}, "CoreUtilsCloseDialog", {});
 
-  EXPECT_THAT(host.Transcript(), ElementsAre(kCloses, kDeletes));
+      EXPECT_EQ(TakeCalls(), Closes(isReached)) << step;
+    }
+  }
 }
 
 }  // namespace

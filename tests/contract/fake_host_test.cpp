@@ -43,6 +43,31 @@ TEST(FakeHost, GivesAnswersInTheirOrder) {
   EXPECT_THAT(host.Transcript(), ElementsAre("FileExists(\"C:/a\")", "FileExists(\"C:/b\")"));
 }
 
+TEST(FakeHost, LetsTheThreadIntoAMutexThatHasWaitedLongest) {
+  // The host knows a mutex by its address.
+  static ZelMutex mutex;
+  bool hasBeenIn = false;
+  mutex.Lock();
+  EXPECT_FALSE(FakeHost::HasWaitingThread());
+  const std::future<void> other = std::async(std::launch::async, [&] {
+    const ZelMutexLock lock(mutex);
+    hasBeenIn = true;
+  });
+  EXPECT_TRUE(ComesToAMutex(other));
+
+  mutex.Unlock();
+  mutex.Lock();
+
+  EXPECT_TRUE(hasBeenIn);
+  EXPECT_FALSE(FakeHost::HasWaitingThread());
+  mutex.Unlock();
+}
+
+TEST(FakeHost, KnowsWhatNeverComesToAMutex) {
+  const std::future<void> work = std::async(std::launch::async, [] {});
+  EXPECT_FALSE(ComesToAMutex(work));
+}
+
 TEST(FakeHost, ThrowsFromTheChosenCallAlone) {
   FakeHost host;
   host.Answer("FileExists", 1);

@@ -13,7 +13,7 @@ const std::map<std::string, std::vector<ResultCode>>& CodesByAction() {
   static const std::vector<ResultCode> always = {kSuccess};
   static const std::map<std::string, std::vector<ResultCode>> codes = {
       {"CoreUtilsAdvanceDialog", always},
-      {"CoreUtilsCheckClientAccept", {0, 1, 2, 3, 4}},
+      {"CoreUtilsCheckClientAccept", always},
       {"CoreUtilsCheckHTTPConnection", always},
       {"CoreUtilsCheckSMBShare", {kSuccess, kFailure, kSmbStepFailed}},
       {"CoreUtilsCheckTask", {kSuccess, kMasterNotInvoked}},

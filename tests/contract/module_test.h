@@ -134,6 +134,16 @@ inline Outcome RunAction(const FakeHost& host, const std::string& action, ZelCon
   return {code, Describe(params)};
 }
 
+/// Waits until a thread waits for a `ZelMutex`; false when this work has ended without that.
+template <typename Value>
+bool ComesToAMutex(const std::future<Value>& work) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!FakeHost::HasWaitingThread() && std::chrono::steady_clock::now() < end) {
+    if (work.wait_for(std::chrono::milliseconds(1)) == std::future_status::ready) return false;
+  }
+  return FakeHost::HasWaitingThread();
+}
+
 /// A test against a fresh host that knows the module's actions.
 class ModuleTest : public ::testing::Test {
  protected:

@@ -7,6 +7,8 @@ namespace {
 using IsUserLogged = UserTest;
 using ShellExecuteAsLoggedUser = UserTest;
 
+constexpr const char* kExecutesNothing = "SysTray::ExecuteAsLoggedUser(\"\")";
+
 TEST_F(IsUserLogged, ReportsAPersonWhoIsPresent) {
   host.Answer("IsUserLogged", 1);
   AnswerPipe();
@@ -50,6 +52,17 @@ TEST_F(IsUserLogged, HasClearedTheContainerBeforeItAsks) {
               ElementsAre(0, 1, 1));
 }
 
+TEST_F(IsUserLogged, AsksForThePipeNameEachTime) {
+  for (const std::string pipe : {"first", "second"}) {
+    host.Answer("IsUserLogged", 1);
+    host.AnswerText("ZelAgentGetProxyPipeName", pipe);
+    host.Answer("ProxyUtils::IsUserAbsent", 0);
+    Run("CoreUtilsIsUserLogged", {});
+    EXPECT_THAT(TakeCalls(), ElementsAre(kAsksWhoIsLogged, kAsksForPipe,
+                                         "ProxyUtils::IsUserAbsent(\"" + pipe + "\")"));
+  }
+}
+
 TEST_F(IsUserLogged, GoesOnWithoutAPipeName) {
   host.Answer("IsUserLogged", 1);
   host.AnswerText("ZelAgentGetProxyPipeName", "");
@@ -90,8 +103,14 @@ TEST_F(ShellExecuteAsLoggedUser, TakesAnAbsentCommandAsEmpty) {
   number.SetInt32("Command", 7, kNoIndex);
   for (const ZelContainer& params : {ZelContainer(), number, Texts({{"strCommand", "a.exe"}})}) {
     EXPECT_EQ(Run("CoreUtilsShellExecuteAsLoggedUser", params), (Outcome{kSuccess, "{}"}));
-    EXPECT_EQ(host.Transcript().back(), "SysTray::ExecuteAsLoggedUser(\"\")");
+    EXPECT_THAT(TakeCalls(), ElementsAre("ZelAgentGetSysTray()", kExecutesNothing));
   }
+}
+
+TEST_F(ShellExecuteAsLoggedUser, HandsAnEmptyCommandOverAndLogsNothing) {
+  EXPECT_EQ(Run("CoreUtilsShellExecuteAsLoggedUser", Texts({{"Command", ""}})),
+            (Outcome{kSuccess, "{}"}));
+  EXPECT_THAT(host.Transcript(), ElementsAre("ZelAgentGetSysTray()", kExecutesNothing));
 }
 
 }  // namespace

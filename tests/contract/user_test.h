@@ -45,15 +45,23 @@ class UserTest : public ModuleTest {
     return Run(action, params).code;
   }
 
-  /// To be done in the midst of a call: begins the action on another thread, where it has to wait
-  /// for the action that makes this call. The host is used by one thread at a time: by the other
-  /// one while this one looks whether it waits, and after this one has ended its action.
+  /// To be done in the midst of a call: begins the action on another thread, where it has to come
+  /// to a mutex that the action which makes this call holds. The host is used by one thread at a
+  /// time: by the other one until it waits, and after this one has ended its action.
   std::function<void()> RivalThatWaits(const std::string& action, const ZelContainer& params = {}) {
     return [this, action, params] {
       rival = std::async(std::launch::async, [=, this] { return Code(action, params); });
-      EXPECT_EQ(rival.wait_for(std::chrono::milliseconds(30)), std::future_status::timeout)
-          << action << " does not wait";
+      EXPECT_TRUE(ComesToAMutex(rival)) << action << " does not wait";
     };
+  }
+  /// Runs the action and, from its first call on that starts with `step`, the rival beside it,
+  /// which has to wait there.
+  void RunWithRival(const std::string& step, const std::string& action, const ZelContainer& params,
+                    const std::string& rivalAction, const ZelContainer& rivalParams) {
+    DoWithin(step, RivalThatWaits(rivalAction, rivalParams));
+    Code(action, params);
+    ASSERT_TRUE(rival.valid()) << action << " makes no call " << step;
+    rival.get();
   }
   /// Does something once, in the midst of the next call whose line starts like this: before it
   /// answers.

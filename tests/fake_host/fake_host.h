@@ -109,6 +109,9 @@ class FakeHost {
   /// The actions registered so far, in order.
   const std::vector<Registration>& Registrations() const { return registrations_; }
 
+  /// Whether a thread waits for a `ZelMutex` that another one holds. Any thread may ask.
+  static bool HasWaitingThread();
+
   /// Name and description of every logger that this program has constructed.
   static const std::vector<std::pair<std::string, std::string>>& Loggers();
 
