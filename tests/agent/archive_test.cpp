@@ -147,6 +147,14 @@ TEST_F(Archive, GivesBackFilesOfAnySize) {
   }
 }
 
+TEST_F(Archive, KeepsRoomForAnySizeUntilThatIsKnown) {
+  Put("large", "");
+  fs::resize_file(directory_.Native("tree/large"), PackAhead::kSmallBytes + 1);
+  ASSERT_EQ(Pack(), 0);
+  // In the entry's own record, whose second field is the version that is needed to read it.
+  EXPECT_EQ(ReadFile(directory_.Native("a.zip")).substr(0, 6), std::string("PK\x03\x04\x2D\0", 6));
+}
+
 // What a test does once the packing has come so far.
 uint64_t meanwhileAtBytes = 0;
 std::function<void()> meanwhile;

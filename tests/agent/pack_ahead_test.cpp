@@ -13,6 +13,7 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "tests/agent/archive_files.h"
 
@@ -184,12 +185,16 @@ TEST_F(PackAheadTest, NeverGivesOneFileForAnother) {
 }
 
 TEST_F(PackAheadTest, MakesBlocksHardlyLargerThanOneStream) {
-  for (const std::string& content :
-       {Lines(3 * kBlock), Periods(3 * kBlock), Noise(3 * kBlock), std::string(3 * kBlock, '\0')}) {
+  constexpr size_t kSize = 3 * kBlock;
+  const std::pair<const char*, std::string> contents[] = {{"lines", Lines(kSize)},
+                                                          {"periods", Periods(kSize)},
+                                                          {"noise", Noise(kSize)},
+                                                          {"zeros", std::string(kSize, '\0')}};
+  for (const auto& [name, content] : contents) {
     PackAhead ahead(
         {Put("large", content)}, [] { return MakeCompressor(6); }, 4);
     const size_t inOneGo = SizeInOneGo(content, 6);
-    EXPECT_LT(Joined(TakeAll(&ahead, 0)).size(), inOneGo + inOneGo / 200) << content.substr(0, 20);
+    EXPECT_LT(Joined(TakeAll(&ahead, 0)).size(), inOneGo + inOneGo / 200) << name;
   }
 }
 
