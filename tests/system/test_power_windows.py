@@ -1,5 +1,6 @@
-"""CoreUtilsExitOperatingSystem of the Windows build, in a Wine prefix that is thrown away. What ends
-with a session under Wine is every program of the prefix; no test here may use another one."""
+"""CoreUtilsExitOperatingSystem and `zelctl power` of the Windows build, in Wine prefixes that are
+thrown away: whatever the end is called, what ends under Wine is every program of the prefix. No test
+here may use another one."""
 
 import http.client
 import subprocess
@@ -22,16 +23,25 @@ def session(tmp_path):
                    env=clean_environment(**variables))
 
 
-def test_a_log_off_ends_every_program_of_the_session(make_agent, make_proxy, session):
-    elsewhere = make_proxy()
-    beside = make_proxy(**session)
-    agent = make_agent(variables=session)
-    agent.add_users()
-    agent.start()
-    assert agent.call("CoreUtilsGetFileSystems")[0] == 0
+@pytest.fixture
+def agent(make_agent, session):
+    made = make_agent(variables=session)
+    made.add_users()
+    made.start()
+    assert made.call("CoreUtilsGetFileSystems")[0] == 0
+    return made
 
+
+@pytest.fixture
+def beside(make_proxy, session):
+    return make_proxy(**session)
+
+
+@pytest.mark.parametrize("how", ["", "REBOOT"], ids=["log off", "restart"])
+def test_every_program_of_the_session_ends(agent, beside, make_proxy, how):
+    elsewhere = make_proxy()
     try:
-        assert agent.call("CoreUtilsExitOperatingSystem", HowToExit="")[0] == 0
+        assert agent.call("CoreUtilsExitOperatingSystem", HowToExit=how)[0] == 0
     except (ConnectionError, http.client.HTTPException):
         pass  # The end of the session was faster than the reply.
 
@@ -39,3 +49,18 @@ def test_a_log_off_ends_every_program_of_the_session(make_agent, make_proxy, ses
     beside.process.wait(WAIT_S)
     assert elsewhere.process.poll() is None
     assert elsewhere.stop() == 0
+
+
+def test_zelctl_powers_off_when_it_is_told_to(agent, beside):
+    # zelctl runs elsewhere, in the prefix of all tests.
+    for verb in ("logoff", "off", "reboot"):
+        done = agent.zelctl("power", verb)
+        assert (done.returncode, b"--yes" in done.stderr) == (2, True)
+    assert agent.call("CoreUtilsGetFileSystems")[0] == 0
+    assert beside.process.poll() is None
+
+    done = agent.zelctl("power", "off", "--yes")
+    # The end may have been faster than the reply here, too.
+    assert done.stdout == b"" and b"[y/N]" not in done.stderr
+    agent.process.wait(WAIT_S)
+    beside.process.wait(WAIT_S)
