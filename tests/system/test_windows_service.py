@@ -1,14 +1,21 @@
 """The Windows build as a service, in a Wine prefix of its own."""
 
+import contextlib
+import json
+import os
+import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import time
 import urllib.request
 
 import pytest
 
-from agents import BUILDS, ROOT, clean_environment
+from agents import BUILDS, PASSWORDS, ROOT, basic, clean_environment
+from desks import DIALOG_TITLE
+from screens import Screen, wait_until
 
 WINE_RUN = str(ROOT / "scripts/wine-run")
 NET = r"C:\windows\system32\net.exe"
@@ -19,14 +26,16 @@ def machine(tmp_path):
     """A function that runs a Windows program on a machine that nobody else uses."""
     environment = clean_environment(ZEL_WINEPREFIX=tmp_path / "prefix")
 
-    def run(*command):
-        return subprocess.run([WINE_RUN, *map(str, command)], env=environment, timeout=120,
-                              stdin=subprocess.DEVNULL, capture_output=True)
+    def run(*command, **variables):
+        return subprocess.run([WINE_RUN, *map(str, command)], env={**environment, **variables},
+                              timeout=120, stdin=subprocess.DEVNULL, capture_output=True)
 
     # As a service the agent wants none but administrators to change what is above it, and anybody
     # may write where tests keep their files: drive C: has nothing of that above it.
     assert run("cmd", "/c", "exit").returncode == 0
-    run.drive = tmp_path / "prefix/drive_c"
+    run.prefix = tmp_path / "prefix"
+    run.drive = run.prefix / "drive_c"
+    run.environment = environment
     yield run
     subprocess.run([WINE_RUN, "--stop"], env=environment, timeout=60, check=True)
 
@@ -92,3 +101,66 @@ def test_the_service_is_installed_started_stopped_and_removed(machine, installat
     removed = machine(zelagent, "service", "remove")
     assert removed.returncode == 0, removed.stderr
     assert machine(NET, "start", "zelagent").returncode != 0
+
+
+@pytest.fixture
+def screen(machine):
+    """That of the machine, which has had none so far."""
+    subprocess.run([WINE_RUN, "--stop"], env=machine.environment, timeout=60, check=True)
+    made = Screen()
+    machine.environment["DISPLAY"] = made.display
+    yield made
+    made.stop()
+
+
+def proxies(machine):
+    """Numbers of the proxies that run on the machine."""
+    found = []
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        with contextlib.suppress(OSError):
+            ours = f"WINEPREFIX={machine.prefix}\0".encode() in (process / "environ").read_bytes()
+            if ours and b"zelproxy.exe" in (process / "cmdline").read_bytes():
+                found.append(int(process.name))
+    return found
+
+
+def call(url, action, **parameters):
+    """(code, container)"""
+    request = urllib.request.Request(
+        url + "/v1/actions/" + action, json.dumps(parameters).encode(),
+        {"Authorization": basic("admin", PASSWORDS["admin"]), "Content-Type": "application/json"})
+    with urllib.request.urlopen(request, timeout=60) as reply:
+        answer = json.load(reply)
+    return answer["code"], answer["container"]
+
+
+def test_the_service_has_a_proxy_show_dialogs_and_starts_it_again(machine, installation, screen):
+    home = machine.drive / "home"
+    zelagent = r"C:\installed\zelagent.exe"
+    (home / "config").mkdir(parents=True)
+    (home / "password").write_text(PASSWORDS["admin"] + "\n")
+    added = machine(zelagent, "user", "add", "admin", "--role", "administrator", "--password-file",
+                    r"C:\home\password", ZEL_HOME=r"C:\home")
+    assert added.returncode == 0, added.stderr
+    assert machine(zelagent, "service", "install", "--home", r"C:\home", "--port",
+                   "0").returncode == 0
+    assert machine(zelagent, "service", "start").returncode == 0
+    log = home / "log/zelagent.log"
+    url = wait_for(lambda: re.search(r"Serving at (\S+)", log.read_text())).group(1)
+
+    first, = wait_for(lambda: proxies(machine))
+    assert call(url, "CoreUtilsShowDialog", Message="Hello") == (0, {})
+    window = screen.wait_window(DIALOG_TITLE)
+    os.kill(first, signal.SIGKILL)
+    wait_until(lambda: not window.is_there(), what="the dialog to go with its proxy")
+
+    second, = wait_for(lambda: proxies(machine))
+    assert second != first
+    assert call(url, "CoreUtilsShowDialog", Message="Hello again") == (0, {})
+    screen.wait_window(DIALOG_TITLE)
+    assert proxies(machine) == [second]
+
+    assert machine(zelagent, "service", "stop").returncode == 0
+    screen.wait_free()
+    wait_for(lambda: not proxies(machine))
+    assert machine(zelagent, "service", "remove").returncode == 0
