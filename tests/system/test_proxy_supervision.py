@@ -4,6 +4,7 @@ import contextlib
 import os
 import pathlib
 import pwd
+import re
 import shutil
 import signal
 import subprocess
@@ -139,6 +140,22 @@ def test_a_proxy_that_was_killed_is_started_again(make_session, start_agent):
     again = session.wait_proxy(other_than=process)
     assert again != process
     assert agent.call("CoreUtilsIsUserLogged") == (0, {"UserLogged": True, "ScreenSaving": False})
+
+
+def test_programs_for_the_user_run_as_the_user_and_not_as_the_agent(make_session, start_agent):
+    session = make_session(FIRST)
+    agent = start_agent()
+    assert pathlib.Path(f"/proc/{agent.process.pid}").stat().st_uid == 0
+    file = session.directory / "made"
+    command = f'/bin/sh -c "cat /proc/self/status >{file}.part; mv {file}.part {file}"'
+    assert agent.call("CoreUtilsShellExecuteAsLoggedUser", Command=command) == (0, {})
+    wait_until(file.exists, what="the file")
+    assert file.stat().st_uid == session.uid
+    status = dict(re.findall(r"(?m)^(\w+):\t(.*?) *$", file.read_text()))
+    assert status["Uid"].split() == 4 * [str(session.uid)]
+    assert status["Gid"].split() == 4 * [str(session.account.pw_gid)]
+    assert "0" not in status["Groups"].split()
+    assert int(status["CapEff"], 16) == 0
 
 
 def test_what_needs_the_user_waits_for_the_proxy_to_start(make_session, start_agent, logind):
