@@ -35,10 +35,12 @@ def windows_libraries():
 class Desk:
     """What is made once for all tests of a platform. Its user is the one who runs the tests."""
 
-    def __init__(self, platform, directory):
-        """`directory` has a short path and is empty."""
+    def __init__(self, platform, directory, scale=1):
+        """`directory` has a short path and is empty. With a `scale` of 2 there are twice as many dots
+        per inch."""
         self.platform = platform
         self.directory = directory
+        self.scale = scale
         self.agents = []
         self.proxy = None
         self.pipe = None
@@ -50,7 +52,7 @@ class Desk:
             raise
 
     def make(self):
-        self.screen = TwoMonitors(self.directory)
+        self.screen = TwoMonitors(self.directory, self.scale)
         self.ending.callback(self.screen.stop)
         self.environment = {"DISPLAY": self.screen.display, "LC_ALL": "en_US.UTF-8",
                             "XDG_SESSION_TYPE": "x11"}
@@ -64,6 +66,7 @@ class Desk:
             self.logind = MockLogind(self.directory / "bus")
             self.ending.callback(self.logind.stop)
             self.environment |= self.logind.environment | self.start_session_bus()
+            self.environment["GDK_SCALE"] = self.scale
             self.log_on()
         self.ending.callback(self.end_proxy)
         self.start_proxy()
@@ -97,6 +100,8 @@ class Desk:
         path = r"C:\windows\system32;C:\windows;" + agent_path("windows", windows_libraries() + "/bin")
         self.wine_run("reg.exe", "add", MACHINE_ENVIRONMENT, "/v", "PATH", "/t", "REG_EXPAND_SZ",
                       "/d", path, "/f", DISPLAY="")
+        self.wine_run("reg.exe", "add", r"HKCU\Control Panel\Desktop", "/v", "LogPixels",
+                      "/t", "REG_DWORD", "/d", str(96 * self.scale), "/f", DISPLAY="")
         self.wine_run("--stop")
 
     def start_session_bus(self):
@@ -176,7 +181,7 @@ class Desk:
 
     def click_button(self, window, from_the_end=1):
         """Clicks a button of a dialog, the last one or one before; labels are short."""
-        window.click(-66 - 102 * (from_the_end - 1), -30)
+        window.click(self.scale * (-66 - 102 * (from_the_end - 1)), self.scale * -30)
 
     # For each test.
 
@@ -200,10 +205,10 @@ class Desk:
 
 
 @contextlib.contextmanager
-def new_desk(platform):
+def new_desk(platform, scale=1):
     directory = pathlib.Path(tempfile.mkdtemp(prefix="zeldesk"))
     try:
-        made = Desk(platform, directory)
+        made = Desk(platform, directory, scale)
         try:
             yield made
         finally:

@@ -15,6 +15,7 @@ import zlib
 import Xlib.display
 import Xlib.error
 import Xlib.ext
+import Xlib.support.unix_connect
 from Xlib import X, XK, Xatom, Xutil
 from Xlib.ext import xtest
 
@@ -22,6 +23,18 @@ from agents import ROOT, clean_environment
 
 # It stumbles over the numbers that other extensions have in some servers.
 Xlib.ext.__extensions__ = [("XTEST", "xtest")]
+
+
+def abstract_socket(address):
+    """A connection to the X server of this network namespace. In each it has the same number, and
+    the socket among the files is that of whichever server was started last on the machine."""
+    connection = socket.socket(socket.AF_UNIX)
+    connection.connect("\0" + address.lstrip("\0"))
+    return connection
+
+
+# Other programs look there first by themselves.
+Xlib.support.unix_connect._get_unix_socket = abstract_socket
 
 SCREENSHOTS = ROOT / "build/test-logs/screenshots"
 START_TIMEOUT_S = 20
@@ -73,6 +86,13 @@ class Picture:
         count = sum(pixels.count(int.from_bytes(bytes(colour) + bytes([last]), sys.byteorder))
                     for last in (0, 255))
         return count / len(pixels)
+
+    def count_bright(self):
+        """How many pixels are nearly white."""
+        is_bright = bytes(value > 200 for value in range(256))
+        blue, green, red = (int.from_bytes(self.data[channel::4].translate(is_bright), "big")
+                            for channel in range(3))
+        return (blue & green & red).bit_count()
 
     def has_only(self, colour):
         return self.share_of(colour) == 1
@@ -383,19 +403,21 @@ class Screen:
 
 
 class TwoMonitors(Screen):
-    """A screen whose monitors stand side by side, both of 800 by 600 pixels. Xvfb has but one, so
-    this is the X server of TigerVNC, which has as many as its viewer asks for."""
+    """A screen whose monitors stand side by side, both of 800 by 600 pixels, or `scale` times that.
+    Xvfb has but one, so this is the X server of TigerVNC, which has as many as its viewer asks
+    for."""
 
-    def __init__(self, directory):
+    def __init__(self, directory, scale=1):
         self.socket = directory / "rfb"
-        super().__init__(1600, 600)
+        self.monitor = (800 * scale, 600 * scale)
+        super().__init__(2 * self.monitor[0], self.monitor[1])
 
     def _server(self):
         return ["Xtigervnc", "-geometry", f"{self.width}x{self.height}", "-depth", "24",
                 "-SecurityTypes", "None", "-rfbport", "-1", "-rfbunixpath", str(self.socket)]
 
     def monitors(self):
-        return [(0, 0, 800, 600), (800, 0, 800, 600)]
+        return [(0, 0, *self.monitor), (self.monitor[0], 0, *self.monitor)]
 
     def _prepare(self):
         """Asks for two monitors, as a viewer of remote desktops does (RFC 6143 and its extension
@@ -416,8 +438,8 @@ class TwoMonitors(Screen):
             stream.read(int.from_bytes(name_length, "big"))
             extended_desktop_size = struct.pack(">BxHi", 2, 1, -308)
             ask_for_all = struct.pack(">BBHHHH", 3, 0, 0, 0, 8, 8)
-            monitors = b"".join(struct.pack(">IHHHHI", 1 + number, 800 * number, 0, 800, 600, 0)
-                                for number in range(2))
+            monitors = b"".join(struct.pack(">IHHHHI", 1 + number, *place, 0)
+                                for number, place in enumerate(self.monitors()))
             set_size = struct.pack(">BxHHBx", 251, self.width, self.height, 2) + monitors
             exchange(extended_desktop_size + ask_for_all + set_size, 16)
             wait_until(lambda: "Monitors: 2" in subprocess.run(
