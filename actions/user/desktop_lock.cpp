@@ -18,14 +18,14 @@ class DesktopLockState {
   bool SetMessage(const ZelString& text);
   bool Unlock();
   /// Takes no lock: it sends the state as it finds it, beside the others.
-  bool Restore() const;
+  bool RestoreUnguarded() const;
 
  private:
   const ZelString& Message() const { return messages_[newest_]; }
   void KeepMessage(const ZelString& text);
 
   /// The newest is the text set last while the desktop was locked; it survives an unlock. The ones
-  /// before it stay a while for a `Restore` that is copying one.
+  /// before it stay a while for a `RestoreUnguarded` that is copying one.
   std::array<ZelString, 16> messages_;
   std::atomic<uint32_t> newest_ = 0;
   /// Lock requests that were not undone; 0 means unlocked.
@@ -88,7 +88,7 @@ bool DesktopLockState::Unlock() {
   return isUnlocked;
 }
 
-bool DesktopLockState::Restore() const {
+bool DesktopLockState::RestoreUnguarded() const {
   if (lockCount_ == 0) return true;
 
   const ZelString pipeName = PipeName();
@@ -120,5 +120,5 @@ ResultCode CoreUtilsUnlockDesktop(ZelContainer*) {
 }
 
 ResultCode CoreUtilsRestoreDesktopLockState(ZelContainer*) {
-  return DesktopLockState::Instance().Restore() ? kSuccess : kFailure;
+  return DesktopLockState::Instance().RestoreUnguarded() ? kSuccess : kFailure;
 }

@@ -2,9 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "agent/libZel/debug_context.h"
+#include "agent/libZelCore/core_log.h"
 #include "tests/agent/temporary_directory.h"
 
 namespace {
@@ -64,6 +68,30 @@ TEST_F(TheUsersTexts, AreTheKeyWhereThereIsNone) {
 
   EXPECT_EQ(texts.Find("_NO_SUCH_", "de"), "_NO_SUCH_");
   EXPECT_EQ(texts.Find("", "de"), "");
+}
+
+TEST_F(TheUsersTexts, AreMissedOnceInTheLog) {
+  const std::filesystem::path log = directory_.Native() / "log";
+  {
+    ZelDebugContext context({.logFile = log});
+    CoreLog().SetContext(&context);
+    UserTexts texts = Texts();
+    for (const char* language : {"de", "en", "de"}) {
+      texts.Find("_MISSED_", language);
+      texts.Find("_MISSED_TOO_", language);
+      texts.Find("A", language);
+    }
+    CoreLog().SetContext(nullptr);
+  }
+
+  std::vector<std::string> missed;
+  std::istringstream lines(ReadFile(log));
+  const std::string text = "There is no text for the key ";
+  for (std::string line; std::getline(lines, line);) {
+    if (const size_t at = line.find(text); at != std::string::npos)
+      missed.push_back(line.substr(at + text.size()));
+  }
+  EXPECT_THAT(missed, ElementsAre("\"_MISSED_\"", "\"_MISSED_TOO_\""));
 }
 
 }  // namespace

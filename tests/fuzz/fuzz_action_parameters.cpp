@@ -13,6 +13,7 @@
 
 #include "tests/contract/fault_sweep_cases.h"
 #include "tests/contract/module_test.h"
+#include "tests/contract/user_test.h"
 #include "tests/fake_host/fake_host.h"
 #include "tests/fuzz/require.h"
 
@@ -79,9 +80,16 @@ constexpr struct {
                   {"FileOpen", 7},
                   {"FileCreate", 8},
                   {"XmlProxyClient::Initialise", 1},
-                  {"UserSession::IsUserLogged", 1},
+                  {"IsUserLogged", 1},
                   {"ActionDbInvokeContainer", 0},
-                  {"InvokeContainerToMasterWithTempTunnel", 0}};
+                  {"InvokeContainerToMasterWithTempTunnel", 0},
+                  {"ProxyDesktopLockManager::Lock", 1},
+                  {"ProxyDesktopLockManager::SetMessage", 1},
+                  {"ProxyDesktopLockManager::Unlock", 1},
+                  {"SkinDialog", 0},
+                  {"SkinDialog::IsInitialised", 1},
+                  {"SkinDialog::Show", 0},
+                  {"SkinDialog::Close", 0}};
 
 ZelContainer NextContainer(FuzzedDataProvider& input, int levels) {
   ZelContainer container;
@@ -111,8 +119,10 @@ ZelContainer NextContainer(FuzzedDataProvider& input, int levels) {
 
 // What the host answers beside refusals.
 void Script(FuzzedDataProvider& input, FakeHost& host) {
+  // At once, too: a question that is answered needs many of them.
+  const bool grantsAll = input.ConsumeBool();
   for (const auto& success : kSuccesses) {
-    if (input.ConsumeBool()) host.AnswerAlways(success.function, success.value);
+    if (grantsAll || input.ConsumeBool()) host.AnswerAlways(success.function, success.value);
   }
   // A few times only: some actions look for a name that is free until they find one.
   for (int count = input.ConsumeIntegralInRange(0, 4); count > 0; --count)
@@ -120,6 +130,8 @@ void Script(FuzzedDataProvider& input, FakeHost& host) {
   for (int count = input.ConsumeIntegralInRange(0, 3); count > 0; --count)
     AnswerVerdict(host, input.ConsumeBool() ? kWritable : kForbidden);
   host.AnswerAlways("FileGetSize", input.ConsumeIntegralInRange(0, 100));
+  // The buttons, and ends without one.
+  host.AnswerAlways("SkinDialog::GetButtonClickedID", input.ConsumeIntegralInRange(99, 103));
   host.AnswerBytes("FileRead", input.ConsumeRandomLengthString(60));
   std::vector<FakeHost::DirectoryEntry> entries;
   for (int count = input.ConsumeIntegralInRange(0, 3); count > 0; --count)
@@ -149,6 +161,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   host.ComplainTo([](const std::string&) {});
   RegisterModule(host);
   InitialiseModule(host);
-  Run(input, host);
+  // Some actions begin where others have ended: a locked desktop, a message that is shown.
+  for (int count = input.ConsumeIntegralInRange(1, 3); count > 0; --count) Run(input, host);
+  EndUserInteraction(host);
   return 0;
 }
