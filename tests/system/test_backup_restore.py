@@ -1,6 +1,8 @@
 """CoreUtilsRestoreBackupFromRelay and CoreUtilsRestoreBackup: backups come back."""
 
+import contextlib
 import os
+import pathlib
 import subprocess
 import zipfile
 
@@ -163,6 +165,30 @@ def test_a_directory_that_cannot_be_opened_is_told_by_the_log_alone(talkative_pa
     assert (code, container) == (SUCCESS, {
         "Name": slashes(device.path(backups.restored)) + "/", "ErrorCode": 0})
     assert "Directory access error !" in log and LOST in log
+    assert backups.arrived() == {}
+
+
+@contextlib.contextmanager
+def drive_of_wine(letter, directory):
+    """Its root. Wine's drives are there when a first program has run."""
+    link = pathlib.Path(os.environ["ZEL_WINEPREFIX"]) / "dosdevices" / f"{letter}:"
+    link.symlink_to(directory)
+    yield f"{letter}:\\"
+    link.unlink()
+
+
+def test_a_volume_without_entries_is_told_by_the_log_alone(fleet, backups):
+    # Every other directory has at least "." and "..".
+    device, relay = fleet.pair("ssl", "windows", "windows", log={"level": "detail"})
+    host, port = device.address()
+    with drive_of_wine("q", backups.kept) as root:
+        (code, container), log = new_log(relay, lambda: relay.call(
+            "CoreUtilsRestoreBackup", SourcePath=root,
+            DestinationPath=device.path(backups.restored), Name="db", Last=True, HostName=host,
+            HttpPort=port))
+    assert (code, container) == (SUCCESS, {
+        "Name": slashes(device.path(backups.restored)) + "/", "ErrorCode": 0})
+    assert "File access error !" in log and LOST in log
     assert backups.arrived() == {}
 
 

@@ -134,6 +134,20 @@ def test_backup_list_tells_the_newest(pair, kept):
     assert (status, "cannot be opened" in errors) == (1, True)
 
 
+def test_backup_list_marks_what_backup_restore_takes(pair, tmp_path):
+    device, relay = pair
+    (tmp_path / "kept").mkdir()
+    for number, name in enumerate(["db_20250131.zip", "db_20260101.ZIP", "db_21060208.zip",
+                                   "db_20250401.bak", "old-db_20250201.zip"]):
+        (tmp_path / "kept" / name).write_bytes(bytes([number]))
+    rows = run(relay, "backup", "list", relay.path(tmp_path / "kept"), "db")[1].splitlines()[1:]
+    assert [row.split()[0] for row in rows if "newest" in row] == ["old-db_20250201.zip"]
+
+    assert run(device, "backup", "restore", "--last", "db", "--from",
+               relay.path(tmp_path / "kept"), "--to", device.path(tmp_path / "restored"))[0] == 0
+    assert os.listdir(tmp_path / "restored") == ["old-db_20250201.zip"]
+
+
 def test_backup_restore_brings_it_back_and_prints_where_it_is(pair, kept, tmp_path):
     device, relay = pair
     arguments = ["--from", relay.path(kept), "--to", device.path(tmp_path / "restored")]
