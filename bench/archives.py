@@ -71,7 +71,7 @@ def packers(build, directory, tree):
             pack("7z.zip", "7z", "a", "-tzip", "-mx=5", "../7z.zip", ".")]
 
 
-def pack_rows(directory, what, seconds):
+def pack_rows(directory, what, seconds, size_aim):
     """Time, and the size of what came out, beside the faster one of the others."""
     sizes = [(directory / name).stat().st_size for name in ("ours.zip", "zip.zip", "7z.zip")]
     faster = 1 if seconds[1] < seconds[2] else 2
@@ -79,7 +79,7 @@ def pack_rows(directory, what, seconds):
     return [row(f"packing {what}", seconds[0] * 1e3, "ms", peer, seconds[faster] * 1e3,
                 at_most(0.5)),
             row("size of the archive", sizes[0] / 1e3, "kB", peer, sizes[faster] / 1e3,
-                at_most(1))]
+                size_aim)]
 
 
 def bench_pack(build, directory):
@@ -87,12 +87,13 @@ def bench_pack(build, directory):
     seconds = alternate(packers(build, directory, fill_tree(directory)), 3)
     rows = pack_rows(
         directory, f"{ARCHIVED_FILES:,} files of {ARCHIVED_FILES * ARCHIVED_BYTES >> 20:,} MiB",
-        seconds)
+        seconds, at_most(1))
 
     ours, by_zip, by_7z = packers(build, directory, fill_file(directory))
     # 7z takes minutes for several turns, and is the slower one by far.
     seconds = [*alternate([ours, by_zip], 1), seconds_of(by_7z)]
-    return rows + pack_rows(directory, f"one file of {size_text(ONE_FILE_BYTES)}", seconds)
+    return rows + pack_rows(directory, f"one file of {size_text(ONE_FILE_BYTES)}", seconds,
+                            at_most(1.01))
 
 
 def bench_extract(build, directory):
