@@ -114,8 +114,8 @@ def test_shows_how_much_time_is_left(desk):
     desk.screen.photograph("dialog-time-left-" + desk.platform)
 
     def read():
-        # What is shown may be old by the second that it stands for, and a moment.
-        most = 65 - (time.monotonic() - appeared) + 1.5
+        # What is shown may be old by the second that it stands for, and by what a busy machine takes.
+        most = 65 - (time.monotonic() - appeared) + 2.5
         left = seconds_left(desk)
         assert 65 - (time.monotonic() - begin) <= left <= most
         return left
