@@ -76,7 +76,7 @@ class PackAhead {
   };
   // In work and not yet taken.
   static constexpr uint64_t kMaxAheadBytes = 32 << 20;
-  static constexpr size_t kMaxAheadPieces = 256;
+  static constexpr size_t kMaxAheadPieces = 2048;
 
   void Work(std::unique_ptr<Compressor> compressor);
   bool Begin(Turn* turn, Packer* packer);
