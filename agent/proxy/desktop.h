@@ -87,6 +87,7 @@ class Desktop {
   /// input, and throws, with nothing left on the screen, when it cannot hold it. Locked already:
   /// does nothing.
   virtual void Lock() = 0;
+  /// What the locked screen shows from now on; the next lock begins with its own words again.
   virtual void SetLockText(const std::string& title, const std::string& text) = 0;
   /// Returns when the screen is free again; does nothing when it is.
   virtual void Unlock() = 0;

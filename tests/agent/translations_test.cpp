@@ -275,6 +275,15 @@ TEST(ShippedTranslationsOf, EveryLanguageHaveTheKeysAndPlaceholdersOfEnglish) {
   EXPECT_THAT(languages, ElementsAre("ar", "de", "en", "fr"));
 }
 
+// A name may be so long that what stands behind it is out of sight.
+TEST(ShippedTranslationsOf, AllLanguagesPutTheNameOfWhoAsksBehindTheQuestion) {
+  for (const fs::directory_entry& entry : fs::directory_iterator(ShippedTranslations())) {
+    const std::string text = ShippedTexts(entry.path()).at("_MESSAGEBOX_DA_ACKNOWLEDGMENTREQUEST_");
+    EXPECT_THAT(text, EndsWith("{AdminName}")) << entry.path();
+    EXPECT_THAT(text, HasSubstr("\n\n")) << entry.path();
+  }
+}
+
 TEST(ShippedTranslationsOf, EnglishNameWhoAsksAndTheTimeLeft) {
   const TranslationTexts english = ShippedTexts(ShippedTranslations() / "en.ini");
 

@@ -64,7 +64,7 @@ class GtkDesktop final : public Desktop {
       : texts_(texts),
         log_(std::move(log)),
         scale_(::gdk_monitor_get_scale_factor(FirstMonitor())),
-        lock_(texts.lockTitle, texts.lockText, log_) {
+        lock_(log_) {
     ::gdk_event_handler_set(HandleEvent, this, nullptr);
   }
 
@@ -218,7 +218,7 @@ void GtkDesktop::Lock() {
     bool isLocked = false;
     thread_.Do([&] {
       if (isEnding_) throw DesktopEnded();
-      isLocked = lock_.TryLock();
+      isLocked = lock_.TryLock(texts_.lockTitle, texts_.lockText);
       if (!isLocked) return;
       for (auto& [id, dialog] : dialogs_) dialog.window->SetCovered(true);
     });

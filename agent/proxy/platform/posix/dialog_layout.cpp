@@ -82,6 +82,10 @@ constexpr const char* kStyle = R"(
   font-size: 28px;
   font-weight: bold;
 }
+/* Without a compositor the frame is drawn here, and themes draw a thick white one. */
+.zelproxy-dialog.solid-csd > decoration {
+  padding: 1px; border: none; box-shadow: none; background-color: #a9a29a;
+}
 .zelproxy-dialog button.text-button { padding: 6px 14px; }
 .zelproxy-dialog .zelproxy-answers button:focus {
   border-color: #2a6fc4; outline: none; box-shadow: 0 0 0 1px #2a6fc4;

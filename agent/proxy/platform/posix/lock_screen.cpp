@@ -31,15 +31,16 @@ GdkWindow* Root() {
 
 }  // namespace
 
-LockScreen::LockScreen(std::string title, std::string text, Log log)
-    : title_(std::move(title)), text_(std::move(text)), log_(std::move(log)) {}
+LockScreen::LockScreen(Log log) : log_(std::move(log)) {}
 
 LockScreen::~LockScreen() {
   Unlock();
 }
 
-bool LockScreen::TryLock() {
+bool LockScreen::TryLock(const std::string& title, const std::string& text) {
   if (isLocked_) return true;
+  title_ = title;
+  text_ = text;
   // A press on one of this program's own windows holds the pointer, too.
   ::gdk_seat_ungrab(::gdk_display_get_default_seat(::gdk_display_get_default()));
   if (!HoldInput()) {

@@ -19,14 +19,14 @@ class LockWindow;
 class LockScreen : public sigc::trackable {
  public:
   using Log = std::function<void(const std::string& line)>;
-  LockScreen(std::string title, std::string text, Log log);
+  explicit LockScreen(Log log);
   ~LockScreen();
   LockScreen(const LockScreen&) = delete;
   LockScreen& operator=(const LockScreen&) = delete;
 
   /// False when another program holds the input at this moment. Then, and when it throws, the
-  /// screen and the input are free.
-  bool TryLock();
+  /// screen and the input are free. Locked already: does nothing, and the texts stay.
+  bool TryLock(const std::string& title, const std::string& text);
   bool IsLocked() const { return isLocked_; }
   void SetText(const std::string& title, const std::string& text);
   void Unlock();

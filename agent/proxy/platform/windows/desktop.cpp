@@ -86,12 +86,10 @@ class WindowsDesktop final : public Desktop {
   // Of the desktop's thread.
   std::map<uint32_t, OpenDialog> dialogs_;
   std::unique_ptr<LockScreen> lock_;
-  std::string lockTitle_;
-  std::string lockText_;
 };
 
 WindowsDesktop::WindowsDesktop(const DesktopTexts& texts, DesktopLog log)
-    : texts_(texts), log_(std::move(log)), lockTitle_(texts.lockTitle), lockText_(texts.lockText) {
+    : texts_(texts), log_(std::move(log)) {
   if (!HasVisibleStation()) return;
   WNDCLASSEXW description{};
   description.cbSize = sizeof description;
@@ -230,7 +228,8 @@ void WindowsDesktop::TakeDownFinished() {
 void WindowsDesktop::Lock() {
   thread_.Do([&] {
     if (lock_) return;
-    LockFace face{LineForWindow(lockTitle_), LinesForWindow(lockText_), texts_.isRightToLeft};
+    LockFace face{LineForWindow(texts_.lockTitle), LinesForWindow(texts_.lockText),
+                  texts_.isRightToLeft};
     lock_ = std::make_unique<LockScreen>(window_, kLockTimer, std::move(face));
     for (const auto& [id, dialog] : dialogs_) dialog.window->SetCovered(true);
   });
@@ -238,8 +237,6 @@ void WindowsDesktop::Lock() {
 
 void WindowsDesktop::SetLockText(const std::string& title, const std::string& text) {
   thread_.Do([&] {
-    lockTitle_ = title;
-    lockText_ = text;
     if (lock_) lock_->SetText(LineForWindow(title), LinesForWindow(text));
   });
 }

@@ -15,6 +15,7 @@ struct DeleteGdiObject {
 using GdiFont = std::unique_ptr<std::remove_pointer_t<HFONT>, DeleteGdiObject>;
 using GdiBitmap = std::unique_ptr<std::remove_pointer_t<HBITMAP>, DeleteGdiObject>;
 using GdiBrush = std::unique_ptr<std::remove_pointer_t<HBRUSH>, DeleteGdiObject>;
+using GdiRegion = std::unique_ptr<std::remove_pointer_t<HRGN>, DeleteGdiObject>;
 using GdiPen = std::unique_ptr<std::remove_pointer_t<HPEN>, DeleteGdiObject>;
 
 struct DeleteContext {

@@ -57,12 +57,6 @@ TRIVERTEX Vertex(LONG x, LONG y, COLORREF colour) {
   return {x, y, wide(GetRValue(colour)), wide(GetGValue(colour)), wide(GetBValue(colour)), 0};
 }
 
-COLORREF Between(COLORREF from, COLORREF to, int part, int whole) {
-  const auto mixed = [&](int a, int b) { return static_cast<BYTE>(a + (b - a) * part / whole); };
-  return RGB(mixed(GetRValue(from), GetRValue(to)), mixed(GetGValue(from), GetGValue(to)),
-             mixed(GetBValue(from), GetBValue(to)));
-}
-
 void FillBackground(HDC context, int width, int height) {
   TRIVERTEX corners[] = {Vertex(0, 0, kTopColour), Vertex(width, height, kBottomColour)};
   GRADIENT_RECT whole{0, 1};
@@ -70,31 +64,33 @@ void FillBackground(HDC context, int width, int height) {
 }
 
 // A padlock: a bow and a body with a keyhole, `side` pixels high.
-void DrawSign(HDC context, int side, COLORREF background) {
-  const auto at = [&](int percent) { return side * percent / 100; };
-  const GdiBrush ground(CreateSolidBrush(background));
-  const GdiBrush colour(CreateSolidBrush(kSignColour));
-  const RECT all{0, 0, side, side};
-  FillRect(context, &all, ground.get());
+GdiRegion MakeSign(int side) {
+  const auto part = [&](int left, int top, int right, int bottom, int diameter) {
+    const auto at = [&](int percent) { return side * percent / 100; };
+    return GdiRegion(
+        CreateRoundRectRgn(at(left), at(top), at(right), at(bottom), at(diameter), at(diameter)));
+  };
+  const GdiRegion insideOfBow = part(36, 12, 64, 84, 28);
+  const GdiRegion body = part(16, 44, 84, 98, 12);
+  const GdiRegion hole = part(44, 60, 56, 72, 12);
+  const GdiRegion slot = part(47, 66, 53, 83, 6);
 
-  const HGDIOBJ penBefore = SelectObject(context, GetStockObject(NULL_PEN));
-  const HGDIOBJ brushBefore = SelectObject(context, colour.get());
-  RoundRect(context, at(28), at(4), at(72), at(84), at(44), at(44));
-  SelectObject(context, ground.get());
-  RoundRect(context, at(36), at(12), at(64), at(84), at(28), at(28));
-  SelectObject(context, colour.get());
-  RoundRect(context, at(16), at(44), at(84), at(98), at(12), at(12));
-  SelectObject(context, ground.get());
-  Ellipse(context, at(44), at(60), at(56), at(72));
-  RoundRect(context, at(47), at(66), at(53), at(83), at(6), at(6));
-  SelectObject(context, brushBefore);
-  SelectObject(context, penBefore);
+  GdiRegion sign = part(28, 4, 72, 84, 44);
+  CombineRgn(sign.get(), sign.get(), insideOfBow.get(), RGN_DIFF);
+  CombineRgn(sign.get(), sign.get(), body.get(), RGN_OR);
+  CombineRgn(sign.get(), sign.get(), hole.get(), RGN_DIFF);
+  CombineRgn(sign.get(), sign.get(), slot.get(), RGN_DIFF);
+  return sign;
 }
 
-void PaintSign(HDC context, int x, int y, int side, COLORREF background) {
+// Over an enlarged copy of what is there, so that the background stays as it is.
+void PaintSign(HDC context, int x, int y, int side) {
   const int large = side * kSmoothing;
   const Canvas canvas(context, large, large);
-  DrawSign(canvas.Context(), large, background);
+  SetStretchBltMode(canvas.Context(), COLORONCOLOR);
+  StretchBlt(canvas.Context(), 0, 0, large, large, context, x, y, side, side, SRCCOPY);
+  const GdiBrush colour(CreateSolidBrush(kSignColour));
+  FillRgn(canvas.Context(), MakeSign(large).get(), colour.get());
   SetStretchBltMode(context, HALFTONE);
   SetBrushOrgEx(context, 0, 0, nullptr);
   StretchBlt(context, x, y, side, side, canvas.Context(), 0, 0, large, large, SRCCOPY);
@@ -161,8 +157,7 @@ void LockPainter::Paint(HDC context, const RECT& area, UINT dpi) {
 
   const int left = (width - textWidth) / 2;
   int top = std::max(0, (height - side - gaps - fonts.titleHeight - fonts.textHeight) / 2);
-  PaintSign(painting, (width - side) / 2, top, side,
-            Between(kTopColour, kBottomColour, top + side / 2, height));
+  PaintSign(painting, (width - side) / 2, top, side);
   top += side + Scaled(kGap, dpi);
   PaintText(painting, fonts.title.get(), face_.title,
             {left, top, left + textWidth, top + fonts.titleHeight}, kTitleColour, flags);

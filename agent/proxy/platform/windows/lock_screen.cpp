@@ -12,8 +12,6 @@
 namespace {
 
 constexpr wchar_t kClass[] = L"ZelProxyLock";
-// Not for people: what is shown stands in the window.
-constexpr wchar_t kWindowTitle[] = L"zelproxy lock";
 constexpr UINT kFrontMs = 250;
 // The hooks are set anew from time to time: the system removes them without a word when it had to
 // wait for them.
@@ -159,12 +157,12 @@ void LockScreen::MakeCover(const RECT& place) {
     description.lpszClassName = kClass;
     return RegisterClassExW(&description);
   }();
-  const HWND window = registered
-                          ? CreateWindowExW(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, kClass, kWindowTitle,
-                                            WS_POPUP, place.left, place.top,
-                                            place.right - place.left, place.bottom - place.top,
-                                            owner_, nullptr, GetModuleHandleW(nullptr), this)
-                          : nullptr;
+  const HWND window =
+      registered
+          ? CreateWindowExW(WS_EX_TOPMOST | WS_EX_TOOLWINDOW, kClass, L"", WS_POPUP, place.left,
+                            place.top, place.right - place.left, place.bottom - place.top, owner_,
+                            nullptr, GetModuleHandleW(nullptr), this)
+          : nullptr;
   if (!window) throw std::runtime_error("the windows of the lock cannot be made");
   covers_.push_back({window, place});
   SetWindowPos(window, HWND_TOPMOST, 0, 0, 0, 0, SWP_NOMOVE | SWP_NOSIZE | SWP_SHOWWINDOW);
@@ -184,9 +182,10 @@ void LockScreen::SetText(std::wstring title, std::wstring text) {
   }
 }
 
+// Screen readers take the window's own text, which nothing else shows, for what is painted in it.
 void LockScreen::Announce() {
   const std::wstring words = painter_.Face().title + L"\r\n" + painter_.Face().text;
-  for (const Cover& cover : covers_) SetAccessibleName(cover.window, words);
+  for (const Cover& cover : covers_) SetWindowTextW(cover.window, words.c_str());
 }
 
 void LockScreen::OnTimer() {
