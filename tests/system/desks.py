@@ -14,7 +14,7 @@ import pytest
 
 from agents import ROOT, START_TIMEOUT_S, Agent, agent_path, clean_environment, program
 from mock_logind import MockLogind, end_programs, wait_listening
-from proxy import Proxy
+from proxy import Proxy, Talk
 from screen_reader import read_screen
 from screens import TwoMonitors, wait_until
 
@@ -23,6 +23,8 @@ PREFIX_TIMEOUT_S = 120
 MACHINE_ENVIRONMENT = r"HKLM\System\CurrentControlSet\Control\Session Manager\Environment"
 # For what cannot be brought about under Wine; each test says why.
 ON_LINUX = pytest.mark.parametrize("platform", ["linux"], indirect=True)
+# For what only programs of Windows can bring about.
+ON_WINDOWS = pytest.mark.parametrize("platform", ["windows"], indirect=True)
 DIALOG_TITLE = "Message from your administrator"
 CONFIG = "[proxy]\npipe = {pipe}\nstart = no\n"
 
@@ -124,13 +126,26 @@ class Desk:
         return read_screen(self.environment)
 
     def texts(self):
-        """Everything that the windows on the screen say."""
-        if self.platform == "linux":
-            return [name for _, name in self.read_screen()]
-        done = subprocess.run(program(self.platform, "test_programs/read_windows"),
-                              env=clean_environment(**self.environment), stdin=subprocess.DEVNULL,
-                              capture_output=True, timeout=START_TIMEOUT_S, check=True)
-        return done.stdout.decode().splitlines()
+        """Everything that the proxy's windows say."""
+        found = self.read_screen() if self.platform == "linux" else self.window_texts()
+        return [text for _, text in found]
+
+    # On Windows: what other programs do on this desktop.
+
+    def start_windows_program(self, name):
+        """One of the tests' own, with its output as a pipe; the caller ends it."""
+        return subprocess.Popen(program("windows", "test_programs/" + name),
+                                env=clean_environment(**self.environment),
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                stderr=subprocess.DEVNULL)
+
+    def window_texts(self):
+        """(class, text) of each window of the proxy's and of its controls; a backslash and an n
+        stand for the end of a line."""
+        with self.start_windows_program("read_windows") as reader:
+            lines = reader.stdout.read().decode().splitlines()
+        assert reader.returncode == 0
+        return [tuple(line.split("\t", 1)) for line in lines]
 
     # The session, on Linux. Wine has one and no more.
 
@@ -153,6 +168,9 @@ class Desk:
         if self.proxy:
             self.proxy.kill()
         self.proxy = None
+
+    def talk(self):
+        return Talk(self.proxy, **self.environment)
 
     def restart_proxy(self, **environment):
         self.end_proxy()

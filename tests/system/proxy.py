@@ -1,9 +1,13 @@
 """Starts a real zelproxy and stops it."""
 
 import signal
+import socket
+import struct
 import subprocess
 import threading
 import uuid
+from xml.etree import ElementTree
+from xml.sax.saxutils import escape
 
 from agents import START_TIMEOUT_S, STOP_TIMEOUT_S, clean_environment, program
 
@@ -39,6 +43,44 @@ class Proxy:
         if self.process.poll() is None:
             self.process.kill()
             self.process.wait()
+
+
+class Talk:
+    """A connection to a proxy, on which the test says what an agent would say."""
+
+    def __init__(self, proxy, **environment):
+        self.program = None
+        if proxy.platform == "windows":
+            self.program = subprocess.Popen(
+                program("windows", "test_programs/pipe_talk") + [proxy.pipe],
+                env=clean_environment(**environment), stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                stderr=subprocess.DEVNULL)
+            self.to_proxy, self.from_proxy = self.program.stdin, self.program.stdout
+        else:
+            self.socket = socket.socket(socket.AF_UNIX)
+            self.socket.connect(proxy.pipe)
+            self.to_proxy = self.from_proxy = self.socket.makefile("rwb")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.to_proxy.close()
+        if self.program:
+            self.program.wait(STOP_TIMEOUT_S)
+            self.from_proxy.close()
+        else:
+            self.socket.close()
+
+    def ask(self, request, **fields):
+        """The code of the reply."""
+        lines = "".join(f'<field name="{name}">{escape(text)}</field>'
+                        for name, text in fields.items())
+        document = f'<message kind="request" name="{request}" id="1">{lines}</message>'.encode()
+        self.to_proxy.write(struct.pack(">I", len(document)) + document)
+        self.to_proxy.flush()
+        size, = struct.unpack(">I", self.from_proxy.read(4))
+        return int(ElementTree.fromstring(self.from_proxy.read(size)).get("code"))
 
 
 def make_agent_with(make_agent, pipe):

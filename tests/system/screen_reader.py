@@ -1,4 +1,5 @@
-"""What a screen reader finds in the windows of a desktop: as a program it prints that as JSON."""
+"""What a screen reader finds in the windows of a desktop: as a program it prints that as JSON. Of a
+text that scrolls it is what stands there from the first line on that can be seen."""
 
 import json
 import subprocess
@@ -22,8 +23,15 @@ def read():
 
     found = []
 
+    def shown_text(accessible):
+        place = accessible.get_extents(Atspi.CoordType.SCREEN)
+        text = accessible.get_text_iface()
+        first = text.get_offset_at_point(place.x + 10, place.y + 10, Atspi.CoordType.SCREEN)
+        return Atspi.Text.get_text(text, first, text.get_character_count())
+
     def walk(accessible):
-        found.append((accessible.get_role_name(), accessible.get_name()))
+        role = accessible.get_role_name()
+        found.append((role, shown_text(accessible) if role == "text" else accessible.get_name()))
         for index in range(accessible.get_child_count()):
             child = accessible.get_child_at_index(index)
             if child:

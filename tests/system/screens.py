@@ -3,12 +3,14 @@
 import array
 import operator
 import os
+import pathlib
 import re
 import select
 import socket
 import struct
 import subprocess
 import sys
+import tempfile
 import time
 import zlib
 
@@ -17,12 +19,11 @@ import Xlib.error
 import Xlib.ext
 import Xlib.support.unix_connect
 from Xlib import X, XK, Xatom, Xutil
-from Xlib.ext import xtest
 
 from agents import ROOT, clean_environment
 
-# It stumbles over the numbers that other extensions have in some servers.
-Xlib.ext.__extensions__ = [("XTEST", "xtest")]
+# It stumbles over the numbers that extensions have in some servers, and none is needed.
+Xlib.ext.__extensions__ = []
 
 
 def abstract_socket(address):
@@ -97,6 +98,10 @@ class Picture:
     def has_only(self, colour):
         return self.share_of(colour) == 1
 
+    def keep(self, name):
+        """As a file for those who look at what the tests have seen."""
+        self.save(SCREENSHOTS / (re.sub(r"[^\w-]+", "-", name).strip("-") + ".png"))
+
     def save(self, file):
         rows = bytearray()
         for y in range(self.height):
@@ -167,6 +172,14 @@ class Window:
 
     def picture(self):
         return self.screen.picture(*self.place())
+
+    def photograph(self, name):
+        """Keeps what is seen of it, its frame included."""
+        left, top, width, height = self.place()
+        frame = self._property("_NET_FRAME_EXTENTS", Xatom.CARDINAL) or [0, 0, 0, 0]
+        before, after, above, below = map(int, frame)
+        self.screen.picture(left - before, top - above, width + before + after,
+                            height + above + below).keep(name)
 
     def is_active(self):
         return self.screen.active_window() == self
@@ -265,10 +278,17 @@ class Screen:
         self._prepare()
         self.x = Xlib.display.Display(self.display)
         self.root = self.x.screen().root
-        self._run(["openbox", "--sm-disable"],
-                  env=clean_environment(DISPLAY=self.display, XDG_CONFIG_HOME="/nonexistent",
-                                        XDG_CACHE_HOME="/nonexistent"))
-        self._wait_window_manager()
+        # The usual settings, but for buttons of title bars that windows here do not ask for: it does
+        # not look at what they ask for.
+        with tempfile.NamedTemporaryFile("w", suffix=".xml") as settings:
+            usual = pathlib.Path("/etc/xdg/openbox/rc.xml").read_text()
+            assert "<titleLayout>NLIMC<" in usual
+            settings.write(usual.replace("<titleLayout>NLIMC<", "<titleLayout>LC<"))
+            settings.flush()
+            self._run(["openbox", "--sm-disable", "--config-file", settings.name],
+                      env=clean_environment(DISPLAY=self.display, XDG_CONFIG_HOME="/nonexistent",
+                                            XDG_CACHE_HOME="/nonexistent"))
+            self._wait_window_manager()
         # Away from where windows appear.
         self.move(self.width - 1, self.height - 1)
         self.empty = self.picture()
@@ -302,6 +322,17 @@ class Screen:
             process.terminate()
             process.wait(START_TIMEOUT_S)
 
+    # Virtual desktops.
+
+    def current_desktop(self):
+        return self._root_property("_NET_CURRENT_DESKTOP")[0]
+
+    def switch_desktop(self, number):
+        """As a click in a pager would."""
+        assert number < self._root_property("_NET_NUMBER_OF_DESKTOPS")[0]
+        self.ask_window_manager(self.root, "_NET_CURRENT_DESKTOP", number)
+        wait_until(lambda: self.current_desktop() == number, what="the other desktop")
+
     def _root_property(self, name):
         found = self.root.get_full_property(self.x.get_atom(name), X.AnyPropertyType)
         return found and list(found.value)
@@ -309,8 +340,7 @@ class Screen:
     def ask_window_manager(self, x_window, request, *values):
         message = Xlib.protocol.event.ClientMessage(
             window=x_window, client_type=self.x.get_atom(request),
-            data=(32, (list(values) + [0] * 5)[:5] if request == "_NET_CLOSE_WINDOW"
-                  else [2, 0, 0, 0, 0]))
+            data=(32, (list(values) + [0] * 5)[:5]))
         self.root.send_event(message, X.SubstructureRedirectMask | X.SubstructureNotifyMask)
         self.x.sync()
 
@@ -353,7 +383,7 @@ class Screen:
 
     def photograph(self, name):
         picture = self.picture()
-        picture.save(SCREENSHOTS / (re.sub(r"[^\w-]+", "-", name).strip("-") + ".png"))
+        picture.keep(name)
         return picture
 
     def wait_still(self, place=None):
@@ -374,32 +404,19 @@ class Screen:
 
     # Hands.
 
+    def _do(self, *commands):
+        subprocess.run(["xdotool", *map(str, commands)], check=True, timeout=START_TIMEOUT_S,
+                       env=clean_environment(DISPLAY=self.display), stdout=subprocess.DEVNULL)
+
     def move(self, x, y):
-        xtest.fake_input(self.x, X.MotionNotify, x=x, y=y)
-        self.x.sync()
+        self._do("mousemove", x, y)
 
     def click(self, x, y):
-        self.move(x, y)
-        for kind in (X.ButtonPress, X.ButtonRelease):
-            xtest.fake_input(self.x, kind, 1)
-        self.x.sync()
+        self._do("mousemove", x, y, "click", "--delay", 0, 1)
 
     def key(self, *names):
         """Presses keys one after the other: "Escape", "alt+F4"."""
-        for name in names:
-            codes = [self._key_code(part) for part in name.split("+")]
-            for code in codes:
-                xtest.fake_input(self.x, X.KeyPress, code)
-            for code in reversed(codes):
-                xtest.fake_input(self.x, X.KeyRelease, code)
-            self.x.sync()
-
-    def _key_code(self, name):
-        keysym = XK.string_to_keysym({"alt": "Alt_L", "ctrl": "Control_L", "shift": "Shift_L",
-                                      "super": "Super_L"}.get(name, name))
-        code = self.x.keysym_to_keycode(keysym)
-        assert code, "no key " + name
-        return code
+        self._do("key", *names)
 
 
 class TwoMonitors(Screen):

@@ -5,9 +5,11 @@ import time
 
 import pytest
 
-from desks import DIALOG_TITLE, ON_LINUX, AuditWatch
+from desks import DIALOG_TITLE, ON_LINUX, ON_WINDOWS, AuditWatch
 from screens import DEAF_S, Typewriter, wait_until
 
+QUESTION = ("An administrator asks to connect to this computer and see your screen. "
+            "Do you allow it?")
 WAITING = "Waiting for acknowledgment of local user"
 ACCEPTED = "Connection accepted by local user"
 REFUSED = "Connection refused by local user"
@@ -61,7 +63,9 @@ def question(desk):
 
 
 def test_yes_accepts(desk, question):
-    desk.screen.photograph("consent-" + desk.platform)
+    desk.screen.move(1, 1)
+    desk.screen.wait_still()
+    question.window.photograph("consent-" + desk.platform)
     desk.click_button(question.window, 2)
     assert question.answer() == {"Acknowledge": 1}
     assert events(question.watch) == [WAITING, ACCEPTED]
@@ -199,6 +203,23 @@ def test_the_user_has_touched_nothing_for_a_while(desk, impatient_agent):
     assert question.answer() == {}
 
 
+@ON_WINDOWS
+def test_the_user_of_windows_has_touched_nothing_for_a_while(desk, impatient_agent):
+    def is_absent():
+        return impatient_agent.call("CoreUtilsIsUserLogged")[1]["ScreenSaving"]
+
+    assert desk.call("CoreUtilsShowDialog", Message="To be touched") == (0, {})
+    window = desk.screen.wait_window()
+    wait_until(lambda: window.click(30, 30) or not is_absent(), what="the user to be there")
+    wait_until(is_absent, what="the user to count as absent")
+    watch = AuditWatch(impatient_agent)
+    assert ask(desk, impatient_agent).result() == (0, {"Acknowledge": 4})
+    assert events(watch) == [ABSENT]
+    wait_until(lambda: window.click(30, 30) or not is_absent(), what="the user to be back")
+    assert desk.call("CoreUtilsCloseDialog")[0] == 0
+    desk.screen.wait_free()
+
+
 @ON_LINUX
 def test_the_user_has_locked_the_session(desk):
     # On Windows the system's own lock cannot be brought about under Wine.
@@ -277,17 +298,41 @@ def test_the_question_names_the_administrator(desk):
     assert first != other
 
 
+ODD_NAMES = ["Jane Doe", "<b>Jane</b> & \"Doe\" _x %s {AdminName}"]
+
+
 @ON_LINUX
-@pytest.mark.parametrize("name", ["Jane Doe", "<b>Jane</b> & \"Doe\" _x %s {AdminName}"])
+@pytest.mark.parametrize("name", ODD_NAMES)
 def test_screen_readers_read_the_question(desk, name):
-    # Under Wine nothing reads a window's texts from outside.
     question = Question(desk, name=name)
     found = desk.read_screen()
     assert ("alert", DIALOG_TITLE) in found
-    assert ("label", name + " asks to connect to this computer and see your screen. "
-            "Do you allow it?") in found
+    assert ("label", f"{QUESTION}\n\nName: {name}") in found
     assert [row for row in found if row[0] == "push button" and row[1] != "Close"] == [
         ("push button", "Yes"), ("push button", "No")]
+    question.withdraw()
+    assert question.answer() == {}
+
+
+@ON_WINDOWS
+@pytest.mark.parametrize("name", ODD_NAMES)
+def test_other_programs_of_windows_read_the_question(desk, name):
+    question = Question(desk, name=name)
+    assert desk.window_texts() == [
+        ("ZelProxyDialog", DIALOG_TITLE), ("Button", "Yes"), ("Button", "No"),
+        ("Edit", rf"{QUESTION}\n\nName: {name}")]
+    question.withdraw()
+    assert question.answer() == {}
+
+
+@pytest.mark.parametrize("name", [500 * "Press Yes to go on. ", 100 * "\n", 3_000 * "W"],
+                         ids=["words", "lines", "letters"])
+def test_no_name_moves_the_question_out_of_sight(desk, name):
+    question = Question(desk, name=name)
+    desk.screen.photograph("consent-long-name-" + desk.platform)
+    texts = desk.read_screen() if desk.platform == "linux" else desk.window_texts()
+    shown = [text for kind, text in texts if kind in ("label", "text", "Edit")]
+    assert any(text.startswith(QUESTION) for text in shown), shown
     question.withdraw()
     assert question.answer() == {}
 
@@ -306,12 +351,15 @@ def test_a_name_is_no_markup_and_no_command(desk):
 
 @ON_LINUX
 @pytest.mark.parametrize("locale, title, question_text, buttons", [
-    ("de_DE.UTF-8", "Nachricht Ihrer Systemverwaltung", "Jane Doe möchte sich mit diesem Computer "
-     "verbinden und Ihren Bildschirm sehen. Erlauben Sie das?", ["Ja", "Nein"]),
-    ("fr_FR.UTF-8", "Message de votre administrateur", "Jane Doe demande à se connecter à cet "
-     "ordinateur et à voir votre écran. L’autorisez-vous\u00a0?", ["Oui", "Non"]),
+    ("de_DE.UTF-8", "Nachricht Ihrer Systemverwaltung", "Jemand von Ihrer Systemverwaltung möchte "
+     "sich mit diesem Computer verbinden und Ihren Bildschirm sehen. Erlauben Sie das?\n\n"
+     "Name: Jane Doe", ["Ja", "Nein"]),
+    ("fr_FR.UTF-8", "Message de votre administrateur", "Un administrateur demande à se connecter "
+     "à cet ordinateur et à voir votre écran. L’autorisez-vous\u00a0?\n\nNom\u00a0: Jane Doe",
+     ["Oui", "Non"]),
     ("ar_EG.UTF-8", "رسالة من مسؤول النظام",
-     "يطلب Jane Doe الاتصال بهذا الحاسوب ورؤية شاشتك. هل تسمح بذلك؟", ["نعم", "لا"]),
+     "يطلب أحد مسؤولي النظام الاتصال بهذا الحاسوب ورؤية شاشتك. هل تسمح بذلك؟\n\nالاسم: Jane Doe",
+     ["نعم", "لا"]),
 ], ids=["de", "fr", "ar"])
 def test_the_question_is_in_the_users_language(desk, locale, title, question_text, buttons):
     # scripts/wine-run gives all programs the same locale.

@@ -1,14 +1,18 @@
 """The lock of the desktop, as whoever sits in front of it meets it."""
 
 import concurrent.futures
+import contextlib
+import threading
 import time
 
 import pytest
 
-from desks import DIALOG_TITLE, ON_LINUX, new_desk
+from agents import START_TIMEOUT_S
+from desks import DIALOG_TITLE, ON_LINUX, ON_WINDOWS, new_desk
 from screens import Typewriter, wait_until
 
 WHITE = (255, 255, 255)
+TITLE = "This computer is locked"
 
 
 def lock(desk, message="The machine is being updated.", agent=None):
@@ -57,39 +61,53 @@ def wait_free(desk):
     wait_until(lambda: is_free(desk), what="a free screen")
 
 
+def abandon_lock(desk, end_agent):
+    """What waits until the lock of an agent that ends now has gone, and tells after how long."""
+    corner = desk.screen.picture(0, 0, 1, 1)
+
+    def is_free():
+        return desk.screen.picture(0, 0, 1, 1) == corner
+
+    assert lock(desk) == 0
+    wait_until(lambda: not is_free(), what="a lock that is painted")
+    end_agent(desk.agent)
+    begin = time.monotonic()
+    assert not is_free()
+
+    def wait_free():
+        wait_until(is_free, 40, "the screen to become free")
+        return time.monotonic() - begin
+
+    return wait_free
+
+
+# The desks' proxies are not the agents' own, which would end with an agent that stops.
+ENDS = {"killed": lambda agent: agent.kill(), "stopped": lambda agent: agent.stop()}
+
+
 @pytest.fixture(scope="session")
-def abandoned_lock():
-    """A lock of a desk of its own, whose agent is killed now: after how many seconds it has gone."""
+def abandoned_locks():
+    """Locks of desks of their own, whose agents have ended: after how many seconds each has gone."""
     # What measures the time is the same on all platforms. Half a minute is long for one test: the
     # others go on meanwhile.
-    with new_desk("linux") as desk, concurrent.futures.ThreadPoolExecutor(1) as watcher:
-        corner = desk.screen.picture(0, 0, 1, 1)
-
-        def is_free():
-            return desk.screen.picture(0, 0, 1, 1) == corner
-
-        assert lock(desk) == 0
-        wait_until(lambda: not is_free(), what="a lock that is painted")
-        begin = time.monotonic()
-        desk.agent.kill()
-
-        def wait_free():
-            wait_until(is_free, 40, "the screen to become free")
-            return time.monotonic() - begin
-
-        yield watcher.submit(wait_free)
+    with contextlib.ExitStack() as ending:
+        desks = {how: ending.enter_context(new_desk("linux")) for how in ENDS}
+        watcher = ending.enter_context(concurrent.futures.ThreadPoolExecutor(len(ENDS)))
+        yield {how: watcher.submit(abandon_lock(desks[how], end)) for how, end in ENDS.items()}
 
 
 @pytest.mark.first
-def test_a_lock_stays_when_its_agent_is_killed(abandoned_lock):
-    assert not abandoned_lock.done()
+@pytest.mark.parametrize("how", ENDS)
+def test_a_lock_stays_when_its_agent_has_ended(abandoned_locks, how):
+    assert not abandoned_locks[how].done()
 
 
 def test_a_lock_covers_all_monitors(desk, typewriter):
     assert lock(desk) == 0
     assert is_covered(desk)
-    desk.screen.photograph("lock-" + desk.platform)
+    desk.screen.wait_still()
     pictures = desk.screen.monitor_pictures()
+    pictures[0].keep("lock-" + desk.platform)
     assert len(pictures) == 2
     for picture in pictures:
         assert picture.share_of(WHITE) < 0.05
@@ -99,6 +117,78 @@ def test_a_lock_covers_all_monitors(desk, typewriter):
 
     assert unlock(desk) == 0
     wait_free(desk)
+
+
+def shown_texts(desk):
+    """(title, message) of each monitor, as screen readers find them."""
+    if desk.platform == "windows":
+        return [tuple(text.split("\\n", 1)) for name, text in desk.window_texts()
+                if name == "ZelProxyLock"]
+    labels = [name for role, name in desk.read_screen() if role == "label"]
+    return list(zip(labels[0::2], labels[1::2]))
+
+
+def test_screen_readers_read_title_and_message(desk, typewriter):
+    assert lock(desk, "The machine is being updated.") == 0
+    assert shown_texts(desk) == 2 * [(TITLE, "The machine is being updated.")]
+    assert change(desk, "Two minutes more.") == 0
+    assert shown_texts(desk) == 2 * [(TITLE, "Two minutes more.")]
+    assert unlock(desk) == 0
+
+
+def rows_of_things(picture):
+    """(top, bottom) of each thing that stands out from the background, the sign and lines of text."""
+    rows = []
+    for y in range(picture.height):
+        line = picture.data[4 * y * picture.width:4 * (y + 1) * picture.width]
+        is_background = max(line[1::4]) < 90  # its green is darker than that of all else
+        if is_background:
+            continue
+        if rows and rows[-1][1] == y:
+            rows[-1] = (rows[-1][0], y + 1)
+        else:
+            rows.append((y, y + 1))
+    return rows
+
+
+def test_title_and_message_are_painted_below_the_sign(desk, typewriter):
+    assert lock(desk, "The machine is being updated.") == 0
+    desk.screen.wait_still()
+    for picture in desk.screen.monitor_pictures():
+        sign, title, message = rows_of_things(picture)
+        assert title[1] - title[0] > message[1] - message[0]
+
+    with desk.talk() as talk:
+        assert talk.ask("lock-text", title="", text="The machine is being updated.") == 0
+    desk.screen.wait_still()
+    for picture in desk.screen.monitor_pictures():
+        sign, message = rows_of_things(picture)
+    assert unlock(desk) == 0
+
+
+def test_a_lock_begins_without_the_message_of_the_one_before(desk, typewriter):
+    assert lock(desk, "Only for those who were here") == 0
+    assert unlock(desk) == 0
+    with desk.talk() as talk:
+        assert talk.ask("lock") == 0
+        wait_covered(desk)
+        assert shown_texts(desk) == 2 * [
+            (TITLE, "Keyboard and mouse are locked while work is being done on this computer. "
+                    "Please wait.")]
+        assert talk.ask("unlock") == 0
+
+
+@ON_LINUX
+def test_the_title_is_in_the_users_language(desk, typewriter):
+    # scripts/wine-run gives all programs the same locale.
+    desk.restart_proxy(LC_ALL="de_DE.UTF-8")
+    # An agent remembers for some seconds what language the proxy speaks.
+    agent = desk.start_agent()
+    assert lock(desk, "Bis gleich.", agent) == 0
+    desk.screen.photograph("lock-de")
+    assert shown_texts(desk) == 2 * [("Dieser Computer ist gesperrt", "Bis gleich.")]
+    assert agent.call("CoreUtilsUnlockDesktop")[0] == 0
+    desk.end_proxy()
 
 
 def test_locks_add_up(desk, typewriter):
@@ -170,6 +260,81 @@ def test_keys_and_pointer_reach_nothing(desk, typewriter):
     typewriter.window.activate()
     desk.screen.key("c")
     wait_until(lambda: typewriter.typed() == "ac", what="the key after the lock")
+
+
+class PushingWindow:
+    """A window of another program of Windows that wants to be in front of all others."""
+
+    def __init__(self, desk):
+        self.desk = desk
+        self.program = desk.start_windows_program("pushing_window")
+        self.lines = []
+        self.reader = threading.Thread(target=lambda: self.lines.extend(
+            line.decode().strip() for line in self.program.stdout))
+        self.reader.start()
+        wait_until(lambda: self.lines == ["ready"], START_TIMEOUT_S, "a window that pushes")
+
+    def touch(self):
+        self.desk.screen.key("x")
+        self.desk.screen.click(60, 60)
+
+    def wait_reached(self):
+        """Until a key and a click reach it, which must first get in front, and its hooks."""
+        before = len(self.lines)
+        expected = {"key 88", "click 513", "heard key 88", "heard click 513"}
+        wait_until(lambda: self.touch() or expected <= set(self.lines[before:]),
+                   what="a key and a click")
+
+    def close(self):
+        self.program.kill()
+        self.program.wait()
+        self.reader.join()
+
+
+@ON_WINDOWS
+def test_keys_and_pointer_reach_no_window_that_pushes_forward(desk):
+    # On Linux the X server itself gives all input to who holds it.
+    window = PushingWindow(desk)
+    try:
+        window.wait_reached()
+        time.sleep(0.5)
+        assert desk.call("CoreUtilsLockDesktop", LockMessage="Hands off")[0] == 0
+        before = list(window.lines)
+        for _ in range(10):
+            window.touch()
+        time.sleep(0.5)
+        assert window.lines == before
+        assert unlock(desk) == 0
+        window.wait_reached()
+    finally:
+        window.close()
+
+
+@pytest.fixture
+def first_virtual_desktop(desk):
+    yield
+    desk.screen.switch_desktop(0)
+
+
+@ON_LINUX
+def test_a_lock_covers_all_virtual_desktops(desk, typewriter, first_virtual_desktop):
+    # Those of Windows are not Wine's, and programs under Wine know nothing of the window manager's.
+    desk.screen.key("ctrl+alt+Right")
+    wait_until(lambda: desk.screen.current_desktop() == 1, what="the desktop that a key leads to")
+    desk.screen.switch_desktop(0)
+    wait_free(desk)
+
+    desk.screen.move(3, 3)
+    assert lock(desk) == 0
+    locked = desk.screen.wait_still()
+    desk.screen.key("ctrl+alt+Right")
+    time.sleep(0.5)
+    assert desk.screen.current_desktop() == 0
+    for number in (1, 0):
+        desk.screen.switch_desktop(number)
+        wait_until(lambda: desk.screen.picture().is_like(locked), what="the lock")
+    assert unlock(desk) == 0
+    wait_free(desk)
 
 
 def test_dialogs_that_appear_meanwhile_stay_below(desk, typewriter):
@@ -245,17 +410,17 @@ def test_an_unlock_that_nobody_hears_counts(desk, typewriter):
     wait_free(desk)
 
 
-def test_an_agent_that_stops_frees_the_screen_in_time(desk, typewriter):
+def test_another_agent_inherits_the_screen_of_one_that_has_stopped(desk, typewriter):
     agent = desk.start_agent()
     assert lock(desk, agent=agent) == 0
-    agent.stop()
+    assert agent.stop() == 0
     assert is_covered(desk)
-    # Another agent that wants the lock inherits the screen.
     assert lock(desk) == 0
     assert unlock(desk) == 0
     wait_free(desk)
 
 
 @pytest.mark.last
-def test_a_lock_whose_agent_was_killed_goes_in_time(abandoned_lock):
-    assert 25 < abandoned_lock.result(45) < 33
+@pytest.mark.parametrize("how", ENDS)
+def test_a_lock_whose_agent_has_ended_goes_in_time(abandoned_locks, how):
+    assert 25 < abandoned_locks[how].result(45) < 33

@@ -60,7 +60,9 @@ BOTH = {"Message": "Shall the update begin now?", "ButtonOK": "Now", "ButtonCanc
 
 def test_the_first_of_two_buttons(desk):
     dialog = Dialog(desk, **BOTH)
-    desk.screen.photograph("dialog-two-buttons-" + desk.platform)
+    desk.screen.move(1, 1)
+    desk.screen.wait_still()
+    dialog.window.photograph("dialog-" + desk.platform)
     desk.click_button(dialog.window, 2)
     assert dialog.result() == 1
     desk.screen.wait_free()
@@ -315,6 +317,14 @@ def test_a_message_without_buttons_stays_until_the_next_one(desk):
     assert desk.call("CoreUtilsCloseDialog")[0] == 0
     desk.screen.wait_free()
     assert desk.call("CoreUtilsCloseDialog")[0] == 0
+
+
+def test_other_programs_read_a_message_without_buttons(desk):
+    assert desk.call("CoreUtilsShowDialog", Message="Read to those who listen") == (0, {})
+    desk.screen.wait_window(DIALOG_TITLE)
+    assert "Read to those who listen" in desk.texts()
+    assert desk.call("CoreUtilsCloseDialog")[0] == 0
+    desk.screen.wait_free()
 
 
 def test_dialogs_go_with_their_agent(desk):

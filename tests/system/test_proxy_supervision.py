@@ -13,7 +13,7 @@ import sys
 import pytest
 
 from agents import Agent
-from desks import DIALOG_TITLE, ON_LINUX
+from desks import DIALOG_TITLE, ON_LINUX, ON_WINDOWS
 from mock_logind import MockLogind, end_programs
 from screens import Screen, wait_until
 
@@ -238,11 +238,41 @@ def test_a_listener_that_the_socket_does_not_belong_to_hears_nothing(desk, short
         impostor.wait()
 
 
-@pytest.mark.parametrize("platform", ["windows"], indirect=True)
-def test_a_session_of_windows_gets_a_proxy(desk, make_agent):
+def check_that_its_end_frees(agent, screen):
+    """Much sooner than 30 seconds after it, as when somebody else had started the proxy."""
+    def corner():
+        return screen.picture(0, 0, 1, 1)
+
+    free = corner()
+    assert agent.call("CoreUtilsLockDesktop", LockMessage="Until the agent stops")[0] == 0
+    wait_until(lambda: corner() != free, what="a locked screen")
+    assert agent.stop() == 0
+    wait_until(lambda: corner() == free, 5, "a free screen")
+
+
+def test_an_agent_that_stops_frees_the_screen_at_once(make_session, start_agent):
+    session = make_session(FIRST)
+    agent = start_agent()
+    session.wait_proxy()
+    check_that_its_end_frees(agent, session.screen)
+
+
+@pytest.fixture
+def agent_of_windows(desk, make_agent):
+    """Looks after the proxy of the desk's session."""
     agent = make_agent("[proxy]\nstart = yes\n", variables=desk.environment)
     agent.add_users()
-    agent.start()
+    return agent.start()
+
+
+@ON_WINDOWS
+def test_an_agent_of_windows_that_stops_frees_the_screen_at_once(desk, agent_of_windows):
+    check_that_its_end_frees(agent_of_windows, desk.screen)
+
+
+@ON_WINDOWS
+def test_a_session_of_windows_gets_a_proxy(desk, agent_of_windows):
+    agent = agent_of_windows
     assert agent.call("CoreUtilsShowDialog", Message="Hello") == (0, {})
     desk.screen.wait_window(DIALOG_TITLE)
     assert agent.call("CoreUtilsIsUserLogged") == (0, {"UserLogged": True, "ScreenSaving": False})
