@@ -217,8 +217,8 @@ def test_control_characters_harm_nothing(desk):
     assert call.result() == (0, {"Result": 0})
 
 
-@pytest.mark.parametrize("text", [2000 * "words ", 10_000 * "W", 3000 * "line\n"],
-                         ids=["words", "one word", "lines"])
+@pytest.mark.parametrize("text", [2000 * "words ", 10_000 * "W", 3000 * "line\n", 100_000 * "X"],
+                         ids=["words", "one word", "lines", "as long as texts may be"])
 def test_long_texts_stay_on_the_screen(desk, text):
     dialog = Dialog(desk, Message=text, ButtonOK=text, ButtonCancel="No")
     desk.screen.photograph(f"dialog-long-{text[:4]}-{desk.platform}")

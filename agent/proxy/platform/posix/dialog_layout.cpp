@@ -13,6 +13,8 @@
 
 #include <algorithm>
 
+#include "agent/proxy/long_lines.h"
+
 namespace {
 
 constexpr int kTextColumns = 52;
@@ -25,9 +27,8 @@ constexpr int kButtonWidth = 96;
 constexpr double kTextShareOfMonitor = 0.6;
 // Beyond this a text is not measured any more: it scrolls.
 constexpr size_t kLongTextBytes = 20'000;
-// A line is broken at the first blank after so many bytes, and after some more anywhere.
-constexpr size_t kLongLineBytes = 4'000;
-constexpr size_t kLongestLineBytes = 4'200;
+// A text view takes seconds for a single line of a million letters.
+constexpr LineLimits kLineLimits{4'000, 4'200};
 
 Glib::RefPtr<Gdk::Monitor> MonitorWithPointer() {
   const auto display = Gdk::Display::get_default();
@@ -106,27 +107,6 @@ Gtk::Widget* MakeImage(const LoadedImage& image) {
   return picture;
 }
 
-bool BeginsCharacter(char byte) {
-  return (static_cast<unsigned char>(byte) & 0xC0) != 0x80;
-}
-
-// A text view takes seconds for a single line of a million letters.
-std::string WithBrokenLines(const std::string& text) {
-  std::string broken;
-  size_t lineBytes = 0;
-  for (const char letter : text) {
-    const bool breaksBefore = lineBytes > kLongestLineBytes && BeginsCharacter(letter);
-    if (breaksBefore) {
-      broken += '\n';
-      lineBytes = 0;
-    }
-    const bool breaksHere = lineBytes > kLongLineBytes && letter == ' ';
-    broken += breaksHere ? '\n' : letter;
-    lineBytes = broken.back() == '\n' ? 0 : lineBytes + 1;
-  }
-  return broken;
-}
-
 // A text view, for a label's window cannot be higher than 32767 pixels.
 DialogText MakeLongText(const std::string& text, int width, int height) {
   const auto view = Gtk::make_managed<Gtk::TextView>();
@@ -138,7 +118,7 @@ DialogText MakeLongText(const std::string& text, int width, int height) {
                           &Gtk::TextView::set_top_margin, &Gtk::TextView::set_bottom_margin}) {
     (view->*side)(8);
   }
-  view->get_buffer()->set_text(WithBrokenLines(text));
+  view->get_buffer()->set_text(WithBrokenLines(text, kLineLimits));
   // No menu: while it is open, the screen could not be locked.
   view->signal_button_press_event().connect(
       [](GdkEventButton* event) { return event->button == GDK_BUTTON_SECONDARY; }, false);

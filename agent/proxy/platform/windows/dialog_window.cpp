@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "agent/proxy/long_lines.h"
 #include "agent/proxy/platform/windows/window_text.h"
 
 namespace {
@@ -20,6 +21,9 @@ constexpr UINT kTickMs = 1000;
 constexpr UINT_PTR kSubclass = 1;
 // In the state of a message about a key: it is held down.
 constexpr LPARAM kIsRepeated = LPARAM{1} << 30;
+
+// The control takes seconds for a single line of some ten thousand letters.
+constexpr LineLimits kLineLimits{1000, 1100};
 
 // While it is measured, pixels.
 constexpr int kFirstSide = 300;
@@ -56,7 +60,7 @@ DesktopDialog::DesktopDialog(const DialogContent& content, const DesktopTexts& t
       texts_(texts),
       picture_(std::move(picture)),
       finished_(std::move(finished)),
-      text_(LinesForWindow(content.text)) {
+      text_(LinesForWindow(WithBrokenLines(content.text, kLineLimits))) {
   try {
     const RECT monitor = MonitorOfPointer();
     MakeWindow({monitor.left, monitor.top, monitor.left + kFirstSide, monitor.top + kFirstSide});
