@@ -140,7 +140,9 @@ Outcome GenericArchive::Implementation::Extract(size_t index, const ZelString& t
   if (!outcome) return outcome;
   // Once all have come out the archive may be deleted, which may have been the only other copy.
   const bool isWhole = ++extractedCount == reader->Entries().size();
-  return isWhole ? OutcomeOf(tree.Sync()) : outcome;
+  if (!isWhole) return outcome;
+  const int error = tree.FinishDirectories();
+  return OutcomeOf(error == 0 ? tree.Sync() : error);
 }
 
 Outcome GenericArchive::Implementation::Pack(const ZelString& directory, int level,
@@ -168,6 +170,8 @@ void GenericArchive::Implementation::Finish() {
     if (error != 0) Warn("packing", path, file_system::ErrorText(error));
     progress->Finish(error == 0 ? ZelString() : file_system::ErrorText(error));
   } else if (!writer && progress) {
+    // After entries that did not come out.
+    tree.FinishDirectories();
     progress->Finish(refusedCount == 0 ? ZelString()
                                        : ZelString::FromInt64(static_cast<int64_t>(refusedCount)) +
                                              " entries did not come out");

@@ -10,13 +10,13 @@
 
 namespace file_system {
 
-/// What a file gets beside its content.
+/// What a file or directory gets beside its content.
 struct OutputAttributes {
   /// In nanoseconds since 1970 (UTC).
   std::optional<int64_t> modifiedNs;
   /// Permission bits 0777 of POSIX; without them those of a new file.
   std::optional<uint32_t> permissions;
-  /// Nobody may write it.
+  /// Nobody may write it. Not for directories.
   bool isReadOnly = false;
 };
 
@@ -37,12 +37,17 @@ class OutputTree {
 
   /// Makes the directory where it is missing, with its parents. Links that lead to it are followed.
   int Open(const std::filesystem::path& root);
-  /// Makes the directory, and what is missing of its parents. One that exists is fine.
-  /// `permissions` are a new directory's own; its owner may always enter and write it.
-  int MakeDirectory(const Names& names, std::optional<uint32_t> permissions);
+  /// Makes the directory, and what is missing of its parents. One that exists is fine, and stays as
+  /// it is. A new one is open to nobody whom `attributes` keep out, but its owner may enter and
+  /// write it until `FinishDirectories`.
+  int MakeDirectory(const Names& names, const OutputAttributes& attributes);
+  /// Gives the directories that `MakeDirectory` has made their permissions (off Windows) and times,
+  /// once nothing is put into them any more. The next `Open` does so, too.
+  int FinishDirectories();
 
   /// Begins a file, and makes its directory. It has a name of its own until `Commit`; what is not
-  /// committed is removed by the next `Create` and by the destructor. `permissions` as above.
+  /// committed is removed by the next `Create` and by the destructor. Nobody whom `permissions`
+  /// keep out may open it.
   int Create(const Names& names, std::optional<uint32_t> permissions);
   int Write(const void* bytes, size_t count);
   /// Gives the file its attributes and its name, in place of a file that has it.

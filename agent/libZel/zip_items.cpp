@@ -14,7 +14,7 @@ namespace {
 
 using file_system::SourceEntry;
 
-// Collects the files of a tree and its empty directories.
+// Collects the files and directories below a directory.
 class Scan {
  public:
   Scan(const std::filesystem::path& root, const std::filesystem::path& archive)
@@ -24,7 +24,7 @@ class Scan {
 
   Outcome Run(std::vector<ZipItem>* items) {
     while (!open_.empty()) {
-      const ZipItem directory = std::move(open_.back());
+      ZipItem directory = std::move(open_.back());
       open_.pop_back();
       std::vector<SourceEntry> entries;
       const int error = file_system::ListSource(directory.path, &entries);
@@ -32,8 +32,8 @@ class Scan {
         return FailedBecause(FromNativePath(directory.path) + ": " + file_system::ErrorText(error),
                              error);
       }
-      if (entries.empty() && !directory.name.empty()) items->push_back(directory);
       for (const SourceEntry& entry : entries) Add(directory, entry, items);
+      if (!directory.name.empty()) items->push_back(std::move(directory));
     }
     std::sort(items->begin(), items->end(),
               [](const ZipItem& a, const ZipItem& b) { return a.name < b.name; });

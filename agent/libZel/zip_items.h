@@ -7,7 +7,7 @@
 
 #include "agent/libZel/outcome.h"
 
-/// What goes into an archive: a file, or an empty directory.
+/// What goes into an archive: a file or a directory.
 struct ZipItem {
   std::filesystem::path path;
   /// A directory's ends in "/".
@@ -19,8 +19,9 @@ struct ZipItem {
   bool IsDirectory() const { return name.ends_with('/'); }
 };
 
-/// Collects the files of a tree and its empty directories, in the order of their names. Links and
-/// special files are left out with a warning, and so is `archive`, silently.
+/// Collects the files and directories below a directory, in the order of their names: a directory
+/// comes before what is in it. Links and special files are left out with a warning, and so is
+/// `archive`, silently.
 Outcome ListZipItems(const std::filesystem::path& directory, const std::filesystem::path& archive,
                      std::vector<ZipItem>* items);
 

@@ -239,7 +239,7 @@ Outcome ZipReader::Extract(size_t index, file_system::OutputTree* tree, uint64_t
     return FailedBecause(reason, file_system::kErrorInvalidName);
   }
   const std::vector<std::string> names = zip_names::Split(entry.name.Utf8());
-  if (IsDirectoryEntry(entry)) return OutcomeOf(tree->MakeDirectory(names, PermissionsOf(entry)));
+  if (IsDirectoryEntry(entry)) return OutcomeOf(tree->MakeDirectory(names, AttributesOf(entry)));
   if (entry.sizeBytes > self.Allowance()) {
     return FailedBecause("more would come out of the archive than the limits allow");
   }

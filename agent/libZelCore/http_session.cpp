@@ -56,6 +56,11 @@ void HttpSession::LogFailure(const std::exception& error) const {
                         error.what());
 }
 
+void HttpSession::LogNoRequest(const std::string& reason) const {
+  if (!shared_->MayLogStranger()) return;
+  CoreLog().WarningWithNL("Connection from %s refused: %s", address_.c_str(), reason.c_str());
+}
+
 void HttpSession::Enter(Phase phase, Clock::duration longest) {
   const auto now = Clock::now();
   lastActivity_.store(now.time_since_epoch().count(), std::memory_order_relaxed);

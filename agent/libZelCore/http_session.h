@@ -78,6 +78,8 @@ class HttpSession : public std::enable_shared_from_this<HttpSession>, private Up
 
   void BeginHandshake();
   void BeginServing();
+  /// Logs why the connection ends before there is a request.
+  void LogNoRequest(const std::string& reason) const;
   void OnRead(const ErrorCode& ec, size_t byteCount);
   void OnWritten(const ErrorCode& ec);
   void OnPieceRead(const ErrorCode& ec, size_t byteCount);

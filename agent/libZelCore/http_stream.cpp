@@ -151,10 +151,19 @@ class TlsSession : public StreamSession<TlsStream> {
 
   void OnHandshaken(const ErrorCode& ec) {
     hello_ = std::vector<char>();  // `{}` would keep the memory
-    if (ec) return Close();
+    if (ec) {
+      LogNoRequest("no TLS: " + ec.message() + WhatIsWrongWithItsCertificate());
+      return Close();
+    }
     ErrorCode ignored;
     socket_.non_blocking(true, ignored);
     BeginServing();
+  }
+
+  std::string WhatIsWrongWithItsCertificate() {
+    const long verdict = SSL_get_verify_result(tls_->native_handle());
+    if (verdict == X509_V_OK) return {};
+    return std::string(", ") + X509_verify_cert_error_string(verdict);
   }
 
   /// The handshake has verified it: with one that is not good there would be no session.

@@ -44,8 +44,9 @@ class GenericArchive {
   /// parts, behind the directory that everything is extracted to: below that directory no link is
   /// followed. A file appears under its name when it is complete and its checksum is right, with
   /// the time and permissions that the archive tells, and takes the place of one that stood there.
-  /// A directory's entry makes the directory. Whoever has extracted all entries may delete the
-  /// archive: the last one comes out when all are on the disk, as far as the system can tell.
+  /// A directory's entry makes the directory, which gets time and permissions, too, if it is new:
+  /// after the last entry, or when this object ends. Whoever has extracted all entries may delete
+  /// the archive: the last one comes out when all are on the disk, as far as the system can tell.
   ///
   /// `FileExists` asked for exactly this `target`, by the same thread, before it extracts anything
   /// else tells whether the entry came out: 1 also for a directory, 0 also where an older file

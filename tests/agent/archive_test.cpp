@@ -63,13 +63,13 @@ TEST_F(Archive, ListsEntriesInTheOrderOfTheirNames) {
   Put("C", "3");
   fs::create_directory(directory_.Native("tree/nothing"));
   ASSERT_EQ(Pack(), 0);
-  EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("C", "a/z", "b", "nothing/"));
+  EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("C", "a/", "a/z", "b", "nothing/"));
 }
 
-TEST_F(Archive, KeepsEmptyDirectories) {
+TEST_F(Archive, KeepsDirectoriesWithNothingInThem) {
   fs::create_directories(directory_.Native("tree/outer/inner"));
   ASSERT_EQ(Pack(), 0);
-  EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("outer/inner/"));
+  EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("outer/", "outer/inner/"));
   EXPECT_THAT(Extract(), IsEmpty());
   EXPECT_TRUE(fs::is_directory(directory_.Native("out/outer/inner")));
 }
@@ -84,7 +84,9 @@ TEST_F(Archive, KeepsNamesInAnyScript) {
                                         "\u65E5\u672C\u8A9E/\u540D\u524D.txt", "emoji \U0001F600"};
   for (const ZelString& name : names) Put(name, "content");
   ASSERT_EQ(Pack(), 0);
-  EXPECT_THAT(NamesIn(directory_ / "a.zip"), testing::UnorderedElementsAreArray(names));
+  std::vector<ZelString> entries = names;
+  entries.push_back("\u65E5\u672C\u8A9E/");
+  EXPECT_THAT(NamesIn(directory_ / "a.zip"), testing::UnorderedElementsAreArray(entries));
   EXPECT_THAT(Extract(), IsEmpty());
   for (const ZelString& name : names) EXPECT_EQ(Out(name), "content");
 }
@@ -96,6 +98,24 @@ TEST_F(Archive, KeepsTimes) {
   ASSERT_EQ(Pack(), 0);
   EXPECT_THAT(Extract(), IsEmpty());
   EXPECT_EQ(FileGetWriteTime(directory_ / "out/old"), FileGetWriteTime(directory_ / "tree/old"));
+}
+
+TEST_F(Archive, KeepsTheTimesOfDirectories) {
+  MakeArchive(ZipBuilder()
+                  .Add({.name = "outer/", .mode = 0040755})
+                  .Add({.name = "outer/inner/", .mode = 0040755, .dosTime = 9 << 11})
+                  .Add("outer/inner/file", "x")
+                  .Bytes());
+  EXPECT_THAT(Extract(), IsEmpty());
+  const uint32_t outer = FileGetWriteTime(directory_ / "out/outer");
+  const uint32_t inner = FileGetWriteTime(directory_ / "out/outer/inner");
+  EXPECT_EQ(outer, FileGetWriteTime(directory_ / "out/outer/inner/file"));
+  EXPECT_EQ(inner - outer, 5u * 3600 - 5 * 60 - 6);
+
+  ASSERT_EQ(::Pack(directory_ / "out", directory_ / "b.zip"), 0);
+  EXPECT_THAT(ExtractAll(directory_ / "b.zip", directory_ / "again"), IsEmpty());
+  EXPECT_EQ(FileGetWriteTime(directory_ / "again/outer"), outer);
+  EXPECT_EQ(FileGetWriteTime(directory_ / "again/outer/inner"), inner);
 }
 
 TEST_F(Archive, KeepsFilesReadOnly) {
@@ -222,16 +242,17 @@ TEST_F(Archive, WarnsWhenItWouldNotBeUnpackedWhole) {
 
 TEST_F(Archive, HoldsThousandsOfFiles) {
   constexpr int kCount = 1000;
+  constexpr int kDirectories = 7;
   for (int i = 0; i < kCount; ++i) {
     const std::string number = std::to_string(i);
-    Put(ZelString("d" + std::to_string(i % 7) + "/" + number), number);
+    Put(ZelString("d" + std::to_string(i % kDirectories) + "/" + number), number);
   }
   ASSERT_EQ(Pack(), 0);
-  EXPECT_EQ(NamesIn(directory_ / "a.zip").size(), size_t{kCount});
+  EXPECT_EQ(NamesIn(directory_ / "a.zip").size(), size_t{kCount + kDirectories});
   EXPECT_THAT(Extract(), IsEmpty());
   for (int i = 0; i < kCount; ++i) {
     const std::string number = std::to_string(i);
-    ASSERT_EQ(Out(ZelString("d" + std::to_string(i % 7) + "/" + number)), number);
+    ASSERT_EQ(Out(ZelString("d" + std::to_string(i % kDirectories) + "/" + number)), number);
   }
 }
 

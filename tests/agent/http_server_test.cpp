@@ -1030,6 +1030,29 @@ struct ServerCertificate {
   std::filesystem::path key;
 };
 
+/// What the core logs meanwhile.
+class CoreLogFile {
+ public:
+  explicit CoreLogFile(const std::filesystem::path& path) : path_(path) {
+    DebugOptions options;
+    options.logFile = path;
+    context_ = std::make_unique<ZelDebugContext>(options);
+    CoreLog().SetContext(context_.get());
+  }
+  ~CoreLogFile() { CoreLog().SetContext(nullptr); }
+  CoreLogFile(const CoreLogFile&) = delete;
+  CoreLogFile& operator=(const CoreLogFile&) = delete;
+
+  std::string Text() const {
+    context_->Flush();
+    return ReadFile(path_);
+  }
+
+ private:
+  const std::filesystem::path path_;
+  std::unique_ptr<ZelDebugContext> context_;
+};
+
 class HttpServerTlsTest : public HttpServerTest {
  protected:
   /// A certificate for 127.0.0.1 from an authority of its own.
@@ -1125,11 +1148,33 @@ TEST_F(HttpServerTlsTest, DropsAHandshakeThatDoesNotGoOn) {
 
 TEST_F(HttpServerTlsTest, SurvivesPlainHttpOnItsPort) {
   UseTls();
+  const CoreLogFile log(directory_.Native() / "log");
   RawClient plain = Connect();
   plain.Send(Get("/v1/health"));
   plain.Read();
   std::string body;
   EXPECT_EQ(CallWith(certificates_.authority, &body), CURLE_OK);
+  EXPECT_THAT(log.Text(), HasSubstr("Connection from 127.0.0.1 refused: no TLS: http request"));
+}
+
+TEST_F(HttpServerTlsTest, LogsOnlySomeOfManyConnectionsWithoutTls) {
+  constexpr unsigned kConnections = 5 * LogThrottle::kMostLines;
+  UseTls();
+  const CoreLogFile log(directory_.Native() / "log");
+  const auto begin = steady_clock::now();
+  for (unsigned i = 0; i < kConnections; ++i) {
+    RawClient plain = Connect();
+    plain.Send(Get("/v1/health"));
+    EXPECT_TRUE(plain.IsClosedByServer());
+  }
+  const auto seconds = static_cast<unsigned>((steady_clock::now() - begin) / LogThrottle::kTime);
+  const std::string text = log.Text();
+  const std::string line = "refused: no TLS: ";
+  unsigned lines = 0;
+  for (size_t at = text.find(line); at != text.npos; at = text.find(line, at + 1)) ++lines;
+  EXPECT_GE(lines, LogThrottle::kMostLines);
+  EXPECT_LE(lines, (seconds + 1) * LogThrottle::kMostLines);
+  server_->Stop();
 }
 
 TEST_F(HttpServerTlsTest, NamesACertificateThatItCannotUse) {
@@ -1169,11 +1214,17 @@ TEST_F(HttpServerTlsTest, DropsClientsWithACertificateOfAnotherAuthority) {
   UseTls();
   settings_.ssl = SslUse::kSendAndReceiveExt;
   settings_.fleetCaFile = certificates_.authority;
+  const CoreLogFile log(directory_.Native() / "log");
   Serve();
   const ServerCertificate other = MakeCertificate("other");
   std::string reply;
   EXPECT_NE(CallAs("admin:a good password", &other, &reply), CURLE_OK);
   EXPECT_TRUE(Audited().empty());
+  const std::string expected =
+      "Connection from 127.0.0.1 refused: no TLS: certificate verify failed (SSL routines), "
+      "unable to get local issuer certificate";
+  EXPECT_TRUE(Eventually([&] { return log.Text().find(expected) != std::string::npos; }))
+      << log.Text();
 }
 
 TEST_F(HttpServerTlsTest, NamesAFleetAuthorityThatItCannotUse) {

@@ -5,6 +5,8 @@ import os
 from uploads import MIB
 
 OLD_TIME = 1_000_000_000
+# The directory of a tree that its owner alone may enter.
+PRIVATE = "inner/deep"
 
 
 class Backups:
@@ -26,6 +28,9 @@ class Backups:
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_bytes(os.urandom(300_000 * number + 7))
             os.utime(path, (OLD_TIME + number * 100, OLD_TIME + number * 100))
+        private = directory / PRIVATE
+        private.chmod(0o700)
+        os.utime(private, (OLD_TIME, OLD_TIME))
         (directory / "empty directory").mkdir()
         (directory / "empty file").write_bytes(b"")
         return {path.relative_to(directory).as_posix(): path.read_bytes()

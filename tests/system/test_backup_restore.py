@@ -3,13 +3,14 @@
 import contextlib
 import os
 import pathlib
+import stat
 import subprocess
 import zipfile
 
 import pytest
 
 from agents import without_caller
-from backups import OLD_TIME, Backups
+from backups import OLD_TIME, PRIVATE, Backups
 from fleet import aliases
 from uploads import FAILURE, LOST, MIB, PROTECTION, SUCCESS, new_log
 
@@ -101,6 +102,21 @@ def test_of_a_directory_and_an_archive_of_one_date_the_one_listed_last_wins(
     assert (backups.kept / "db_20250131.zip").exists() == (listed[-1] == "db_20250131.zip")
 
 
+def files_below(directory):
+    """{name: content} of the files below a directory."""
+    return {path.relative_to(directory).as_posix(): path.read_bytes()
+            for path in directory.rglob("*") if path.is_file()}
+
+
+def has_old_times(directory):
+    return all(abs((directory / name).stat().st_mtime - time) <= 2 for name, time in (
+        (PRIVATE, OLD_TIME), ("plain.txt", OLD_TIME), (PRIVATE + "/file.bin", OLD_TIME + 200)))
+
+
+def permissions(path):
+    return stat.S_IMODE(path.stat().st_mode)
+
+
 def test_what_is_packed_unpacks_everywhere(plain_pair, backups, tmp_path):
     device, relay = plain_pair
     content = backups.add_directory("tree")
@@ -113,16 +129,36 @@ def test_what_is_packed_unpacks_everywhere(plain_pair, backups, tmp_path):
     target = tmp_path / "unzipped"
     subprocess.run(["unzip", "-q", str(archive), "-d", str(target)], check=True,
                    env=dict(os.environ, LC_ALL="C.UTF-8"))
-    assert {path.relative_to(target).as_posix(): path.read_bytes()
-            for path in target.rglob("*") if path.is_file()} == content
+    assert files_below(target) == content
     assert (target / "empty directory").is_dir()
-    assert abs((target / "inner/deep/file.bin").stat().st_mtime - OLD_TIME - 200) <= 2
+    assert has_old_times(target)
 
     again = tmp_path / "by the agent"
     assert device.call("CoreUtilsExtractFile", FilePath=device.path(archive),
                        DestinationPath=device.path(again))[0] == SUCCESS
-    assert {path.relative_to(again).as_posix(): path.read_bytes()
-            for path in again.rglob("*") if path.is_file()} == content
+    assert files_below(again) == content
+    assert has_old_times(again)
+    if relay.platform == "linux":
+        assert permissions(target / PRIVATE) == permissions(again / PRIVATE) == 0o700
+
+
+@pytest.mark.parametrize("device_platform, relay_platform",
+                         [("linux", "windows"), ("windows", "linux")])
+def test_what_one_platform_packs_the_other_one_unpacks(
+        fleet, backups, tmp_path, device_platform, relay_platform):
+    device, relay = fleet.pair("ssl and pac", device_platform, relay_platform)
+    content = backups.add_directory("tree")
+    (backups.kept / "tree/plain.txt").chmod(0o444)
+    assert backups.restore(device, relay, "tree")[0] == SUCCESS
+    unpacked = tmp_path / "unpacked"
+    assert device.call("CoreUtilsExtractFile", FilePath=device.path(backups.restored / "tree.zip"),
+                       DestinationPath=device.path(unpacked))[0] == SUCCESS
+    assert files_below(unpacked) == content
+    assert (unpacked / "empty directory").is_dir()
+    assert has_old_times(unpacked)
+    is_read_only = {path.name: permissions(path) & 0o222 == 0
+                    for path in unpacked.rglob("*") if path.is_file()}
+    assert [name for name, fixed in is_read_only.items() if fixed] == ["plain.txt"]
 
 
 def test_links_are_not_packed(fleet, backups, tmp_path):

@@ -1,6 +1,7 @@
 """Proofs of requests, certificates and secrets: who gets through to a relay and who does not."""
 
 import json
+import re
 import ssl
 import time
 
@@ -9,6 +10,9 @@ import pytest
 from agents import tls_context
 from fleet import Authority, fleet_login, proof
 from uploads import FAILURE, host_of, new_log, send, wait_for
+
+# What is wrong with the certificate stands behind the reason.
+NO_TLS = r"Connection from 127\.0\.0\.1 refused: no TLS: certificate verify failed .*, .*issuer"
 
 # Proofs.
 
@@ -139,16 +143,33 @@ def test_a_certificate_of_another_authority_is_refused_where_one_is_expected(
     certificate, key = Authority(tmp_path / "stranger").issue("tester")
     context = tls_context(fleet.authority.certificate)
     context.load_cert_chain(certificate, key)
+    before = len(relay.log())
     try:
         status = send(relay, "POST", "/v1/actions/AgentGetIPAddress", b"{}",
                       fleet_login("tester"), context)[0]
     except (ssl.SSLError, ConnectionError):
         status = 401
     assert status in (401, 403)
+    wait_for(lambda: re.search(NO_TLS, relay.log()[before:]), 5)
 
     context.load_cert_chain(*fleet.authority.issue("tester-" + platform))
     assert send(relay, "POST", "/v1/actions/AgentGetIPAddress", b"{}", fleet_login("tester"),
                 context)[0] == 200
+
+
+def test_an_agent_with_a_certificate_of_another_authority_hears_what_is_wrong(
+        fleet, platform, place, tmp_path):
+    relay = fleet.pair("ssl ext", platform, platform)[1]
+    stranger = fleet.make(platform, "device", "ssl ext", relay.address(),
+                          issuer=Authority(tmp_path / "stranger"), trusted=fleet.authority)
+    before = len(relay.log())
+    answer, log = new_log(stranger, lambda: place.upload(stranger, relay))
+    assert (answer[0], "Failed to add alias" in log) == (FAILURE, True), log
+    # What the relay says to it is the alert of TLS.
+    assert "unknown ca" in log, log
+    wait_for(lambda: re.search(NO_TLS, relay.log()[before:]), 5)
+    assert place.stored() == {}
+    assert stranger.stop() == 0
 
 
 def test_a_device_without_tls_does_not_get_through_to_a_relay_that_speaks_it(fleet, place):

@@ -6,12 +6,15 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <future>
 
 #include "agent/libZel/platform/posix/unique_fd.h"
 #include "agent/libZel/source_tree.h"
@@ -25,6 +28,27 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 namespace {
+
+// Runs what follows with the rights of a user who is not root, to whom the directory belongs then.
+class OrdinaryUser {
+ public:
+  explicit OrdinaryUser(const fs::path& directory) {
+    if (geteuid() != 0) return;
+    constexpr uid_t kNobody = 65534;
+    const fs::recursive_directory_iterator entries(directory);
+    for (const fs::directory_entry& entry : entries) Give(entry.path(), kNobody);
+    Give(directory, kNobody);
+    EXPECT_EQ(seteuid(kNobody), 0);
+  }
+  ~OrdinaryUser() { EXPECT_EQ(seteuid(getuid()), 0); }
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+
+ private:
+  static void Give(const fs::path& path, uid_t user) {
+    EXPECT_EQ(lchown(path.c_str(), user, static_cast<gid_t>(-1)), 0);
+  }
+};
 
 class ArchiveOnPosix : public testing::Test {
  protected:
@@ -95,6 +119,73 @@ TEST_F(ArchiveOnPosix, KeepsPermissionsWithoutSetIdBits) {
   EXPECT_THAT(Extract(), IsEmpty());
   EXPECT_EQ(ModeOf("out/run"), 0755u);
   EXPECT_EQ(ModeOf("out/private"), 0600u);
+  EXPECT_EQ(ModeOf("out/dir"), 0700u);
+}
+
+TEST_F(ArchiveOnPosix, KeepsThePermissionsOfDirectories) {
+  fs::create_directories(At("tree/closed/inner"));
+  for (const char* name : {"locked/inner", "private", "open"}) {
+    fs::create_directories(At("tree/" + ZelString(name)));
+  }
+  WriteFile(At("tree/closed/inner/file"), "closed");
+  WriteFile(At("tree/private/file"), "private");
+  WriteFile(At("tree/open/file"), "open");
+  const std::vector<std::pair<ZelString, mode_t>> modes = {{"closed/inner", 0500}, {"closed", 0500},
+                                                           {"locked/inner", 0500}, {"locked", 0600},
+                                                           {"private", 0700},      {"open", 0777}};
+  for (const auto& [name, mode] : modes) fs::permissions(At("tree/" + name), fs::perms(mode));
+  ASSERT_EQ(Pack(), 0);
+  {
+    // Root could fill a directory that must not be written.
+    const OrdinaryUser user(directory_.Native());
+    EXPECT_THAT(Extract(), IsEmpty());
+  }
+  Run("unzip -q a.zip -d u && 7z x -os a.zip");
+  for (const auto& [name, mode] : modes) {
+    SCOPED_TRACE(name.GetString(kEncodingUtf8));
+    EXPECT_EQ(ModeOf("out/" + name), mode);
+    EXPECT_EQ(ModeOf("u/" + name), mode);
+  }
+  Run("diff -r tree out && diff -r tree u && diff -r tree s && chmod -R u+w .");
+}
+
+TEST_F(ArchiveOnPosix, KeepsOthersOutOfADirectoryFromItsBeginning) {
+  Make(ZipBuilder().Add({.name = "dir/", .mode = 0040500}).Add("dir/file", "x").Bytes());
+  GenericArchive archive(directory_ / "a.zip", kArchiveZip);
+  ASSERT_EQ(archive.ExtractEntry(1, directory_ / "out\\dir\\"), 0);
+  EXPECT_EQ(ModeOf("out/dir"), 0700u);
+  ASSERT_EQ(archive.ExtractEntry(2, directory_ / "out\\dir\\file"), 0);
+  EXPECT_EQ(ModeOf("out/dir"), 0500u);
+}
+
+TEST_F(ArchiveOnPosix, FinishesDirectoriesAlsoWhenEntriesDoNotComeOut) {
+  Make(ZipBuilder().Add({.name = "dir/", .mode = 0040500}).Add("../evil", "x").Bytes());
+  EXPECT_THAT(Extract(), ElementsAre("../evil"));
+  EXPECT_EQ(ModeOf("out/dir"), 0500u);
+}
+
+TEST_F(ArchiveOnPosix, LeavesADirectoryThatWasThereAsItIs) {
+  fs::create_directory(At("out/dir"));
+  fs::permissions(At("out/dir"), fs::perms(0711));
+  fs::permissions(At("out"), fs::perms(0711));
+  Make(ZipBuilder()
+           .Add({.name = "./", .mode = 0040777})
+           .Add({.name = "dir/", .mode = 0040777})
+           .Bytes());
+  EXPECT_THAT(Extract(), IsEmpty());
+  EXPECT_EQ(ModeOf("out/dir"), 0711u);
+  EXPECT_EQ(ModeOf("out"), 0711u);
+}
+
+TEST_F(ArchiveOnPosix, DoesNotOpenADirectoryThatSomebodyPutInThePlaceOfItsOwn) {
+  fs::create_directory(At("secret"));
+  fs::permissions(At("secret"), fs::perms(0700));
+  Make(ZipBuilder().Add({.name = "dir/", .mode = 0040777}).Add("file", "x").Bytes());
+  GenericArchive archive(directory_ / "a.zip", kArchiveZip);
+  ASSERT_EQ(archive.ExtractEntry(1, directory_ / "out\\dir\\"), 0);
+  fs::rename(At("out/dir"), At("out/elsewhere"));
+  fs::rename(At("secret"), At("out/dir"));
+  EXPECT_EQ(archive.ExtractEntry(2, directory_ / "out\\file"), ENOENT);
   EXPECT_EQ(ModeOf("out/dir"), 0700u);
 }
 
@@ -290,14 +381,84 @@ TEST_F(ArchiveOnPosix, WarnsOfNamesThatWindowsCannotStore) {
 
 TEST_F(ArchiveOnPosix, HoldsMoreEntriesThanTheOldFormat) {
   constexpr int kCount = 66000;
+  constexpr int kDirectories = kCount / 1000;
   for (int i = 0; i < kCount; ++i) {
     const fs::path folder = At("tree") / std::to_string(i / 1000);
     if (i % 1000 == 0) fs::create_directory(folder);
     WriteFile(folder / std::to_string(i), "");
   }
   ASSERT_EQ(Pack(), 0);
-  EXPECT_EQ(GenericArchive(directory_ / "a.zip", kArchiveZip).GetFileCount(), uint32_t{kCount});
+  EXPECT_EQ(GenericArchive(directory_ / "a.zip", kArchiveZip).GetFileCount(),
+            uint32_t{kCount + kDirectories});
   Run("unzip -tq a.zip");
+}
+
+constexpr uint64_t kBeyond32Bits = (uint64_t{4} << 30) + 5;
+
+TEST_F(ArchiveOnPosix, HoldsAFileOfMoreThanFourGibibytes) {
+  ArchiveLimits limits;
+  limits.maxRatio = 2000;
+  SetArchiveLimits(limits);
+  WriteFile(At("tree/large"), "begin");
+  fs::resize_file(At("tree/large"), kBeyond32Bits - 3);
+  std::ofstream(At("tree/large"), std::ios::app | std::ios::binary) << "end";
+  WriteFile(At("tree/small"), "behind it");
+  ASSERT_EQ(::Pack(directory_ / "tree", directory_ / "a.zip", 1), 0);
+
+  // Checksums tell both whether the content is right; one at a time they would take too long.
+  const std::future<void> test = std::async(std::launch::async, [&] { Run("unzip -tq a.zip"); });
+  EXPECT_THAT(Extract(), IsEmpty());
+  test.wait();
+  EXPECT_EQ(fs::file_size(At("out/large")), kBeyond32Bits);
+  Run("test \"$(tail -c 3 out/large)\" = end");
+  EXPECT_EQ(ReadFile(At("out/small")), "behind it");
+}
+
+TEST_F(ArchiveOnPosix, FindsEntriesBehindFourGibibytes) {
+  const auto field = [](const std::string& content) {
+    return LittleEndian(1, 2) + LittleEndian(content.size(), 2) + content;
+  };
+  const auto facts = [](uint32_t crc, uint64_t size, const std::string& name) {
+    return LittleEndian(45, 2) + LittleEndian(0, 8) + LittleEndian(crc, 4) + LittleEndian(size, 4) +
+           LittleEndian(size, 4) + LittleEndian(name.size(), 2);
+  };
+  const auto record = [&](const std::string& theFacts, const std::string& name,
+                          const std::string& extra, uint64_t offset) {
+    return "PK\1\2" + LittleEndian(45 | 3 << 8, 2) + theFacts + LittleEndian(extra.size(), 2) +
+           LittleEndian(0, 6) + LittleEndian(uint64_t{0100644} << 16, 4) + LittleEndian(offset, 4) +
+           name + extra;
+  };
+  const std::string content = "found";
+  const std::string largeFacts = facts(0, UINT32_MAX, "large");
+  const std::string smallFacts =
+      facts(libdeflate_crc32(0, content.data(), content.size()), content.size(), "small");
+  const std::string sizes = field(LittleEndian(kBeyond32Bits, 8) + LittleEndian(kBeyond32Bits, 8));
+  const std::string head = "PK\3\4" + largeFacts + LittleEndian(sizes.size(), 2) + "large" + sizes;
+  const uint64_t offset = head.size() + kBeyond32Bits;
+  const std::string small = "PK\3\4" + smallFacts + LittleEndian(0, 2) + "small" + content;
+  const std::string directory =
+      record(largeFacts, "large", sizes, 0) +
+      record(smallFacts, "small", field(LittleEndian(offset, 8)), UINT32_MAX);
+  const uint64_t directoryAt = offset + small.size();
+  const uint64_t endAt = directoryAt + directory.size();
+  const std::string end =
+      "PK\6\6" + LittleEndian(44, 8) + LittleEndian(45, 2) + LittleEndian(45, 2) +
+      LittleEndian(0, 8) + LittleEndian(2, 8) + LittleEndian(2, 8) +
+      LittleEndian(directory.size(), 8) + LittleEndian(directoryAt, 8) + "PK\6\7" +
+      LittleEndian(0, 4) + LittleEndian(endAt, 8) + LittleEndian(1, 4) + "PK\5\6" +
+      LittleEndian(0, 4) + LittleEndian(2, 2) + LittleEndian(2, 2) +
+      LittleEndian(directory.size(), 4) + LittleEndian(UINT32_MAX, 4) + LittleEndian(0, 2);
+  Make(head);
+  // What is between takes no place on the disk.
+  fs::resize_file(At("a.zip"), offset);
+  std::ofstream(At("a.zip"), std::ios::app | std::ios::binary) << small << directory << end;
+
+  EXPECT_THAT(NamesIn(directory_ / "a.zip"), ElementsAre("large", "small"));
+  EXPECT_EQ(
+      GenericArchive(directory_ / "a.zip", kArchiveZip).ExtractEntry(2, directory_ / "out\\small"),
+      0);
+  EXPECT_EQ(ReadFile(At("out/small")), content);
+  Run("test \"$(unzip -p a.zip small)\" = found");
 }
 
 TEST_F(ArchiveOnPosix, DoesNotWaitForPipes) {

@@ -3,6 +3,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include "agent/libZel/file_system.h"
 #include "agent/libZel/file_time_ticks.h"
@@ -28,13 +30,44 @@ int Hold(const std::wstring& path, UniqueHandle* directory) {
   return 0;
 }
 
-int Enter(const std::wstring& path, UniqueHandle* directory) {
-  if (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) {
+int Enter(const std::wstring& path, UniqueHandle* directory, bool* isNew) {
+  *isNew = CreateDirectoryW(path.c_str(), nullptr);
+  if (!*isNew && GetLastError() != ERROR_ALREADY_EXISTS) {
     // Some systems refuse to make what is there, for other reasons first.
     const DWORD error = GetLastError();
     if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) return static_cast<int>(error);
   }
   return Hold(path, directory);
+}
+
+int SetModified(HANDLE file, int64_t ns) {
+  const int64_t ticks = kUnixEpochTicks + ns / kNsPerTick;
+  const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+  return SetFileTime(file, nullptr, nullptr, &time) ? 0 : static_cast<int>(GetLastError());
+}
+
+// A directory that was made for an entry of its own.
+struct MadeDirectory {
+  // Below the root, with a separator in front of each name.
+  std::wstring path;
+  int64_t modifiedNs = 0;
+};
+
+int Finish(const std::wstring& root, const MadeDirectory& made) {
+  // The parent is held until its child is.
+  UniqueHandle parent;
+  for (size_t end = made.path.find(L'\\', 1); end != made.path.npos;
+       end = made.path.find(L'\\', end + 1)) {
+    UniqueHandle next;
+    const int error = Hold(root + made.path.substr(0, end), &next);
+    if (error != 0) return error;
+    parent = std::move(next);
+  }
+  const UniqueHandle directory(CreateFileW(
+      (root + made.path).c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE,
+      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+  if (!directory) return static_cast<int>(GetLastError());
+  return SetModified(directory.Get(), made.modifiedNs);
 }
 
 // A read-only file keeps its name against others.
@@ -73,7 +106,9 @@ UniqueHandle OpenVolume(const std::wstring& directory) {
 const bool OutputTree::kStoresWindowsNamesOnly = true;
 
 struct OutputTree::Implementation {
-  int EnterAll(const Names& names, size_t count) {
+  // Whether the last one was made stands in `*isNew`.
+  int EnterAll(const Names& names, size_t count, bool* isNew) {
+    *isNew = false;
     if (current && currentNames.size() == count &&
         std::equal(currentNames.begin(), currentNames.end(), names.begin())) {
       return 0;
@@ -85,7 +120,7 @@ struct OutputTree::Implementation {
       path += ZelString(names[i]).GetTCHAR();
       // The parent is held until its child is.
       UniqueHandle next;
-      const int error = Enter(path, &next);
+      const int error = Enter(path, &next, isNew);
       if (error != 0) return error;
       directory = std::move(next);
     }
@@ -107,6 +142,7 @@ struct OutputTree::Implementation {
   UniqueHandle current;
   std::wstring currentPath;
   Names currentNames;
+  std::vector<MadeDirectory> made;
   UniqueHandle file;
   std::wstring temporary;
   std::wstring destination;
@@ -120,6 +156,7 @@ OutputTree::~OutputTree() {
 int OutputTree::Open(const std::filesystem::path& root) {
   // What was entered stands below the root there was.
   Discard();
+  FinishDirectories();
   implementation_->current = UniqueHandle();
   implementation_->currentNames.clear();
   std::error_code error;
@@ -132,14 +169,32 @@ int OutputTree::Open(const std::filesystem::path& root) {
   return 0;
 }
 
-int OutputTree::MakeDirectory(const Names& names, std::optional<uint32_t> /*permissions*/) {
-  return implementation_->EnterAll(names, names.size());
+int OutputTree::MakeDirectory(const Names& names, const OutputAttributes& attributes) {
+  Implementation& self = *implementation_;
+  bool isNew = false;
+  const int error = self.EnterAll(names, names.size(), &isNew);
+  if (error == 0 && isNew && attributes.modifiedNs) {
+    self.made.push_back({self.currentPath.substr(self.root.size()), *attributes.modifiedNs});
+  }
+  return error;
+}
+
+int OutputTree::FinishDirectories() {
+  Implementation& self = *implementation_;
+  int firstError = 0;
+  for (const MadeDirectory& made : self.made) {
+    const int error = Finish(self.root, made);
+    if (firstError == 0) firstError = error;
+  }
+  self.made.clear();
+  return firstError;
 }
 
 int OutputTree::Create(const Names& names, std::optional<uint32_t> /*permissions*/) {
   Implementation& self = *implementation_;
   Discard();
-  const int error = self.EnterAll(names, names.size() - 1);
+  bool isNew = false;
+  const int error = self.EnterAll(names, names.size() - 1, &isNew);
   if (error != 0) return error;
   self.destination = self.currentPath + L'\\' + ZelString(names.back()).GetTCHAR();
   for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
@@ -163,11 +218,8 @@ int OutputTree::Write(const void* bytes, size_t count) {
 int OutputTree::Commit(const OutputAttributes& attributes) {
   Implementation& self = *implementation_;
   if (attributes.modifiedNs) {
-    const int64_t ticks = kUnixEpochTicks + *attributes.modifiedNs / kNsPerTick;
-    const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
-    if (!SetFileTime(self.file.Get(), nullptr, nullptr, &time)) {
-      return static_cast<int>(GetLastError());
-    }
+    const int error = SetModified(self.file.Get(), *attributes.modifiedNs);
+    if (error != 0) return error;
   }
   self.file.Close();
   if (attributes.isReadOnly &&
