@@ -52,8 +52,18 @@ class Agent:
         return Connection(self.url)
 
     def resident_bytes(self):
+        return self._memory("VmRSS")
+
+    def peak_bytes(self):
+        """The most memory that was resident since the start, or since `forget_peak`."""
+        return self._memory("VmHWM")
+
+    def forget_peak(self):
+        Path(f"/proc/{self.process.pid}/clear_refs").write_text("5")
+
+    def _memory(self, name):
         status = Path(f"/proc/{self.process.pid}/status").read_text()
-        return int(re.search(r"VmRSS:\s+(\d+) kB", status).group(1)) * 1024
+        return int(re.search(name + r":\s+(\d+) kB", status).group(1)) * 1024
 
 
 class Connection:

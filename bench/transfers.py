@@ -69,8 +69,10 @@ def measure(build, directory, is_tls, url):
                             directory / "sent", f"{url}/sent{is_tls}{next(numbers)}"], check=True)
 
         before = [agent.resident_bytes() for agent in (sender, relay)]
+        for agent in (sender, relay):
+            agent.forget_peak()
         ours, peer = alternate([run_ours, run_curl], 5, os.sync)
-        growth = max(agent.resident_bytes() - at for agent, at in zip((sender, relay), before))
+        growth = max(agent.peak_bytes() - at for agent, at in zip((sender, relay), before))
     return ours, peer, growth
 
 
