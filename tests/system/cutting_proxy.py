@@ -75,9 +75,12 @@ class CuttingProxy:
             ready, _, _ = select.select(list(listening), [], [])
             if agent in ready:
                 data = agent.recv(PIECE)
-                if not data:
-                    return
-                client.sendall(data)
+                if data:
+                    client.sendall(data)
+                else:
+                    # What the client still sends is taken: a reset would cost it the reply.
+                    client.shutdown(socket.SHUT_WR)
+                    listening.discard(agent)
             if client not in ready:
                 continue
             data = client.recv(PIECE)

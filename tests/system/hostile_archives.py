@@ -252,18 +252,19 @@ def deflated_zeros(mebibytes):
     return block * mebibytes + deflate(b"")
 
 
+def bomb(name, mebibytes):
+    return Entry(name.encode(), b"", packed=deflated_zeros(mebibytes), size=mebibytes * MIB,
+                 crc=crc_of_zeros(mebibytes * MIB))
+
+
 def zero_bomb(outside):
     """10 GiB of zeros, as its directory says."""
-    mebibytes = 10 * GIB // MIB
-    return among_harmless(Entry(b"bomb.bin", b"", packed=deflated_zeros(mebibytes),
-                                crc=crc_of_zeros(mebibytes * MIB), size=mebibytes * MIB))
+    return among_harmless(bomb("bomb.bin", 10 * GIB // MIB))
 
 
 def many_bombs(outside):
     """None of them is beyond a limit, all of them together are."""
-    packed = deflated_zeros(600)
-    return among_harmless(*(Entry(b"bomb%d.bin" % number, b"", packed=packed, size=600 * MIB,
-                                  crc=crc_of_zeros(600 * MIB)) for number in range(3)))
+    return among_harmless(*(bomb(f"bomb{number}.bin", 600) for number in range(3)))
 
 
 def lying_size(outside):

@@ -42,6 +42,10 @@ def alias(plain_pair, small_disk):
     made.delete()
 
 
+def make_room(small_disk):
+    subprocess.run(["mount", "-o", "remount,size=4m", small_disk], check=True)
+
+
 def names(directory):
     return sorted(path.name for path in directory.iterdir())
 
@@ -54,6 +58,10 @@ def test_an_upload_that_does_not_fit_is_not_begun(plain_pair, place, small_disk)
     assert (answer[0], "Error 507: " + LOST in log) == (SUCCESS, True), log
     assert place.stored() == {}
     assert aliases(relay) == []
+
+    make_room(small_disk)
+    assert place.upload(device, relay)[0] == SUCCESS
+    assert place.stored() == {"file": place.content}
 
 
 def test_an_upload_of_unknown_length_that_fills_the_disk_leaves_nothing(alias, small_disk):
@@ -88,6 +96,11 @@ def test_a_directory_whose_archive_does_not_fit_is_not_sent(plain_pair, backups,
     assert names(small_disk) == ["tree"]
     assert backups.arrived() == {}
 
+    make_room(small_disk)
+    assert backups.restore(device, relay, "tree")[0] == SUCCESS
+    assert list(backups.arrived()) == ["tree.zip"]
+    assert names(small_disk) == ["tree"]
+
 
 def test_a_backup_that_does_not_fit_on_the_device_arrives_when_there_is_room(
         plain_pair, backups, small_disk):
@@ -100,7 +113,7 @@ def test_a_backup_that_does_not_fit_on_the_device_arrives_when_there_is_room(
     assert backups.arrived() == {}
     assert aliases(device) == []
 
-    subprocess.run(["mount", "-o", "remount,size=4m", small_disk], check=True)
+    make_room(small_disk)
     assert backups.restore(device, relay, "one.zip")[0] == SUCCESS
     assert backups.arrived() == {"one.zip": content}
 
@@ -143,7 +156,7 @@ def test_an_archive_that_does_not_fit_stays_and_comes_out_when_there_is_room(
     assert {path.name: path.read_bytes() for path in small_disk.iterdir()} == {
         name: content[name] for name in ("first", "third")}
 
-    subprocess.run(["mount", "-o", "remount,size=4m", small_disk], check=True)
+    make_room(small_disk)
     assert agent.call("CoreUtilsExtractFile", **parameters)[0] == SUCCESS
     assert {path.name: path.read_bytes() for path in small_disk.iterdir()} == content
     assert not archive.exists()

@@ -8,6 +8,7 @@ import hostile_archives
 from fleet import SECRET, aliases, fleet_password
 from hostile_archives import HARMLESS
 from uploads import FAILURE, LOST, MIB, PROTECTION, SUCCESS, new_log
+from web_server import RelayOfOtherMake
 
 # Uploads that succeed.
 
@@ -21,6 +22,24 @@ def test_CoreUtilsCopyFileToRelay_stores_the_bytes(pair, place):
     assert aliases(relay) == []
     assert "Sender is '" in log and "' and Receiver is '127.0.0.1:" in log
     assert "copying file " in log and LOST not in log
+
+
+@pytest.mark.parametrize("mode", ["plain", "ssl"])
+def test_an_upload_is_understood_by_a_server_of_other_make(
+        fleet, platform, place, tmp_path, mode):
+    tls = fleet.authority.issue(f"other-{platform}") if mode == "ssl" else None
+    other = RelayOfOtherMake(tmp_path / "nginx", tls)
+    device = fleet.make(platform, "device", mode, other.address())
+    for size in (0, 1000, len(place.content)):
+        place.source.write_bytes(place.content[:size])
+        (code, _), log = new_log(device, lambda: place.upload(device, device))
+        assert (code, LOST in log) == (SUCCESS, False), log
+        stored = [path for path in other.store.rglob("*") if path.is_file()]
+        assert [path.name for path in stored] == [place.target.name]
+        assert stored[0].read_bytes() == place.content[:size]
+        stored[0].unlink()
+    assert device.stop() == 0
+    other.stop()
 
 
 def test_no_log_tells_a_secret(fleet, pair, place):

@@ -2,6 +2,7 @@
 
 import random
 import re
+import subprocess
 import threading
 
 import pytest
@@ -102,6 +103,31 @@ def test_an_upload_that_stalls_is_given_up(impatient_link, place):
 def test_an_older_file_survives_an_upload_that_is_cut(link, place):
     place.target.write_bytes(b"older")
     upload_under("cut", MIB, link, place, left={place.target.name: b"older"})
+
+
+def test_a_disk_that_becomes_full_in_the_midst_of_an_upload(link, place, small_disk):
+    subprocess.run(["mount", "-o", "remount,size=8m", small_disk], check=True)
+    place.source.write_bytes(bytes(6 * MIB))
+    place.directory, place.target = small_disk, small_disk / "stored"
+    link.to_relay.strike("hold", 2 * MIB)
+    answers = []
+    thread = threading.Thread(
+        target=lambda: answers.append(new_log(link.device, lambda: link.upload(place))))
+    thread.start()
+    assert link.to_relay.struck.wait(REPLY_TIMEOUT_S)
+    # There was room when the upload began.
+    (small_disk / "other").write_bytes(bytes(5 * MIB))
+    link.to_relay.release()
+    thread.join(REPLY_TIMEOUT_S)
+    (code, container), log = answers[0]
+    assert (code, container["ErrorCode"]) == (SUCCESS, 0)
+    assert "Error 507: " + LOST in log, log
+    assert [path.name for path in small_disk.iterdir()] == ["other"]
+    assert aliases(link.relay) == []
+
+    (small_disk / "other").unlink()
+    assert link.upload(place)[0] == SUCCESS
+    assert place.stored() == {"stored": bytes(6 * MIB)}
 
 
 def restore_under(fault, after, link, backups):
@@ -214,10 +240,14 @@ def test_of_a_relay_that_is_killed_nothing_stays_on_the_device(short_silence, ba
     assert backups.arrived() == {"one.zip": content}
 
 
-def test_a_relay_that_is_killed_and_starts_again(fleet, place, platform):
-    relay = fleet.make(platform, "relay")
+@pytest.mark.parametrize("mode, device_platform, relay_platform", [
+    ("plain", "linux", "linux"), ("plain", "windows", "windows"),
+    ("ssl and pac", "linux", "windows"), ("ssl and pac", "windows", "linux")])
+def test_a_relay_that_is_killed_and_starts_again(
+        fleet, place, mode, device_platform, relay_platform):
+    relay = fleet.make(relay_platform, "relay", mode)
     proxy = CuttingProxy(relay.address())
-    device = fleet.make(platform, "device", parent=proxy.address())
+    device = fleet.make(device_platform, "device", mode, proxy.address())
     proxy.strike("stall", 2 * MIB)
     answers = []
     log = len(device.log())

@@ -2,10 +2,15 @@
 
 import json
 import os
+import pty
+import re
+import subprocess
 
 import pytest
 
 import hostile_archives
+from agents import PASSWORDS, REPLY_TIMEOUT_S, clean_environment, program
+from cutting_proxy import CuttingProxy
 from fleet import aliases
 from hostile_archives import HARMLESS
 from uploads import MIB, Alias
@@ -35,6 +40,51 @@ def test_relay_put_copies_a_file(pair, tmp_path, source):
     assert run(device, "relay", "put", device.path(source), relay.path(target)) == (0, "", "")
     assert target.read_bytes() == source.read_bytes()
     assert aliases(relay) == []
+
+
+def read_until(terminal, pattern):
+    """What a program shows until the pattern is there; all of it, if it ends before."""
+    shown = ""
+    while not re.search(pattern, shown):
+        try:
+            shown += os.read(terminal, 1000).decode()
+        except OSError:
+            return shown
+    return shown
+
+
+def test_relay_put_over_tls_shows_on_a_terminal_how_far_it_is(fleet, tmp_path, source):
+    relay = fleet.make("linux", "relay", "ssl and pac")
+    proxy = CuttingProxy(relay.address())
+    device = fleet.make("linux", "device", "ssl and pac", proxy.address())
+    source.write_bytes(bytes(40 * MIB))
+    target = tmp_path / "target.bin"
+    password = tmp_path / "password"
+    password.write_text(PASSWORDS["admin"])
+    proxy.strike("hold", 2 * MIB)
+    terminal, stderr = pty.openpty()
+    zelctl = subprocess.Popen(
+        program("linux", "zelctl") + ["relay", "put", str(source), str(target)],
+        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=stderr,
+        env=clean_environment(ZEL_AGENT=device.url, ZEL_USER="admin", ZEL_PASSWORD_FILE=password,
+                              ZEL_CA=fleet.authority.certificate))
+    os.close(stderr)
+    try:
+        line = r"\rsource ü\.bin  \[#*\.+\]  ?\d+%  [\d.]+ [KM]iB"
+        shown = read_until(terminal, line)
+        assert re.search(line, shown), shown
+        proxy.release()
+        output = zelctl.communicate(timeout=REPLY_TIMEOUT_S)[0]
+        # What it covers the line with.
+        assert re.search(r"\r +\r$", read_until(terminal, "never")), shown
+    finally:
+        zelctl.kill()
+        zelctl.wait()
+        os.close(terminal)
+        proxy.close()
+    assert (zelctl.returncode, output) == (0, b"")
+    assert target.read_bytes() == source.read_bytes()
+    assert device.stop() == 0 and relay.stop() == 0
 
 
 def test_relay_put_unpacks(pair, tmp_path):

@@ -22,6 +22,8 @@ PAIRS = [
     ("ssl and pac", "linux", "linux"),
     ("ssl ext", "linux", "linux"),
     ("plain", "windows", "windows"),
+    ("ssl", "windows", "windows"),
+    ("pac", "windows", "windows"),
     ("ssl and pac", "windows", "linux"),
     ("ssl and pac", "linux", "windows"),
     ("ssl ext", "windows", "windows"),

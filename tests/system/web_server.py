@@ -1,4 +1,4 @@
-"""nginx with pages and certificates of many kinds."""
+"""nginx with pages and certificates of many kinds, and one that takes what a relay takes."""
 
 import socket
 import subprocess
@@ -29,13 +29,72 @@ def expired(authority):
     return certificate, key
 
 
-class WebServer:
-    """Starts with its making; use `stop`. `url(path)` and `tls_url(path, of)`, where `of` is
+class Nginx:
+    """Starts with its making; use `stop`."""
+
+    def __init__(self, directory, servers, ports):
+        self.directory = directory
+        temporary = "".join(f"{name}_temp_path {directory}/{name};\n" for name in
+                            ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+        configuration = directory / "nginx.conf"
+        configuration.write_text(
+            f"daemon off; user root; pid {directory}/pid; error_log {directory}/errors;\n"
+            f"events {{ worker_connections 256; }}\n"
+            f"http {{ access_log {directory}/access; {temporary} large_client_header_buffers "
+            f"4 64k;\n{servers} }}\n")
+        # What is left behind ends with the tests.
+        self._process = subprocess.Popen(
+            ["setpriv", "--pdeathsig", "TERM", "nginx", "-c", configuration, "-p", directory],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        self._wait_ready(ports)
+
+    def _wait_ready(self, ports):
+        deadline = time.monotonic() + START_TIMEOUT_S
+        for port in ports:
+            while True:
+                try:
+                    socket.create_connection(("127.0.0.1", port)).close()
+                    break
+                except OSError:
+                    assert self._process.poll() is None, self._process.stderr.read()
+                    assert time.monotonic() < deadline
+                    time.sleep(0.02)
+
+    def requests(self):
+        """The lines of its log, which come a little after the answers."""
+        return (self.directory / "access").read_text(errors="replace").splitlines()
+
+    def stop(self):
+        self._process.terminate()
+        self._process.wait(START_TIMEOUT_S)
+
+
+class RelayOfOtherMake(Nginx):
+    """Stores below `store` what it gets with PUT, and lets everybody make aliases. `tls`:
+    (certificate, key) of one that speaks nothing else."""
+
+    def __init__(self, directory, tls=None):
+        directory.mkdir()
+        self.store = directory / "store"
+        self._port, = free_ports(1)
+        certificate = "ssl_certificate {}; ssl_certificate_key {};".format(*tls) if tls else ""
+        super().__init__(directory, (
+            f"server {{ listen 127.0.0.1:{self._port}{' ssl' if tls else ''}; {certificate}\n"
+            f"root {self.store}; client_max_body_size 64m;\n"
+            "location /v1/actions/ { default_type application/json;"
+            " return 200 '{\"code\":0,\"container\":{}}'; }\n"
+            "location / { dav_methods PUT; create_full_put_path on; } }\n"), [self._port])
+
+    def address(self):
+        return "127.0.0.1", self._port
+
+
+class WebServer(Nginx):
+    """`url(path)` and `tls_url(path, of)`, where `of` is
     "good", "expired", "stranger" (a certificate of another authority) or "elsewhere" (of another
     host)."""
 
     def __init__(self, directory):
-        self.directory = directory
         self.authority = Authority(directory / "ca")
         pairs = {"good": self.authority.issue("good"), "expired": expired(self.authority),
                  "elsewhere": self.authority.issue("elsewhere", "IP:127.99.99.99"),
@@ -58,42 +117,10 @@ class WebServer:
         for of, (certificate, key) in pairs.items():
             servers += (f"server {{ listen 127.0.0.1:{self._tls_ports[of]} ssl; {locations}\n"
                         f"ssl_certificate {certificate}; ssl_certificate_key {key}; }}\n")
-        temporary = "".join(f"{name}_temp_path {directory}/{name};\n" for name in
-                            ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
-        configuration = directory / "nginx.conf"
-        configuration.write_text(
-            f"daemon off; user root; pid {directory}/pid; error_log {directory}/errors;\n"
-            f"events {{ worker_connections 256; }}\n"
-            f"http {{ access_log {directory}/access; {temporary} large_client_header_buffers "
-            f"4 64k;\n{servers} }}\n")
-        # What is left behind ends with the tests.
-        self._process = subprocess.Popen(
-            ["setpriv", "--pdeathsig", "TERM", "nginx", "-c", configuration, "-p", directory],
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-        self._wait_ready()
-
-    def _wait_ready(self):
-        deadline = time.monotonic() + START_TIMEOUT_S
-        for port in (self._port, *self._tls_ports.values()):
-            while True:
-                try:
-                    socket.create_connection(("127.0.0.1", port)).close()
-                    break
-                except OSError:
-                    assert self._process.poll() is None, self._process.stderr.read()
-                    assert time.monotonic() < deadline
-                    time.sleep(0.02)
+        super().__init__(directory, servers, [self._port, *self._tls_ports.values()])
 
     def url(self, path):
         return f"http://127.0.0.1:{self._port}{path}"
 
     def tls_url(self, path, of="good"):
         return f"https://127.0.0.1:{self._tls_ports[of]}{path}"
-
-    def requests(self):
-        """The lines of its log, which come a little after the answers."""
-        return (self.directory / "access").read_text(errors="replace").splitlines()
-
-    def stop(self):
-        self._process.terminate()
-        self._process.wait(START_TIMEOUT_S)
